@@ -1,0 +1,22 @@
+# Warnings, sanitizers and coverage: the same for every target of the project.
+
+if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g -DNDEBUG")
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+if(LUM_SANITIZE)
+    add_compile_options(-fsanitize=${LUM_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=${LUM_SANITIZE})
+endif()
+
+if(LUM_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic -O0)
+    add_link_options(--coverage)
+endif()
+
+if(LUM_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+
+/// What a module exports under the name "ModuleMain", and how the agent drives it.
+
+/// The commands. A module answers 1 for done and 5 for a command that it does not know.
+enum class LumModuleCommand : uint32_t {
+    kRegister = 1,        ///< pointer: the module's LumAgentHandle; the module registers its actions
+    kUnregister = 2,      ///< before the library is unloaded
+    kInitialise = 3,      ///< after kRegister, before any action is let through
+    kActivate = 4,        ///< start the module's threads
+    kCleanup = 5,         ///< stop them
+    kGetDescription = 6,  ///< pointer: a buffer of kLumModuleTextLength wide characters for the answer
+    kGetVersion = 7,      ///< the same
+};
+
+inline constexpr uint32_t kLumModuleDone = 1;
+inline constexpr uint32_t kLumModuleUnknownCommand = 5;
+
+/// Room for the answers to kGetDescription and kGetVersion, in wide characters, terminator included.
+inline constexpr uint32_t kLumModuleTextLength = 512;
+
+inline constexpr char kLumModuleEntryPoint[] = "ModuleMain";
+
+/// Of `word` only the low 16 bits carry meaning. Called on one thread at a time.
+using LumModuleMain = uint32_t (*)(uint32_t command, uint32_t word, void* pointer);

@@ -1,0 +1,62 @@
+#include "host/lum/LumFormat.h"
+
+#include <charconv>
+#include <cstdio>
+
+#include "host/lum/LumString.h"
+
+namespace {
+
+template <class T>
+void AppendNumber(std::string& out, T value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    out.append(digits, end);
+}
+
+void AppendDouble(std::string& out, double value) {
+    // The longest double has 309 digits before the point.
+    char text[352];
+    const int length = std::snprintf(text, sizeof text, "%f", value);
+    out.append(text, static_cast<std::size_t>(length));
+}
+
+}  // namespace
+
+void LumAppendFormatted(std::string& out, std::string_view format, const LumFormatArg* args) {
+    std::size_t from = 0;
+    for (;;) {
+        const std::size_t percent = format.find('%', from);
+        out.append(format.substr(from, percent - from));
+        if (percent == std::string_view::npos) {
+            return;
+        }
+        from = percent + 2;
+        switch (format[percent + 1]) {
+            case 'S':
+                out.append((args++)->string);
+                break;
+            case 's':
+                if (const char* text = (args++)->text) {
+                    out.append(text);
+                }
+                break;
+            case 'd':
+                AppendNumber(out, static_cast<int32_t>((args++)->number));
+                break;
+            case 'u':
+                AppendNumber(out, static_cast<uint32_t>((args++)->number));
+                break;
+            case 'l':
+                AppendNumber(out, (args++)->number);
+                ++from;
+                break;
+            case 'f':
+                AppendDouble(out, (args++)->real);
+                break;
+            default:
+                out.push_back('%');
+                break;
+        }
+    }
+}
