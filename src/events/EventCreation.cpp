@@ -1,0 +1,125 @@
+#include "events/EventCreation.h"
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "host/core/ActionFrame.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumTime.h"
+#include "model/ContainerKeys.h"
+#include "model/Model.h"
+#include "model/ParamTypes.h"
+#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
+
+namespace {
+
+constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerCreateEvent";
+
+int32_t ReadIdOrZero(const LumContainer& params, const char* key) {
+    int32_t id = 0;
+    static_cast<void>(params.GetInt32(key, id));  // an event without an id belongs to id 0
+    return id;
+}
+
+/// The INSERT in the making: column names and values grow side by side.
+class InsertText {
+public:
+    void AddFixedColumns(const LumContainer& params) {
+        const auto date = static_cast<int32_t>(std::time(nullptr));
+        const int32_t deviceId = ReadIdOrZero(params, keys::kEventDeviceId);
+        const int32_t groupId = ReadIdOrZero(params, keys::kEventGroupId);
+        // The offset is that of a second look at the clock.
+        const int32_t offset = LumGmtOffset(std::time(nullptr));
+        columns_ = "E_Date, E_GMT_Offset, E_DeviceId, E_GroupId";
+        const LumFormatArg args[] = {LumMakeFormatArg(date), LumMakeFormatArg(offset),
+                                     LumMakeFormatArg(deviceId), LumMakeFormatArg(groupId)};
+        LumAppendFormatted(values_, "%d, %d, %d, %d", args);
+    }
+
+    /// False where `params` holds no value for the parameter and the parameter has no default.
+    bool AddParam(const ModelParam_t& param, const LumContainer& params) {
+        columns_.append(", C_").append(param.GetName().View());
+        const ParamTypeTraits* const traits = FindParamType(param.GetType());
+        if (traits == nullptr) {
+            return true;  // a column without a value: the database refuses the row
+        }
+        values_.append(", ");
+        if (traits->appendValue(params, param.GetName(), values_)) {
+            return true;
+        }
+        if (param.GetDefault().IsEmpty()) {
+            return false;
+        }
+        traits->appendDefault(param.GetDefault(), values_);
+        return true;
+    }
+
+    [[nodiscard]] LumString Statement(const LumString& modelName) const {
+        LumString statement;
+        statement.Printf("INSERT INTO Event_%S (%S) VALUES (%S);", modelName, std::string_view(columns_),
+                         std::string_view(values_));
+        return statement;
+    }
+
+private:
+    std::string columns_;
+    std::string values_;
+};
+
+uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
+    InsertText insert;
+    insert.AddFixedColumns(params);
+    const bool complete = ForEachParam(model, [&](const ModelParam_t& param, uint32_t) {
+        const bool added = insert.AddParam(param, params);
+        if (!added) {
+            ModuleDebug.ErrorWithNL("%S: Failed to get value for parameter '%S' of model '%S'", kRoutine,
+                                    param.GetName(), model.GetName());
+        }
+        return added;
+    });
+    if (!complete) {
+        return kActionFailed;
+    }
+    const LumString statement = insert.Statement(model.GetName());
+    DatabaseScope scope(kRoutine);
+    if (!scope.IsLocked() || scope.Query(statement) == nullptr) {
+        return kActionFailed;
+    }
+    scope.Unlock();
+    ModuleDebug.TraceWithNL("%S: Event created with success for model '%S'", kRoutine, model.GetName());
+    return kActionDone;
+}
+
+uint32_t CreateEvent(const LumContainer& values) {
+    LumString name;
+    if (!values.GetString(keys::kModelName, name)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get model name", kRoutine);
+        return kActionRefused;
+    }
+    std::shared_ptr<Model_t> model;
+    if (!ModelCollection.Get(name, model)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", kRoutine, name);
+        return kActionRefused;
+    }
+    if (!model->IsEnabled()) {
+        ModuleDebug.TraceWithNL("%S: Event refers to disabled model '%S'", kRoutine, name);
+        return kActionDone;
+    }
+    LumContainer params;
+    if (!values.GetContainer(keys::kEventParams, params)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get parameters for model '%S'", kRoutine, name);
+        return kActionRefused;
+    }
+    return StoreEvent(*model, params);
+}
+
+}  // namespace
+
+uint32_t ActionHandler_EventLogManagerCreateEvent(LumContainer* container) {
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    return ActionWithValues(
+        container, [](const LumContainer& values, LumContainer& /*answer*/) { return CreateEvent(values); });
+}

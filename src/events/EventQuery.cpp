@@ -1,0 +1,165 @@
+#include "events/EventQuery.h"
+
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/core/ActionFrame.h"
+#include "host/lum/LumDebug.h"
+#include "model/ContainerKeys.h"
+#include "model/ParamTypes.h"
+#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
+
+namespace {
+
+constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerGetEvents";
+
+/// The columns before the parameters in a select: date, device id, group id.
+constexpr uint32_t kFixedColumns = 3;
+
+LumString DateFilter(const LumContainer& values) {
+    LumString filter;
+    int32_t date = 0;
+    if (values.GetInt32(keys::kStartDate, date)) {
+        filter.Printf(" WHERE E_Date >= %d", date);
+    }
+    if (values.GetInt32(keys::kEndDate, date)) {
+        if (filter.IsEmpty()) {
+            filter.Printf(" WHERE E_Date <= %d", date);
+        } else {
+            filter.Printf(" AND E_Date <= %d", date);
+        }
+    }
+    return filter;
+}
+
+LumString Paging(const LumContainer& values) {
+    LumString paging;
+    int32_t pageSize = 0;
+    if (!values.GetInt32(keys::kPageSize, pageSize) || pageSize <= 0) {
+        return paging;
+    }
+    paging.Printf(" LIMIT %d", pageSize);
+    int32_t pageNumber = 0;
+    if (values.GetInt32(keys::kPageNumber, pageNumber) && pageNumber > 0) {
+        LumString offset;
+        offset.Printf(" OFFSET %d", pageNumber - 1);
+        paging += offset;
+    }
+    return paging;
+}
+
+/// The clause without its direction; empty for a column that the model does not have.
+LumString OrderBy(const Model_t& model, const LumString& column) {
+    if (column == "EventDate") {
+        return " ORDER BY E_Date ";
+    }
+    if (column == "EventDeviceId") {
+        return " ORDER BY E_DeviceId ";
+    }
+    if (column == "EventGroupId") {
+        return " ORDER BY E_GroupId ";
+    }
+    LumString clause;
+    if (model.GetParams().Contains(column)) {
+        clause.Printf(" ORDER BY C_%S ", column);
+    }
+    return clause;
+}
+
+LumString Ordering(const Model_t& model, const LumContainer& values) {
+    LumString column;
+    if (!values.GetString(keys::kSortColumn, column)) {
+        return " ORDER BY E_Date ASC";
+    }
+    LumString ordering = OrderBy(model, column);
+    LumString direction;
+    if (!ordering.IsEmpty() && values.GetString(keys::kSortDirection, direction) &&
+        (direction == "Asc" || direction == "Desc")) {
+        ordering += direction;
+    }
+    return ordering;
+}
+
+int32_t CellAsInt32(const GenSqlResult& rows, uint32_t column) {
+    int64_t value = 0;
+    static_cast<void>(rows.GetColumn(column, value));  // the statement names the column
+    return static_cast<int32_t>(value);
+}
+
+LumContainer BuildResult(const Model_t& model, GenSqlResult& events, const GenSqlResult* count) {
+    LumContainer result;
+    result.SetInt32(keys::kEventCount, count != nullptr ? CellAsInt32(*count, 0) : 0);
+
+    std::vector<std::pair<LumString, const ParamTypeTraits*>> params;
+    ForEachParam(model, [&params](const ModelParam_t& param, uint32_t) {
+        params.emplace_back(param.GetName(), FindParamType(param.GetType()));
+        return true;
+    });
+    for (uint32_t row = 0; events.SelectRow(row); ++row) {
+        result.SetInt32(keys::kEventDate, CellAsInt32(events, 0), row);
+        result.SetInt32(keys::kEventDeviceId, CellAsInt32(events, 1), row);
+        result.SetInt32(keys::kEventGroupId, CellAsInt32(events, 2), row);
+        uint32_t column = kFixedColumns;
+        for (const auto& [name, traits] : params) {
+            if (traits != nullptr) {
+                traits->copyCell(events, column, result, name, row);
+            }
+            ++column;
+        }
+    }
+    return result;
+}
+
+uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
+    LumString name;
+    if (!values.GetString(keys::kModelName, name)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get model name", kRoutine);
+        return kActionRefused;
+    }
+    std::shared_ptr<Model_t> model;
+    if (!ModelCollection.Get(name, model)) {
+        ModuleDebug.ErrorWithNL("%S: Unknown model '%S'", kRoutine, name);
+        return kActionRefused;
+    }
+    const EventQueryText text = BuildEventQuery(*model, values);
+    DatabaseScope scope(kRoutine);
+    if (!scope.IsLocked()) {
+        return kActionFailed;
+    }
+    GenSqlResult* const events = scope.Query(text.select);
+    const GenSqlResult* const count = scope.Query(text.count);
+    scope.Unlock();
+    if (events == nullptr) {
+        return kActionFailed;
+    }
+    answer.SetContainer(kActionResult, BuildResult(*model, *events, count));
+    return kActionDone;
+}
+
+}  // namespace
+
+EventQueryText BuildEventQuery(const Model_t& model, const LumContainer& values) {
+    EventQueryText text;
+    text.count.Printf("SELECT COUNT (*) FROM Event_%S;", model.GetName());
+    text.select = "SELECT E_Date, E_DeviceID, E_GroupID";
+    ForEachParam(model, [&text](const ModelParam_t& param, uint32_t) {
+        text.select += ", C_";
+        text.select += param.GetName();
+        return true;
+    });
+    text.select += " FROM Event_";
+    text.select += model.GetName();
+    text.select += DateFilter(values);
+    text.select += Ordering(model, values);
+    text.select += Paging(values);
+    text.select += ";";
+    return text;
+}
+
+uint32_t ActionHandler_EventLogManagerGetEvents(LumContainer* container) {
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    return ActionWithValues(container, GetEvents);
+}

@@ -1,0 +1,19 @@
+#include "model/ModelElement.h"
+
+const LumString& ModelElement_t::GetName() const {
+    static const LumString kNone;
+    return kNone;
+}
+
+PtrModelElementColl_t::~PtrModelElementColl_t() {
+    while (map_.RemoveFirst().has_value()) {
+    }
+}
+
+bool PtrModelElementColl_t::Add(std::shared_ptr<ModelElement_t> element) {
+    return element != nullptr && map_.SetIfAbsent(element->GetName(), std::move(element));
+}
+
+bool PtrModelElementColl_t::RemoveNamed(const LumString& name) {
+    return map_.Remove(name).has_value();
+}

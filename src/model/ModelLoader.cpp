@@ -1,0 +1,261 @@
+#include "model/ModelLoader.h"
+
+#include <cstdint>
+#include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/lum/LumDebug.h"
+#include "host/lum/MarkupTree.h"
+#include "host/lum/StringTokeniser.h"
+#include "module/ModuleObjects.h"
+
+namespace {
+
+constexpr std::string_view kRoutine = "LoadModel";
+constexpr const char* kRoot = "MODEL";
+
+/// Messages about the file as a whole, and about one text in it.
+using FileMessage = LumFormat<std::string_view, LumString>;
+using TextMessage = LumFormat<std::string_view, LumString, LumString>;
+
+/// The text of the element at `path`, names separated by slashes; false, and `text` untouched, where there is
+/// no such element or its first child is no text.
+bool GetNodeText(const MarkupTree& tree, const LumString& path, LumString& text) {
+    std::vector<LumString> names;
+    StringTokeniser tokeniser(path, "/", 0);
+    for (LumString name; tokeniser.GetNextToken(name) != 0;) {
+        names.push_back(name);
+    }
+    const MarkupElementNode* const element = tree.FetchNode(names);
+    const MarkupNode* const child = element != nullptr ? element->GetChildAt(0) : nullptr;
+    const MarkupTextNode* const node = child != nullptr ? child->CastAsTextNode() : nullptr;
+    if (node == nullptr) {
+        return false;
+    }
+    text = node->GetData();
+    return true;
+}
+
+template <class T, class... Args>
+std::shared_ptr<T> TryMake(const Args&... args) {
+    try {
+        return std::make_shared<T>(args...);
+    } catch (const std::bad_alloc&) {
+        ModuleDebug.ErrorWithNL("%S: Memory error", kRoutine);
+        return nullptr;
+    }
+}
+
+/// What stands at the level of the model itself.
+struct ModelHead {
+    LumString name;
+    LumString modelClass;
+    LumString note;
+    LumString severity;
+    LumString source;
+    ModelType type = ModelType::kUnknown;
+    Policy uploadPolicy = Policy::kUnknown;
+    Policy deletionPolicy = Policy::kUnknown;
+    Policy aggregationPolicy = Policy::kUnknown;
+};
+
+class Loader {
+public:
+    explicit Loader(const LumString& path) : path_(path) {}
+
+    bool Load(std::shared_ptr<Model_t>& model) {
+        if (!tree_.ParseFile(path_)) {
+            return false;
+        }
+        const MarkupElementNode* const root = tree_.GetRootNode();
+        if (!root->IsNamed(kRoot)) {
+            ModuleDebug.WarningWithNL("%S: While parsing '%S', unexpected root node '%S'", kRoutine, path_,
+                                      root->GetTagName());
+            return false;
+        }
+        ModelHead head;
+        if (!ReadHead(head)) {
+            return false;
+        }
+        model = TryMake<Model_t>(head.name, head.modelClass, head.source, head.severity, head.note, head.type,
+                                 head.aggregationPolicy, head.uploadPolicy, head.deletionPolicy);
+        if (model == nullptr) {
+            return false;
+        }
+        if (!Complete(*model)) {
+            model.reset();
+            return false;
+        }
+        ModuleDebug.PrintWithNL("%S: Model '%S' has been loaded with success", kRoutine, model->GetName());
+        return true;
+    }
+
+private:
+    /// Reads MODEL/`element`; warns with `missing` where it is not given.
+    bool ReadRequired(const char* element, FileMessage missing, LumString& text) const {
+        LumString path;
+        path.Printf("%s/%s", kRoot, element);
+        if (GetNodeText(tree_, path, text)) {
+            return true;
+        }
+        ModuleDebug.WarningWithNL(missing, kRoutine, path_);
+        return false;
+    }
+
+    /// The same for a token of a vocabulary; warns with `unknown` where `convert` does not know it.
+    template <class Code>
+    bool ReadToken(const char* element, FileMessage missing, TextMessage unknown,
+                   Code (*convert)(const LumString&), Code& code) const {
+        LumString token;
+        if (!ReadRequired(element, missing, token)) {
+            return false;
+        }
+        code = convert(token);
+        if (code == Code{0}) {
+            ModuleDebug.WarningWithNL(unknown, kRoutine, path_, token);
+            return false;
+        }
+        return true;
+    }
+
+    bool ReadHead(ModelHead& head) const {
+        return ReadRequired("NAME", "%S: While parsing '%S', failed to get model name", head.name) &&
+               ReadRequired("CLASS", "%S: While parsing '%S', failed to get model class", head.modelClass) &&
+               ReadRequired("NOTE", "%S: While parsing '%S', failed to get model note", head.note) &&
+               ReadRequired("SEVERITY", "%S: While parsing '%S', failed to get model severity",
+                            head.severity) &&
+               ReadToken("TYPE", "%S: While parsing '%S', failed to get model type",
+                         "%S: While parsing '%S', unknown model type '%S'", ModelTypeFromText, head.type) &&
+               ReadToken("UPLOAD-POLICY", "%S: While parsing '%S', failed to get model upload policy",
+                         "%S: While parsing '%S', unknown model upload policy '%S'", UploadPolicyFromText,
+                         head.uploadPolicy) &&
+               ReadToken("DELETION-POLICY", "%S: While parsing '%S', failed to get model deletion policy",
+                         "%S: While parsing '%S', unknown model deletion policy '%S'", DeletionPolicyFromText,
+                         head.deletionPolicy) &&
+               (head.type != ModelType::kAutomatic || ReadAutomaticHead(head));
+    }
+
+    bool ReadAutomaticHead(ModelHead& head) const {
+        return ReadRequired("SOURCE", "%S: While parsing '%S', failed to get model source", head.source) &&
+               ReadToken("AGGREGATION-POLICY",
+                         "%S: While parsing '%S', failed to get model aggregation policy",
+                         "%S: While parsing '%S', unknown model aggregation policy '%S'",
+                         AggregationPolicyFromText, head.aggregationPolicy);
+    }
+
+    bool Complete(Model_t& model) const {
+        if (!ReadParams(model)) {
+            return false;
+        }
+        if (model.GetType() == ModelType::kAutomatic && !ReadAggregations(model)) {
+            return false;
+        }
+        if (!model.ComputeChecksum()) {
+            ModuleDebug.ErrorWithNL("%S: Failed to compute checksum for model '%S'", kRoutine,
+                                    model.GetName());
+            return false;
+        }
+        return true;
+    }
+
+    bool ReadParams(Model_t& model) const {
+        LumString name;
+        for (uint32_t i = 0; GetParamText(i, "NAME", name); ++i) {
+            if (model.GetParams().Contains(name)) {
+                return FailParam("%S: While parsing '%S', multiple definition for parameter '%S'", name);
+            }
+            const std::shared_ptr<ModelParam_t> param = ReadParam(i, name, model.GetType());
+            if (param == nullptr) {
+                return false;
+            }
+            if (!model.GetParams().Add(param)) {
+                return FailParam("%S: While parsing '%S', failed to add parameter '%S'", name);
+            }
+        }
+        if (model.GetParams().GetCount() == 0) {
+            ModuleDebug.ErrorWithNL("%S: While parsing '%S', failed to get parameters", kRoutine, path_);
+            return false;
+        }
+        return true;
+    }
+
+    /// The parameter at `index`, or null after its error line.
+    std::shared_ptr<ModelParam_t> ReadParam(uint32_t index, const LumString& name,
+                                            ModelType modelType) const {
+        LumString typeText;
+        if (!GetParamText(index, "TYPE", typeText)) {
+            // Quotes the type text, which is empty here: readers of the log know the line by that.
+            FailParam("%S: While parsing '%S', failed to get type for parameter '%S'", typeText);
+            return nullptr;
+        }
+        const ParamType type = ParamTypeFromText(typeText);
+        if (type == ParamType::kUnknown) {
+            FailParam("%S: While parsing '%S', unknown parameter type '%S'", typeText);
+            return nullptr;
+        }
+        LumString source;
+        LumString defaultText;
+        AggregationOperation operation = AggregationOperation::kNone;
+        if (modelType != ModelType::kAutomatic) {
+            static_cast<void>(GetParamText(index, "DEFAULT", defaultText));  // optional
+        } else if (!ReadDerivation(index, name, source, operation)) {
+            return nullptr;
+        }
+        return TryMake<ModelParam_t>(name, source, type, operation, defaultText);
+    }
+
+    /// How a parameter of an automatic model is computed.
+    bool ReadDerivation(uint32_t index, const LumString& name, LumString& source,
+                        AggregationOperation& operation) const {
+        if (!GetParamText(index, "SOURCE", source)) {
+            return FailParam("%S: While parsing '%S', failed to get source for parameter '%S'", name);
+        }
+        LumString operationText;
+        if (!GetParamText(index, "OPERATION", operationText)) {
+            return true;
+        }
+        operation = OperationFromText(operationText);
+        return operation != AggregationOperation::kNone ||
+               FailParam("%S: While parsing '%S', unknown parameter operation '%S'", operationText);
+    }
+
+    bool ReadAggregations(Model_t& model) const {
+        LumString path;
+        LumString name;
+        for (uint32_t i = 0;; ++i) {
+            path.Printf("%s/%s/%s@%u", kRoot, "AGGREGATION", "NAME", i);
+            if (!GetNodeText(tree_, path, name)) {
+                return true;
+            }
+            const std::shared_ptr<ModelParamAgg_t> entry = TryMake<ModelParamAgg_t>(name);
+            if (entry == nullptr) {
+                return false;
+            }
+            static_cast<void>(
+                model.GetAggregations().Add(entry));  // naming a parameter twice groups by it once
+        }
+    }
+
+    bool GetParamText(uint32_t index, const char* child, LumString& text) const {
+        LumString path;
+        path.Printf("%s/%s/%s@%u/%s", kRoot, "PARAMS", "PARAM", index, child);
+        return GetNodeText(tree_, path, text);
+    }
+
+    bool FailParam(TextMessage message, const LumString& text) const {
+        ModuleDebug.ErrorWithNL(message, kRoutine, path_, text);
+        return false;
+    }
+
+    const LumString& path_;
+    MarkupTree tree_;
+};
+
+}  // namespace
+
+bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model) {
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    return Loader(path).Load(model);
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <memory>
+
+#include "host/lum/LumString.h"
+#include "model/Model.h"
+
+/// Reads one definition file, checks it element by element and makes a model of it, checksum included.
+/// Touches neither the database nor ModelCollection. May be called from any thread.
+///
+/// False on any failure, told by one line of the module's log (by the host's where the file is no XML
+/// document): a warning where an element of the model itself is missing or unknown, and then `model` is
+/// untouched; an error for its parameters, and then `model` is null.
+[[nodiscard]] bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model);

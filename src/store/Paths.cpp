@@ -1,0 +1,44 @@
+#include "store/Paths.h"
+
+#include <string_view>
+
+#include "module/ModuleObjects.h"
+
+namespace {
+
+constexpr const char* kSeparator = "/";
+constexpr const char* kModuleName = "EventLogManager";
+
+}  // namespace
+
+ModulePaths BuildModulePaths(const LumString& configDirectory, const LumString& dataDirectory) {
+    ModulePaths paths;
+    paths.iniFile = configDirectory + kModuleName + ".ini";
+    paths.dataDirectory = dataDirectory + kModuleName;
+    paths.database = paths.dataDirectory + kSeparator + kModuleName + ".sqlite3";
+    paths.modelsDirectory = paths.dataDirectory + kSeparator + "models" + kSeparator;
+    return paths;
+}
+
+LumString ModelDirectory(const LumString& modelName) {
+    return ModelsDirectory + modelName;
+}
+
+LumString FiledDirectory(const LumString& modelName, const LumString& checksum) {
+    return PathInDirectory(ModelDirectory(modelName), checksum);
+}
+
+LumString PathInDirectory(const LumString& directory, const LumString& name) {
+    return directory + kSeparator + name;
+}
+
+LumString DroppedFile(const LumString& fileName) {
+    return ModelsDirectory + fileName;
+}
+
+bool IsPathComponent(const LumString& text) {
+    using namespace std::string_view_literals;
+    const std::string_view view = text.View();
+    return !view.empty() && view != "." && view != ".." &&
+           view.find_first_of("/\0"sv) == std::string_view::npos;
+}
