@@ -1,0 +1,31 @@
+#pragma once
+
+/// The names that actions and their callers have to agree on: the containers that every action uses, and the
+/// file store's action with its fields. They are literals, so that no module has anything to destroy for
+/// them.
+
+/// The sub-container that most actions take their arguments in; EventLogManagerGetValues also answers in it.
+inline constexpr char kActionValues[] = "Values";
+/// The sub-container that an action answers in.
+inline constexpr char kActionResult[] = "Result";
+
+/// The action that takes a file over and keeps it for whoever sends it on, and the signature text it is
+/// registered with. It answers 0 once the file is safe, 13 where it cannot be taken over. Its fields stand at
+/// the container's own level.
+inline constexpr char kFileStoreAction[] = "FileStoreReceiveFile";
+inline constexpr char kFileStoreSignature[] = "FileStoreReceiveFile (container)";
+
+/// Text: full path of a regular file, which is moved away. The only field that is required.
+inline constexpr char kFileStoreMovePath[] = "MovePath";
+/// Text: what the content is; for the reader of the file alone.
+inline constexpr char kFileStoreFileType[] = "FileType";
+/// Text: the last part of the derived file name.
+inline constexpr char kFileStoreFileLabel[] = "FileLabel";
+/// Text: the file's name in the store; empty for the derived one.
+inline constexpr char kFileStoreFileName[] = "FileName";
+/// Text: checksum of the content; empty to have the store compute its SHA-256.
+inline constexpr char kFileStoreFileChecksum[] = "FileChecksum";
+/// Bool: the file is to be sent on to the Master.
+inline constexpr char kFileStoreUpstream[] = "Upstream";
+/// 32-bit integer: the order in which waiting files are sent on.
+inline constexpr char kFileStorePriority[] = "Priority";
