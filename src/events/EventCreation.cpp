@@ -10,6 +10,7 @@
 #include "host/lum/LumTime.h"
 #include "model/ContainerKeys.h"
 #include "model/Model.h"
+#include "model/ModelArguments.h"
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
@@ -94,16 +95,11 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
 }
 
 uint32_t CreateEvent(const LumContainer& values) {
-    LumString name;
-    if (!values.GetString(keys::kModelName, name)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get model name", kRoutine);
+    const std::shared_ptr<Model_t> model = FindNamedModel(values, kRoutine);
+    if (model == nullptr) {
         return kActionRefused;
     }
-    std::shared_ptr<Model_t> model;
-    if (!ModelCollection.Get(name, model)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", kRoutine, name);
-        return kActionRefused;
-    }
+    const LumString& name = model->GetName();
     if (!model->IsEnabled()) {
         ModuleDebug.TraceWithNL("%S: Event refers to disabled model '%S'", kRoutine, name);
         return kActionDone;

@@ -1,13 +1,13 @@
 #pragma once
 
-/// The names that actions and their callers have to agree on: the containers that every action uses, and the
-/// file store's action with its fields. They are literals, so that no module has anything to destroy for
-/// them.
+#include <cstdint>
+#include <optional>
 
-/// The sub-container that most actions take their arguments in; EventLogManagerGetValues also answers in it.
-inline constexpr char kActionValues[] = "Values";
-/// The sub-container that an action answers in.
-inline constexpr char kActionResult[] = "Result";
+#include "host/lum/LumApi.h"
+#include "host/lum/LumContainer.h"
+
+/// The file store's action and the names of its fields, for the module that serves it and for those that call
+/// it. They are literals, so that no module has anything to destroy for them.
 
 /// The action that takes a file over and keeps it for whoever sends it on, and the signature text it is
 /// registered with. It answers 0 once the file is safe, 13 where it cannot be taken over. Its fields stand at
@@ -29,3 +29,9 @@ inline constexpr char kFileStoreFileChecksum[] = "FileChecksum";
 inline constexpr char kFileStoreUpstream[] = "Upstream";
 /// 32-bit integer: the order in which waiting files are sent on.
 inline constexpr char kFileStorePriority[] = "Priority";
+
+/// Saves `content` as a container file and hands the file to the file store: type and label are `kind`, name
+/// and checksum are the store's to derive, the file is to be sent on, with `priority` where one is given.
+/// Nothing tells the caller whether it arrived: what goes wrong is in the log. May be called from any thread.
+LUM_API void FileStoreHandOver(const LumContainer& content, const char* kind,
+                               std::optional<int32_t> priority);

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+#include "alerts/LumHash.h"
+#include "host/lum/LumString.h"
+
+/// When each alert was last let through, by its text and by the object it is about. Grows with the number of
+/// different alerts for as long as the module is loaded. Guarded by AlertGapMutex.
+class AlertGapTable_t {
+public:
+    /// True where the alert may pass: none of that text and object has passed yet, or the last one that did
+    /// was at least `gapMinutes` before `time`. One that passes is the new reference; one that does not
+    /// leaves the old one. `time` is in seconds; the comparison is unsigned and wraps at 32 bits.
+    [[nodiscard]] bool LetThrough(const LumString& text, uint32_t objectId, uint32_t time,
+                                  uint32_t gapMinutes);
+
+private:
+    using TimesByObject = LumHash<uint32_t>;
+
+    static constexpr uint32_t kInitialBuckets = 256;
+    static constexpr uint32_t kMaximumLoad = 80;
+    static constexpr uint32_t kGrowth = 20;
+
+    LumHash<std::unique_ptr<TimesByObject>> objectsByText_{kInitialBuckets, kMaximumLoad, kGrowth};
+};

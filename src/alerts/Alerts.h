@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+class LumContainer;
+class LumString;
+
+/// The alert was held back: the minimum gap since the last one like it has not passed.
+inline constexpr uint32_t kActionWithinGap = 45001;
+
+/// Says whether an alert may be created now, and remembers it if so. Fields at the container's own level:
+/// "Description", "Status", "ObjectId" (0 where absent), "EventTimeGMT" (seconds). Answers 0 or
+/// kActionWithinGap. May be called from any thread.
+uint32_t ActionHandler_EventLogManagerCheckAlertMinimumGap(LumContainer* container);
+
+/// Sends an alert to the file store, unless one like it passed within the minimum gap. "Description" at the
+/// container's own level; "Values" goes into the alert file with everything in it. Always answers 0. May be
+/// called from any thread.
+uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container);
+
+/// Makes an alert of a line that was logged as an error. Called by ModuleDebug on the thread that logged it,
+/// which may hold DatabaseMutex.
+void RaiseAlertOnError(const LumString& text);

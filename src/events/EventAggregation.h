@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "host/lum/LumString.h"
+#include "model/Model.h"
+
+/// A span of time, `end` not included; seconds since 1970 UTC.
+struct EventWindow {
+    int32_t start;
+    int32_t end;
+};
+
+/// What an aggregation task covers: both ends cut to the start of their period, the start never before
+/// `last`, up to which the model has been aggregated. Nothing where that leaves no time.
+[[nodiscard]] std::optional<EventWindow> AggregationWindow(Policy policy, int32_t start, int32_t end,
+                                                           int32_t last);
+
+/// What the rows of one aggregated event have in common besides group and device; empty for a policy without
+/// period. The doubled percent sign stands in the text that SQLite gets, so the day of the month does not
+/// part the minute, hour and day buckets: rows of a window are, and they have always been grouped so.
+[[nodiscard]] std::string_view BucketExpression(Policy policy);
+
+/// The statement that fills the automatic model from the events of its source model in `window`. A constant
+/// text of its inputs.
+[[nodiscard]] LumString BuildAggregation(const Model_t& model, EventWindow window);
+
+/// Fills the automatic model from the events of its source model between two moments (seconds since 1970 UTC)
+/// and moves its last aggregation time to the end of that window, in one transaction. With aggregation
+/// switched off, or the model disabled, the time moves all the same and the events are passed over for good.
+/// True where the window was dealt with; false for null, for a model that is not automatic and where the
+/// database refused, which leaves the window to the next task. Runs on the processor thread.
+bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end, bool scheduled);

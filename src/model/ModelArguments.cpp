@@ -1,0 +1,31 @@
+#include "model/ModelArguments.h"
+
+#include "host/lum/LumDebug.h"
+#include "model/ContainerKeys.h"
+#include "model/ParamTypes.h"
+#include "module/ModuleObjects.h"
+
+LumContainer DescribeParams(const Model_t& model) {
+    LumContainer params;
+    ForEachParam(model, [&params](const ModelParam_t& param, uint32_t position) {
+        params.SetString(keys::kModelVarName, param.GetName(), position);
+        if (const ParamTypeTraits* const traits = FindParamType(param.GetType())) {
+            params.SetString(keys::kModelVarType, LumString(traits->token), position);
+        }
+        return true;
+    });
+    return params;
+}
+
+std::shared_ptr<Model_t> FindNamedModel(const LumContainer& values, std::string_view routine) {
+    LumString name;
+    if (!values.GetString(keys::kModelName, name)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get model name", routine);
+        return nullptr;
+    }
+    std::shared_ptr<Model_t> model;
+    if (!ModelCollection.Get(name, model)) {
+        ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", routine, name);
+    }
+    return model;
+}

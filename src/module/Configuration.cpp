@@ -1,0 +1,91 @@
+#include "module/Configuration.h"
+
+#include <string_view>
+#include <utility>
+
+#include "host/core/ActionFrame.h"
+#include "host/lum/IniFile.h"
+#include "host/lum/LumContainer.h"
+#include "host/lum/LumDebug.h"
+#include "model/ContainerKeys.h"
+#include "module/ModuleObjects.h"
+
+namespace {
+
+constexpr const char* kSection = "EventLogManager";
+constexpr int32_t kDefaultAlertMinimumGap = 60;
+
+void LoadFlag(const IniFile& ini, const char* key, std::atomic<bool>& flag) {
+    bool value = true;
+    ini.GetEntryValue(kSection, key, value, true);
+    flag.store(value, std::memory_order_relaxed);
+}
+
+/// Takes the flag from `values` where it is given as a bool, and writes the one in force.
+void ChangeFlag(const LumContainer& values, const char* key, std::atomic<bool>& flag, IniFile& ini) {
+    bool value = flag.load(std::memory_order_relaxed);
+    if (values.GetBool(key, value)) {
+        flag.store(value, std::memory_order_relaxed);
+    }
+    ini.WriteEntryValue(kSection, key, value ? 1 : 0);
+}
+
+void ChangeGap(const LumContainer& values, IniFile& ini) {
+    int32_t value = AlertMinimumGap.load(std::memory_order_relaxed);
+    if (values.GetInt32(keys::kAlertMinimumGap, value)) {
+        AlertMinimumGap.store(value, std::memory_order_relaxed);
+    }
+    ini.WriteEntryValue(kSection, keys::kAlertMinimumGap, value);
+}
+
+}  // namespace
+
+void LoadConfiguration() {
+    constexpr std::string_view kRoutine = "LoadConfiguration";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    const IniFile ini(IniFilePath);
+    LoadFlag(ini, keys::kEnableUpload, UploadEnabled);
+    LoadFlag(ini, keys::kEnableAggregation, AggregationEnabled);
+    int32_t gap = kDefaultAlertMinimumGap;
+    ini.GetEntryValue(kSection, keys::kAlertMinimumGap, gap, kDefaultAlertMinimumGap);
+    AlertMinimumGap.store(gap, std::memory_order_relaxed);
+
+    ModuleDebug.TraceWithNL("%S: Upload flag is %d", kRoutine, UploadEnabled.load() ? 1 : 0);
+    ModuleDebug.TraceWithNL("%S: Aggregation flag is %d", kRoutine, AggregationEnabled.load() ? 1 : 0);
+    ModuleDebug.TraceWithNL("%S: Alert minimum gap is %u", kRoutine, static_cast<uint32_t>(gap));
+}
+
+uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {
+    if (container == nullptr) {
+        return kActionDone;
+    }
+    LumContainer values;
+    static_cast<void>(
+        container->GetContainer(kActionValues, values));  // without it there is nothing to change
+    container->Clear();
+    IniFile ini(IniFilePath);
+    for (LumString name; values.GetNextName(name);) {
+        if (name == keys::kEnableUpload) {
+            ChangeFlag(values, keys::kEnableUpload, UploadEnabled, ini);
+        } else if (name == keys::kEnableAggregation) {
+            ChangeFlag(values, keys::kEnableAggregation, AggregationEnabled, ini);
+        } else if (name == keys::kAlertMinimumGap) {
+            ChangeGap(values, ini);
+        }
+    }
+    return kActionDone;
+}
+
+uint32_t ActionHandler_EventLogManagerGetValues(LumContainer* container) {
+    LoadConfiguration();
+    if (container == nullptr) {
+        return kActionDone;
+    }
+    LumContainer values;
+    values.SetBool(keys::kEnableUpload, UploadEnabled.load(std::memory_order_relaxed));
+    values.SetBool(keys::kEnableAggregation, AggregationEnabled.load(std::memory_order_relaxed));
+    values.SetInt32(keys::kAlertMinimumGap, AlertMinimumGap.load(std::memory_order_relaxed));
+    container->Clear();
+    container->SetContainer(kActionValues, std::move(values));
+    return kActionDone;
+}

@@ -1,0 +1,155 @@
+#include "module/ModuleMain.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "admin/ModelListing.h"
+#include "admin/ModelState.h"
+#include "alerts/Alerts.h"
+#include "events/EventCreation.h"
+#include "events/EventQuery.h"
+#include "events/EventRetention.h"
+#include "events/EventUpload.h"
+#include "host/core/ActionDb.h"
+#include "host/core/LumAgent.h"
+#include "host/core/ModuleInterface.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumFile.h"
+#include "model/CheckModels.h"
+#include "module/Configuration.h"
+#include "module/ModuleObjects.h"
+#include "sched/TaskProcessorThread.h"
+#include "sched/TaskSchedulerThread.h"
+#include "store/DatabaseSetup.h"
+#include "store/ModelRegistry.h"
+#include "store/Paths.h"
+
+namespace {
+
+constexpr uint32_t kMajorVersion = 11;
+constexpr uint32_t kMinorVersion = 5;
+constexpr const char* kRevision = "0";
+constexpr const char* kBuildTag = "121004r";
+
+/// How long each thread is waited for at clean-up, in milliseconds.
+constexpr uint32_t kCancelWaitMs = 3000;
+
+struct Action {
+    const char* signature;
+    ActionHandler handler;
+};
+
+constexpr Action kActions[] = {
+    {"EventLogManagerSetValues (container Values)", ActionHandler_EventLogManagerSetValues},
+    {"EventLogManagerGetValues ()", ActionHandler_EventLogManagerGetValues},
+    {"EventLogManagerReloadModels ()", ActionHandler_EventLogManagerReloadModels},
+    {"EventLogManagerDeleteModels (container Values)", ActionHandler_EventLogManagerDeleteModels},
+    {"EventLogManagerGetModelNames ()", ActionHandler_EventLogManagerGetModelNames},
+    {"EventLogManagerGetModel (container Values)", ActionHandler_EventLogManagerGetModel},
+    {"EventLogManagerEnableModel (container Values)", ActionHandler_EventLogManagerEnableModel},
+    {"EventLogManagerDisableModel (container Values)", ActionHandler_EventLogManagerDisableModel},
+    {"EventLogManagerCreateEvent (container Values)", ActionHandler_EventLogManagerCreateEvent},
+    {"EventLogManagerUploadEvents (container Values)", ActionHandler_EventLogManagerUploadEvents},
+    {"EventLogManagerDeleteEvents (container Values)", ActionHandler_EventLogManagerDeleteEvents},
+    {"EventLogManagerGetEvents (container Values)", ActionHandler_EventLogManagerGetEvents},
+    {"EventLogManagerCheckAlertMinimumGap (container Values)",
+     ActionHandler_EventLogManagerCheckAlertMinimumGap},
+    {"EventLogManagerCreateAlert (container Values)", ActionHandler_EventLogManagerCreateAlert},
+};
+
+void ModuleRegister(void* agentHandle) {
+    ModuleDebug.SetContext(LumAgentGetDebugContext(agentHandle));
+    ModuleDebug.TraceWithNL("Module Register starting");
+    for (const Action& action : kActions) {
+        // The registry says what it refuses; an action that is missing keeps none of the others.
+        ActionDbRegisterAction(action.signature, action.handler, agentHandle);
+    }
+}
+
+void ModuleUnregister() {
+    ModuleDebug.TraceWithNL("Module Unregister starting");
+}
+
+void ModuleInitialise() {
+    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("ModuleInitialise"));
+    LumString configDirectory;
+    LumString dataDirectory;
+    LumAgentGetConfigDir(configDirectory);
+    LumAgentGetDataDir(dataDirectory);
+    ModulePaths paths = BuildModulePaths(configDirectory, dataDirectory);
+    IniFilePath = std::move(paths.iniFile);
+    DataDirectory = std::move(paths.dataDirectory);
+    DatabasePath = std::move(paths.database);
+    ModelsDirectory = std::move(paths.modelsDirectory);
+
+    ModuleDebug.SetErrorActionInvokeAddress(RaiseAlertOnError);
+    PathCreate(DataDirectory);
+    PathCreate(ModelsDirectory);
+
+    // Each step tells its own failure and the next ones are tried all the same. The first steps of an upgrade
+    // must see the models as they were registered, the second ones as they are loaded anew from their files.
+    LoadConfiguration();
+    InitializeDatabase();
+    LoadRegisteredModels();
+    LoadUnregisteredModels();
+    CheckModels();
+}
+
+void ModuleActivate() {
+    ModuleDebug.TraceWithNL("ModuleActivate");
+    static_cast<void>(SchedulerThread.Start(nullptr, nullptr));  // the host learns nothing of it either way
+    static_cast<void>(ProcessorThread.Start(nullptr, nullptr));
+}
+
+void ModuleCleanup() {
+    ModuleDebug.TraceWithNL("ModuleCleanup");
+    SchedulerThread.Cancel(kCancelWaitMs, true);
+    ProcessorThread.Cancel(kCancelWaitMs, true);
+}
+
+/// Copies `text` into a buffer of kLumModuleTextLength wide characters.
+void Answer(const LumString& text, void* buffer) {
+    const std::wstring_view wide(text.GetTCHAR());
+    auto* const out = static_cast<wchar_t*>(buffer);
+    const std::size_t length = std::min<std::size_t>(wide.size(), kLumModuleTextLength - 1);
+    std::copy_n(wide.begin(), length, out);
+    out[length] = L'\0';
+}
+
+LumString VersionText() {
+    LumString text;
+    text.Printf("%u.%u.%s.%s - %s - %s", kMajorVersion, kMinorVersion, kRevision, kBuildTag, __DATE__,
+                __TIME__);
+    return text;
+}
+
+}  // namespace
+
+uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
+    switch (static_cast<LumModuleCommand>(command)) {
+        case LumModuleCommand::kRegister:
+            ModuleRegister(pointer);
+            return kLumModuleDone;
+        case LumModuleCommand::kUnregister:
+            ModuleUnregister();
+            return kLumModuleDone;
+        case LumModuleCommand::kInitialise:
+            ModuleInitialise();
+            return kLumModuleDone;
+        case LumModuleCommand::kActivate:
+            ModuleActivate();
+            return kLumModuleDone;
+        case LumModuleCommand::kCleanup:
+            ModuleCleanup();
+            return kLumModuleDone;
+        case LumModuleCommand::kGetDescription:
+            Answer(ModuleDebug.GetDescription(), pointer);
+            return kLumModuleDone;
+        case LumModuleCommand::kGetVersion:
+            Answer(VersionText(), pointer);
+            return kLumModuleDone;
+        case LumModuleCommand::kAcknowledged:
+            return kLumModuleDone;
+    }
+    return kLumModuleUnknownCommand;
+}

@@ -1,0 +1,32 @@
+#include "module/ModuleObjects.h"
+
+#include "alerts/AlertGapTable.h"
+#include "host/lum/Database.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumMutex.h"
+#include "host/lum/LumString.h"
+#include "model/ModelElement.h"
+#include "sched/Task.h"
+#include "sched/TaskProcessorThread.h"
+#include "sched/TaskSchedulerThread.h"
+
+// Made from the top down when the library is loaded, destroyed from the bottom up when it is unloaded: the
+// threads end before anything that they use goes, and the logger, which all others write to, comes first and
+// goes last.
+
+LumDebug ModuleDebug("EventLogManager", "Event Log Manager module (EventLogManagerModule)");
+LumString IniFilePath;
+LumString DataDirectory;
+LumString DatabasePath;
+LumString ModelsDirectory;
+DBConnectionPool DatabasePool;
+LumMutex DatabaseMutex;
+LumMutex AlertGapMutex;
+AlertGapTable_t AlertGapTable;
+PtrModelElementColl_t ModelCollection;
+PtrTaskQueue_t TaskQueue;
+TaskSchedulerThread SchedulerThread;
+TaskProcessorThread ProcessorThread;
+std::atomic<bool> UploadEnabled{false};
+std::atomic<bool> AggregationEnabled{false};
+std::atomic<int32_t> AlertMinimumGap{0};

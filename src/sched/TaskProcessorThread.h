@@ -1,0 +1,12 @@
+#pragma once
+
+#include "host/lum/LumThread.h"
+
+/// Runs the tasks of TaskQueue, one at a time, in queue order: empties the queue, sleeps 10 seconds, empties
+/// it again. The queue's only consumer. A cancellation takes effect once the queue is empty.
+class TaskProcessorThread : public LumThread {
+public:
+    ~TaskProcessorThread() override { WaitForEnd(); }
+
+    void ThreadMain() override;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <ctime>
+
+#include "host/lum/LumThread.h"
+
+/// The periods in the order in which they are looked at; each one's policy has the next number.
+inline constexpr uint32_t kPeriodCount = 6;
+
+/// Which periods have changed between two moments, by comparing the local calendar fields (minute, hour, day
+/// of the month, day of the week, month, year) one by one, in either direction. Weekly work follows the day
+/// of the week, so it falls due with every change of day.
+[[nodiscard]] std::array<bool, kPeriodCount> ChangedPeriods(const std::tm& previous, const std::tm& now);
+
+/// Wakes every 10 seconds and queues, for each calendar field that has changed since it last looked, a task
+/// for every model whose policy is that period: first all aggregations, then all uploads, then all deletions.
+/// Its last time is kept in the database, so that what fell due while the agent was down is done once at the
+/// next start.
+class TaskSchedulerThread : public LumThread {
+public:
+    ~TaskSchedulerThread() override { WaitForEnd(); }
+
+    void ThreadMain() override;
+
+    /// One look at the clock that shows `now`: queues what has fallen due since the last timestamp and moves
+    /// it.
+    void RunCycle(std::time_t now);
+    /// Takes the last timestamp over from the database, or makes `now` the first one.
+    void Initialise(std::time_t now);
+
+private:
+    [[nodiscard]] static bool ReadLastTimestamp(int32_t& timestamp);
+    [[nodiscard]] static bool WriteLastTimestamp(int32_t timestamp);
+    /// Writes and says where that failed.
+    static void KeepLastTimestamp(int32_t timestamp);
+    void QueueDueTasks(uint32_t period) const;
+
+    /// Seconds since 1970 UTC; 0 before the first cycle. Used on the thread alone.
+    int32_t lastTimestamp_ = 0;
+};
