@@ -1,10 +1,5 @@
 #include "host/lum/DBHandle.h"
 
-#include <fcntl.h>
-#include <sqlite3.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -13,6 +8,11 @@
 #include <new>
 #include <string_view>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 

@@ -1,7 +1,5 @@
 #include "host/lum/GenSqlResultBuffer.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -9,6 +7,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+
+#include <sqlite3.h>
 
 namespace {
 
@@ -61,9 +61,8 @@ std::size_t CellBytes(const char* cell) {
 
 std::string_view Text(const char* cell) {
     const auto header = static_cast<uint8_t>(*cell);
-    return header == kLongText
-               ? std::string_view(cell + 5, Load<uint32_t>(cell + 1))
-               : std::string_view(cell + 1, static_cast<std::size_t>(header - kShortText));
+    return header == kLongText ? std::string_view(cell + 5, Load<uint32_t>(cell + 1))
+                               : std::string_view(cell + 1, static_cast<std::size_t>(header - kShortText));
 }
 
 /// SQLite's reading of a text as a whole number: blanks, a sign, digits; beyond 64 bits the nearest end.
@@ -214,8 +213,7 @@ char* GenSqlResultBuffer::MakeRoom(std::size_t bytes) {
         const std::size_t usual =
             blocks_.size() < 4 ? kFirstBlockBytes << (2 * blocks_.size()) : kMaxBlockBytes;
         const std::size_t size = std::max(std::min(usual, kMaxBlockBytes), bytes + kSlack + sizeof(uint16_t));
-        blocks_.push_back(
-            {std::make_unique_for_overwrite<char[]>(size), size, rowCount_});
+        blocks_.push_back({std::make_unique_for_overwrite<char[]>(size), size, rowCount_});
         used_ = 0;
         places = sizeof(uint16_t);
     }

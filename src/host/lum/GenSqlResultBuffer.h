@@ -52,9 +52,7 @@ private:
     [[nodiscard]] bool ReadCell(sqlite3_stmt* statement, int column, Pending& cell) const;
     [[nodiscard]] char* MakeRoom(std::size_t bytes);
     [[nodiscard]] const char* RowAt(uint32_t index);
-    [[nodiscard]] bool HasCell(uint32_t column) const {
-        return rowCount_ > 0 && column < cells_.size();
-    }
+    [[nodiscard]] bool HasCell(uint32_t column) const { return rowCount_ > 0 && column < cells_.size(); }
 
     std::vector<LumString> names_;
     std::vector<Pending> pending_;

@@ -109,8 +109,9 @@ bool IniScripts::RunOnce(const LumString& section, const LumString& name, const 
 bool IniScripts::RunAndRemember(const LumString& section, const LumString& name, const LumString& statement,
                                 const LumString& checksum) {
     LumString remember;
-    remember.Printf("INSERT INTO IniScriptLog (Section, Name, Checksum, RunTime) VALUES ('%S', '%S', '%S', %ld)",
-                    Quoted(section), Quoted(name), checksum, static_cast<int64_t>(std::time(nullptr)));
+    remember.Printf(
+        "INSERT INTO IniScriptLog (Section, Name, Checksum, RunTime) VALUES ('%S', '%S', '%S', %ld)",
+        Quoted(section), Quoted(name), checksum, static_cast<int64_t>(std::time(nullptr)));
     return InTransaction(connection_, [&] {
         return connection_.Query(statement) != nullptr && connection_.Query(remember) != nullptr;
     });
@@ -166,7 +167,8 @@ IniUpgrade::Found IniUpgrade::ReadVersion(Version& version) {
 
 IniUpgrade::Found IniUpgrade::ReadNumber(const LumString& name, uint32_t& number) {
     LumString sql;
-    sql.Printf("SELECT %S FROM %S WHERE %S = '%S'", table_.valueColumn, table_.table, table_.nameColumn, name);
+    sql.Printf("SELECT %S FROM %S WHERE %S = '%S'", table_.valueColumn, table_.table, table_.nameColumn,
+               name);
     const GenSqlResult* const row = connection_.Query(sql);
     if (row == nullptr) {
         return Found::kFailed;

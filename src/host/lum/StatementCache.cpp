@@ -1,8 +1,8 @@
 #include "host/lum/StatementCache.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
+
+#include <sqlite3.h>
 
 void StatementCloser::operator()(sqlite3_stmt* statement) const {
     sqlite3_finalize(statement);

@@ -21,7 +21,8 @@ bool IsDigit(char c) {
 
 /// A letter of a name that needs no quotes. SQLite takes every byte above 127 for a letter.
 bool IsNameLetter(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || static_cast<unsigned char>(c) > 127;
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' ||
+           static_cast<unsigned char>(c) > 127;
 }
 
 const char* SkipBlanks(const char* at, const char* end) {

@@ -33,7 +33,8 @@ public:
     StatementShape& operator=(const StatementShape&) = delete;
 
     /// True where `sql`, which holds no null byte, ends like a statement of the form. Looks closely at the
-    /// values alone: whether the prefix is of the form too is for HasPlainPrefix to say, once for each prefix.
+    /// values alone: whether the prefix is of the form too is for HasPlainPrefix to say, once for each
+    /// prefix.
     [[nodiscard]] bool Recognise(std::string_view sql);
 
     /// The text up to and with the parenthesis before the first literal.
