@@ -297,7 +297,7 @@ char Fold(char c) {
 /// Fills `made` with what replaces `path`: the content, the mode and where possible the owner.
 bool FillReplacement(int made, const std::string& path, std::string_view content) {
     struct stat old {};
-    if (stat(path.c_str(), &old) == 0) {
+    if (lstat(path.c_str(), &old) == 0 && !S_ISLNK(old.st_mode)) {
         if (!S_ISREG(old.st_mode)) {
             return Fail(S_ISDIR(old.st_mode) ? EISDIR : EINVAL);
         }

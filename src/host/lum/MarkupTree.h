@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/lum/LumApi.h"
@@ -26,7 +28,9 @@ protected:
     MarkupNode();
 };
 
-/// A run of text, character data sections included, entities replaced, as the document spells it.
+/// A run of text as the document spells it: nothing is trimmed, references are replaced, each line end is one
+/// newline. A character data section is a run of its own. Blank text beside elements is no node, blank text
+/// that is all an element has is one, so the first child of an element that holds a value is that value.
 class LUM_API MarkupTextNode : public MarkupNode {
 public:
     [[nodiscard]] const LumString& GetData() const { return data_; }
@@ -75,8 +79,9 @@ public:
 
     /// Reads the document of a regular file in place of what the tree held. False, the tree then empty and
     /// the reason one warning of the host's logger (file, line, column, what is wrong), where the file cannot
-    /// be read, is no regular file, is over kMaxFileBytes, is not UTF-8, is not well-formed, declares an
-    /// entity, or is nested deeper than kMaxDepth.
+    /// be read, is no regular file, is over kMaxFileBytes, is not UTF-8 or is declared to be something else,
+    /// is not well-formed, declares an entity, refers to one other than the five of XML itself, or is nested
+    /// deeper than kMaxDepth.
     [[nodiscard]] bool ParseFile(const LumString& path);
     /// The same from memory; `name` stands for the file in the warning.
     [[nodiscard]] bool ParseText(const LumString& text, const LumString& name);
@@ -91,6 +96,9 @@ public:
 
 private:
     struct Cursor;
+    class Builder;
+
+    bool Parse(std::string_view text, std::string_view routine, const LumString& name);
 
     std::unique_ptr<MarkupElementNode> root_;
     std::unique_ptr<Cursor> cursor_;
