@@ -24,7 +24,7 @@ LUM_API void LumAgentGetConfigDir(LumString& directory);
 LUM_API void LumAgentGetDataDir(LumString& directory);
 
 /// The logging context of the agent, the same for every module. `agentHandle` is what the module got with
-/// command 1.
+/// command 1. This one may be called before LumAgentSetUp, so that what that has to say is in the log too.
 [[nodiscard]] LUM_API LumDebugContext* LumAgentGetDebugContext(void* agentHandle);
 
 /// The agent's shared ini file, `agent.ini` in the configuration directory, with its lock held until
