@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent/CommandLine.h"
+#include "host/lum/IniFile.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumString.h"
+
+/// What the agent runs with: agent.ini, and the command line over it.
+struct Settings {
+    LumString socketPath;
+    LumString socketGroup;  ///< empty: the socket is the owner's alone
+    LumLogLevel logLevel = LumLogLevel::kPrint;
+    uint32_t threads = 8;               ///< how many actions may run at once
+    uint32_t clientTimeoutMs = 30'000;  ///< how long a client may stall
+    std::size_t logMaxBytes = 10'000'000;
+    std::size_t logMaxFiles = 5;
+    /// (name, file) of each module in the order of loading.
+    std::vector<std::pair<LumString, LumString>> modules;
+    /// What was wrong, for the log: it can only be opened once its settings are known.
+    std::vector<LumString> warnings;
+};
+
+/// Reads sections [Agent] and [Modules] of `ini`. A value that does not fit is one warning, and its default
+/// is taken; a file that is missing or cannot be read is one warning and all defaults. `dataDirectory` ends
+/// with a separator.
+[[nodiscard]] Settings ReadSettings(const IniFile& ini, const CommandLine& commandLine,
+                                    const LumString& dataDirectory);
