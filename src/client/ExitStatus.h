@@ -1,0 +1,9 @@
+#pragma once
+
+/// How lumctl ends.
+enum class ExitStatus : int {
+    kDone = 0,              ///< the action's status was 0
+    kFailed = 1,            ///< it was not, or the agent refused the request
+    kWrongCommandLine = 2,  ///< nothing was asked of the agent
+    kNoAgent = 3,           ///< no agent answers
+};

@@ -1,0 +1,114 @@
+#include "client/Import.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <ostream>
+#include <system_error>
+
+#include "client/CommandOutput.h"
+#include "client/LineReader.h"
+#include "client/ProgressBar.h"
+#include "client/Requests.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool IsBlank(const std::string& line) {
+    return line.find_first_not_of(" \t\r") == std::string::npos;
+}
+
+/// One import from its first line to its count.
+class Importer {
+public:
+    Importer(CommandContext& context, const ModelDefinition& definition, std::istream& in,
+             uint64_t totalBytes)
+        : context_(context),
+          definition_(definition),
+          lines_(in),
+          progress_(context.console.err, context.console.errIsTerminal, totalBytes) {}
+
+    ExitStatus Run() {
+        std::string line;
+        LineReader::Line read = lines_.Next(line);
+        for (; read != LineReader::Line::kEnd && exit_ != ExitStatus::kNoAgent; read = lines_.Next(line)) {
+            if (read == LineReader::Line::kTooLong) {
+                Refuse("it is longer than 16 MiB");
+            } else if (!IsBlank(line)) {
+                ImportLine(line);
+            }
+            progress_.Update(lines_.GetBytes(), imported_);
+        }
+        progress_.Erase();
+        Report();
+        return exit_;
+    }
+
+private:
+    void ImportLine(const std::string& line) {
+        Json eventParams;
+        std::string error;
+        if (!ImportEventParams(definition_, line, eventParams, error)) {
+            Refuse(error);
+            return;
+        }
+        const AgentAnswer answer = CallAction(context_.agent, "EventLogManagerCreateEvent",
+                                              CreateRequest(definition_.name, std::move(eventParams)));
+        if (answer.IsDone()) {
+            ++imported_;
+            return;
+        }
+        Refuse(answer.error);
+        exit_ = answer.exit;
+    }
+
+    void Refuse(const std::string& reason) {
+        progress_.Erase();
+        ++failed_;
+        exit_ =
+            Fail(context_, ExitStatus::kFailed, "line " + std::to_string(lines_.GetNumber()) + ": " + reason);
+    }
+
+    void Report() {
+        if (context_.output == OutputFormat::kJson) {
+            PrintJson(context_, {{"imported", imported_}, {"failed", failed_}});
+            return;
+        }
+        context_.console.out << imported_ << " events imported, " << failed_ << " lines failed\n";
+    }
+
+    CommandContext& context_;
+    const ModelDefinition& definition_;
+    LineReader lines_;
+    ProgressBar progress_;
+    uint64_t imported_ = 0;
+    uint64_t failed_ = 0;
+    ExitStatus exit_ = ExitStatus::kDone;
+};
+
+}  // namespace
+
+ExitStatus ImportEvents(CommandContext& context, const std::string& model, const std::string& path) {
+    std::ifstream file;
+    std::error_code noSize;
+    uint64_t totalBytes = 0;
+    if (path != "-") {
+        if (std::filesystem::is_directory(path, noSize)) {
+            return Fail(context, ExitStatus::kFailed, path + ": it is a directory");
+        }
+        file.open(path, std::ios::binary);
+        if (!file) {
+            return Fail(context, ExitStatus::kFailed, path + ": " + std::strerror(errno));
+        }
+        const uintmax_t size = std::filesystem::file_size(path, noSize);
+        totalBytes = noSize ? 0 : size;  // a pipe has none, and then the bar shows the count alone
+    }
+    ModelDefinition definition;
+    const AgentAnswer answer = FetchModel(context.agent, model, definition);
+    if (!answer.IsDone()) {
+        return Fail(context, answer);
+    }
+    return Importer(context, definition, path == "-" ? context.console.in : file, totalBytes).Run();
+}
