@@ -1,0 +1,103 @@
+#include "BenchSupport.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+#include <unistd.h>
+
+void Fail(const std::string& what) {
+    std::fprintf(stderr, "benchmark: %s\n", what.c_str());
+    std::exit(1);
+}
+
+bool IsTiny(int argc, char** argv) {
+    return std::any_of(argv + 1, argv + argc,
+                       [](const char* argument) { return std::string_view(argument) == "--tiny"; });
+}
+
+ScratchDirectory::ScratchDirectory() {
+    std::string name = (std::filesystem::temp_directory_path() / "lum-bench-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        Fail("no temporary directory");
+    }
+    path_ = name;
+}
+
+ScratchDirectory::~ScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+RawDatabase::RawDatabase(const std::string& path, bool synchronousFull) {
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    Check(sqlite3_open_v2(path.c_str(), &database_, flags, nullptr), SQLITE_OK);
+    Execute("PRAGMA journal_mode = WAL");
+    Execute(synchronousFull ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
+}
+
+RawDatabase::~RawDatabase() {
+    sqlite3_close(database_);
+}
+
+void RawDatabase::Execute(const std::string& sql) {
+    Check(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+}
+
+sqlite3_stmt* RawDatabase::Prepare(const std::string& sql) {
+    sqlite3_stmt* statement = nullptr;
+    Check(sqlite3_prepare_v2(database_, sql.c_str(), static_cast<int>(sql.size()), &statement, nullptr),
+          SQLITE_OK);
+    return statement;
+}
+
+void RawDatabase::RunOnce(const std::string& sql) {
+    sqlite3_stmt* const statement = Prepare(sql);
+    Check(sqlite3_step(statement), SQLITE_DONE);
+    sqlite3_finalize(statement);
+}
+
+void RawDatabase::Check(int status, int expected) {
+    if (status != expected) {
+        Fail(sqlite3_errmsg(database_));
+    }
+}
+
+double SecondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double Median(std::vector<double> values) {
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
+                     values.end());
+    return values[values.size() / 2];
+}
+
+double Percentile99(std::vector<double> values) {
+    const auto place = values.begin() + static_cast<std::ptrdiff_t>((values.size() - 1) * 99 / 100);
+    std::nth_element(values.begin(), place, values.end());
+    return *place;
+}
+
+std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
+                                    const std::function<void()>& floor) {
+    std::vector<double> ourTimes;
+    std::vector<double> floorTimes;
+    for (int round = 0; round < rounds; ++round) {
+        ourTimes.push_back(SecondsOf(ours));
+        floorTimes.push_back(SecondsOf(floor));
+    }
+    return {Median(ourTimes), Median(floorTimes)};
+}
+
+void PrintHead() {
+    std::printf("%-48s | %14s | %14s | %6s | %s\n", "work", "ours", "floor", "ratio", "target");
+}
+
+void PrintRow(const std::string& work, double ours, double floor, double ratio, const char* target) {
+    std::printf("%-48s | %14.2f | %14.2f | %6.2f | %s\n", work.c_str(), ours, floor, ratio, target);
+    std::fflush(stdout);
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <sqlite3.h>
+
+/// What the benchmarks share: scratch directories, SQLite as it comes, timing in turns, and the table they
+/// print.
+
+/// Says what went wrong and ends the program: a benchmark that goes on after a failure measures nothing.
+[[noreturn]] void Fail(const std::string& what);
+
+/// True where the program was called with --tiny, the small form that every test run includes.
+[[nodiscard]] bool IsTiny(int argc, char** argv);
+
+/// A directory that goes with the object.
+class ScratchDirectory {
+public:
+    ScratchDirectory();
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+    ~ScratchDirectory();
+
+    [[nodiscard]] std::string File(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// SQLite's own interface on one database in WAL mode: what the product is measured against.
+class RawDatabase {
+public:
+    RawDatabase(const std::string& path, bool synchronousFull);
+    RawDatabase(const RawDatabase&) = delete;
+    RawDatabase& operator=(const RawDatabase&) = delete;
+    ~RawDatabase();
+
+    /// Runs any number of statements and drops their rows.
+    void Execute(const std::string& sql);
+    [[nodiscard]] sqlite3_stmt* Prepare(const std::string& sql);
+    /// Prepares, steps and finalizes one statement that returns no row.
+    void RunOnce(const std::string& sql);
+
+private:
+    void Check(int status, int expected);
+
+    sqlite3* database_ = nullptr;
+};
+
+[[nodiscard]] double SecondsOf(const std::function<void()>& work);
+[[nodiscard]] double Median(std::vector<double> values);
+/// The value that 99 of 100 do not exceed.
+[[nodiscard]] double Percentile99(std::vector<double> values);
+
+/// Median seconds of `ours` and of `floor`, taken in turns so that both see the same machine.
+[[nodiscard]] std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
+                                                  const std::function<void()>& floor);
+
+void PrintHead();
+/// One row; `ratio` is printed beside the target that it is to reach.
+void PrintRow(const std::string& work, double ours, double floor, double ratio, const char* target);

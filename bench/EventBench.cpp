@@ -1,0 +1,342 @@
+// What storing and reading events costs, from the action's call to the database and back, beside SQLite's own
+// interface: the same statements on the same table with the same settings, in turns, as medians.
+//
+//     EventBench [--tiny]                    prints the table
+//     EventBench --creates module|text N     creates N events and nothing else, to be counted under callgrind
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "BenchSupport.h"
+#include "host/core/ActionDb.h"
+#include "host/core/LumAgent.h"
+#include "host/core/ModuleInterface.h"
+#include "host/lum/Database.h"
+#include "host/lum/LumContainer.h"
+#include "module/ModuleMain.h"
+
+namespace {
+
+struct Sizes {
+    int rounds;
+    uint32_t creates;      // in one round, normal
+    uint32_t fullCreates;  // in one round, full
+    uint32_t rows;         // of the table that is read and started on
+    uint32_t models;       // of the start
+};
+
+constexpr Sizes kUsual{5, 20000, 2000, 1000000, 200};
+constexpr Sizes kTiny{1, 50, 5, 500, 3};
+
+constexpr uint32_t kPageRows = 100;
+constexpr uint32_t kFirstDate = 1700000000;
+
+/// A model of five parameters, and the table that the registry makes for it.
+std::string Definition(const std::string& name) {
+    return "<MODEL><NAME>" + name +
+           "</NAME><CLASS>Bench</CLASS><NOTE>Five parameters</NOTE><SEVERITY>1</SEVERITY>"
+           "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
+           "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
+           "<PARAM><NAME>Application</NAME><TYPE>_STRING_</TYPE></PARAM>"
+           "<PARAM><NAME>Count</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
+           "<PARAM><NAME>Remote</NAME><TYPE>_BOOLEAN_</TYPE></PARAM>"
+           "<PARAM><NAME>Seconds</NAME><TYPE>_DOUBLE_</TYPE></PARAM>"
+           "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
+}
+
+constexpr const char* kCreateTable =
+    "CREATE TABLE Event_Bench (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, E_DeviceId "
+    "INTEGER "
+    "NOT NULL, E_GroupId INTEGER NOT NULL, C_Application TEXT, C_Count INTEGER, C_Remote BOOLEAN, C_Seconds "
+    "FLOAT, "
+    "C_User TEXT);"
+    "CREATE INDEX Ix_Event_Bench_Date ON Event_Bench (E_Date);"
+    "CREATE INDEX Ix_Event_Bench_DeviceID ON Event_Bench (E_DeviceID);"
+    "CREATE INDEX Ix_Event_Bench_GroupID ON Event_Bench (E_GroupID);";
+
+/// The statement that the module makes of event number `number`.
+LumString InsertText(uint32_t number, uint32_t date) {
+    LumString sql;
+    sql.Printf(
+        "INSERT INTO Event_Bench (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, "
+        "C_Remote, "
+        "C_Seconds, C_User) VALUES (%u, 0, %u, %u, 'program-%u', %u, %u, '%f', 'user%u');",
+        date, number % 50, number % 7, 1000 + number % 1000, number % 100000, number % 2,
+        static_cast<double>(number) / 8.0, number % 1000);
+    return sql;
+}
+
+/// The arguments of the action that creates event number `number`.
+LumContainer Arguments(uint32_t number) {
+    LumString application;
+    application.Printf("program-%u", 1000 + number % 1000);
+    LumString user;
+    user.Printf("user%u", number % 1000);
+    LumContainer params;
+    params.SetInt32("EventDeviceId", number % 50);
+    params.SetInt32("EventGroupId", number % 7);
+    params.SetString("Application", application);
+    params.SetInt32("Count", number % 100000);
+    params.SetBool("Remote", number % 2 == 1);
+    params.SetDouble("Seconds", static_cast<double>(number) / 8.0);
+    params.SetString("User", user);
+    LumContainer values;
+    values.SetString("ModelName", "Bench");
+    values.SetContainer("EventParams", std::move(params));
+    LumContainer arguments;
+    arguments.SetContainer("Values", std::move(values));
+    return arguments;
+}
+
+std::string FillStatement(uint32_t rows) {
+    LumString sql;
+    sql.Printf(
+        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i + 1 < %u) INSERT INTO "
+        "Event_Bench SELECT "
+        "NULL, %u + i, 7200, i %% 50, i %% 7, 'program-' || (1000 + i %% 1000), i %% 100000, i %% 2, i / "
+        "8.0, 'user' "
+        "|| (i %% 1000) FROM n",
+        rows, kFirstDate);
+    return sql.GetString();
+}
+
+/// The module in this process, on a scratch directory. There can be one in the life of a process.
+class Module {
+public:
+    Module(const ScratchDirectory& scratch, bool synchronousFull) : data_(scratch.File("data")) {
+        std::filesystem::create_directories(ModelsDirectory());
+        std::filesystem::create_directories(scratch.File("config"));
+        std::filesystem::copy_file(std::filesystem::path(LUM_SOURCE_DIR) / "etc/EventLogManager.ini",
+                                   scratch.File("config") + "/EventLogManager.ini");
+        LumString error;
+        if (!LumAgentSetUp(
+                {LumString(std::string_view(scratch.File("config"))), LumString(std::string_view(data_))},
+                error)) {
+            Fail(error.GetString());
+        }
+        DBConnectionPool::SetSynchronous(synchronousFull ? DBSynchronous::kFull : DBSynchronous::kNormal);
+        static LumAgentHandle handle{"EventLogManager"};
+        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &handle);
+    }
+
+    void Drop(const std::string& name) const {
+        std::ofstream(ModelsDirectory() + "/" + name + ".xml") << Definition(name);
+    }
+    static void Initialise() { ModuleMain(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr); }
+
+    static void Create(uint32_t number) {
+        LumContainer arguments = Arguments(number);
+        uint32_t status = 0;
+        if (!ActionDbCallAction("EventLogManagerCreateEvent", arguments, status) || status != 0) {
+            Fail("an event was not created");
+        }
+    }
+
+    [[nodiscard]] std::string DatabasePath() const {
+        return data_ + "/EventLogManager/EventLogManager.sqlite3";
+    }
+
+private:
+    [[nodiscard]] std::string ModelsDirectory() const { return data_ + "/EventLogManager/models"; }
+
+    const std::string data_;
+};
+
+/// Raw inserts with what any caller has to do: the text, the time, and a lock where threads share the handle.
+class RawCreator {
+public:
+    RawCreator(const std::string& path, bool synchronousFull) : database_(path, synchronousFull) {
+        database_.Execute(kCreateTable);
+    }
+
+    void Create(uint32_t number) {
+        const LumString sql = InsertText(number, static_cast<uint32_t>(std::time(nullptr)));
+        const std::lock_guard<std::mutex> lock(mutex_);
+        database_.RunOnce(sql.GetString());
+    }
+
+private:
+    RawDatabase database_;
+    std::mutex mutex_;
+};
+
+/// Runs `create(number)` for all numbers on that many threads and notes how long each call took.
+std::vector<double> CreateMany(uint32_t count, uint32_t threads,
+                               const std::function<void(uint32_t)>& create) {
+    std::vector<std::vector<double>> times(threads);
+    const auto work = [&](uint32_t first) {
+        for (uint32_t i = first; i < count; i += threads) {
+            times[first].push_back(SecondsOf([&] { create(i); }));
+        }
+    };
+    std::vector<std::thread> others;
+    for (uint32_t i = 1; i < threads; ++i) {
+        others.emplace_back(work, i);
+    }
+    work(0);
+    for (std::thread& other : others) {
+        other.join();
+    }
+    std::vector<double> all;
+    for (const std::vector<double>& some : times) {
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    return all;
+}
+
+void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
+    const ScratchDirectory scratch;
+    const Module module(scratch, full);
+    module.Drop("Bench");
+    Module::Initialise();
+    RawCreator raw(scratch.File("raw.sqlite3"), full);
+    const uint32_t count = full ? sizes.fullCreates : sizes.creates;
+    std::vector<double> ours;
+    std::vector<double> floors;
+    const auto [ourSeconds, floorSeconds] = Alternate(
+        sizes.rounds, [&] { ours = CreateMany(count, threads, Module::Create); },
+        [&] { floors = CreateMany(count, threads, [&raw](uint32_t i) { raw.Create(i); }); });
+    const std::string how =
+        std::string(full ? ", full, " : ", normal, ") + std::to_string(threads) + " thread(s)";
+    PrintRow("creates a second" + how, count / ourSeconds, count / floorSeconds, floorSeconds / ourSeconds,
+             full || threads > 1 ? ">= 0.95" : ">= 1.10");
+    if (threads > 1) {
+        const double our99 = Percentile99(ours) * 1e6;
+        const double floor99 = Percentile99(floors) * 1e6;
+        PrintRow("  99th percentile of a call, us", our99, floor99, our99 / floor99, "<= 1");
+        const double longest = *std::max_element(ours.begin(), ours.end()) * 1e3;
+        const double floorLongest = *std::max_element(floors.begin(), floors.end()) * 1e3;
+        PrintRow("  longest call, ms", longest, floorLongest, longest / floorLongest, "<= 50 ms");
+    }
+}
+
+/// Steps through a statement and copies its cells out, as any reader has to.
+void ReadAll(RawDatabase& raw, const std::string& sql) {
+    sqlite3_stmt* const statement = raw.Prepare(sql);
+    std::string text;
+    int64_t sum = 0;
+    while (sqlite3_step(statement) == SQLITE_ROW) {
+        for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+            if (sqlite3_column_type(statement, i) == SQLITE_TEXT) {
+                text = reinterpret_cast<const char*>(sqlite3_column_text(statement, i));
+            } else {
+                sum += sqlite3_column_int64(statement, i);
+            }
+        }
+    }
+    sqlite3_finalize(statement);
+}
+
+void BenchPage(const Sizes& sizes) {
+    const ScratchDirectory scratch;
+    const Module module(scratch, false);
+    module.Drop("Bench");
+    Module::Initialise();
+    RawDatabase raw(module.DatabasePath(), false);
+    raw.Execute(FillStatement(sizes.rows));
+    const auto start = static_cast<int32_t>(kFirstDate + sizes.rows / 2);
+    const auto ours = [&] {
+        LumContainer values;
+        values.SetString("ModelName", "Bench");
+        values.SetInt32("StartDate", start);
+        values.SetInt32("PageSize", kPageRows);
+        LumContainer arguments;
+        arguments.SetContainer("Values", std::move(values));
+        uint32_t status = 0;
+        if (!ActionDbCallAction("EventLogManagerGetEvents", arguments, status) || status != 0) {
+            Fail("no events");
+        }
+    };
+    const auto floor = [&] {
+        ReadAll(
+            raw,
+            "SELECT E_Date, E_DeviceID, E_GroupID, C_Application, C_Count, C_Remote, C_Seconds, C_User FROM "
+            "Event_Bench WHERE E_Date >= " +
+                std::to_string(start) + " ORDER BY E_Date ASC LIMIT " + std::to_string(kPageRows) + ";");
+        ReadAll(raw, "SELECT COUNT (*) FROM Event_Bench;");
+    };
+    const auto [ourSeconds, floorSeconds] = Alternate(sizes.rounds, ours, floor);
+    PrintRow("page of 100 by date with the count, ms", ourSeconds * 1e3, floorSeconds * 1e3,
+             ourSeconds / floorSeconds, "<= 1.2");
+}
+
+/// Runs `work` in a process of its own: the module is initialised once in the life of one.
+void InChild(const std::function<void()>& work) {
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        work();
+        std::fflush(stdout);
+        _exit(0);
+    }
+    int status = 0;
+    if (waitpid(child, &status, 0) != child || status != 0) {
+        Fail("a benchmark failed");
+    }
+}
+
+/// Starts on a table of many rows and many models, beside the checks and the compaction that any start does.
+void BenchStart(const Sizes& sizes) {
+    const ScratchDirectory scratch;
+    const Module module(scratch, false);
+    const auto inDatabase = [&module](const std::string& sql) {
+        RawDatabase(module.DatabasePath(), false).Execute(sql);
+    };
+    InChild([&] {
+        module.Drop("Bench");
+        for (uint32_t i = 1; i < sizes.models; ++i) {
+            module.Drop("Model" + std::to_string(i));
+        }
+        Module::Initialise();
+        inDatabase(FillStatement(sizes.rows));
+    });
+    const auto [ourSeconds, floorSeconds] = Alternate(
+        sizes.rounds, [] { InChild(Module::Initialise); },
+        [&] { InChild([&] { inDatabase("pragma integrity_check; vacuum; pragma integrity_check"); }); });
+    PrintRow("start on the rows, ms", ourSeconds * 1e3, floorSeconds * 1e3, ourSeconds / floorSeconds,
+             "<= 1.05");
+    std::printf("%-48s | %14.2f | %14s | %6s | %s\n", "  beside the checks, ms",
+                (ourSeconds - floorSeconds) * 1e3, "", "", "<= 50");
+}
+
+int CreateOnly(std::string_view side, uint32_t count) {
+    const ScratchDirectory scratch;
+    if (side == "module") {
+        const Module module(scratch, false);
+        module.Drop("Bench");
+        Module::Initialise();
+        CreateMany(count, 1, Module::Create);
+    } else {
+        RawCreator raw(scratch.File("raw.sqlite3"), false);
+        CreateMany(count, 1, [&raw](uint32_t i) { raw.Create(i); });
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && std::string_view(argv[1]) == "--creates") {
+        return CreateOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
+    }
+    const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
+    PrintHead();
+    for (const uint32_t threads : {1U, 4U}) {
+        for (const bool full : {false, true}) {
+            InChild([&] { BenchCreates(sizes, full, threads); });
+        }
+    }
+    InChild([&] { BenchPage(sizes); });
+    BenchStart(sizes);
+    return 0;
+}

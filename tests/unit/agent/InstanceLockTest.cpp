@@ -1,0 +1,65 @@
+#include "agent/InstanceLock.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/ScratchDirectory.h"
+
+namespace {
+
+class InstanceLockFile : public testing::Test {
+protected:
+    ScratchDirectory scratch_;
+    const LumString directory_{std::string_view(scratch_ / "")};
+    LumString error_;
+};
+
+TEST_F(InstanceLockFile, KeepsASecondOneOutAndNamesTheFirst) {
+    InstanceLock first;
+    InstanceLock second;
+    ASSERT_TRUE(first.Take(directory_, error_));
+    EXPECT_FALSE(second.Take(directory_, error_));
+    LumString expected;
+    expected.Printf("Another agent (process %d) is running on the data directory %S", ::getpid(), directory_);
+    EXPECT_EQ(error_, expected.GetString());
+}
+
+TEST_F(InstanceLockFile, IsFreeAgainOnceItsHolderIsGone) {
+    {
+        InstanceLock first;
+        ASSERT_TRUE(first.Take(directory_, error_));
+    }
+    scratch_.Write("agent.lock", "123456789\n");
+    InstanceLock second;
+    EXPECT_TRUE(second.Take(directory_, error_));
+    EXPECT_EQ(ReadWholeFile(scratch_ / "agent.lock"), std::to_string(::getpid()) + "\n");
+}
+
+TEST_F(InstanceLockFile, IsForTheOwnerAlone) {
+    InstanceLock lock;
+    ASSERT_TRUE(lock.Take(directory_, error_));
+    struct stat status = {};
+    ASSERT_EQ(::stat((scratch_ / "agent.lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(InstanceLockFile, SaysWhyItsFileCannotBeOpened) {
+    InstanceLock lock;
+    std::filesystem::create_directory(scratch_ / "agent.lock");
+    EXPECT_FALSE(lock.Take(directory_, error_));
+    EXPECT_EQ(error_, ("Cannot open " + (scratch_ / "/agent.lock") + ": Is a directory").c_str());
+}
+
+TEST_F(InstanceLockFile, DoesNotFollowALink) {
+    InstanceLock lock;
+    scratch_.Write("other", "kept");
+    std::filesystem::create_symlink(scratch_ / "other", scratch_ / "agent.lock");
+    EXPECT_FALSE(lock.Take(directory_, error_));
+    EXPECT_EQ(ReadWholeFile(scratch_ / "other"), "kept");
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#include "agent/ServiceManager.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+#include "agent/FileDescriptor.h"
+#include "support/ScratchDirectory.h"
+
+namespace {
+
+/// A service manager's end of the conversation.
+class ServiceManagerSocket : public testing::Test {
+protected:
+    ~ServiceManagerSocket() override { ::unsetenv("NOTIFY_SOCKET"); }
+
+    void Listen(const std::string& name) {
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, name.data(), name.size());
+        if (name[0] == '@') {
+            address.sun_path[0] = '\0';
+        }
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+        ASSERT_EQ(::bind(socket_.Get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
+        ::setenv("NOTIFY_SOCKET", name.c_str(), 1);
+    }
+    [[nodiscard]] std::string Receive() const {
+        char buffer[64];
+        const ssize_t length = ::recv(socket_.Get(), buffer, sizeof(buffer), MSG_DONTWAIT);
+        return length < 0 ? "nothing" : std::string(buffer, static_cast<std::size_t>(length));
+    }
+
+    ScratchDirectory scratch_;
+    FileDescriptor socket_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+TEST_F(ServiceManagerSocket, HearsOfTheState) {
+    Listen(scratch_ / "notify");
+    NotifyServiceManager("READY=1");
+    EXPECT_EQ(Receive(), "READY=1");
+}
+
+TEST_F(ServiceManagerSocket, MayHaveAnAbstractAddress) {
+    Listen("@lum" + (scratch_ / "notify"));
+    NotifyServiceManager("STOPPING=1");
+    EXPECT_EQ(Receive(), "STOPPING=1");
+}
+
+TEST_F(ServiceManagerSocket, IsNotNeeded) {
+    NotifyServiceManager("READY=1");
+    for (const std::string& wrong : {std::string("relative"), std::string(), "/" + std::string(200, 'x'),
+                                     scratch_ / "nobody"}) {
+        ::setenv("NOTIFY_SOCKET", wrong.c_str(), 1);
+        NotifyServiceManager("READY=1");
+    }
+}
+
+}  // namespace
