@@ -1,0 +1,342 @@
+// What the database pool costs beside SQLite's own interface: the same statements on the same table with the
+// same settings, in turns, as medians.
+//
+//     DatabaseBench [--tiny]               prints the table
+//     DatabaseBench --inserts pool|text N  runs N inserts and nothing else, to be counted under callgrind
+
+#include <malloc.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "host/lum/Database.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumMutex.h"
+
+namespace {
+
+struct Sizes {
+    int rounds;
+    uint32_t inserts;      // in one round, normal
+    uint32_t fullInserts;  // in one round, full
+    uint32_t rows;         // of the result that is buffered
+};
+
+constexpr Sizes kUsual{5, 20000, 2000, 1000000};
+constexpr Sizes kTiny{1, 50, 5, 500};
+
+constexpr const char* kCreateTable =
+    "CREATE TABLE Event_Bench (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, E_DeviceId "
+    "INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, C_Application TEXT, C_Count INTEGER, C_Seconds FLOAT, "
+    "C_Remote BOOLEAN, C_User TEXT);"
+    "CREATE INDEX Ix_Event_Bench_Date ON Event_Bench (E_Date);"
+    "CREATE INDEX Ix_Event_Bench_DeviceID ON Event_Bench (E_DeviceID);"
+    "CREATE INDEX Ix_Event_Bench_GroupID ON Event_Bench (E_GroupID);";
+
+constexpr const char* kSelectRows =
+    "SELECT E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, C_Seconds, C_Remote, C_User "
+    "FROM Event_Bench";
+
+[[noreturn]] void Fail(const std::string& what) {
+    std::fprintf(stderr, "DatabaseBench: %s\n", what.c_str());
+    std::exit(1);
+}
+
+void Check(int status, int expected, sqlite3* database) {
+    if (status != expected) {
+        Fail(sqlite3_errmsg(database));
+    }
+}
+
+/// The text of the event of that number, as the module writes it.
+void WriteInsert(LumString& sql, uint32_t number) {
+    sql.Printf(
+        "INSERT INTO Event_Bench (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, "
+        "C_Seconds, C_Remote, C_User) VALUES (%u, 7200, %u, %u, 'program-%u', %u, '%f', %u, 'user%u');",
+        1700000000 + number, number % 50, number % 7, 1000 + number % 1000, number % 100000,
+        static_cast<double>(number) / 8.0, number % 2, number % 1000);
+}
+
+/// A directory that goes with the process.
+class ScratchDirectory {
+public:
+    ScratchDirectory() {
+        std::string name = (std::filesystem::temp_directory_path() / "lum-bench-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            Fail("no temporary directory");
+        }
+        path_ = name;
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+    ~ScratchDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    [[nodiscard]] std::string File(const std::string& name) const { return (path_ / name).string(); }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// SQLite as it comes: what the pool is measured against.
+class RawDatabase {
+public:
+    RawDatabase(const std::string& path, DBSynchronous synchronous) {
+        const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+        Check(sqlite3_open_v2(path.c_str(), &database_, flags, nullptr), SQLITE_OK, database_);
+        Execute("PRAGMA journal_mode = WAL");
+        Execute(synchronous == DBSynchronous::kFull ? "PRAGMA synchronous = FULL"
+                                                    : "PRAGMA synchronous = NORMAL");
+    }
+    RawDatabase(const RawDatabase&) = delete;
+    RawDatabase& operator=(const RawDatabase&) = delete;
+    ~RawDatabase() { sqlite3_close(database_); }
+
+    void Execute(const char* sql) {
+        Check(sqlite3_exec(database_, sql, nullptr, nullptr, nullptr), SQLITE_OK, database_);
+    }
+
+    void Insert(const LumString& sql) {
+        const LumMutexLock lock(mutex_);
+        sqlite3_stmt* statement = Prepare(sql.GetString());
+        Check(sqlite3_step(statement), SQLITE_DONE, database_);
+        sqlite3_finalize(statement);
+    }
+
+    [[nodiscard]] sqlite3_stmt* Prepare(const char* sql) {
+        sqlite3_stmt* statement = nullptr;
+        Check(sqlite3_prepare_v2(database_, sql, -1, &statement, nullptr), SQLITE_OK, database_);
+        return statement;
+    }
+
+private:
+    sqlite3* database_ = nullptr;
+    LumMutex mutex_;
+};
+
+/// The pool as the module uses it: a lock, a connection, a statement.
+class PoolDatabase {
+public:
+    PoolDatabase(const std::string& path, DBSynchronous synchronous) {
+        DBConnectionPool::SetSynchronous(synchronous);
+        pool_.SetDebug(debug_);
+        pool_.SetSerialConnections(true);
+        if (!pool_.SetDatabase("SQLITE23", "", LumString(std::string_view(path)), "", "", 0)) {
+            Fail("no database");
+        }
+    }
+
+    void Insert(const LumString& sql) {
+        const LumMutexLock lock(mutex_);
+        DBConnection connection(pool_);
+        if (connection.Query(sql) == nullptr) {
+            Fail("an insert failed");
+        }
+    }
+
+    [[nodiscard]] DBConnectionPool& Pool() { return pool_; }
+
+private:
+    LumDebug debug_{"DatabaseBench", "Benchmark of the database pool"};
+    DBConnectionPool pool_;
+    LumMutex mutex_;
+};
+
+double SecondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+double Median(std::vector<double> values) {
+    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
+                     values.end());
+    return values[values.size() / 2];
+}
+
+/// Seconds of `ours` and of `floor`, taken in turns.
+std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
+                                    const std::function<void()>& floor) {
+    std::vector<double> ourTimes;
+    std::vector<double> floorTimes;
+    for (int round = 0; round < rounds; ++round) {
+        ourTimes.push_back(SecondsOf(ours));
+        floorTimes.push_back(SecondsOf(floor));
+    }
+    return {Median(ourTimes), Median(floorTimes)};
+}
+
+void PrintHead() {
+    std::printf("%-40s | %14s | %14s | %6s | %s\n", "work", "ours", "floor", "ratio", "target");
+}
+
+void PrintRow(const std::string& work, double ours, double floor, double ratio, const char* target) {
+    std::printf("%-40s | %14.0f | %14.0f | %6.2f | %s\n", work.c_str(), ours, floor, ratio, target);
+}
+
+template <class Database>
+void InsertMany(Database& database, uint32_t count, uint32_t threads) {
+    const auto work = [&database, count, threads](uint32_t first) {
+        LumString sql;
+        for (uint32_t i = first; i < count; i += threads) {
+            WriteInsert(sql, i);
+            database.Insert(sql);
+        }
+    };
+    std::vector<std::thread> others;
+    for (uint32_t i = 1; i < threads; ++i) {
+        others.emplace_back(work, i);
+    }
+    work(0);
+    for (std::thread& other : others) {
+        other.join();
+    }
+}
+
+void BenchInserts(const ScratchDirectory& scratch, const Sizes& sizes, DBSynchronous synchronous,
+                  uint32_t threads) {
+    const bool full = synchronous == DBSynchronous::kFull;
+    const std::string name = std::string(full ? "full" : "normal") + std::to_string(threads);
+    const uint32_t count = full ? sizes.fullInserts : sizes.inserts;
+    for (const char* const side : {"pool", "raw"}) {
+        RawDatabase(scratch.File(name + side), synchronous).Execute(kCreateTable);
+    }
+    PoolDatabase pool(scratch.File(name + "pool"), synchronous);
+    RawDatabase raw(scratch.File(name + "raw"), synchronous);
+    const auto [ours, floor] = Alternate(
+        sizes.rounds, [&] { InsertMany(pool, count, threads); }, [&] { InsertMany(raw, count, threads); });
+    const std::string work = std::string("inserts a second, ") + (full ? "full, " : "normal, ") +
+                             std::to_string(threads) + (threads == 1 ? " thread" : " threads");
+    const char* const target = full || threads > 1 ? ">= 0.95" : ">= 1.10";
+    PrintRow(work, count / ours, count / floor, floor / ours, target);
+}
+
+/// All rows one after the other in one piece of memory, eight bytes a number, texts with their length.
+class FlatArena {
+public:
+    explicit FlatArena(std::size_t bytes) : bytes_(std::make_unique_for_overwrite<char[]>(bytes)) {}
+
+    void Step(sqlite3_stmt* statement) {
+        std::size_t used = 0;
+        const int columns = sqlite3_column_count(statement);
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            for (int i = 0; i < columns; ++i) {
+                used += Copy(statement, i, bytes_.get() + used);
+            }
+        }
+    }
+
+private:
+    static std::size_t Copy(sqlite3_stmt* statement, int column, char* to) {
+        const int type = sqlite3_column_type(statement, column);
+        if (type == SQLITE_INTEGER) {
+            const int64_t number = sqlite3_column_int64(statement, column);
+            std::memcpy(to, &number, sizeof(number));
+            return sizeof(number);
+        }
+        if (type == SQLITE_FLOAT) {
+            const double number = sqlite3_column_double(statement, column);
+            std::memcpy(to, &number, sizeof(number));
+            return sizeof(number);
+        }
+        const unsigned char* const text = sqlite3_column_text(statement, column);
+        const auto length = static_cast<uint32_t>(sqlite3_column_bytes(statement, column));
+        std::memcpy(to, &length, sizeof(length));
+        std::copy_n(text, length, to + sizeof(length));
+        return sizeof(length) + length;
+    }
+
+    std::unique_ptr<char[]> bytes_;
+};
+
+std::size_t AllocatedBytes() {
+    const auto info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+void FillTable(const std::string& path, uint32_t rows) {
+    RawDatabase raw(path, DBSynchronous::kNormal);
+    raw.Execute(kCreateTable);
+    LumString sql;
+    sql.Printf(
+        "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i + 1 < %u) INSERT INTO "
+        "Event_Bench SELECT NULL, 1700000000 + i, 7200, i %% 50, i %% 7, 'program-' || (1000 + i %% 1000), "
+        "i %% 100000, i / 8.0, i %% 2, 'user' || (i %% 1000) FROM n",
+        rows);
+    raw.Execute(sql.GetString());
+}
+
+void BenchResult(const ScratchDirectory& scratch, const Sizes& sizes) {
+    const std::string path = scratch.File("rows");
+    FillTable(path, sizes.rows);
+    PoolDatabase pool(path, DBSynchronous::kNormal);
+    RawDatabase raw(path, DBSynchronous::kNormal);
+    double bytes = 0;
+    const auto buffer = [&] {
+        DBConnection connection(pool.Pool());
+        const std::size_t before = AllocatedBytes();
+        const GenSqlResult* const result = connection.Query(kSelectRows);
+        if (result == nullptr || result->GetRowCount() != sizes.rows) {
+            Fail("rows are missing");
+        }
+        bytes = static_cast<double>(AllocatedBytes() - before);
+    };
+    const auto step = [&] {
+        FlatArena arena(std::size_t{sizes.rows} * 128);
+        sqlite3_stmt* statement = raw.Prepare(kSelectRows);
+        arena.Step(statement);
+        sqlite3_finalize(statement);
+    };
+    const auto [ours, floor] = Alternate(sizes.rounds, buffer, step);
+    PrintRow("rows buffered a second, 9 columns", sizes.rows / ours, sizes.rows / floor, floor / ours,
+             ">= 0.75");
+    std::printf("%-40s | %14.1f | %14s | %6s | %s\n", "bytes a buffered row", bytes / sizes.rows, "", "",
+                "<= 115");
+}
+
+int InsertOnly(std::string_view side, uint32_t count) {
+    const ScratchDirectory scratch;
+    const std::string path = scratch.File("inserts");
+    RawDatabase(path, DBSynchronous::kNormal).Execute(kCreateTable);
+    if (side == "pool") {
+        PoolDatabase pool(path, DBSynchronous::kNormal);
+        InsertMany(pool, count, 1);
+    } else {
+        RawDatabase raw(path, DBSynchronous::kNormal);
+        InsertMany(raw, count, 1);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && std::string_view(argv[1]) == "--inserts") {
+        return InsertOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
+    }
+    const Sizes& sizes = argc > 1 && std::string_view(argv[1]) == "--tiny" ? kTiny : kUsual;
+    const ScratchDirectory scratch;
+    PrintHead();
+    for (const uint32_t threads : {1U, 4U}) {
+        BenchInserts(scratch, sizes, DBSynchronous::kNormal, threads);
+        BenchInserts(scratch, sizes, DBSynchronous::kFull, threads);
+    }
+    BenchResult(scratch, sizes);
+    return 0;
+}
