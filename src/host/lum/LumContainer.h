@@ -16,10 +16,17 @@ inline constexpr uint32_t kLumSingleValue = 0xFFFFFFFF;
 /// is 1.
 inline constexpr uint32_t kLumMaxContainerDepth = 32;
 
+class LumContainerContent;
+
+/// Gives one reference to a content back.
+struct LumContainerRelease {
+    void operator()(LumContainerContent* content) const noexcept;
+};
+
 /// A tree of named values. A name holds either one single value or a list of values at positions 0, 1, 2,
 /// ...; a position of a list may be empty. A value is a text, a 32-bit integer (one kind: the signed and the
-/// unsigned accessors read the same 32 bits), a bool, a double or a container. Names are walked in the order
-/// in which they were first set.
+/// unsigned accessors read the same 32 bits, and it is written out with the sign of the one that set it), a
+/// bool, a double or a container. Names are walked in the order in which they were first set.
 ///
 /// A copy is deep: no change of one shows in the other. (Copies share what neither has changed, so making one
 /// costs next to nothing.) A moved-from container is empty. An object belongs to one thread at a time;
@@ -42,7 +49,8 @@ public:
     LumContainer& operator=(LumContainer&& other) noexcept;
     ~LumContainer();
 
-    /// Removes every name.
+    /// Removes every name. The memory is kept where it is worth it, so that one object can be filled again
+    /// and again.
     void Clear();
     /// Removes `name` with all its values; nothing where there is none.
     void ClearName(const LumString& name);
@@ -86,7 +94,8 @@ public:
     bool SetContainer(const LumString& name, const LumContainer& value, uint32_t index = kLumSingleValue);
     bool SetContainer(const LumString& name, LumContainer&& value, uint32_t index = kLumSingleValue);
 
-    /// Same names in the same order with the same values at the same places.
+    /// Same names in the same order with the same values at the same places; two doubles that are no number
+    /// count as the same.
     [[nodiscard]] bool operator==(const LumContainer& other) const;
 
     /// Writes the container file (docs/file-formats.md) into a new file of the temporary directory, mode
@@ -116,15 +125,16 @@ public:
     [[nodiscard]] bool FromJson(std::string_view json, LumString& error);
 
 private:
-    struct Value;
-    struct Entry;
-    struct Content;
-    friend class LumContainerWriter;
+    using ContentRef = std::unique_ptr<LumContainerContent, LumContainerRelease>;
 
-    [[nodiscard]] const Value* Find(const LumString& name, uint32_t index) const;
-    [[nodiscard]] Value* Place(const LumString& name, uint32_t index);
-    Content& Own();
+    /// Makes the content this object's own, as every change must. Returns what it took the place of: names
+    /// and values that the caller passed may lie in there.
+    [[nodiscard]] ContentRef Own();
+    template <class Value>
+    bool Set(const LumString& name, uint32_t index, const Value& value);
+    template <class Value>
+    bool SetAnywhere(const LumString& name, uint32_t index, const Value& value);
 
-    std::shared_ptr<Content> content_;
+    ContentRef content_;
     uint32_t walked_ = 0;
 };

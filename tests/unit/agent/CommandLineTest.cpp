@@ -1,10 +1,9 @@
-#include "agent/CommandLine.h"
-
-#include <gtest/gtest.h>
-
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "agent/CommandLine.h"
 #include "support/AgentProcess.h"
 
 namespace {
@@ -34,8 +33,8 @@ TEST_F(CommandLineWords, LooksForModulesBesideTheDirectoryOfTheBinary) {
 }
 
 TEST_F(CommandLineWords, ReadsEveryOption) {
-    EXPECT_EQ(Read({"--config-dir", "c", "--data-dir", "d", "--module-dir", "m", "--socket", "s", "--log-level",
-                    "warning"}),
+    EXPECT_EQ(Read({"--config-dir", "c", "--data-dir", "d", "--module-dir", "m", "--socket", "s",
+                    "--log-level", "warning"}),
               std::nullopt);
     EXPECT_EQ(commandLine_.moduleDirectory, "m");
     EXPECT_EQ(commandLine_.socketPath, "s");

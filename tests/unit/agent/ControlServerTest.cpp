@@ -1,7 +1,3 @@
-#include "agent/ControlServer.h"
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <memory>
@@ -10,6 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "agent/ControlServer.h"
 #include "agent/ControlSocket.h"
 #include "support/CapturedLog.h"
 #include "support/HttpClient.h"
@@ -37,7 +36,8 @@ protected:
             },
             debug_);
         LumString error;
-        ASSERT_TRUE(socket_.Open(LumString(std::string_view(path_)), std::nullopt, error)) << error.GetString();
+        ASSERT_TRUE(socket_.Open(LumString(std::string_view(path_)), std::nullopt, error))
+            << error.GetString();
         ASSERT_TRUE(server_->Start(socket_.ReleaseListener()));
     }
 
@@ -107,8 +107,9 @@ TEST_F(Server, AnswersPipelinedRequestsInTheirOrder) {
     for (int i = 0; i < 20; ++i) {
         const std::string body(static_cast<std::size_t>(i), 'b');
         requests += i % 2 == 0 ? "GET /" + std::to_string(i) + " HTTP/1.1\r\nHost: a\r\n\r\n"
-                               : "POST /" + std::to_string(i) + " HTTP/1.1\r\nHost: a\r\nContent-Length: " +
-                                     std::to_string(i) + "\r\n\r\n" + body;
+                               : "POST /" + std::to_string(i) +
+                                     " HTTP/1.1\r\nHost: a\r\nContent-Length: " + std::to_string(i) +
+                                     "\r\n\r\n" + body;
     }
     ASSERT_TRUE(client.Send(requests));
     client.EndSending();
@@ -148,8 +149,9 @@ TEST_F(Server, AnswersHeadWithoutABody) {
 TEST_F(Server, TakesABodyInChunks) {
     Start();
     HttpClient client = Connect();
-    ASSERT_TRUE(client.Send("POST /a HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n"
-                            "3\r\nabc\r\n10;x=y\r\n0123456789abcdef\r\n0\r\n\r\n"));
+    ASSERT_TRUE(
+        client.Send("POST /a HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n"
+                    "3\r\nabc\r\n10;x=y\r\n0123456789abcdef\r\n0\r\n\r\n"));
     EXPECT_EQ(client.ReadReply().body, "POST /a 19");
 }
 
@@ -192,7 +194,8 @@ TEST_F(Server, CountsABodyInChunks) {
 TEST_F(Server, AsksForABodyThatWaitsForIt) {
     Start();
     HttpClient client = Connect();
-    const std::string header = "POST /a HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 3\r\n\r\n";
+    const std::string header =
+        "POST /a HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 3\r\n\r\n";
     ASSERT_TRUE(client.Send(header));
     EXPECT_EQ(client.ReadReply(false).status, 100);
     ASSERT_TRUE(client.Send("abc"));
@@ -208,7 +211,8 @@ TEST_F(Server, AsksForABodyThatWaitsForIt) {
 TEST_F(Server, RefusesATooLongBodyInsteadOfAskingForIt) {
     Start();
     HttpClient client = Connect();
-    ASSERT_TRUE(client.Send("POST /a HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 99999999\r\n\r\n"));
+    ASSERT_TRUE(client.Send(
+        "POST /a HTTP/1.1\r\nHost: a\r\nExpect: 100-continue\r\nContent-Length: 99999999\r\n\r\n"));
     EXPECT_EQ(client.ReadReply().status, 413);
 }
 
@@ -224,7 +228,8 @@ TEST_F(Server, RefusesWhatIsNoHttp) {
         client.Send(request);
         const HttpReply reply = client.ReadReply();
         EXPECT_EQ(reply.status, 400) << request.substr(0, 60);
-        EXPECT_EQ(reply.body.find(R"({"error":"The request is no HTTP that can be read: )"), 0U) << reply.body;
+        EXPECT_EQ(reply.body.find(R"({"error":"The request is no HTTP that can be read: )"), 0U)
+            << reply.body;
         EXPECT_TRUE(client.WaitForEnd());
     }
 }

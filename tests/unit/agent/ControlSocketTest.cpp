@@ -1,11 +1,3 @@
-#include "agent/ControlSocket.h"
-
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +5,13 @@
 #include <string>
 #include <thread>
 
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "agent/ControlSocket.h"
 #include "support/HttpClient.h"
 #include "support/ScratchDirectory.h"
 

@@ -1,12 +1,11 @@
-#include "agent/InstanceLock.h"
+#include <filesystem>
+#include <string>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <string>
-
+#include "agent/InstanceLock.h"
 #include "support/ScratchDirectory.h"
 
 namespace {

@@ -1,11 +1,10 @@
-#include "agent/ModuleHost.h"
+#include <filesystem>
+#include <string>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <string>
-
+#include "agent/ModuleHost.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "support/AgentProcess.h"
@@ -121,7 +120,8 @@ TEST_F(ModuleHostFiles, RefusesANameOrAFileTwice) {
 
 TEST_F(ModuleHostFiles, LeavesNothingOfAModuleThatFails) {
     EXPECT_FALSE(Load("Refusing", "Refusing.so"));
-    ExpectRefusal("Refusing", BinaryDirectory() + "/../test_modules/Refusing.so", "command 3 was answered with 7");
+    ExpectRefusal("Refusing", BinaryDirectory() + "/../test_modules/Refusing.so",
+                  "command 3 was answered with 7");
     EXPECT_FALSE(Load("Throwing", "Throwing.so"));
     ExpectRefusal("Throwing", BinaryDirectory() + "/../test_modules/Throwing.so",
                   "command 4 ended with an exception: no threads today");

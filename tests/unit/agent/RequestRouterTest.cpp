@@ -1,9 +1,8 @@
-#include "agent/RequestRouter.h"
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include <string>
-
+#include "agent/RequestRouter.h"
 #include "host/core/ActionDb.h"
 #include "support/CapturedLog.h"
 
@@ -36,7 +35,8 @@ protected:
 
     CapturedLog log_;
     LumAgentHandle handle_{"Tester"};
-    std::vector<ModuleInfo> modules_{{"Tester", "/m/Tester.so", "A \"tester\"", "1.0"}, {"Other", "/m/O.so", "", ""}};
+    std::vector<ModuleInfo> modules_{{"Tester", "/m/Tester.so", "A \"tester\"", "1.0"},
+                                     {"Other", "/m/O.so", "", ""}};
 };
 
 TEST_F(RequestRouter, SaysThatItIsHealthy) {
@@ -62,12 +62,15 @@ TEST_F(RequestRouter, ListsNoModulesAsAnEmptyArray) {
 TEST_F(RequestRouter, ListsActionsInOrderOfRegistration) {
     const HttpAnswer answer = Route("GET", "/actions");
     EXPECT_EQ(answer.status, 200U);
-    EXPECT_EQ(answer.body, R"([{"name":"Back","signature":"Back (container Values)","module":"Tester"},)"
-                           R"({"name":"A+b/c","signature":"A+b/c ()","module":"Tester"}])");
+    EXPECT_EQ(answer.body, R"([{"name":"Back","signature":"Back (container Values)","module":"Tester"
+},)"
+                           R"({"name":"A+b/c","signature":"A+b/c ()","module":"Tester"
+}])");
 }
 
 TEST_F(RequestRouter, AnswersAnActionWithItsStatusAndContainer) {
-    const HttpAnswer answer = Route("POST", "/actions/Back", R"({"Status":-1,"List":["a",null,"b"],"Zero":0.0})");
+    const HttpAnswer answer =
+        Route("POST", "/actions/Back", R"({"Status":-1,"List":["a",null,"b"],"Zero":0.0})");
     EXPECT_EQ(answer.status, 200U);
     EXPECT_EQ(answer.body,
               R"({"status":4294967295,"container":{"Status":-1,"List":["a",null,"b"],"Zero":0.0}})");
@@ -126,21 +129,28 @@ TEST_F(RequestRouter, SaysWhichMethodsAPathTakes) {
         const char* method;
         const char* target;
         const char* allow;
-    } cases[] = {{"POST", "/health", "GET"},         {"POST", "/modules", "GET"},
-                 {"POST", "/actions", "GET"},        {"GET", "/actions/Back", "POST"},
-                 {"PUT", "/actions/Back", "GET, POST"}, {"HEAD", "/health", "GET, POST"},
-                 {"OPTIONS", "*", "GET, POST"},      {"DELETE", "/nothing", "GET, POST"}};
+    } cases[] = {{"POST", "/health", "GET"},
+                 {"POST", "/modules", "GET"},
+                 {"POST", "/actions", "GET"},
+                 {"GET", "/actions/Back", "POST"},
+                 {"PUT", "/actions/Back", "GET, POST"},
+                 {"HEAD", "/health", "GET, POST"},
+                 {"OPTIONS", "*", "GET, POST"},
+                 {"DELETE", "/nothing", "GET, POST"}};
     for (const auto& test : cases) {
         const HttpAnswer answer = Route(test.method, test.target);
-        ExpectError(answer, 405,
-                    "The method " + std::string(test.method) + " is not allowed here, only " + test.allow + ".");
+        ExpectError(
+            answer, 405,
+            "The method " + std::string(test.method) + " is not allowed here, only " + test.allow + ".");
         EXPECT_EQ(answer.allow, test.allow) << test.method << test.target;
     }
 }
 
 TEST_F(RequestRouter, AnswersAnActionThatThrowsWithStatusOne) {
-    ActionDbRegisterAction("Throw ()", [](LumContainer*) -> uint32_t { throw 1; }, &handle_);
-    EXPECT_EQ(Route("POST", "/actions/Throw", R"({"a":true})").body, R"({"status":1,"container":{"a":true}})");
+    ActionDbRegisterAction(
+        "Throw ()", [](LumContainer*) -> uint32_t { throw 1; }, &handle_);
+    EXPECT_EQ(Route("POST", "/actions/Throw", R"({"a":true})").body,
+              R"({"status":1,"container":{"a":true}})");
 }
 
 TEST_F(RequestRouter, TellsRequestsThatRunActions) {

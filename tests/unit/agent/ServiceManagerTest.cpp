@@ -1,15 +1,14 @@
-#include "agent/ServiceManager.h"
+#include <cstddef>
+#include <cstring>
+#include <string>
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <cstddef>
-#include <cstring>
-#include <string>
-
 #include "agent/FileDescriptor.h"
+#include "agent/ServiceManager.h"
 #include "support/ScratchDirectory.h"
 
 namespace {
@@ -54,8 +53,8 @@ TEST_F(ServiceManagerSocket, MayHaveAnAbstractAddress) {
 
 TEST_F(ServiceManagerSocket, IsNotNeeded) {
     NotifyServiceManager("READY=1");
-    for (const std::string& wrong : {std::string("relative"), std::string(), "/" + std::string(200, 'x'),
-                                     scratch_ / "nobody"}) {
+    for (const std::string& wrong :
+         {std::string("relative"), std::string(), "/" + std::string(200, 'x'), scratch_ / "nobody"}) {
         ::setenv("NOTIFY_SOCKET", wrong.c_str(), 1);
         NotifyServiceManager("READY=1");
     }

@@ -1,10 +1,9 @@
-#include "agent/Settings.h"
+#include <string>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <string>
-
+#include "agent/Settings.h"
 #include "support/ScratchDirectory.h"
 
 namespace {
@@ -16,7 +15,8 @@ protected:
         return ReadAgain();
     }
     Settings ReadAgain() {
-        return ReadSettings(IniFile(LumString(std::string_view(scratch_ / "agent.ini"))), commandLine_, "/data/");
+        return ReadSettings(IniFile(LumString(std::string_view(scratch_ / "agent.ini"))), commandLine_,
+                            "/data/");
     }
 
     ScratchDirectory scratch_;
@@ -82,8 +82,9 @@ TEST_F(SettingsFile, WarnsOfEachValueThatDoesNotFitAndTakesTheDefault) {
     EXPECT_EQ(settings.logMaxFiles, 5U);
     ASSERT_EQ(settings.warnings.size(), 5U);
     const std::string file = scratch_ / "agent.ini";
-    EXPECT_EQ(settings.warnings[0],
-              (file + ": [Agent] LogLevel is trace, print, warning or error, not 'loud': taken as print").c_str());
+    EXPECT_EQ(
+        settings.warnings[0],
+        (file + ": [Agent] LogLevel is trace, print, warning or error, not 'loud': taken as print").c_str());
     EXPECT_EQ(settings.warnings[1],
               (file + ": [Agent] Threads is a number from 1 to 256, not '0': taken as 8").c_str());
 }
