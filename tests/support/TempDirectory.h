@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "host/lum/LumString.h"
+
+/// A directory of a test's own, deleted with everything in it at the end.
+class TempDirectory {
+public:
+    TempDirectory() {
+        std::string made = (std::filesystem::temp_directory_path() / "lum-test-XXXXXX").string();
+        if (mkdtemp(made.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory");
+        }
+        path_ = made;
+    }
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+    ~TempDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
+    /// The path of `name` in the directory.
+    [[nodiscard]] LumString At(std::string_view name) const {
+        return LumString((path_ / std::filesystem::path(name)).string());
+    }
+
+    void Write(std::string_view name, std::string_view content) const {
+        std::ofstream(path_ / std::filesystem::path(name), std::ios::binary) << content;
+    }
+    [[nodiscard]] std::string Read(std::string_view name) const {
+        std::ifstream file(path_ / std::filesystem::path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    void MakeDirectory(std::string_view name) const {
+        std::filesystem::create_directories(path_ / std::filesystem::path(name));
+    }
+    [[nodiscard]] bool Has(std::string_view name) const {
+        return std::filesystem::exists(std::filesystem::symlink_status(path_ / std::filesystem::path(name)));
+    }
+    /// How many entries the directory itself has.
+    [[nodiscard]] std::size_t CountEntries() const {
+        const std::filesystem::directory_iterator entries(path_);
+        return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+    }
+
+private:
+    std::filesystem::path path_;
+};
