@@ -1,0 +1,136 @@
+#include "filestore/ModuleMain.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "filestore/Outbox.h"
+#include "host/core/ActionDb.h"
+#include "host/core/FileStoreAction.h"
+#include "host/core/LumAgent.h"
+#include "host/core/ModuleInterface.h"
+#include "host/lum/LumContainer.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumTime.h"
+
+namespace {
+
+constexpr uint32_t kActionDone = 0;
+constexpr uint32_t kActionRefused = 13;
+
+constexpr char kVersion[] = "1.0.0";
+
+LumDebug StoreDebug("FileStore", "File store module (FileStoreModule)");
+Outbox StoreOutbox;
+
+/// Reads what is there; a field that is missing or of another kind stays as ReceivedFile has it.
+ReceivedFile ReadRequest(const LumContainer& container) {
+    ReceivedFile file;
+    static_cast<void>(container.GetString(kFileStoreMovePath, file.movePath));
+    static_cast<void>(container.GetString(kFileStoreFileType, file.fileType));
+    static_cast<void>(container.GetString(kFileStoreFileLabel, file.fileLabel));
+    static_cast<void>(container.GetString(kFileStoreFileName, file.fileName));
+    static_cast<void>(container.GetString(kFileStoreFileChecksum, file.fileChecksum));
+    static_cast<void>(container.GetBool(kFileStoreUpstream, file.upstream));
+    int32_t priority = 0;
+    if (container.GetInt32(kFileStorePriority, priority)) {
+        file.priority = priority;
+    }
+    return file;
+}
+
+uint32_t ActionHandler_FileStoreReceiveFile(LumContainer* container) {
+    constexpr std::string_view kRoutine = "ActionHandler_FileStoreReceiveFile";
+    StoreDebug.TraceWithNL("%S: Entering", kRoutine);
+    if (container == nullptr) {
+        return kActionRefused;
+    }
+    const ReceivedFile file = ReadRequest(*container);
+    if (file.movePath.IsEmpty()) {
+        StoreDebug.ErrorWithNL("%S: Failed to get the path of the file to move", kRoutine);
+        return kActionRefused;
+    }
+    LumString storedPath;
+    LumString error;
+    if (!StoreOutbox.Receive(file, storedPath, error)) {
+        StoreDebug.ErrorWithNL("%S: Failed to receive file, %S", kRoutine, error);
+        return kActionRefused;
+    }
+    if (!error.IsEmpty()) {
+        StoreDebug.WarningWithNL("%S: %S", kRoutine, error);
+    }
+    StoreDebug.TraceWithNL("%S: File '%S' has been received with success", kRoutine, storedPath);
+    container->Clear();
+    return kActionDone;
+}
+
+/// One line for all files of a kind that were found, however many they are.
+void WarnOfLeftOvers(const std::vector<std::string>& names, std::string_view what) {
+    if (!names.empty()) {
+        StoreDebug.WarningWithNL("%S: Files without a description in the outbox: %u, the first is '%s'; %S",
+                                 std::string_view("StoreInitialise"), static_cast<uint32_t>(names.size()),
+                                 names.front().c_str(), what);
+    }
+}
+
+void StoreRegister(void* agentHandle) {
+    StoreDebug.SetContext(LumAgentGetDebugContext(agentHandle));
+    StoreDebug.TraceWithNL("Module Register starting");
+    // A registration that is refused is told by the registry itself.
+    ActionDbRegisterAction(kFileStoreSignature, ActionHandler_FileStoreReceiveFile, agentHandle);
+}
+
+void StoreInitialise() {
+    constexpr std::string_view kRoutine = "StoreInitialise";
+    StoreDebug.TraceWithNL("%S: Entering", kRoutine);
+    LumString base;
+    LumAgentGetDataDir(base);
+    base += "FileStore";
+    Outbox::LeftOvers leftOvers;
+    LumString error;
+    if (!StoreOutbox.Open(base + "/outbox", base + "/next-number", leftOvers, error)) {
+        StoreDebug.ErrorWithNL("%S: Failed to open the outbox, %S", kRoutine, error);
+    }
+    WarnOfLeftOvers(leftOvers.completed, "they were given one from their names");
+    WarnOfLeftOvers(leftOvers.unknown, "they were left as they are");
+    for (const LumString& failure : leftOvers.errors) {
+        StoreDebug.WarningWithNL("%S: %S", kRoutine, failure);
+    }
+}
+
+/// Copies `text` into a buffer of kLumModuleTextLength wide characters.
+void Answer(const LumString& text, void* buffer) {
+    const std::wstring_view wide(text.GetTCHAR());
+    auto* const out = static_cast<wchar_t*>(buffer);
+    const std::size_t length = std::min<std::size_t>(wide.size(), kLumModuleTextLength - 1);
+    std::copy_n(wide.begin(), length, out);
+    out[length] = L'\0';
+}
+
+}  // namespace
+
+uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
+    switch (static_cast<LumModuleCommand>(command)) {
+        case LumModuleCommand::kRegister:
+            StoreRegister(pointer);
+            return kLumModuleDone;
+        case LumModuleCommand::kUnregister:
+            StoreDebug.TraceWithNL("Module Unregister starting");
+            return kLumModuleDone;
+        case LumModuleCommand::kInitialise:
+            StoreInitialise();
+            return kLumModuleDone;
+        case LumModuleCommand::kActivate:
+            return kLumModuleDone;
+        case LumModuleCommand::kCleanup:
+            StoreOutbox.Close();
+            return kLumModuleDone;
+        case LumModuleCommand::kGetDescription:
+            Answer(StoreDebug.GetDescription(), pointer);
+            return kLumModuleDone;
+        case LumModuleCommand::kGetVersion:
+            Answer(LumString(kVersion), pointer);
+            return kLumModuleDone;
+    }
+    return kLumModuleUnknownCommand;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+
+#include "host/lum/LumMutex.h"
+#include "host/lum/LumString.h"
+#include "host/lum/LumThreadSafety.h"
+
+/// A number that only ever grows, across restarts and crashes, at the cost of one small write in kBlock
+/// calls: a file holds the end of the block that numbers are taken from, and is written before the first of
+/// them is given out. After a crash the rest of a block is skipped. Next may be called from any thread.
+class RunningNumber {
+public:
+    static constexpr uint64_t kBlock = 1000;
+
+    /// Goes on behind what the file at `path` holds, and never below `lowest`. False, with what is wrong in
+    /// `error`, where the file cannot be understood; then `lowest` alone counts. A missing file is none.
+    bool Open(const LumString& path, uint64_t lowest, LumString& error);
+
+    /// False, with the reason in `error`, where a new block could not be written down.
+    [[nodiscard]] bool Next(uint64_t& number, LumString& error);
+
+    /// Writes down how far the numbers have come, so that none is skipped. A later Next begins a new block.
+    void Close();
+
+private:
+    LumMutex mutex_;
+    LumString path_ LUM_GUARDED_BY(mutex_);
+    uint64_t next_ LUM_GUARDED_BY(mutex_) = 1;
+    uint64_t end_ LUM_GUARDED_BY(mutex_) = 1;
+};
