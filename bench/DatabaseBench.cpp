@@ -4,10 +4,6 @@
 //     DatabaseBench [--tiny]               prints the table
 //     DatabaseBench --inserts pool|text N  runs N inserts and nothing else, to be counted under callgrind
 
-#include <malloc.h>
-#include <sqlite3.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -22,6 +18,10 @@
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include <malloc.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
 #include "host/lum/Database.h"
 #include "host/lum/LumDebug.h"

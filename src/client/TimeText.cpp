@@ -165,7 +165,7 @@ std::string FormatLocalTime(int64_t seconds) {
     std::array<char, 64> text{};
     const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &fields);
     const long offset = std::labs(fields.tm_gmtoff);
-    std::array<char, 16> zone{};
+    std::array<char, 40> zone{};
     static_cast<void>(std::snprintf(zone.data(), zone.size(), "%c%02ld:%02ld",  // always fits
                                     fields.tm_gmtoff < 0 ? '-' : '+', offset / kSecondsPerHour,
                                     offset % kSecondsPerHour / kSecondsPerMinute));

@@ -4,7 +4,6 @@
 #include <array>
 #include <vector>
 
-#include "events/Period.h"
 #include "host/lum/LumDebug.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
@@ -47,11 +46,11 @@ void AppendSelect(LumString& selects, const ModelParam_t& param) {
     }
 }
 
-void LogDone(const Model_t& model, bool aggregationEnabled) {
+void LogDone(const Model_t& model, bool aggregationEnabled, bool modelEnabled) {
     if (!aggregationEnabled) {
         ModuleDebug.TraceWithNL("%S: Aggregation is disabled, ignoring events for model '%S'", kRoutine,
                                 model.GetName());
-    } else if (!model.IsEnabled()) {
+    } else if (!modelEnabled) {
         ModuleDebug.TraceWithNL("%S: Ignoring events for disabled model '%S'", kRoutine, model.GetName());
     } else {
         ModuleDebug.TraceWithNL("%S: Model '%S' has been aggregated into model '%S' with success", kRoutine,
@@ -130,11 +129,12 @@ bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint
         return true;
     }
     const bool aggregationEnabled = AggregationEnabled.load(std::memory_order_relaxed);
+    const bool modelEnabled = model->IsEnabled();
     std::vector<LumString> statements(1);
     statements[0].Printf(
         "UPDATE RegisteredModel SET RM_LastAggregationTimestamp = %ld WHERE RM_ModelName = '%S';",
         int64_t{window->end}, name);
-    if (aggregationEnabled && model->IsEnabled()) {
+    if (aggregationEnabled && modelEnabled) {
         statements.push_back(BuildAggregation(*model, *window));
     }
     DatabaseScope scope(kRoutine);
@@ -151,6 +151,6 @@ bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint
                                 model->GetSource(), name);
         return false;
     }
-    LogDone(*model, aggregationEnabled);
+    LogDone(*model, aggregationEnabled, modelEnabled);
     return true;
 }

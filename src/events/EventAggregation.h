@@ -5,14 +5,9 @@
 #include <optional>
 #include <string_view>
 
+#include "events/Period.h"
 #include "host/lum/LumString.h"
 #include "model/Model.h"
-
-/// A span of time, `end` not included; seconds since 1970 UTC.
-struct EventWindow {
-    int32_t start;
-    int32_t end;
-};
 
 /// What an aggregation task covers: both ends cut to the start of their period, the start never before
 /// `last`, up to which the model has been aggregated. Nothing where that leaves no time.

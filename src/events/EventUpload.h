@@ -2,28 +2,53 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <vector>
 
+#include "events/Period.h"
 #include "host/lum/Database.h"
 #include "host/lum/LumContainer.h"
+#include "host/lum/LumString.h"
 #include "model/Model.h"
+#include "model/ParamTypes.h"
 
 /// How many events a file holds at most, so that a backlog becomes many small files.
 inline constexpr uint32_t kUploadFileEvents = 100;
 
-/// What an upload file says of its model: name, checksum, and the names and types of its parameters.
-[[nodiscard]] LumContainer DescribeModel(const Model_t& model);
+/// What an upload task covers: from `start`, but never before `last`, up to which the model has been
+/// uploaded, to `end`, which for a scheduled upload is cut to the start of the period of `policy` that it
+/// lies in. Nothing where that end is not behind `last`.
+[[nodiscard]] std::optional<EventWindow> UploadWindow(Policy policy, int32_t start, int32_t end,
+                                                      bool scheduled, int32_t last);
 
-/// Fills `file` with `description` and up to kUploadFileEvents rows of `rows` from `first` on, and returns
-/// the number of rows it took. `rows` has the columns of the upload statement. Device and group ids are left
-/// out where all of them are 0.
-[[nodiscard]] uint32_t FillUploadFile(const Model_t& model, const LumContainer& description,
-                                      GenSqlResult& rows, uint32_t first, LumContainer& file);
+/// The statement that reads the events of `model` in `window`, in the order that UploadFiles expects of the
+/// columns. A constant text of its inputs.
+[[nodiscard]] LumString BuildUpload(const Model_t& model, EventWindow window);
+
+/// Turns the rows of the upload statement of one model into the contents of upload files.
+class UploadFiles {
+public:
+    explicit UploadFiles(const Model_t& model);
+
+    /// Fills `file` with the description of the model and up to kUploadFileEvents rows of `rows` from `first`
+    /// on, and returns the number of rows it took. Device and group ids are left out where all of them are 0.
+    [[nodiscard]] uint32_t Fill(GenSqlResult& rows, uint32_t first, LumContainer& file) const;
+
+private:
+    struct ParamColumn {
+        LumString name;
+        const ParamTypeTraits* traits;
+        uint32_t column;
+    };
+
+    LumContainer description_;
+    std::vector<ParamColumn> params_;
+};
 
 /// Sends the events of one model in a window of time (seconds since 1970 UTC, `end` not included) to the file
 /// store, in files of at most kUploadFileEvents, and moves the model's last upload time to the end of the
-/// window. A scheduled window ends at the start of the current period of the model's upload policy. With
-/// upload switched off, or the model disabled, the time moves all the same and the events are passed over for
-/// good.
+/// window. With upload switched off, or the model disabled, the time moves all the same and the events are
+/// passed over for good.
 ///
 /// The time is stored before the events are read and outside of a transaction, so each event is sent at most
 /// once even if the agent dies in between. True where the window was dealt with; false for null and where the

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "host/core/ActionFrame.h"
 #include "host/lum/LumDebug.h"

@@ -121,6 +121,7 @@ uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
             StoreInitialise();
             return kLumModuleDone;
         case LumModuleCommand::kActivate:
+        case LumModuleCommand::kAcknowledged:
             return kLumModuleDone;
         case LumModuleCommand::kCleanup:
             StoreOutbox.Close();

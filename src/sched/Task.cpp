@@ -20,7 +20,8 @@ bool PtrTaskQueue_t::Push(std::unique_ptr<Task_t> task) {
     if (task == nullptr) {
         return false;
     }
-    tasks_.AddEntry(task.release());
+    tasks_.AddEntry(task.get());
+    static_cast<void>(task.release());  // the list has it now
     return true;
 }
 

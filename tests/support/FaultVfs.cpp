@@ -1,13 +1,13 @@
 #include "support/FaultVfs.h"
 
-#include <sqlite3.h>
-
 #include <array>
 #include <csignal>
 #include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
+
+#include <sqlite3.h>
 
 namespace {
 
@@ -141,8 +141,7 @@ int Truncate(sqlite3_file* file, sqlite3_int64 size) {
 }
 
 int Sync(sqlite3_file* file, int flags) {
-    return Unless(Note(Call::kSync, file),
-                  [&] { return Inner(file)->pMethods->xSync(Inner(file), flags); });
+    return Unless(Note(Call::kSync, file), [&] { return Inner(file)->pMethods->xSync(Inner(file), flags); });
 }
 
 int FileSize(sqlite3_file* file, sqlite3_int64* size) {
@@ -150,8 +149,7 @@ int FileSize(sqlite3_file* file, sqlite3_int64* size) {
 }
 
 int Lock(sqlite3_file* file, int level) {
-    return Unless(Note(Call::kLock, file),
-                  [&] { return Inner(file)->pMethods->xLock(Inner(file), level); });
+    return Unless(Note(Call::kLock, file), [&] { return Inner(file)->pMethods->xLock(Inner(file), level); });
 }
 
 int Unlock(sqlite3_file* file, int level) {
@@ -175,9 +173,8 @@ int DeviceCharacteristics(sqlite3_file* file) {
 }
 
 int ShmMap(sqlite3_file* file, int region, int size, int extend, void volatile** memory) {
-    return Unless(Note(Call::kShmMap, file), [&] {
-        return Inner(file)->pMethods->xShmMap(Inner(file), region, size, extend, memory);
-    });
+    return Unless(Note(Call::kShmMap, file),
+                  [&] { return Inner(file)->pMethods->xShmMap(Inner(file), region, size, extend, memory); });
 }
 
 int ShmLock(sqlite3_file* file, int offset, int count, int flags) {
@@ -202,10 +199,25 @@ int Unfetch(sqlite3_file* file, sqlite3_int64 offset, void* memory) {
     return Inner(file)->pMethods->xUnfetch(Inner(file), offset, memory);
 }
 
-constexpr sqlite3_io_methods kMethods = {
-    3,       Close,      Read,    Write,           Truncate,    Sync,
-    FileSize, Lock,      Unlock,  CheckReservedLock, FileControl, SectorSize,
-    DeviceCharacteristics, ShmMap, ShmLock, ShmBarrier, ShmUnmap, Fetch, Unfetch};
+constexpr sqlite3_io_methods kMethods = {3,
+                                         Close,
+                                         Read,
+                                         Write,
+                                         Truncate,
+                                         Sync,
+                                         FileSize,
+                                         Lock,
+                                         Unlock,
+                                         CheckReservedLock,
+                                         FileControl,
+                                         SectorSize,
+                                         DeviceCharacteristics,
+                                         ShmMap,
+                                         ShmLock,
+                                         ShmBarrier,
+                                         ShmUnmap,
+                                         Fetch,
+                                         Unfetch};
 
 int Open(sqlite3_vfs* /*vfs*/, const char* path, sqlite3_file* file, int flags, int* outFlags) {
     auto* const opened = reinterpret_cast<FaultFile*>(file);

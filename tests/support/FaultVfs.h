@@ -11,9 +11,9 @@
 ///     ... open the database, fill it ...
 ///     faults.FailCall(FaultVfs::Call::kWrite, 3, SQLITE_IOERR_WRITE);   // the third write from now on
 ///     faults.FailCallsFrom(FaultVfs::Call::kSync, 1, SQLITE_IOERR_FSYNC);  // every sync
-///     faults.SetDiskFull(true);                                         // every write that makes a file grow
-///     faults.KillAtCall(FaultVfs::Call::kAny, 100);                     // SIGKILL before the hundredth call
-///     faults.Reset();                                                   // all is well again
+///     faults.SetDiskFull(true);                                         // every write that makes a file
+///     grow faults.KillAtCall(FaultVfs::Call::kAny, 100);                     // SIGKILL before the hundredth
+///     call faults.Reset();                                                   // all is well again
 class FaultVfs {
 public:
     enum class Call : uint8_t {
@@ -22,7 +22,7 @@ public:
         kWrite,
         kSync,
         kTruncate,
-        kLock,    ///< of the database file, and of the index of its write-ahead log
+        kLock,  ///< of the database file, and of the index of its write-ahead log
         kDelete,
         kShmMap,  ///< the index of the write-ahead log is mapped or made larger
         kAny,     ///< each of these

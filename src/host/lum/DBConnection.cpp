@@ -35,7 +35,7 @@ public:
         std::string error;
         if (!handle_->Run(this, sql, rows, error)) {
             if (!quiet) {
-                Report(error, sql);
+                Report(error, sql.View());
             }
             return nullptr;
         }
@@ -77,9 +77,8 @@ private:
         return true;
     }
 
-    void Report(const std::string& error, const LumString& sql) const {
-        Debug().ErrorWithNL("DBConnection: %S in statement: %S", std::string_view(error),
-                            Reported(sql.View()));
+    void Report(const std::string& error, std::string_view sql) const {
+        Debug().ErrorWithNL("DBConnection: %S in statement: %S", std::string_view(error), Reported(sql));
     }
 
     DBConnectionPool::Impl& pool_;

@@ -105,13 +105,17 @@ DBHandle::DBHandle(const LumString& path) : path_(FilePath(path)) {}
 
 DBHandle::~DBHandle() = default;
 
-const LumString& DBHandle::ControlText(Control control) {
-    // Writing is asked for at once: a transaction that reads first could not write any more after another
-    // process has, however long it waits.
-    static const LumString begin("BEGIN IMMEDIATE");
-    static const LumString commit("COMMIT");
-    static const LumString rollback("ROLLBACK");
-    return control == Control::kBegin ? begin : control == Control::kCommit ? commit : rollback;
+std::string_view DBHandle::ControlText(Control control) {
+    switch (control) {
+        case Control::kCommit:
+            return "COMMIT";
+        case Control::kRollback:
+            return "ROLLBACK";
+        default:
+            // Writing is asked for at once: a transaction that reads first could not write any more after
+            // another process has, however long it waits.
+            return "BEGIN IMMEDIATE";
+    }
 }
 
 void DBHandle::SetSynchronous(DBSynchronous synchronous) {
@@ -160,7 +164,7 @@ bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
 }
 
 bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows, std::string& error) {
-    const OwnedStatement statement = Prepare(sql, error);
+    const OwnedStatement statement = Prepare(sql.View(), error);
     if (statement == nullptr) {
         return false;
     }
@@ -183,11 +187,11 @@ bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer
     return false;
 }
 
-OwnedStatement DBHandle::Prepare(const LumString& sql, std::string& error) {
+OwnedStatement DBHandle::Prepare(std::string_view sql, std::string& error) {
     sqlite3_stmt* prepared = nullptr;
     const char* tail = nullptr;
-    const int size = static_cast<int>(sql.GetLength()) + 1;
-    if (sqlite3_prepare_v2(database_.get(), sql.GetString(), size, &prepared, &tail) != SQLITE_OK) {
+    const int size = static_cast<int>(sql.size()) + 1;
+    if (sqlite3_prepare_v2(database_.get(), sql.data(), size, &prepared, &tail) != SQLITE_OK) {
         error = sqlite3_errmsg(database_.get());
         return nullptr;
     }

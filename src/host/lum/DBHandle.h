@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "host/lum/Database.h"
 #include "host/lum/GenSqlResultBuffer.h"
@@ -29,7 +30,7 @@ public:
     ~DBHandle();
 
     /// The text of a control statement, for a report.
-    [[nodiscard]] static const LumString& ControlText(Control control);
+    [[nodiscard]] static std::string_view ControlText(Control control);
 
     /// Runs one statement for `user`. `rows` stays null where it has none to return. False with the reason in
     /// `error` where it fails.
@@ -59,7 +60,8 @@ private:
     [[nodiscard]] bool RunShaped(const StatementShape& shape, int& status) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
                                 std::string& error) LUM_REQUIRES(mutex_);
-    [[nodiscard]] OwnedStatement Prepare(const LumString& sql, std::string& error) LUM_REQUIRES(mutex_);
+    /// `sql` is null-terminated.
+    [[nodiscard]] OwnedStatement Prepare(std::string_view sql, std::string& error) LUM_REQUIRES(mutex_);
     void NoteTransaction(const void* user) LUM_REQUIRES(mutex_);
 
     const std::string path_;

@@ -72,8 +72,8 @@ bool IsSame(const LumContainerValue& one, const LumContainerValue& other, std::v
     if (one.index() != other.index()) {
         return false;
     }
-    if (const auto* number = std::get_if<LumContainerNumber>(&one)) {
-        return number->bits == std::get<LumContainerNumber>(other).bits;
+    if (const auto* number = std::get_if<int64_t>(&one)) {
+        return static_cast<uint32_t>(*number) == static_cast<uint32_t>(std::get<int64_t>(other));
     }
     if (const auto* flag = std::get_if<bool>(&one)) {
         return *flag == std::get<bool>(other);
@@ -200,8 +200,12 @@ bool LumContainer::GetInt32(const LumString& name, int32_t& value, uint32_t inde
 }
 
 bool LumContainer::GetInt32(const LumString& name, uint32_t& value, uint32_t index) const {
-    const auto* const number = FindValue<LumContainerNumber>(content_.get(), name, index);
-    return CopyValue(number != nullptr ? &number->bits : nullptr, value);
+    const auto* const number = FindValue<int64_t>(content_.get(), name, index);
+    if (number == nullptr) {
+        return false;
+    }
+    value = static_cast<uint32_t>(*number);
+    return true;
 }
 
 bool LumContainer::GetBool(const LumString& name, bool& value, uint32_t index) const {
@@ -255,11 +259,11 @@ bool LumContainer::SetString(const LumString& name, const LumString& value, uint
 }
 
 bool LumContainer::SetInt32(const LumString& name, int32_t value, uint32_t index) {
-    return Set(name, index, LumContainerNumber{static_cast<uint32_t>(value), false});
+    return Set(name, index, int64_t{value});
 }
 
 bool LumContainer::SetInt32(const LumString& name, uint32_t value, uint32_t index) {
-    return Set(name, index, LumContainerNumber{value, true});
+    return Set(name, index, int64_t{value});
 }
 
 bool LumContainer::SetBool(const LumString& name, bool value, uint32_t index) {

@@ -57,9 +57,9 @@ private:
     void PutRun(std::span<const LumContainerValue> values) {
         char* out = Room(kMaxHeadBytes * values.size());
         for (const LumContainerValue& value : values) {
-            if (const auto* number = std::get_if<LumContainerNumber>(&value)) {
-                const bool negative = !number->isUnsigned && (number->bits >> 31U) != 0;
-                out = PutHead(out, negative ? kNegative : kUnsigned, negative ? ~number->bits : number->bits);
+            if (const auto* number = std::get_if<int64_t>(&value)) {
+                out = *number >= 0 ? PutHead(out, kUnsigned, static_cast<uint64_t>(*number))
+                                   : PutHead(out, kNegative, static_cast<uint64_t>(~*number));
             } else if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
                 SetEnd(out);
                 const auto left = static_cast<std::size_t>(values.data() + values.size() - &value);
@@ -302,8 +302,8 @@ private:
         if (item.argument > (negative ? 0x7FFFFFFFU : 0xFFFFFFFFU)) {
             return Fail("An integer of more than 32 bits", item.at);
         }
-        const auto bits = static_cast<uint32_t>(item.argument);
-        value = LumContainerNumber{negative ? ~bits : bits, bits > 0x7FFFFFFFU};
+        const auto number = static_cast<int64_t>(item.argument);
+        value = negative ? ~number : number;
         return true;
     }
 

@@ -14,7 +14,7 @@ constexpr uint32_t kMaxKeptNames = 64;
 constexpr uint32_t kMaxKeptPositions = 1024;
 
 LumContainerValue CloneValue(const LumContainerValue& value) {
-    if (const auto* number = std::get_if<LumContainerNumber>(&value)) {
+    if (const auto* number = std::get_if<int64_t>(&value)) {
         return *number;
     }
     if (const auto* flag = std::get_if<bool>(&value)) {

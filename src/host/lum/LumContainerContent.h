@@ -17,15 +17,10 @@
 
 using LumContentRef = std::unique_ptr<LumContainerContent, LumContainerRelease>;
 
-/// The 32 bits of an integer, and how they are to be written out.
-struct LumContainerNumber {
-    uint32_t bits;
-    bool isUnsigned;
-};
-
-/// One position. The first alternative is the empty one; a null reference is an empty container.
+/// One position. The first alternative is the empty one; a null reference is an empty container. An integer
+/// is the number that was set, of which the accessors read the lower 32 bits.
 using LumContainerValue =
-    std::variant<std::monostate, LumContainerNumber, bool, double, std::unique_ptr<LumString>, LumContentRef>;
+    std::variant<std::monostate, int64_t, bool, double, std::unique_ptr<LumString>, LumContentRef>;
 
 /// The first and the last word of the names, which may overlap, are the same.
 template <class Word>

@@ -49,7 +49,7 @@ public:
 
     void Value(const LumContainerValue& value) {
         Separate();
-        if (const auto* number = std::get_if<LumContainerNumber>(&value)) {
+        if (const auto* number = std::get_if<int64_t>(&value)) {
             Number(*number);
         } else if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
             Text((*text)->View());
@@ -80,8 +80,7 @@ private:
         }
     }
 
-    void Number(LumContainerNumber number) {
-        const int64_t value = number.isUnsigned ? int64_t{number.bits} : static_cast<int32_t>(number.bits);
+    void Number(int64_t value) {
         char digits[16];
         out_.append(digits, std::to_chars(digits, std::end(digits), value).ptr);
     }
@@ -191,7 +190,7 @@ public:
             return Fail("An integer of more than 32 bits");
         }
         LumContainerValue* const place = NextPlace();
-        return place != nullptr && Put(*place, LumContainerNumber{static_cast<uint32_t>(value), false});
+        return place != nullptr && Put(*place, value);
     }
 
     bool number_unsigned(Json::number_unsigned_t value) {
@@ -199,8 +198,7 @@ public:
             return Fail("An integer of more than 32 bits");
         }
         LumContainerValue* const place = NextPlace();
-        const auto bits = static_cast<uint32_t>(value);
-        return place != nullptr && Put(*place, LumContainerNumber{bits, (bits >> 31U) != 0});
+        return place != nullptr && Put(*place, static_cast<int64_t>(value));
     }
 
     bool number_float(double value, const std::string& text) {

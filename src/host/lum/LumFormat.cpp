@@ -1,7 +1,6 @@
 #include "host/lum/LumFormat.h"
 
 #include <charconv>
-#include <cstdio>
 
 #include "host/lum/LumString.h"
 
@@ -15,10 +14,11 @@ void AppendNumber(std::string& out, T value) {
 }
 
 void AppendDouble(std::string& out, double value) {
-    // The longest double has 309 digits before the point.
+    // The longest double has 309 digits before the point. printf would write the point of the process's
+    // locale.
     char text[352];
-    const int length = std::snprintf(text, sizeof text, "%f", value);
-    out.append(text, static_cast<std::size_t>(length));
+    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
+    out.append(text, end);
 }
 
 }  // namespace

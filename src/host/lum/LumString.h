@@ -31,7 +31,7 @@ public:
     explicit LumString(std::string_view text) : text_(text) {}
     explicit LumString(std::string&& text) noexcept : text_(std::move(text)) {}
     LumString(const LumString& other) : text_(other.text_) {}
-    LumString(LumString&& other) noexcept : text_(std::move(other.text_)) { other.text_.clear(); }
+    LumString(LumString&& other) noexcept : text_(std::move(other.text_)) { other.Clear(); }
     ~LumString() = default;
 
     LumString& operator=(const LumString& other);

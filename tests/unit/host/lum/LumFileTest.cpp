@@ -172,7 +172,7 @@ TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
     const TempDirectory directory;
     directory.MakeDirectory("outside");
     directory.Write("outside/kept", "1");
-    for (int round = 0; round < 30; ++round) {
+    for (int round = 0; round < 15; ++round) {
         directory.MakeDirectory("tree/victim");
         for (int i = 0; i < 20; ++i) {
             directory.Write("tree/victim/" + std::to_string(i), "");
@@ -199,7 +199,7 @@ TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
 TEST(DirDelete, NeedsFewDescriptorsForADeepTree) {
     const TempDirectory directory;
     directory.MakeDirectory("tree");
-    MakeDeep(directory.Path() / "tree", 3000);
+    MakeDeep(directory.Path() / "tree", 300);
     const ResourceLimit limit(RLIMIT_NOFILE, 32);
     EXPECT_TRUE(DirDelete(directory.At("tree"), true, false));
     EXPECT_EQ(directory.CountEntries(), 0U);

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "support/HttpClient.h"
+#include "support/ScratchDirectory.h"
+
+/// A real agent process on directories of its own: the `lumagent` beside the running test.
+class AgentProcess {
+public:
+    AgentProcess() = default;
+    AgentProcess(const AgentProcess&) = delete;
+    AgentProcess& operator=(const AgentProcess&) = delete;
+    /// Kills what still runs.
+    ~AgentProcess();
+
+    /// Further arguments of the command line.
+    std::vector<std::string> arguments;
+    /// The limit of open files that the process gets; 0 leaves it alone.
+    std::size_t descriptorLimit = 0;
+    /// The part of it that the process may use until it asks for all; 0 leaves it alone.
+    std::size_t softDescriptorLimit = 0;
+    /// A variable "NAME=value" for the process's environment; empty for none.
+    std::string environment;
+
+    [[nodiscard]] const ScratchDirectory& GetScratch() const { return scratch_; }
+    [[nodiscard]] std::string GetConfigDirectory() const { return scratch_ / "config"; }
+    [[nodiscard]] std::string GetDataDirectory() const { return scratch_ / "data"; }
+    [[nodiscard]] std::string GetSocketPath() const { return scratch_ / "data/agent.sock"; }
+    [[nodiscard]] pid_t GetProcess() const { return process_; }
+
+    /// Writes agent.ini.
+    void WriteIni(std::string_view content) const { scratch_.Write("config/agent.ini", content); }
+
+    void Start();
+    /// Waits until it serves its socket; false where it has ended.
+    [[nodiscard]] bool WaitUntilServing() const;
+    bool StartAndServe();
+
+    [[nodiscard]] bool HasEnded() const;
+    void Signal(int signal) const;
+    /// Waits for the end of the process; its exit status, or minus the signal that killed it.
+    [[nodiscard]] int Wait();
+    [[nodiscard]] int Stop();
+
+    [[nodiscard]] HttpReply Request(std::string_view method, std::string_view target,
+                                    std::string_view body = {}) const;
+
+    /// What it has written to standard error so far, from all its starts.
+    [[nodiscard]] std::string ReadStandardError() const;
+    [[nodiscard]] std::string ReadLog() const;
+    [[nodiscard]] bool WaitForLog(std::string_view part) const;
+    [[nodiscard]] std::size_t CountDescriptors() const;
+
+private:
+    [[noreturn]] void Execute() const;
+
+    ScratchDirectory scratch_;
+    pid_t process_ = 0;
+};
+
+/// Runs a shell command; its standard output, or "status N" where it failed.
+[[nodiscard]] std::string RunShell(const std::string& command);
+
+/// The directory that the running test lies in.
+[[nodiscard]] std::string BinaryDirectory();
+/// The path of a test module, by its name.
+[[nodiscard]] std::string TestModule(const std::string& name);

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+/// Waits until `condition()` is true; false where that takes longer than any sane machine needs.
+template <class Condition>
+[[nodiscard]] bool WaitFor(Condition condition) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}

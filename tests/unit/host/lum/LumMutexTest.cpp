@@ -1,0 +1,202 @@
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "host/lum/LumMutex.h"
+
+using std::chrono::milliseconds;
+
+namespace {
+
+/// Tells whether a thread of its own gets the mutex within `patience`. The thread waits on until it does, so
+/// the mutex must be free by the time the answer is destroyed.
+class Contender {
+public:
+    explicit Contender(LumMutex& mutex)
+        : locked_(std::async(std::launch::async, [&mutex] {
+              const bool locked = mutex.Lock();
+              if (locked) {
+                  mutex.Unlock();
+              }
+              return locked;
+          })) {}
+
+    bool IsStillWaitingAfter(milliseconds patience) {
+        return locked_.wait_for(patience) == std::future_status::timeout;
+    }
+    bool GetsIn() { return locked_.get(); }
+
+private:
+    std::future<bool> locked_;
+};
+
+}  // namespace
+
+TEST(LumMutex, KeepsOtherThreadsOut) {
+    LumMutex mutex;
+    ASSERT_TRUE(mutex.Lock());
+    Contender contender(mutex);
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(4 * LumMutex::kStarvingAfterMs)));
+    mutex.Unlock();
+    EXPECT_TRUE(contender.GetsIn());
+}
+
+TEST(LumMutex, IsGivenBackWithTheLastUnlockOnly) {
+    LumMutex mutex;
+    ASSERT_TRUE(mutex.Lock());
+    ASSERT_TRUE(mutex.Lock());
+    Contender contender(mutex);
+    mutex.Unlock();
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(20)));
+    mutex.Unlock();
+    EXPECT_TRUE(contender.GetsIn());
+}
+
+TEST(LumMutex, CannotBeTakenMoreOftenThanTheLimit) {
+    LumMutex mutex;
+    for (uint32_t i = 0; i < LumMutex::kMaxDepth; ++i) {
+        ASSERT_TRUE(mutex.Lock());
+    }
+    EXPECT_FALSE(mutex.Lock());
+    {
+        const LumMutexLock refused(mutex);
+        EXPECT_FALSE(refused.IsHeld());
+    }
+    mutex.Unlock();
+    EXPECT_TRUE(mutex.Lock()) << "the refused ones gave nothing back";
+    for (uint32_t i = 1; i < LumMutex::kMaxDepth; ++i) {
+        mutex.Unlock();
+    }
+    Contender contender(mutex);
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(1)));
+    mutex.Unlock();
+    EXPECT_TRUE(contender.GetsIn());
+}
+
+TEST(LumMutex, AStrangersUnlockDoesNothing) {
+    LumMutex mutex;
+    mutex.Unlock();
+    ASSERT_TRUE(mutex.Lock());
+    std::thread([&mutex] { mutex.Unlock(); }).join();
+    Contender contender(mutex);
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(10)));
+    mutex.Unlock();
+    EXPECT_TRUE(contender.GetsIn());
+    mutex.Unlock();
+    EXPECT_TRUE(Contender(mutex).GetsIn());
+}
+
+TEST(LumMutex, GuardsWhatIsNotAtomic) {
+    constexpr int kThreads = 8;
+    constexpr int kRounds = 2000;
+    LumMutex mutex;
+    int count = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            for (int j = 0; j < kRounds; ++j) {
+                const LumMutexLock outer(mutex);
+                const LumMutexLock inner(mutex);
+                ++count;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(count, kThreads * kRounds);
+}
+
+TEST(LumMutex, AWaitingThreadGetsInAlthoughAnotherComesBackAtOnce) {
+    // The other thread holds the mutex nearly all the time, so only being handed it gets the waiter in.
+    constexpr int kRounds = 2000;
+    LumMutex mutex;
+    std::atomic<bool> begun{false};
+    std::atomic<int> waiting{2};
+    int rounds = 0;
+    std::thread greedy([&] {
+        while (waiting > 0 && rounds < kRounds) {
+            ASSERT_TRUE(mutex.Lock());
+            begun = true;
+            ++rounds;
+            std::this_thread::sleep_for(milliseconds(1));
+            mutex.Unlock();
+        }
+    });
+    while (!begun) {
+        std::this_thread::yield();
+    }
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 2; ++i) {
+        waiters.emplace_back([&] {
+            const LumMutexLock lock(mutex);
+            --waiting;
+        });
+    }
+    for (std::thread& waiter : waiters) {
+        waiter.join();
+    }
+    greedy.join();
+    EXPECT_LT(rounds, kRounds);
+}
+
+TEST(LumMutex, ManyStarvingThreadsAllGetIn) {
+    LumMutex mutex;
+    std::atomic<int> entered{0};
+    ASSERT_TRUE(mutex.Lock());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 3; ++round) {
+                const LumMutexLock lock(mutex);
+                ++entered;
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+        });
+    }
+    std::this_thread::sleep_for(milliseconds(3 * LumMutex::kStarvingAfterMs));
+    mutex.Unlock();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(entered, 24);
+    EXPECT_TRUE(Contender(mutex).GetsIn());
+}
+
+TEST(LumMutexLock, HoldsTheMutexForItsOwnLifetime) {
+    LumMutex mutex;
+    auto lock = std::make_unique<LumMutexLock>(mutex);
+    EXPECT_TRUE(lock->IsHeld());
+    Contender contender(mutex);
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(10)));
+    lock.reset();
+    EXPECT_TRUE(contender.GetsIn());
+}
+
+TEST(LumOptionalMutexLock, HoldsAMutexOrNothing) {
+    const LumOptionalMutexLock nothing(nullptr);
+    LumMutex mutex;
+    auto lock = std::make_unique<LumOptionalMutexLock>(&mutex);
+    Contender contender(mutex);
+    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(10)));
+    lock.reset();
+    EXPECT_TRUE(contender.GetsIn());
+}
+
+TEST(LumOptionalMutexLock, GivesBackOnlyWhatItTook) {
+    LumMutex mutex;
+    for (uint32_t i = 0; i < LumMutex::kMaxDepth; ++i) {
+        ASSERT_TRUE(mutex.Lock());
+    }
+    { const LumOptionalMutexLock refused(&mutex); }
+    EXPECT_FALSE(mutex.Lock());
+    for (uint32_t i = 0; i < LumMutex::kMaxDepth; ++i) {
+        mutex.Unlock();
+    }
+    EXPECT_TRUE(Contender(mutex).GetsIn());
+}
