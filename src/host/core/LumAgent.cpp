@@ -1,6 +1,7 @@
 #include "host/core/LumAgent.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <system_error>
 
@@ -31,9 +32,12 @@ AgentCore& TheCore() {
     return core;
 }
 
-LumString WithSeparator(const LumString& directory) {
-    const bool hasOne = !directory.IsEmpty() && directory.View().back() == '/';
-    return hasOne ? directory : directory + "/";
+/// The directory as modules get it: absolute, so that a path made from it means the same wherever it is
+/// handed to, and with a separator at its end.
+LumString AsModulesGetIt(const LumString& directory) {
+    std::error_code ignored;  // a directory that has just been made has an absolute path
+    const LumString absolute(std::filesystem::absolute(directory.View(), ignored).string());
+    return absolute.View().ends_with('/') ? absolute : absolute + "/";
 }
 
 bool MakeDirectory(const LumString& path, LumString& error) {
@@ -67,8 +71,8 @@ bool LumAgentSetUp(const LumAgentOptions& options, LumString& error) {
     if (!MakeDirectory(options.configDirectory, error) || !MakeDirectory(options.dataDirectory, error)) {
         return false;
     }
-    core.configDirectory = WithSeparator(options.configDirectory);
-    core.dataDirectory = WithSeparator(options.dataDirectory);
+    core.configDirectory = AsModulesGetIt(options.configDirectory);
+    core.dataDirectory = AsModulesGetIt(options.dataDirectory);
     const LumString tempDirectory = core.dataDirectory + "tmp";
     if (!MakeDirectory(tempDirectory, error)) {
         return false;

@@ -31,13 +31,12 @@ public:
     void ThreadMain() override {
         begun.Give();
         while (!CheckCancelled(false)) {
-            pauseRanOut = Pause(kLong);
+            Pause(kLong);
         }
         ended = true;
     }
 
     Signal begun;
-    std::atomic<bool> pauseRanOut{true};
     std::atomic<bool> ended{false};
 };
 
@@ -69,10 +68,11 @@ public:
     ~OnePause() override { WaitForEnd(); }
 
     void ThreadMain() override {
-        Pause(kLong);
+        ranOut = Pause(kLong);
         ended = true;
     }
 
+    std::atomic<bool> ranOut{true};
     std::atomic<bool> ended{false};
 };
 
@@ -112,7 +112,6 @@ TEST(LumThread, RunsItsOwnMainRoutine) {
     EXPECT_FALSE(thread.CheckCancelled(false));
     EXPECT_TRUE(thread.Cancel(kLong, true));
     EXPECT_TRUE(thread.ended);
-    EXPECT_FALSE(thread.pauseRanOut);
     EXPECT_TRUE(thread.CheckCancelled(false));
 }
 
@@ -141,10 +140,10 @@ TEST(LumThread, MayBeStartedAgainOnceItHasEnded) {
 }
 
 TEST(LumThread, AStartForgetsAnEarlierCancel) {
+    Signal letGo;
     LumThread thread;
     EXPECT_TRUE(thread.Cancel(0, true)) << "never started";
     EXPECT_TRUE(thread.CheckCancelled(false));
-    Signal letGo;
     ASSERT_TRUE(thread.Start(
         [](void* argument) -> uint32_t {
             static_cast<Signal*>(argument)->Await();
@@ -191,6 +190,7 @@ TEST(LumThread, ACancelMayLeaveAPauseAlone) {
     EXPECT_FALSE(thread.ended);
     EXPECT_TRUE(thread.Cancel(kLong, true));
     EXPECT_TRUE(thread.ended);
+    EXPECT_FALSE(thread.ranOut);
 }
 
 TEST(LumThread, APauseAfterACancelIsNone) {

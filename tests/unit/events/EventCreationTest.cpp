@@ -1,0 +1,184 @@
+#include <ctime>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "events/EventCreation.h"
+#include "model/Model.h"
+#include "module/ModuleObjects.h"
+#include "support/TestHost.h"
+#include "support/TimeZone.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+class EventCreation : public testing::Test {
+protected:
+    /// Starts the module with a model of these parameters.
+    void Start(const std::string& params) {
+        host_.StartWith(UserModel("Sample", params));
+        started_ = host_.Log().size();
+    }
+    /// What was said at print level or above since the start.
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] std::string Columns(const std::string& columns) const {
+        return host_.Rows("SELECT " + columns + " FROM Event_Sample ORDER BY E_Id");
+    }
+
+    const TestHost host_;
+    std::size_t started_ = 0;
+};
+
+TEST_F(EventCreation, StoresAValueOfEachType) {
+    Start(Param("A", "_STRING_") + Param("B", "_INTEGER_") + Param("C", "_DOUBLE_") +
+          Param("D", "_TIMESTAMP_") + Param("E", "_BOOLEAN_") + Param("F", "_ENUM_"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"O'Brien","B":-5,"C":2.5,"D":86400,"E":true,"F":"_ON_"})"),
+              0U);
+    EXPECT_EQ(Columns("C_A, C_B, C_C, C_D, C_E, C_F"), "O'Brien|-5|2.5|86400|1|_ON_");
+    EXPECT_EQ(Columns("typeof(C_A), typeof(C_B), typeof(C_C), typeof(C_D), typeof(C_E), typeof(C_F)"),
+              "text|integer|real|integer|integer|text");
+}
+
+TEST_F(EventCreation, StoresDatesIdsAndTheOffsetOfTheMoment) {
+    const TimeZone zone("Europe/Berlin");
+    Start(Param("A", "_STRING_", "x"));
+    const std::time_t before = std::time(nullptr);
+    EXPECT_EQ(TestHost::Create("Sample", R"({"EventDeviceId":12,"EventGroupId":-3})"), 0U);
+    EXPECT_EQ(Columns("E_DeviceId, E_GroupId"), "12|-3");
+    const std::tm local = *std::localtime(&before);
+    EXPECT_EQ(Columns("E_GMT_Offset"), local.tm_isdst > 0 ? "7200" : "3600");
+    EXPECT_EQ(host_.Rows("SELECT E_Date BETWEEN " + std::to_string(before) + " AND " +
+                         std::to_string(std::time(nullptr)) + " FROM Event_Sample"),
+              "1");
+}
+
+TEST_F(EventCreation, TakesZeroForAMissingId) {
+    Start(Param("A", "_STRING_", "x"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"EventDeviceId":"text"})"), 0U);
+    EXPECT_EQ(Columns("E_DeviceId, E_GroupId"), "0|0");
+}
+
+TEST_F(EventCreation, FillsMissingValuesFromDefaults) {
+    Start(Param("A", "_STRING_", "it's") + Param("B", "_INTEGER_", "1 + 1") + Param("C", "_DOUBLE_", "0.25") +
+          Param("D", "_TIMESTAMP_", "7") + Param("E", "_BOOLEAN_", "1") + Param("F", "_ENUM_", "_OFF_"));
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+    // Defaults that are no text go into the statement as they stand.
+    EXPECT_EQ(Columns("C_A, C_B, C_C, C_D, C_E, C_F"), "it's|2|0.25|7|1|_OFF_");
+}
+
+TEST_F(EventCreation, TakesAValueOfAnotherKindForAMissingOne) {
+    Start(Param("B", "_INTEGER_", "4"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"B":"5"})"), 0U);
+    EXPECT_EQ(Columns("C_B"), "4");
+}
+
+TEST_F(EventCreation, RefusesAnEventWithoutAValueThatHasNoDefault) {
+    Start(Param("A", "_STRING_") + Param("B", "_STRING_"));
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 1U);
+    EXPECT_THAT(Said(), ElementsAre("error ActionHandler_EventLogManagerCreateEvent: Failed to get value for "
+                                    "parameter 'A' of model 'Sample'"));
+    EXPECT_EQ(Columns("count(*)"), "0");
+}
+
+TEST_F(EventCreation, TakesAnEmptyTextForAValue) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":""})"), 0U);
+    EXPECT_EQ(Columns("typeof(C_A), length(C_A)"), "text|0");
+}
+
+TEST_F(EventCreation, RefusesMissingArguments) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(ActionHandler_EventLogManagerCreateEvent(nullptr), 13U);
+    const char* const action = "EventLogManagerCreateEvent";
+    EXPECT_EQ(TestHost::Call(action, R"({"Other":1})"), (TestHost::Answer{13, R"({"Other":1})"}));
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_EQ(TestHost::Call(action, R"({"Values":{"ModelName":1}})").status, 13U);
+    EXPECT_EQ(TestHost::Call(action, R"({"Values":{"ModelName":"sample"}})").status, 13U);
+    EXPECT_EQ(TestHost::Call(action, R"({"Values":{"ModelName":"Sample","EventParams":1}})").status, 13U);
+    const std::string routine = "error ActionHandler_EventLogManagerCreateEvent: ";
+    EXPECT_THAT(Said(),
+                ElementsAre(routine + "Failed to get model name", routine + "Failed to get model 'sample'",
+                            routine + "Failed to get parameters for model 'Sample'"));
+}
+
+TEST_F(EventCreation, LeavesNothingInTheContainerAfterSuccess) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(
+        TestHost::Call("EventLogManagerCreateEvent",
+                       R"({"Values":{"ModelName":"Sample","EventParams":{"A":"x"},"Extra":1},"More":2})"),
+        (TestHost::Answer{0, "{}"}));
+    EXPECT_EQ(
+        host_.CountLines("trace ActionHandler_EventLogManagerCreateEvent: Event created with success for "
+                         "model 'Sample'"),
+        1U);
+}
+
+TEST_F(EventCreation, DropsEventsOfADisabledModelInSilence) {
+    Start(Param("A", "_STRING_"));
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Sample", model));
+    model->SetEnabled(false);
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_EQ(
+        host_.CountLines("trace ActionHandler_EventLogManagerCreateEvent: Event refers to disabled model "
+                         "'Sample'"),
+        1U);
+    EXPECT_EQ(Columns("count(*)"), "0");
+}
+
+TEST_F(EventCreation, SaysThatTheLockCannotBeHad) {
+    Start(Param("A", "_STRING_"));
+    const DatabaseLockout lockout;
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"x"})"), 1U);
+    EXPECT_THAT(Said(),
+                ElementsAre("error ActionHandler_EventLogManagerCreateEvent: Failed to lock database"));
+}
+
+TEST_F(EventCreation, FailsWhereTheTableIsGone) {
+    Start(Param("A", "_STRING_"));
+    ASSERT_TRUE(host_.Change("DROP TABLE Event_Sample"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"x"})"), 1U);
+    EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: no such table: Event_Sample")));
+}
+
+TEST_F(EventCreation, RefusesATextWithANullByteAndKeepsServing) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"a\u0000b"})"), 1U);
+    EXPECT_EQ(Said().size(), 1U);
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"next"})"), 0U);
+    EXPECT_EQ(Columns("C_A"), "next");
+}
+
+TEST_F(EventCreation, StoresAMillionCharacters) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":")" + std::string(1000000, '\'') + "\"}"), 0U);
+    EXPECT_EQ(Columns("length(C_A)"), "1000000");
+}
+
+TEST_F(EventCreation, StoresTextThatLooksLikeSql) {
+    Start(Param("A", "_STRING_"));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"'); DROP TABLE Event_Sample; --"})"), 0U);
+    EXPECT_EQ(Columns("C_A"), "'); DROP TABLE Event_Sample; --");
+}
+
+TEST_F(EventCreation, RefusesADefaultThatEndsTheStatementEarly) {
+    Start(Param("A", "_INTEGER_", "0); DROP TABLE Event_Sample; --"));
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 1U);
+    EXPECT_EQ(Columns("count(*)"), "0");
+}
+
+TEST_F(EventCreation, FailsForAParameterOfAnUnknownType) {
+    Start(Param("A", "_STRING_"));
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Sample", model));
+    ASSERT_TRUE(model->GetParams().Add(
+        std::make_shared<ModelParam_t>("Z", "", static_cast<ParamType>(9), AggregationOperation::kNone, "")));
+    EXPECT_EQ(TestHost::Create("Sample", R"({"A":"x","Z":"y"})"), 1U);
+    EXPECT_EQ(Columns("count(*)"), "0");
+}
+
+}  // namespace

@@ -1,0 +1,166 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "events/EventQuery.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+Model_t& Sample() {
+    static Model_t model("Sample", "", "", "", "", ModelType::kUser, Policy::kUnknown, Policy::kNever,
+                         Policy::kNever);
+    if (model.GetParams().GetCount() == 0) {
+        for (const char* name : {"User", "Count"}) {
+            static_cast<void>(model.GetParams().Add(std::make_shared<ModelParam_t>(
+                name, "", ParamType::kString, AggregationOperation::kNone, "")));
+        }
+    }
+    return model;
+}
+
+/// What follows the table's name in the select of a query, without the semicolon.
+std::string Clauses(const char* values) {
+    LumContainer container;
+    LumString error;
+    EXPECT_TRUE(container.FromJson(values, error)) << error.GetString();
+    const std::string select(BuildEventQuery(Sample(), container).select.View());
+    const std::string head = "SELECT E_Date, E_DeviceID, E_GroupID, C_Count, C_User FROM Event_Sample";
+    EXPECT_EQ(select.substr(0, head.size()), head);
+    EXPECT_EQ(select.back(), ';');
+    return select.substr(head.size(), select.size() - head.size() - 1);
+}
+
+TEST(EventQueryText, SortsByDateWithoutBeingAsked) {
+    EXPECT_EQ(Clauses("{}"), " ORDER BY E_Date ASC");
+    EXPECT_EQ(Clauses(R"({"SortDirection":"Desc"})"), " ORDER BY E_Date ASC");
+}
+
+TEST(EventQueryText, CountsTheWholeTable) {
+    LumContainer values;
+    values.SetInt32("StartDate", 100);
+    EXPECT_EQ(BuildEventQuery(Sample(), values).count, "SELECT COUNT (*) FROM Event_Sample;");
+}
+
+TEST(EventQueryText, FiltersByOneDate) {
+    EXPECT_EQ(Clauses(R"({"StartDate":100})"), " WHERE E_Date >= 100 ORDER BY E_Date ASC");
+    EXPECT_EQ(Clauses(R"({"EndDate":200})"), " WHERE E_Date <= 200 ORDER BY E_Date ASC");
+}
+
+TEST(EventQueryText, LosesItsWhereWithBothDates) {
+    EXPECT_EQ(Clauses(R"({"StartDate":100,"EndDate":200})"), " AND E_Date <= 200 ORDER BY E_Date ASC");
+}
+
+TEST(EventQueryText, MovesOnByOneRowAPage) {
+    const std::string order = " ORDER BY E_Date ASC";
+    EXPECT_EQ(Clauses(R"({"PageSize":10,"PageNumber":3})"), order + " LIMIT 10 OFFSET 2");
+    EXPECT_EQ(Clauses(R"({"PageSize":10,"PageNumber":1})"), order + " LIMIT 10 OFFSET 0");
+    EXPECT_EQ(Clauses(R"({"PageSize":10,"PageNumber":0})"), order + " LIMIT 10");
+    EXPECT_EQ(Clauses(R"({"PageSize":10})"), order + " LIMIT 10");
+    EXPECT_EQ(Clauses(R"({"PageSize":0,"PageNumber":3})"), order);
+    EXPECT_EQ(Clauses(R"({"PageSize":-1,"PageNumber":3})"), order);
+    EXPECT_EQ(Clauses(R"({"PageNumber":3})"), order);
+}
+
+TEST(EventQueryText, SortsByAFixedColumnOrAParameter) {
+    EXPECT_EQ(Clauses(R"({"SortColumn":"EventDate"})"), " ORDER BY E_Date ");
+    EXPECT_EQ(Clauses(R"({"SortColumn":"EventDeviceId","SortDirection":"Desc"})"),
+              " ORDER BY E_DeviceId Desc");
+    EXPECT_EQ(Clauses(R"({"SortColumn":"EventGroupId","SortDirection":"Asc"})"), " ORDER BY E_GroupId Asc");
+    EXPECT_EQ(Clauses(R"({"SortColumn":"User","SortDirection":"Asc","PageSize":5})"),
+              " ORDER BY C_User Asc LIMIT 5");
+}
+
+TEST(EventQueryText, PassesOverADirectionThatItDoesNotKnow) {
+    EXPECT_EQ(Clauses(R"({"SortColumn":"EventDeviceId","SortDirection":"desc"})"), " ORDER BY E_DeviceId ");
+    EXPECT_EQ(Clauses(R"({"SortColumn":"EventDeviceId","SortDirection":1})"), " ORDER BY E_DeviceId ");
+}
+
+TEST(EventQueryText, DoesNotSortByAnUnknownColumn) {
+    EXPECT_EQ(Clauses(R"({"SortColumn":"eventdate","SortDirection":"Asc"})"), "");
+    EXPECT_EQ(Clauses(R"({"SortColumn":"E_Date; DROP TABLE x"})"), "");
+}
+
+class EventQuery : public testing::Test {
+protected:
+    EventQuery() {
+        host_.StartWith(UserModel("Sample", Param("A", "_STRING_", "x") + Param("B", "_DOUBLE_", "0.5") +
+                                                Param("C", "_BOOLEAN_", "1") +
+                                                Param("D", "_TIMESTAMP_", "9")));
+        started_ = host_.Log().size();
+    }
+    void Insert(int date, int device, const char* a) const {
+        EXPECT_TRUE(host_.Change(
+            "INSERT INTO Event_Sample (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_A, C_B, C_C, "
+            "C_D) VALUES (" +
+            std::to_string(date) + ", 0, " + std::to_string(device) + ", 1, '" + a + "', 2.0, 1, 3)"));
+    }
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+
+    const TestHost host_;
+    std::size_t started_ = 0;
+};
+
+TEST_F(EventQuery, AnswersRowsAsListsUnderTheNamesOfTheParameters) {
+    Insert(200, 2, "b");
+    Insert(100, 1, "a");
+    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})"),
+              (TestHost::Answer{
+                  0, R"({"Result":{"EventCount":2,"EventDate":[100,200],"EventDeviceId":[1,2],)"
+                     R"("EventGroupId":[1,1],"A":["a","b"],"B":[2.0,2.0],"C":[true,true],"D":[3,3]}})"}));
+}
+
+TEST_F(EventQuery, AnswersTheCountAloneForAnEmptyTable) {
+    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})"),
+              (TestHost::Answer{0, R"({"Result":{"EventCount":0}})"}));
+}
+
+TEST_F(EventQuery, CountsTheWholeTableWhateverIsSelected) {
+    Insert(100, 1, "a");
+    Insert(200, 1, "b");
+    EXPECT_THAT(TestHost::Query(R"({"ModelName":"Sample","StartDate":150})").container,
+                HasSubstr(R"("EventCount":2,"EventDate":[200],)"));
+    EXPECT_THAT(TestHost::Query(R"({"ModelName":"Sample","EndDate":100})").container,
+                HasSubstr(R"("EventCount":2,"EventDate":[100],)"));
+}
+
+TEST_F(EventQuery, FailsWithBothDatesAndLeavesTheContainerAsItWas) {
+    const std::string arguments = R"({"ModelName":"Sample","StartDate":1,"EndDate":2})";
+    EXPECT_EQ(TestHost::Query(arguments), (TestHost::Answer{1, R"({"Values":)" + arguments + "}"}));
+    EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: near \"AND\": syntax error")));
+}
+
+TEST_F(EventQuery, SortsByAParameter) {
+    Insert(100, 1, "a");
+    Insert(200, 1, "b");
+    EXPECT_THAT(
+        TestHost::Query(R"({"ModelName":"Sample","SortColumn":"A","SortDirection":"Desc"})").container,
+        HasSubstr(R"("A":["b","a"])"));
+}
+
+TEST_F(EventQuery, RefusesMissingArguments) {
+    EXPECT_EQ(ActionHandler_EventLogManagerGetEvents(nullptr), 13U);
+    EXPECT_EQ(TestHost::Call("EventLogManagerGetEvents", "{}").status, 13U);
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_EQ(TestHost::Query("{}").status, 13U);
+    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Other"})").status, 13U);
+    const std::string routine = "error ActionHandler_EventLogManagerGetEvents: ";
+    EXPECT_THAT(Said(), ElementsAre(routine + "Failed to get model name", routine + "Unknown model 'Other'"));
+}
+
+TEST_F(EventQuery, SaysThatTheLockCannotBeHad) {
+    const DatabaseLockout lockout;
+    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})").status, 1U);
+    EXPECT_THAT(Said(), ElementsAre("error ActionHandler_EventLogManagerGetEvents: Failed to lock database"));
+}
+
+TEST_F(EventQuery, FailsWhereTheTableIsGone) {
+    ASSERT_TRUE(host_.Change("DROP TABLE Event_Sample"));
+    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})").status, 1U);
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/lum/LumDebug.h"
+#include "model/ModelLoader.h"
+#include "module/ModuleObjects.h"
+#include "support/LogLines.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ModelLoader : public testing::Test {
+protected:
+    ModelLoader() { ModuleDebug.SetContext(&lines_.Context()); }
+    ~ModelLoader() override { ModuleDebug.SetContext(nullptr); }
+
+    /// Loads a file of that content.
+    std::shared_ptr<Model_t> Load(const std::string& definition) {
+        directory_.Write("model.xml", definition);
+        std::shared_ptr<Model_t> model;
+        EXPECT_EQ(LoadModel(path_, model), model != nullptr);
+        return model;
+    }
+
+    /// Loads a definition in which `from` was replaced, and says what was logged, the routine and the file
+    /// left out.
+    std::vector<std::string> Failing(std::string definition, const std::string& from, const std::string& to) {
+        const std::size_t at = definition.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        definition.replace(at, from.size(), to);
+        EXPECT_EQ(Load(definition), nullptr);
+        return Said();
+    }
+
+    std::vector<std::string> Said() {
+        const std::string prefix = "EventLogManager LoadModel: ";
+        const std::string file = "While parsing '" + std::string(path_.View()) + "', ";
+        std::vector<std::string> said;
+        for (std::string line : lines_.All()) {
+            if (line.starts_with("trace ")) {
+                continue;
+            }
+            for (const std::string& part : {prefix, file}) {
+                const std::size_t at = line.find(part);
+                if (at != std::string::npos) {
+                    line.erase(at, part.size());
+                }
+            }
+            said.push_back(line);
+        }
+        return said;
+    }
+
+    TempDirectory directory_;
+    LogLines lines_;
+    const LumString path_ = directory_.At("model.xml");
+};
+
+const std::string kAutomatic =
+    AutomaticModel("Sums", "Logon", "_HOURLY_",
+                   "<PARAM><NAME>Total</NAME><TYPE>_INTEGER_</TYPE><SOURCE>Count</SOURCE>"
+                   "<OPERATION>_SUM_</OPERATION></PARAM>",
+                   "<NAME>User</NAME>");
+
+TEST_F(ModelLoader, LoadsAUserModel) {
+    const auto model = Load(kLogonDefinition);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetName(), "Logon");
+    EXPECT_EQ(model->GetClass(), "Security");
+    EXPECT_EQ(model->GetNote(), "A note");
+    EXPECT_EQ(model->GetSeverity(), "1");
+    EXPECT_EQ(model->GetType(), ModelType::kUser);
+    EXPECT_EQ(model->GetUploadPolicy(), Policy::kDaily);
+    EXPECT_EQ(model->GetDeletionPolicy(), Policy::kMonthly);
+    EXPECT_EQ(model->GetAggregationPolicy(), Policy::kUnknown);
+    std::shared_ptr<ModelParam_t> param;
+    ASSERT_TRUE(model->GetParams().GetAt(0, param));
+    EXPECT_EQ(param->GetName(), "Count");
+    EXPECT_EQ(param->GetType(), ParamType::kInteger);
+    EXPECT_EQ(param->GetDefault(), "0");
+    ASSERT_TRUE(model->GetParams().GetAt(1, param));
+    EXPECT_EQ(param->GetName(), "User");
+    EXPECT_TRUE(param->GetDefault().IsEmpty());
+    EXPECT_FALSE(model->GetChecksum().IsEmpty());
+    EXPECT_THAT(Said(), ElementsAre("print Model 'Logon' has been loaded with success"));
+    EXPECT_THAT(lines_.All(), testing::Contains("trace EventLogManager LoadModel: Entering"));
+}
+
+TEST_F(ModelLoader, LoadsAnAutomaticModel) {
+    const auto model = Load(kAutomatic);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetSource(), "Logon");
+    EXPECT_EQ(model->GetAggregationPolicy(), Policy::kHourly);
+    std::shared_ptr<ModelParam_t> param;
+    ASSERT_TRUE(model->GetParams().Get("Total", param));
+    EXPECT_EQ(param->GetSource(), "Count");
+    EXPECT_EQ(param->GetOperation(), AggregationOperation::kSum);
+    EXPECT_TRUE(model->GetAggregations().Contains("User"));
+}
+
+TEST_F(ModelLoader, PassesOverWhatBelongsToAutomaticModels) {
+    std::string definition = UserModel("Logon",
+                                       "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE><SOURCE>x</SOURCE>"
+                                       "<OPERATION>_NONSENSE_</OPERATION></PARAM>");
+    definition.replace(definition.find("<PARAMS>"), 0,
+                       "<SOURCE>Other</SOURCE><AGGREGATION-POLICY>_DAILY_</AGGREGATION-POLICY>"
+                       "<AGGREGATION><NAME>User</NAME></AGGREGATION>");
+    const auto model = Load(definition);
+    ASSERT_NE(model, nullptr);
+    EXPECT_TRUE(model->GetSource().IsEmpty());
+    EXPECT_EQ(model->GetAggregationPolicy(), Policy::kUnknown);
+    EXPECT_EQ(model->GetAggregations().GetCount(), 0U);
+    std::shared_ptr<ModelParam_t> param;
+    ASSERT_TRUE(model->GetParams().Get("User", param));
+    EXPECT_TRUE(param->GetSource().IsEmpty());
+    EXPECT_EQ(param->GetOperation(), AggregationOperation::kNone);
+}
+
+TEST_F(ModelLoader, PassesOverTheDefaultOfAnAutomaticParameterAndLoadsOneWithoutOperation) {
+    const auto model = Load(AutomaticModel(
+        "Sums", "Logon", "_HOURLY_",
+        "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE><SOURCE>User</SOURCE><DEFAULT>x</DEFAULT></PARAM>"));
+    ASSERT_NE(model, nullptr);
+    std::shared_ptr<ModelParam_t> param;
+    ASSERT_TRUE(model->GetParams().Get("User", param));
+    EXPECT_TRUE(param->GetDefault().IsEmpty());
+    EXPECT_EQ(param->GetOperation(), AggregationOperation::kNone);
+}
+
+TEST_F(ModelLoader, TakesAnEmptyElementForAMissingOne) {
+    EXPECT_THAT(Failing(kLogonDefinition, "<CLASS>Security</CLASS>", "<CLASS></CLASS>"),
+                ElementsAre("warning failed to get model class"));
+}
+
+TEST_F(ModelLoader, TakesAnElementWithoutLeadingTextForAMissingOne) {
+    EXPECT_THAT(Failing(kLogonDefinition, "<NOTE>A note</NOTE>", "<NOTE><B/>A note</NOTE>"),
+                ElementsAre("warning failed to get model note"));
+}
+
+TEST_F(ModelLoader, RefusesAnotherRoot) {
+    EXPECT_EQ(Load("<model><NAME>x</NAME></model>"), nullptr);
+    EXPECT_THAT(Said(), ElementsAre("warning unexpected root node 'model'"));
+}
+
+TEST_F(ModelLoader, SaysNothingOfAFileThatIsNoDocument) {
+    HostLogLines host;
+    EXPECT_EQ(Load("<MODEL><NAME>x</MODEL>"), nullptr);
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_EQ(host.All().size(), 1U);
+}
+
+TEST_F(ModelLoader, LeavesThePointerAloneWhereTheHeadFails) {
+    directory_.Write("model.xml", "<MODEL/>");
+    auto model = std::make_shared<Model_t>("kept", "", "", "", "", ModelType::kUser, Policy::kUnknown,
+                                           Policy::kUnknown, Policy::kUnknown);
+    EXPECT_FALSE(LoadModel(path_, model));
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetName(), "kept");
+}
+
+TEST_F(ModelLoader, ClearsThePointerWhereTheParametersFail) {
+    directory_.Write("model.xml", UserModel("Logon", ""));
+    auto model = std::make_shared<Model_t>("gone", "", "", "", "", ModelType::kUser, Policy::kUnknown,
+                                           Policy::kUnknown, Policy::kUnknown);
+    EXPECT_FALSE(LoadModel(path_, model));
+    EXPECT_EQ(model, nullptr);
+    EXPECT_THAT(Said(), ElementsAre("error failed to get parameters"));
+}
+
+TEST_F(ModelLoader, EndsTheListAtAParameterWithoutName) {
+    const auto model = Load(UserModel(
+        "Logon", Param("A", "_STRING_") + "<PARAM><TYPE>_STRING_</TYPE></PARAM>" + Param("B", "_STRING_")));
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetParams().GetCount(), 1U);
+}
+
+TEST_F(ModelLoader, DropsARepeatedAggregationEntryInSilence) {
+    const auto model =
+        Load(AutomaticModel("Sums", "Logon", "_HOURLY_",
+                            "<PARAM><NAME>U</NAME><TYPE>_STRING_</TYPE><SOURCE>User</SOURCE></PARAM>",
+                            "<NAME>User</NAME><NAME>User</NAME><NAME>Count</NAME>"));
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetAggregations().GetCount(), 2U);
+    EXPECT_THAT(Said(), ElementsAre("print Model 'Sums' has been loaded with success"));
+}
+
+TEST_F(ModelLoader, ReadsTheFirstAggregationElementAlone) {
+    std::string definition = kAutomatic;
+    definition.replace(definition.find("</MODEL>"), 0, "<AGGREGATION><NAME>Count</NAME></AGGREGATION>");
+    const auto model = Load(definition);
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->GetAggregations().GetCount(), 1U);
+}
+
+struct Defect {
+    const char* from;
+    const char* to;
+    const char* line;
+};
+
+class DefectiveModel : public ModelLoader, public testing::WithParamInterface<Defect> {};
+
+TEST_P(DefectiveModel, IsRefusedWithOneLine) {
+    EXPECT_THAT(Failing(kAutomatic, GetParam().from, GetParam().to), ElementsAre(GetParam().line));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Elements, DefectiveModel,
+    testing::Values(
+        Defect{"<NAME>Sums</NAME>", "", "warning failed to get model name"},
+        Defect{"<CLASS>Security</CLASS>", "", "warning failed to get model class"},
+        Defect{"<NOTE>A note</NOTE>", "", "warning failed to get model note"},
+        Defect{"<SEVERITY>1</SEVERITY>", "", "warning failed to get model severity"},
+        Defect{"<TYPE>_EVENTLOG_MODELTYPE_AUTO_</TYPE>", "", "warning failed to get model type"},
+        Defect{"_EVENTLOG_MODELTYPE_AUTO_", "_AUTO_", "warning unknown model type '_AUTO_'"},
+        Defect{"<UPLOAD-POLICY>_DAILY_</UPLOAD-POLICY>", "", "warning failed to get model upload policy"},
+        Defect{"<UPLOAD-POLICY>_DAILY_", "<UPLOAD-POLICY>_daily_",
+               "warning unknown model upload policy '_daily_'"},
+        Defect{"<DELETION-POLICY>_MONTHLY_</DELETION-POLICY>", "",
+               "warning failed to get model deletion policy"},
+        Defect{"_MONTHLY_", " _MONTHLY_", "warning unknown model deletion policy ' _MONTHLY_'"},
+        Defect{"<SOURCE>Logon</SOURCE>", "", "warning failed to get model source"},
+        Defect{"<AGGREGATION-POLICY>_HOURLY_</AGGREGATION-POLICY>", "",
+               "warning failed to get model aggregation policy"},
+        Defect{"_HOURLY_", "_SECONDLY_", "warning unknown model aggregation policy '_SECONDLY_'"},
+        Defect{"<PARAMS>",
+               "<PARAMS><PARAM><NAME>Total</NAME><TYPE>_INTEGER_</TYPE><SOURCE>a</SOURCE></PARAM>",
+               "error multiple definition for parameter 'Total'"},
+        Defect{"<TYPE>_INTEGER_</TYPE>", "", "error failed to get type for parameter ''"},
+        Defect{"_INTEGER_", "_INT_", "error unknown parameter type '_INT_'"},
+        Defect{"<SOURCE>Count</SOURCE>", "", "error failed to get source for parameter 'Total'"},
+        Defect{"_SUM_", "_TOTAL_", "error unknown parameter operation '_TOTAL_'"},
+        Defect{"<PARAM>", "<PARAM/><PARAM>", "error failed to get parameters"}));
+
+}  // namespace

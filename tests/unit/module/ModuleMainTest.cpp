@@ -1,0 +1,118 @@
+#include <array>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/core/ActionDb.h"
+#include "host/core/LumAgent.h"
+#include "host/core/ModuleInterface.h"
+#include "host/lum/LumFile.h"
+#include "module/ModuleMain.h"
+#include "module/ModuleObjects.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+std::wstring Text(uint32_t command) {
+    std::array<wchar_t, kLumModuleTextLength> buffer{};
+    EXPECT_EQ(ModuleMain(command, 0, buffer.data()), 1U);
+    return buffer.data();
+}
+
+TEST(ModuleMain, RefusesCommandsThatItDoesNotKnow) {
+    for (const uint32_t command : {0U, 8U, 10U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(ModuleMain(command, 0, nullptr), 5U) << command;
+    }
+}
+
+TEST(ModuleMain, AcknowledgesCommandNineAndDoesNothing) {
+    EXPECT_EQ(ModuleMain(9, 0, nullptr), 1U);
+    EXPECT_TRUE(ActionDbListActions().empty());
+}
+
+TEST(ModuleMain, DescribesItself) {
+    EXPECT_EQ(Text(6), L"Event Log Manager module (EventLogManagerModule)");
+}
+
+TEST(ModuleMain, AnswersItsVersionWithTheStampOfTheBuild) {
+    const std::wstring version = Text(7);
+    EXPECT_EQ(version.substr(0, 19), L"11.5.0.121004r - " + version.substr(17, 2));
+    // Mmm dd yyyy - hh:mm:ss
+    ASSERT_EQ(version.size(), 39U);
+    EXPECT_EQ(version.substr(28, 3), L" - ");
+    EXPECT_EQ(version[33], L':');
+    EXPECT_EQ(version[36], L':');
+}
+
+TEST(ModuleMain, RegistersItsFourteenActionsInOrder) {
+    const TestHost host;
+    std::vector<std::string> signatures;
+    for (const ActionInfo& action : ActionDbListActions()) {
+        signatures.emplace_back(action.signature.View());
+    }
+    EXPECT_THAT(
+        signatures,
+        ElementsAre(
+            "EventLogManagerSetValues (container Values)", "EventLogManagerGetValues ()",
+            "EventLogManagerReloadModels ()", "EventLogManagerDeleteModels (container Values)",
+            "EventLogManagerGetModelNames ()", "EventLogManagerGetModel (container Values)",
+            "EventLogManagerEnableModel (container Values)", "EventLogManagerDisableModel (container Values)",
+            "EventLogManagerCreateEvent (container Values)", "EventLogManagerUploadEvents (container Values)",
+            "EventLogManagerDeleteEvents (container Values)", "EventLogManagerGetEvents (container Values)",
+            "EventLogManagerCheckAlertMinimumGap (container Values)",
+            "EventLogManagerCreateAlert (container Values)"));
+}
+
+TEST(ModuleMain, BuildsItsPathsBelowTheAgentsDirectories) {
+    const TestHost host;
+    TestHost::Initialise();
+    const std::string scratch = host.Directory().Path();
+    EXPECT_EQ(IniFilePath.View(), scratch + "/config/EventLogManager.ini");
+    EXPECT_EQ(DataDirectory.View(), scratch + "/data/EventLogManager");
+    EXPECT_EQ(DatabasePath.View(), scratch + "/data/EventLogManager/EventLogManager.sqlite3");
+    EXPECT_EQ(ModelsDirectory.View(), scratch + "/data/EventLogManager/models/");
+}
+
+TEST(ModuleMain, StartsOnAnEmptyDataDirectory) {
+    const TestHost host;
+    TestHost::Initialise();
+    EXPECT_EQ(host.Rows("SELECT name FROM sqlite_master WHERE name IN ('RegisteredModel', 'Scheduler', "
+                        "'DatabaseInformation') ORDER BY name"),
+              "DatabaseInformation\nRegisteredModel\nScheduler");
+    EXPECT_EQ(host.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(host.Rows("SELECT S_Timestamp FROM Scheduler"), "0");
+}
+
+TEST(ModuleMain, TriesEveryStepEvenWithoutADataDirectory) {
+    const TestHost host;
+    std::filesystem::remove_all(host.Directory().Path() / "data/EventLogManager");
+    host.Directory().Write("data/EventLogManager", "in the way");
+    TestHost::Initialise();
+    const std::vector<std::string> said = host.Said();
+    EXPECT_THAT(said, Contains("error LoadRegisteredModels: Failed to load registered models"));
+    EXPECT_THAT(said,
+                Contains("error LoadUnregisteredModels: Failed to load models, (failed to open directory '" +
+                         std::string(ModelsDirectory.View()) + "')"));
+}
+
+TEST(ModuleMain, StartsAndStopsItsThreads) {
+    const TestHost host;
+    TestHost::Initialise();
+    TestHost::Activate();
+    TestHost::CleanUp();
+    EXPECT_EQ(host.CountLines("trace ModuleActivate"), 1U);
+    EXPECT_EQ(host.CountLines("trace ModuleCleanup"), 1U);
+}
+
+TEST(ModuleMain, CleansUpThreadsThatWereNeverStarted) {
+    const TestHost host;
+    EXPECT_EQ(ModuleMain(5, 0, nullptr), 1U);
+    EXPECT_EQ(ModuleMain(2, 0, nullptr), 1U);
+    EXPECT_EQ(host.CountLines("trace Module Unregister starting"), 1U);
+}
+
+}  // namespace

@@ -1,0 +1,326 @@
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "host/lum/LumMutex.h"
+#include "module/ModuleObjects.h"
+#include "store/ModelRegistry.h"
+#include "store/Paths.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace fs = std::filesystem;
+
+class ModelRegistry : public testing::Test {
+protected:
+    /// Starts the module on an empty models directory.
+    void Start() {
+        TestHost::Initialise();
+        started_ = host_.Log().size();
+    }
+    /// Drops and takes in the model "Logon" and answers it.
+    std::shared_ptr<Model_t> StartWithLogon() {
+        host_.Drop("logon.xml", kLogonDefinition);
+        Start();
+        std::shared_ptr<Model_t> model;
+        EXPECT_TRUE(ModelCollection.Get("Logon", model));
+        return model;
+    }
+    /// Forgets the models in memory, as a restart does.
+    static void Forget() {
+        std::shared_ptr<Model_t> model;
+        while (ModelCollection.GetAt(0, model)) {
+            ModelCollection.Remove(model);
+        }
+    }
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] fs::path Models() const { return host_.Directory().Path() / TestHost::kModels; }
+    [[nodiscard]] static std::string Filed(const Model_t& model) {
+        return std::string(FiledDirectory(model.GetName(), model.GetChecksum()).View());
+    }
+
+    const TestHost host_;
+    std::size_t started_ = 0;
+};
+
+TEST_F(ModelRegistry, RegistersADroppedModelWhole) {
+    const auto model = StartWithLogon();
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(host_.Rows("SELECT RM_ModelName, RM_Checksum, RM_Enabled, RM_LastAggregationTimestamp, "
+                         "RM_LastUploadTimestamp FROM RegisteredModel"),
+              "Logon|" + std::string(model->GetChecksum().View()) + "|1|0|0");
+    EXPECT_EQ(host_.Rows("SELECT name, type FROM pragma_table_info('Event_Logon')"),
+              "E_Id|INTEGER\nE_Date|TIMESTAMP\nE_GMT_Offset|INTEGER\nE_DeviceId|INTEGER\nE_GroupId|INTEGER\n"
+              "C_Count|INTEGER\nC_User|TEXT");
+    EXPECT_EQ(
+        host_.Rows(
+            "SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = 'Event_Logon' ORDER BY 1"),
+        "Ix_Event_Logon_Date\nIx_Event_Logon_DeviceID\nIx_Event_Logon_GroupID");
+    EXPECT_EQ(host_.CountLines("print RegisterModel: Model 'Logon' has been registered with success"), 1U);
+    EXPECT_FALSE(fs::exists(Models() / "logon.xml"));
+    EXPECT_TRUE(fs::exists(Filed(*model) + "/logon.xml"));
+}
+
+TEST_F(ModelRegistry, DeclaresAColumnOfAnUnknownTypeWithoutOne) {
+    Start();
+    const auto model = std::make_shared<Model_t>("Odd", "", "", "", "", ModelType::kUser, Policy::kUnknown,
+                                                 Policy::kNever, Policy::kNever);
+    ASSERT_TRUE(model->GetParams().Add(
+        std::make_shared<ModelParam_t>("A", "", static_cast<ParamType>(9), AggregationOperation::kNone, "")));
+    EXPECT_TRUE(RegisterModel(model));
+    EXPECT_EQ(host_.Rows("SELECT type FROM pragma_table_info('Event_Odd') WHERE name = 'C_A'"), "");
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM pragma_table_info('Event_Odd')"), "6");
+}
+
+TEST_F(ModelRegistry, LoadsRegisteredModelsWithTheirStateAfterARestart) {
+    StartWithLogon();
+    ASSERT_TRUE(
+        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastAggregationTimestamp = 11, "
+                     "RM_LastUploadTimestamp = 22"));
+    Forget();
+    EXPECT_TRUE(LoadRegisteredModels());
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Logon", model));
+    EXPECT_FALSE(model->IsEnabled());
+    EXPECT_EQ(model->GetLastAggregationTime(), 11U);
+    EXPECT_EQ(model->GetLastUploadTime(), 22U);
+}
+
+TEST_F(ModelRegistry, SaysWhichFiledDirectoryIsMissing) {
+    const auto model = StartWithLogon();
+    fs::remove_all(Filed(*model));
+    Forget();
+    EXPECT_TRUE(LoadRegisteredModels());
+    EXPECT_THAT(Said(),
+                ElementsAre("error LoadRegisteredModel: Failed to load model 'Logon' (missing directory '" +
+                            Filed(*model) + "')"));
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+}
+
+TEST_F(ModelRegistry, WarnsOfEachUnexpectedFile) {
+    const auto model = StartWithLogon();
+    fs::rename(Filed(*model) + "/logon.xml", Filed(*model) + "/logon.txt");
+    std::ofstream(Filed(*model) + "/broken.xml") << "<MODEL/>";
+    Forget();
+    EXPECT_TRUE(LoadRegisteredModels());
+    const std::string warning =
+        "warning LoadRegisteredModel: While trying to load model 'Logon', unexpected file '";
+    EXPECT_THAT(Said(), testing::UnorderedElementsAre(warning + "logon.txt'", warning + "broken.xml'",
+                                                      "warning LoadModel: While parsing '" + Filed(*model) +
+                                                          "/broken.xml', failed to get model name"));
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+}
+
+TEST_F(ModelRegistry, DoesNotFollowAStoredRowOutOfTheModelsDirectory) {
+    StartWithLogon();
+    Forget();
+    ASSERT_TRUE(host_.Change("UPDATE RegisteredModel SET RM_ModelName = '../..'"));
+    EXPECT_TRUE(LoadRegisteredModels());
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("error LoadRegisteredModel: Failed to load model '../..' ")));
+}
+
+TEST_F(ModelRegistry, FailsToLoadWithoutTheTable) {
+    Start();
+    ASSERT_TRUE(host_.Change("DROP TABLE RegisteredModel"));
+    EXPECT_FALSE(LoadRegisteredModels());
+    EXPECT_THAT(Said(), Contains("error LoadRegisteredModels: Failed to load registered models"));
+}
+
+TEST_F(ModelRegistry, TakesAnEqualDefinitionForAnUpdate) {
+    const auto old = StartWithLogon();
+    old->SetEnabled(false);
+    old->SetLastUploadTime(7);
+    host_.Drop("again.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
+                                    "print LoadUnregisteredModels: Model 'Logon' has been updated"));
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Logon", model));
+    EXPECT_TRUE(model->IsEnabled());
+    EXPECT_EQ(model->GetLastUploadTime(), 0U);
+    EXPECT_TRUE(fs::exists(Filed(*model) + "/again.xml"));
+    EXPECT_FALSE(fs::exists(Models() / "again.xml"));
+}
+
+TEST_F(ModelRegistry, RefusesAnotherDefinitionOfARegisteredModel) {
+    StartWithLogon();
+    host_.Drop("other.xml", UserModel("Logon", Param("User", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(
+        Said(),
+        Contains("error LoadUnregisteredModels: Model 'Logon' already exist with different checksum"));
+    EXPECT_TRUE(fs::exists(Models() / "other.xml"));
+}
+
+TEST_F(ModelRegistry, LeavesAModelWhoseTableIsThereAlready) {
+    Start();
+    ASSERT_TRUE(host_.Change("CREATE TABLE Event_Logon (a)"));
+    host_.Drop("logon.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), Contains("error RegisterModel: Failed to register model 'Logon'"));
+    EXPECT_TRUE(fs::exists(Models() / "logon.xml"));
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+}
+
+TEST_F(ModelRegistry, RegistersNothingWhereALaterStatementFails) {
+    Start();
+    ASSERT_TRUE(host_.Change("CREATE TABLE Other (a); CREATE INDEX Ix_Event_Logon_GroupID ON Other (a)"));
+    host_.Drop("logon.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name = 'Event_Logon'"), "0");
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+}
+
+TEST_F(ModelRegistry, RefusesNamesThatAreNoSqlNames) {
+    Start();
+    const std::vector<std::string> names = {
+        "../x", "a b", "a;b", "x (a); DROP TABLE Scheduler; --", "a'b", "a.b", std::string(201, 'a')};
+    for (const std::string& name : names) {
+        host_.Drop("odd.xml", UserModel(name, Param("A", "_STRING_")));
+        const std::size_t before = host_.Log().size();
+        EXPECT_TRUE(LoadUnregisteredModels());
+        EXPECT_THAT(host_.Said(before),
+                    ElementsAre("print LoadModel: Model '" + name + "' has been loaded with success",
+                                "error RegisterModel: Model name '" + name + "' is no table name",
+                                "error RegisterModel: Failed to register model '" + name + "'"));
+    }
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Scheduler"), "1");
+    EXPECT_EQ(std::distance(fs::directory_iterator(Models()), {}), 1);
+    EXPECT_FALSE(fs::exists(Models() / "../x"));
+}
+
+TEST_F(ModelRegistry, RefusesParameterNamesThatAreNoSqlNames) {
+    Start();
+    host_.Drop("odd.xml", UserModel("Odd", Param("A TEXT, C_B", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(
+        Said(),
+        Contains("error RegisterModel: Parameter name 'A TEXT, C_B' of model 'Odd' is no column name"));
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+}
+
+TEST_F(ModelRegistry, PassesOverWhatIsNoDefinition) {
+    Start();
+    host_.Drop("notes.txt", "text");
+    host_.Directory().MakeDirectory(std::string(TestHost::kModels) + "/directory");
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), IsEmpty());
+}
+
+TEST_F(ModelRegistry, WarnsOfADefinitionThatIsNoRegularFile) {
+    Start();
+    host_.Directory().MakeDirectory(std::string(TestHost::kModels) + "/directory.xml");
+    ASSERT_EQ(mkfifo((Models() / "pipe.xml").c_str(), 0600), 0);
+    host_.Drop("good.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "directory.xml").string() +
+                                 "' is no regular file"));
+    EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "pipe.xml").string() +
+                                 "' is no regular file"));
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(ModelRegistry, FailsWithoutTheModelsDirectory) {
+    Start();
+    fs::remove_all(Models());
+    EXPECT_FALSE(LoadUnregisteredModels());
+    EXPECT_THAT(
+        Said(),
+        ElementsAre("error LoadUnregisteredModels: Failed to load models, (failed to open directory '" +
+                    Models().string() + "/')"));
+}
+
+TEST_F(ModelRegistry, SaysThatADefinitionCouldNotBeFiled) {
+    Start();
+    host_.Directory().Write(std::string(TestHost::kModels) + "/Logon", "in the way");
+    host_.Drop("logon.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(),
+                Contains("error LoadUnregisteredModels: Failed to copy new definition for model 'Logon'"));
+    EXPECT_TRUE(fs::exists(Models() / "logon.xml"));
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+}
+
+TEST_F(ModelRegistry, RemovesAModelFromDatabaseDiskAndMemory) {
+    StartWithLogon();
+    EXPECT_TRUE(RemoveRegisteredModel("Logon"));
+    EXPECT_THAT(Said(),
+                ElementsAre("print UnregisterModel: Model 'Logon' has been unregistered with success",
+                            "print RemoveRegisteredModel: Model 'Logon' has been removed with success"));
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name LIKE '%Logon%'"), "0");
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_FALSE(fs::exists(Models() / "Logon"));
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(ModelRegistry, RemovesAModelWhileTheLockIsHeld) {
+    StartWithLogon();
+    const LumMutexLock lock(DatabaseMutex);
+    EXPECT_TRUE(RemoveRegisteredModel("Logon"));
+}
+
+TEST_F(ModelRegistry, KeepsTheRowWhereTheTableCannotBeDropped) {
+    StartWithLogon();
+    ASSERT_TRUE(host_.Change("DROP TABLE Event_Logon"));
+    EXPECT_FALSE(RemoveRegisteredModel("Logon"));
+    EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: no such table: Event_Logon"),
+                                    "error UnregisterModel: Failed to unregister model 'Logon'"));
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(ModelRegistry, SaysThatThereIsNoSuchModelToRemove) {
+    Start();
+    EXPECT_FALSE(RemoveRegisteredModel("Logon"));
+    EXPECT_THAT(Said(), ElementsAre("error RemoveRegisteredModel: Failed to get model 'Logon'"));
+}
+
+TEST_F(ModelRegistry, RefusesNull) {
+    EXPECT_FALSE(RegisterModel(nullptr));
+    EXPECT_FALSE(UnregisterModel(nullptr));
+}
+
+TEST_F(ModelRegistry, SaysThatTheLockCannotBeHad) {
+    const auto model = StartWithLogon();
+    const DatabaseLockout lockout;
+    EXPECT_FALSE(LoadRegisteredModels());
+    EXPECT_FALSE(RegisterModel(model));
+    EXPECT_FALSE(UnregisterModel(model));
+    EXPECT_THAT(Said(), ElementsAre("error LoadRegisteredModels: Failed to lock database",
+                                    "error RegisterModel: Failed to lock database",
+                                    "error UnregisterModel: Failed to lock database"));
+}
+
+TEST(Paths, AddsNoSeparatorToADirectoryThatLacksOne) {
+    const ModulePaths paths = BuildModulePaths("/etc/config", "/var/data");
+    EXPECT_EQ(paths.iniFile, "/etc/configEventLogManager.ini");
+    EXPECT_EQ(paths.dataDirectory, "/var/dataEventLogManager");
+    EXPECT_EQ(paths.database, "/var/dataEventLogManager/EventLogManager.sqlite3");
+    EXPECT_EQ(paths.modelsDirectory, "/var/dataEventLogManager/models/");
+}
+
+TEST(Paths, KnowsWhatIsOneNameOfADirectory) {
+    for (const char* name : {"Logon", "a..b", "..."}) {
+        EXPECT_TRUE(IsPathComponent(name)) << name;
+    }
+    for (const char* name : {"", ".", "..", "a/b", "/"}) {
+        EXPECT_FALSE(IsPathComponent(name)) << name;
+    }
+    EXPECT_FALSE(IsPathComponent(LumString(std::string_view("a\0b", 3))));
+}
+
+}  // namespace
