@@ -23,7 +23,8 @@ protected:
     std::shared_ptr<Model_t> Load(const std::string& definition) {
         directory_.Write("model.xml", definition);
         std::shared_ptr<Model_t> model;
-        EXPECT_EQ(LoadModel(path_, model), model != nullptr);
+        const bool loaded = LoadModel(path_, model);
+        EXPECT_EQ(loaded, model != nullptr);
         return model;
     }
 
