@@ -101,13 +101,11 @@ template <class... Args>
 using LumFormatFor = LumFormat<std::type_identity_t<Args>...>;
 
 /// One argument of a format text. Refers to a text argument, which must outlive it.
-struct LumFormatArg {
-    union {
-        std::string_view string;
-        const char* text;
-        int64_t number;
-        double real;
-    };
+union LumFormatArg {
+    std::string_view string;
+    const char* text;
+    int64_t number;
+    double real;
 };
 
 inline LumFormatArg LumMakeFormatArg(const LumString& value);  // defined beside LumString
