@@ -1,5 +1,6 @@
 // The database on a disk that fails: full, read-only, damaged, or gone in the middle of a call.
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -22,7 +23,6 @@ namespace {
 using Call = FaultVfs::Call;
 using Lines = std::vector<std::string>;
 
-/// Each statement of a small work, one after the other, and whether it worked.
 constexpr const char* kInsert = "INSERT INTO t (a) VALUES (1)";
 
 TEST(DatabaseFaults, SaysThatAFileIsNoDatabaseAndLeavesIt) {
@@ -38,21 +38,38 @@ TEST(DatabaseFaults, SaysThatAFileIsNoDatabaseAndLeavesIt) {
     EXPECT_EQ(database.Directory().Read("test.sqlite3"), garbage);
 }
 
+/// Fills two tables; the first one's rows lie before the second one's.
+void FillTwoTables(const LumString& path) {
+    EXPECT_EQ(
+        RawSqlite(path).Run("CREATE TABLE good (a); INSERT INTO good VALUES ('there'); CREATE TABLE bad (a);"
+                            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) "
+                            "INSERT INTO bad SELECT zeroblob(1000) FROM n"),
+        SQLITE_OK);
+}
+
 TEST(DatabaseFaults, UsesADamagedDatabaseForAsLongAsItAnswers) {
     TestDatabase database;
-    {
-        RawSqlite raw(database.Path());
-        EXPECT_EQ(raw.Run("CREATE TABLE good (a); INSERT INTO good VALUES ('there'); CREATE TABLE bad (a);"
-                          "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) "
-                          "INSERT INTO bad SELECT zeroblob(1000) FROM n"),
-                  SQLITE_OK);
-    }
-    std::filesystem::resize_file(database.Path().GetString(), 40960);
+    FillTwoTables(database.Path());
+    std::string bytes = database.Directory().Read("test.sqlite3");
+    std::fill(bytes.begin() + 40960, bytes.begin() + 81920, '\xee');
+    database.Directory().Write("test.sqlite3", bytes);
     EXPECT_EQ(database.Rows("SELECT a FROM good"), "there");
     EXPECT_EQ(database.Rows("SELECT sum(length(a)) FROM bad"), "failed");
     EXPECT_EQ(database.Lines(), Lines{"error Test DBConnection: database disk image is malformed in "
                                       "statement: SELECT sum(length(a)) FROM bad"});
     EXPECT_NE(database.Rows("pragma integrity_check"), "ok");
+    EXPECT_TRUE(database.Run("INSERT INTO good VALUES ('more')"));
+}
+
+TEST(DatabaseFaults, SaysThatADatabaseIsCutOff) {
+    TestDatabase database;
+    FillTwoTables(database.Path());
+    std::filesystem::resize_file(database.Path().GetString(), 40960);
+    EXPECT_FALSE(database.Run("SELECT a FROM good"));
+    EXPECT_EQ(
+        database.Lines(),
+        Lines{std::string("error Test DBConnection: cannot open database '") + database.Path().GetString() +
+              "': database disk image is malformed in statement: SELECT a FROM good"});
 }
 
 TEST(DatabaseFaults, FailsAStatementWhoseWriteFailsAndGoesOn) {
