@@ -21,8 +21,8 @@
 
 #include <malloc.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
+#include "BenchSupport.h"
 #include "host/lum/Database.h"
 #include "host/lum/LumDebug.h"
 #include "host/lum/LumMutex.h"
@@ -51,17 +51,6 @@ constexpr const char* kSelectRows =
     "SELECT E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, C_Seconds, C_Remote, C_User "
     "FROM Event_Bench";
 
-[[noreturn]] void Fail(const std::string& what) {
-    std::fprintf(stderr, "DatabaseBench: %s\n", what.c_str());
-    std::exit(1);
-}
-
-void Check(int status, int expected, sqlite3* database) {
-    if (status != expected) {
-        Fail(sqlite3_errmsg(database));
-    }
-}
-
 /// The text of the event of that number, as the module writes it.
 void WriteInsert(LumString& sql, uint32_t number) {
     sql.Printf(
@@ -71,62 +60,21 @@ void WriteInsert(LumString& sql, uint32_t number) {
         static_cast<double>(number) / 8.0, number % 2, number % 1000);
 }
 
-/// A directory that goes with the process.
-class ScratchDirectory {
+/// SQLite as it comes, with a lock so that several threads may use it.
+class TextDatabase {
 public:
-    ScratchDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "lum-bench-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) {
-            Fail("no temporary directory");
-        }
-        path_ = name;
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    [[nodiscard]] std::string File(const std::string& name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
-
-/// SQLite as it comes: what the pool is measured against.
-class RawDatabase {
-public:
-    RawDatabase(const std::string& path, DBSynchronous synchronous) {
-        const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-        Check(sqlite3_open_v2(path.c_str(), &database_, flags, nullptr), SQLITE_OK, database_);
-        Execute("PRAGMA journal_mode = WAL");
-        Execute(synchronous == DBSynchronous::kFull ? "PRAGMA synchronous = FULL"
-                                                    : "PRAGMA synchronous = NORMAL");
-    }
-    RawDatabase(const RawDatabase&) = delete;
-    RawDatabase& operator=(const RawDatabase&) = delete;
-    ~RawDatabase() { sqlite3_close(database_); }
-
-    void Execute(const char* sql) {
-        Check(sqlite3_exec(database_, sql, nullptr, nullptr, nullptr), SQLITE_OK, database_);
-    }
+    TextDatabase(const std::string& path, DBSynchronous synchronous)
+        : raw_(path, synchronous == DBSynchronous::kFull) {}
 
     void Insert(const LumString& sql) {
         const LumMutexLock lock(mutex_);
-        sqlite3_stmt* statement = Prepare(sql.GetString());
-        Check(sqlite3_step(statement), SQLITE_DONE, database_);
-        sqlite3_finalize(statement);
+        raw_.RunOnce(sql.GetString());
     }
 
-    [[nodiscard]] sqlite3_stmt* Prepare(const char* sql) {
-        sqlite3_stmt* statement = nullptr;
-        Check(sqlite3_prepare_v2(database_, sql, -1, &statement, nullptr), SQLITE_OK, database_);
-        return statement;
-    }
+    [[nodiscard]] RawDatabase& Raw() { return raw_; }
 
 private:
-    sqlite3* database_ = nullptr;
+    RawDatabase raw_;
     LumMutex mutex_;
 };
 
@@ -158,38 +106,6 @@ private:
     LumMutex mutex_;
 };
 
-double SecondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double Median(std::vector<double> values) {
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                     values.end());
-    return values[values.size() / 2];
-}
-
-/// Seconds of `ours` and of `floor`, taken in turns.
-std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
-                                    const std::function<void()>& floor) {
-    std::vector<double> ourTimes;
-    std::vector<double> floorTimes;
-    for (int round = 0; round < rounds; ++round) {
-        ourTimes.push_back(SecondsOf(ours));
-        floorTimes.push_back(SecondsOf(floor));
-    }
-    return {Median(ourTimes), Median(floorTimes)};
-}
-
-void PrintHead() {
-    std::printf("%-40s | %14s | %14s | %6s | %s\n", "work", "ours", "floor", "ratio", "target");
-}
-
-void PrintRow(const std::string& work, double ours, double floor, double ratio, const char* target) {
-    std::printf("%-40s | %14.0f | %14.0f | %6.2f | %s\n", work.c_str(), ours, floor, ratio, target);
-}
-
 template <class Database>
 void InsertMany(Database& database, uint32_t count, uint32_t threads) {
     const auto work = [&database, count, threads](uint32_t first) {
@@ -215,10 +131,10 @@ void BenchInserts(const ScratchDirectory& scratch, const Sizes& sizes, DBSynchro
     const std::string name = std::string(full ? "full" : "normal") + std::to_string(threads);
     const uint32_t count = full ? sizes.fullInserts : sizes.inserts;
     for (const char* const side : {"pool", "raw"}) {
-        RawDatabase(scratch.File(name + side), synchronous).Execute(kCreateTable);
+        RawDatabase(scratch.File(name + side), full).Execute(kCreateTable);
     }
     PoolDatabase pool(scratch.File(name + "pool"), synchronous);
-    RawDatabase raw(scratch.File(name + "raw"), synchronous);
+    TextDatabase raw(scratch.File(name + "raw"), synchronous);
     const auto [ours, floor] = Alternate(
         sizes.rounds, [&] { InsertMany(pool, count, threads); }, [&] { InsertMany(raw, count, threads); });
     const std::string work = std::string("inserts a second, ") + (full ? "full, " : "normal, ") +
@@ -271,7 +187,7 @@ std::size_t AllocatedBytes() {
 }
 
 void FillTable(const std::string& path, uint32_t rows) {
-    RawDatabase raw(path, DBSynchronous::kNormal);
+    RawDatabase raw(path, false);
     raw.Execute(kCreateTable);
     LumString sql;
     sql.Printf(
@@ -286,7 +202,7 @@ void BenchResult(const ScratchDirectory& scratch, const Sizes& sizes) {
     const std::string path = scratch.File("rows");
     FillTable(path, sizes.rows);
     PoolDatabase pool(path, DBSynchronous::kNormal);
-    RawDatabase raw(path, DBSynchronous::kNormal);
+    RawDatabase raw(path, false);
     double bytes = 0;
     const auto buffer = [&] {
         DBConnection connection(pool.Pool());
@@ -306,20 +222,21 @@ void BenchResult(const ScratchDirectory& scratch, const Sizes& sizes) {
     const auto [ours, floor] = Alternate(sizes.rounds, buffer, step);
     PrintRow("rows buffered a second, 9 columns", sizes.rows / ours, sizes.rows / floor, floor / ours,
              ">= 0.75");
-    std::printf("%-40s | %14.1f | %14s | %6s | %s\n", "bytes a buffered row", bytes / sizes.rows, "", "",
-                "<= 115");
+    constexpr double kMostBytes = 115.0;
+    PrintRow("bytes a buffered row", bytes / sizes.rows, kMostBytes, bytes / sizes.rows / kMostBytes,
+             "<= 1.00");
 }
 
 int InsertOnly(std::string_view side, uint32_t count) {
     const ScratchDirectory scratch;
     const std::string path = scratch.File("inserts");
-    RawDatabase(path, DBSynchronous::kNormal).Execute(kCreateTable);
+    RawDatabase(path, false).Execute(kCreateTable);
     if (side == "pool") {
         PoolDatabase pool(path, DBSynchronous::kNormal);
         InsertMany(pool, count, 1);
     } else {
-        RawDatabase raw(path, DBSynchronous::kNormal);
-        InsertMany(raw, count, 1);
+        TextDatabase text(path, DBSynchronous::kNormal);
+        InsertMany(text, count, 1);
     }
     return 0;
 }
@@ -330,7 +247,7 @@ int main(int argc, char** argv) {
     if (argc == 4 && std::string_view(argv[1]) == "--inserts") {
         return InsertOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
     }
-    const Sizes& sizes = argc > 1 && std::string_view(argv[1]) == "--tiny" ? kTiny : kUsual;
+    const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
     const ScratchDirectory scratch;
     PrintHead();
     for (const uint32_t threads : {1U, 4U}) {
