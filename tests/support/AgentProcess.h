@@ -8,7 +8,7 @@
 #include <sys/types.h>
 
 #include "support/HttpClient.h"
-#include "support/ScratchDirectory.h"
+#include "support/TempDirectory.h"
 
 /// A real agent process on directories of its own: the `lumagent` beside the running test.
 class AgentProcess {
@@ -28,7 +28,7 @@ public:
     /// A variable "NAME=value" for the process's environment; empty for none.
     std::string environment;
 
-    [[nodiscard]] const ScratchDirectory& GetScratch() const { return scratch_; }
+    [[nodiscard]] const TempDirectory& GetScratch() const { return scratch_; }
     [[nodiscard]] std::string GetConfigDirectory() const { return scratch_ / "config"; }
     [[nodiscard]] std::string GetDataDirectory() const { return scratch_ / "data"; }
     [[nodiscard]] std::string GetSocketPath() const { return scratch_ / "data/agent.sock"; }
@@ -60,7 +60,7 @@ public:
 private:
     [[noreturn]] void Execute() const;
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     pid_t process_ = 0;
 };
 

@@ -8,6 +8,15 @@
 #include "host/lum/LumDebug.h"
 #include "support/TempDirectory.h"
 
+/// How often `part` stands in `text`.
+inline std::size_t CountIn(std::string_view text, std::string_view part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 /// A logging context whose lines a test can read back.
 class LogLines {
 public:
@@ -24,6 +33,10 @@ public:
     ~LogLines() = default;
 
     [[nodiscard]] LumDebugContext& Context() { return context_; }
+
+    [[nodiscard]] std::string Text() const { return directory_.Read("log"); }
+    /// How often `part` has been written so far.
+    [[nodiscard]] std::size_t Count(std::string_view part) const { return CountIn(Text(), part); }
 
     /// Every line so far without its time: "warning Host some text".
     [[nodiscard]] std::vector<std::string> All() const {

@@ -11,6 +11,12 @@
 
 #include "host/lum/LumString.h"
 
+/// The content of a file; empty where there is none.
+inline std::string ReadWholeFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 /// A directory of a test's own, deleted with everything in it at the end.
 class TempDirectory {
 public:
@@ -34,13 +40,18 @@ public:
         return LumString((path_ / std::filesystem::path(name)).string());
     }
 
-    void Write(std::string_view name, std::string_view content) const {
-        std::ofstream(path_ / std::filesystem::path(name), std::ios::binary) << content;
+    [[nodiscard]] std::string operator/(std::string_view name) const {
+        return (path_ / std::filesystem::path(name)).string();
     }
-    [[nodiscard]] std::string Read(std::string_view name) const {
-        std::ifstream file(path_ / std::filesystem::path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
+
+    /// Writes a file, and makes the directories that lead to it; returns its path.
+    std::string Write(std::string_view name, std::string_view content) const {
+        const std::filesystem::path path = path_ / std::filesystem::path(name);
+        std::filesystem::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << content;
+        return path.string();
     }
+    [[nodiscard]] std::string Read(std::string_view name) const { return ReadWholeFile(*this / name); }
     void MakeDirectory(std::string_view name) const {
         std::filesystem::create_directories(path_ / std::filesystem::path(name));
     }

@@ -10,8 +10,8 @@
 
 #include "agent/ControlServer.h"
 #include "agent/ControlSocket.h"
-#include "support/CapturedLog.h"
 #include "support/HttpClient.h"
+#include "support/LogLines.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -28,7 +28,7 @@ protected:
     }
 
     void Start(uint32_t clientTimeoutMs = 30'000, std::size_t maxConnections = 1000, uint32_t threads = 2) {
-        debug_.SetContext(&log_.GetContext());
+        debug_.SetContext(&log_.Context());
         server_ = std::make_unique<ControlServer>(
             ControlServerOptions{threads, clientTimeoutMs, maxConnections},
             [this](std::string_view method, std::string_view target, std::string_view body) {
@@ -68,9 +68,9 @@ protected:
     }
     [[nodiscard]] HttpClient Connect() const { return HttpClient(path_); }
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     const std::string path_ = scratch_ / "s";
-    CapturedLog log_;
+    HostLogLines log_;
     LumDebug debug_{"Agent", "test"};
     ControlSocket socket_;
     std::unique_ptr<ControlServer> server_;
@@ -350,7 +350,7 @@ TEST_F(Server, StopsTwiceAndWithoutStartInPeace) {
 }
 
 TEST_F(Server, RefusesADescriptorThatIsNoSocket) {
-    debug_.SetContext(&log_.GetContext());
+    debug_.SetContext(&log_.Context());
     ControlServer server({}, nullptr, debug_);
     EXPECT_FALSE(server.Start(FileDescriptor()));
     EXPECT_EQ(log_.Count("error Agent Cannot serve the control socket: "), 1U);

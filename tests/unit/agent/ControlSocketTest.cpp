@@ -13,7 +13,7 @@
 
 #include "agent/ControlSocket.h"
 #include "support/HttpClient.h"
-#include "support/ScratchDirectory.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -30,16 +30,17 @@ protected:
     [[nodiscard]] bool Open(std::optional<gid_t> group = std::nullopt) {
         return socket_.Open(LumString(std::string_view(path_)), group, error_);
     }
-    /// Leaves a socket file behind that nobody serves.
-    void LeaveStale(int type = SOCK_STREAM) const {
-        const FileDescriptor left(::socket(AF_UNIX, type, 0));
+    /// A socket at the path, of a type that is not served; its file outlives it.
+    [[nodiscard]] FileDescriptor Bind(int type) const {
+        FileDescriptor made(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-        ASSERT_EQ(::bind(left.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(::bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        return made;
     }
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     const std::string path_ = scratch_ / "agent.sock";
     ControlSocket socket_;
     LumString error_;
@@ -87,7 +88,7 @@ TEST_F(ControlSocketFile, IsNeverOpenToOthersNotEvenUnderAnOpenUmask) {
 }
 
 TEST_F(ControlSocketFile, ReplacesOneThatNobodyServes) {
-    LeaveStale();
+    Bind(SOCK_STREAM).Close();
     ASSERT_TRUE(Open()) << error_.GetString();
     EXPECT_TRUE(HttpClient(path_).IsConnected());
 }
@@ -101,7 +102,7 @@ TEST_F(ControlSocketFile, RefusesToReplaceOneThatIsServed) {
 }
 
 TEST_F(ControlSocketFile, RefusesToReplaceASocketOfAnotherKind) {
-    LeaveStale(SOCK_DGRAM);
+    const FileDescriptor other = Bind(SOCK_DGRAM);
     EXPECT_FALSE(Open());
     EXPECT_TRUE(Exists());
 }
@@ -141,7 +142,7 @@ TEST_F(ControlSocketFile, SaysWhyItCannotBeMade) {
 TEST_F(ControlSocketFile, ChecksWithoutMakingAnything) {
     EXPECT_TRUE(ControlSocket::Check(LumString(std::string_view(path_)), error_));
     EXPECT_FALSE(Exists());
-    LeaveStale();
+    Bind(SOCK_STREAM).Close();
     EXPECT_TRUE(ControlSocket::Check(LumString(std::string_view(path_)), error_));
     EXPECT_TRUE(Exists());
 }

@@ -6,13 +6,13 @@
 #include <unistd.h>
 
 #include "agent/InstanceLock.h"
-#include "support/ScratchDirectory.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
 class InstanceLockFile : public testing::Test {
 protected:
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     const LumString directory_{std::string_view(scratch_ / "")};
     LumString error_;
 };
@@ -50,7 +50,7 @@ TEST_F(InstanceLockFile, SaysWhyItsFileCannotBeOpened) {
     InstanceLock lock;
     std::filesystem::create_directory(scratch_ / "agent.lock");
     EXPECT_FALSE(lock.Take(directory_, error_));
-    EXPECT_EQ(error_, ("Cannot open " + (scratch_ / "/agent.lock") + ": Is a directory").c_str());
+    EXPECT_EQ(error_, ("Cannot open " + (scratch_ / "agent.lock") + ": Is a directory").c_str());
 }
 
 TEST_F(InstanceLockFile, DoesNotFollowALink) {

@@ -8,7 +8,7 @@
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "support/AgentProcess.h"
-#include "support/CapturedLog.h"
+#include "support/LogLines.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ LumString Text(const std::string& text) {
 class ModuleHostFiles : public testing::Test {
 protected:
     ModuleHostFiles() {
-        debug_.SetContext(&log_.GetContext());
+        debug_.SetContext(&log_.Context());
         LumString error;
         EXPECT_TRUE(
             LumAgentGetDebugContext(nullptr)->OpenFile(Text(scratch_ / "modules.log"), 1 << 20, 1, error));
@@ -32,8 +32,8 @@ protected:
     /// Expects that the module was refused with one error line that names the file and ends with the reason.
     void ExpectRefusal(const std::string& name, const std::string& path, const std::string& reason) const {
         EXPECT_EQ(log_.Count("error Agent Module '" + name + "' is not loaded from " + path + ": "), 1U)
-            << log_.GetText();
-        EXPECT_EQ(log_.Count(reason + "\n"), 1U) << log_.GetText();
+            << log_.Text();
+        EXPECT_EQ(log_.Count(reason + "\n"), 1U) << log_.Text();
     }
 
     /// What the modules have said, without the times.
@@ -47,8 +47,8 @@ protected:
         return lines;
     }
 
-    ScratchDirectory scratch_;
-    CapturedLog log_;
+    TempDirectory scratch_;
+    HostLogLines log_;
     LumDebug debug_{"Agent", "test"};
     ModuleHost host_{debug_};
 };
@@ -105,7 +105,7 @@ TEST_F(ModuleHostFiles, DoesNotOpenWhatIsNoRegularFile) {
     const std::string pipe = scratch_ / "pipe.so";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_FALSE(Load("Pipe", pipe));
-    EXPECT_FALSE(Load("Directory", scratch_.GetPath()));
+    EXPECT_FALSE(Load("Directory", scratch_.Path().string()));
     EXPECT_EQ(log_.Count(": it is no regular file\n"), 2U);
 }
 

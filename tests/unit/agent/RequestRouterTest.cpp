@@ -4,7 +4,7 @@
 
 #include "agent/RequestRouter.h"
 #include "host/core/ActionDb.h"
-#include "support/CapturedLog.h"
+#include "support/LogLines.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ protected:
         EXPECT_EQ(answer.body, "{\"error\":\"" + sentence + "\"}");
     }
 
-    CapturedLog log_;
+    HostLogLines log_;
     LumAgentHandle handle_{"Tester"};
     std::vector<ModuleInfo> modules_{{"Tester", "/m/Tester.so", "A \"tester\"", "1.0"},
                                      {"Other", "/m/O.so", "", ""}};
@@ -62,10 +62,8 @@ TEST_F(RequestRouter, ListsNoModulesAsAnEmptyArray) {
 TEST_F(RequestRouter, ListsActionsInOrderOfRegistration) {
     const HttpAnswer answer = Route("GET", "/actions");
     EXPECT_EQ(answer.status, 200U);
-    // No raw texts: the formatter takes the word in quotes for a keyword and breaks the line inside of them.
-    const std::string back =
-        "{\"name\":\"Back\",\"signature\":\"Back (container Values)\",\"module\":\"Tester\"}";
-    const std::string odd = "{\"name\":\"A+b/c\",\"signature\":\"A+b/c ()\",\"module\":\"Tester\"}";
+    const std::string back = R"-({"name":"Back","signature":"Back (container Values)","module":"Tester"})-";
+    const std::string odd = R"-({"name":"A+b/c","signature":"A+b/c ()","module":"Tester"})-";
     EXPECT_EQ(answer.body, "[" + back + "," + odd + "]");
 }
 

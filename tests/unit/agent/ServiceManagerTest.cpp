@@ -9,7 +9,7 @@
 
 #include "agent/FileDescriptor.h"
 #include "agent/ServiceManager.h"
-#include "support/ScratchDirectory.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ protected:
         return length < 0 ? "nothing" : std::string(buffer, static_cast<std::size_t>(length));
     }
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     FileDescriptor socket_{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "agent/Settings.h"
-#include "support/ScratchDirectory.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ protected:
                             "/data/");
     }
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     CommandLine commandLine_;
 };
 

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "host/core/ActionDb.h"
-#include "support/CapturedLog.h"
+#include "support/LogLines.h"
 
 namespace {
 
@@ -60,7 +60,7 @@ protected:
         return status;
     }
 
-    CapturedLog log_;
+    HostLogLines log_;
     LumAgentHandle first_{"First"};
     LumAgentHandle second_{"Second"};
 };

@@ -8,8 +8,8 @@
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/lum/LumFile.h"
-#include "support/CapturedLog.h"
-#include "support/ScratchDirectory.h"
+#include "support/LogLines.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -33,10 +33,10 @@ protected:
         LumString reason;
         EXPECT_TRUE(LumAgentGetDebugContext(nullptr)->OpenFile(Text(scratch_ / "log"), 1 << 20, 1, reason));
         EXPECT_TRUE(SetUpAgent());
-        return CapturedLog::CountIn(ReadWholeFile(scratch_ / "log"), part);
+        return CountIn(ReadWholeFile(scratch_ / "log"), part);
     }
 
-    ScratchDirectory scratch_;
+    TempDirectory scratch_;
     LumString error_;
 };
 
