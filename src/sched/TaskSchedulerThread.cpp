@@ -36,7 +36,7 @@ std::array<bool, kPeriodCount> ChangedPeriods(const std::tm& previous, const std
 
 void TaskSchedulerThread::ThreadMain() {
     ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
-    Initialise(std::time(nullptr));
+    Initialise();
     while (!CheckCancelled(false)) {
         RunCycle(std::time(nullptr));
         if (CheckCancelled(false)) {
@@ -46,7 +46,7 @@ void TaskSchedulerThread::ThreadMain() {
     }
 }
 
-void TaskSchedulerThread::Initialise(std::time_t now) {
+void TaskSchedulerThread::Initialise() {
     if (ReadLastTimestamp(lastTimestamp_)) {
         ModuleDebug.PrintWithNL("%S: Last timestamp has been read with success (%ld)", kRoutine,
                                 int64_t{lastTimestamp_});
@@ -55,7 +55,7 @@ void TaskSchedulerThread::Initialise(std::time_t now) {
         lastTimestamp_ = 0;
     }
     if (lastTimestamp_ == 0) {
-        lastTimestamp_ = static_cast<int32_t>(now);
+        lastTimestamp_ = static_cast<int32_t>(std::time(nullptr));
         ModuleDebug.PrintWithNL("%S: Initializing last timestamp (%ld)", kRoutine, int64_t{lastTimestamp_});
         KeepLastTimestamp(lastTimestamp_);
     }

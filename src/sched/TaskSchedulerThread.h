@@ -27,8 +27,8 @@ public:
     /// One look at the clock that shows `now`: queues what has fallen due since the last timestamp and moves
     /// it.
     void RunCycle(std::time_t now);
-    /// Takes the last timestamp over from the database, or makes `now` the first one.
-    void Initialise(std::time_t now);
+    /// Takes the last timestamp over from the database, or makes the current time the first one.
+    void Initialise();
 
 private:
     [[nodiscard]] static bool ReadLastTimestamp(int32_t& timestamp);
