@@ -1,0 +1,90 @@
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "sched/TaskProcessorThread.h"
+#include "support/ModuleHarness.h"
+
+namespace {
+
+class Processor : public testing::Test {
+protected:
+    static void Queue(TaskType type, const char* model, uint32_t timestamp = 100) {
+        TaskQueue.Push(MakeTask(type, model, 0, timestamp, false));
+    }
+    /// Runs the thread until the log has the line of the last task.
+    void RunUntil(const char* level, const std::string& text) {
+        TaskProcessorThread thread;
+        ASSERT_TRUE(thread.Start(nullptr, nullptr));
+        while (module_.ModuleLines(level, text) == 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_TRUE(thread.Cancel(3000, true));
+    }
+
+    ModuleHarness module_;
+};
+
+TEST_F(Processor, RunsTheTasksOfAModelInTheirOrder) {
+    const auto model = module_.Add({.name = "A"});
+    ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
+    const ReceivedFiles received;
+    Queue(TaskType::TaskAggregate, "A");
+    Queue(TaskType::TaskUpload, "A");
+    Queue(TaskType::TaskDelete, "A");
+    RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
+    EXPECT_EQ(module_.ModuleLines(
+                  "warning", "AggregateEvents: Aggregation cannot be invoked for non automatic model 'A'"),
+              1);
+    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);  // read before they were deleted
+    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
+}
+
+TEST_F(Processor, DropsATaskWhoseModelIsGoneAndGoesOn) {
+    module_.Add({.name = "A"});
+    Queue(TaskType::TaskUpload, "AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn");
+    Queue(TaskType::TaskDelete, "A");
+    RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
+    EXPECT_EQ(module_.ModuleLines("error",
+                                  "TaskProcessorThread::ThreadMain: Failed to get model "
+                                  "'AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn'"),
+              1);
+}
+
+TEST_F(Processor, RunsNothingForAKindThatItDoesNotKnow) {
+    module_.Add({.name = "A"});
+    Queue(static_cast<TaskType>(0), "A");
+    Queue(static_cast<TaskType>(4), "A");
+    Queue(TaskType::TaskDelete, "A");
+    RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
+    EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Entering"), 0);
+    EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Entering"), 0);
+}
+
+TEST_F(Processor, EmptiesTheQueueBeforeItEnds) {
+    module_.Add({.name = "A"});
+    constexpr int kTasks = 50;
+    for (int i = 0; i < kTasks; ++i) {
+        Queue(TaskType::TaskDelete, "A");
+    }
+    TaskProcessorThread thread;
+    ASSERT_TRUE(thread.Start(nullptr, nullptr));
+    while (module_.ModuleLines("trace", "DeleteEvents: Entering") == 0) {
+        std::this_thread::yield();
+    }
+    thread.Cancel(0, true);
+    thread.WaitForEnd();
+    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), kTasks);
+}
+
+TEST_F(Processor, LeavesTheQueueAloneWhenItWasCancelledBefore) {
+    module_.Add({.name = "A"});
+    TaskProcessorThread thread;
+    thread.Cancel(0, true);
+    Queue(TaskType::TaskDelete, "A");
+    thread.ThreadMain();
+    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
+}
+
+}  // namespace
