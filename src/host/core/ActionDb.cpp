@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "host/lum/LumDebug.h"
-#include "host/lum/LumThreadSafety.h"
 
 namespace {
 
@@ -125,10 +124,12 @@ public:
 
 private:
     mutable std::shared_mutex mutex_;
+
+    // Guarded by mutex_.
     /// Keys point into the actions that they stand for.
-    std::unordered_map<std::string_view, std::shared_ptr<const Action>> byName_ LUM_GUARDED_BY(mutex_);
-    std::vector<std::shared_ptr<const Action>> inOrder_ LUM_GUARDED_BY(mutex_);
-    std::unordered_map<const void*, std::shared_ptr<RunningCalls>> calls_ LUM_GUARDED_BY(mutex_);
+    std::unordered_map<std::string_view, std::shared_ptr<const Action>> byName_;
+    std::vector<std::shared_ptr<const Action>> inOrder_;
+    std::unordered_map<const void*, std::shared_ptr<RunningCalls>> calls_;
 };
 
 Registry& TheRegistry() {
