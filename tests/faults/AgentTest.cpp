@@ -148,7 +148,7 @@ TEST_F(Agent, ServesARequestBesideThreeHundredIdleConnections) {
 }
 
 TEST_F(Agent, DropsStalledClients) {
-    WriteIni("ClientTimeoutMs = 100\n");
+    WriteIni("ClientTimeoutMs = 400\n");
     ASSERT_TRUE(agent_.StartAndServe());
     const std::size_t before = agent_.CountDescriptors();
     HttpClient idle(agent_.GetSocketPath());

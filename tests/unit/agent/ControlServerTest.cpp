@@ -1,4 +1,5 @@
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -22,6 +23,9 @@ constexpr std::size_t kMaxBody = ControlServer::kMaxBody;
 /// as many bytes as its body says.
 class Server : public testing::Test {
 protected:
+    /// Short enough for a test to wait for, long enough for a client on a busy machine to get on.
+    static constexpr uint32_t kShortTimeoutMs = 400;
+
     ~Server() override {
         Release();
         server_.reset();
@@ -57,9 +61,9 @@ protected:
         return {200, std::string(method) + " " + std::string(target) + " " + std::to_string(body.size()), {}};
     }
 
-    void WaitUntilWaiting(int count) {
+    [[nodiscard]] bool WaitUntilWaiting(int count) {
         std::unique_lock<std::mutex> guard(mutex_);
-        changed_.wait(guard, [&] { return waiting_ >= count; });
+        return changed_.wait_for(guard, std::chrono::seconds(30), [&] { return waiting_ >= count; });
     }
     void Release() {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -235,7 +239,7 @@ TEST_F(Server, RefusesWhatIsNoHttp) {
 }
 
 TEST_F(Server, DropsAClientThatIsIdle) {
-    Start(50);
+    Start(kShortTimeoutMs);
     HttpClient client = Connect();
     EXPECT_TRUE(client.WaitForEnd());
     HttpClient served = Connect();
@@ -244,7 +248,7 @@ TEST_F(Server, DropsAClientThatIsIdle) {
 }
 
 TEST_F(Server, DropsAClientThatStopsInTheMiddle) {
-    Start(50);
+    Start(kShortTimeoutMs);
     HttpClient inHeader = Connect();
     ASSERT_TRUE(inHeader.Send("POST /a HTTP/1.1\r\nHo"));
     HttpClient inBody = Connect();
@@ -258,7 +262,7 @@ TEST_F(Server, DropsAClientThatStopsInTheMiddle) {
 }
 
 TEST_F(Server, DropsAClientThatDoesNotReadItsAnswer) {
-    Start(50, 1);
+    Start(kShortTimeoutMs, 1);
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/big", "20000000"));
     // The only place is taken by the first client until it is dropped.
@@ -267,8 +271,8 @@ TEST_F(Server, DropsAClientThatDoesNotReadItsAnswer) {
     EXPECT_EQ(client.ReadReply().status, 0) << "the rest of the answer was given up";
 }
 
-TEST_F(Server, LetsASlowReaderTakeItsTime) {
-    Start(1000);
+TEST_F(Server, SendsALongAnswerInPieces) {
+    Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/big", "20000000"));
     const HttpReply reply = client.ReadReply();
@@ -277,17 +281,17 @@ TEST_F(Server, LetsASlowReaderTakeItsTime) {
 }
 
 TEST_F(Server, DropsAClientThatNeverStopsSendingAfterARefusal) {
-    Start(50);
+    Start(kShortTimeoutMs);
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send("hello\r\n\r\n"));
     EXPECT_TRUE(WaitFor([&] { return !client.Send("more"); }));
 }
 
 TEST_F(Server, DoesNotDropAClientWhileItsActionRuns) {
-    Start(30);
+    Start(kShortTimeoutMs);
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/wait"));
-    WaitUntilWaiting(1);
+    ASSERT_TRUE(WaitUntilWaiting(1));
     HttpClient idle = Connect();
     EXPECT_TRUE(idle.WaitForEnd()) << "the time of the others has passed";
     Release();
@@ -301,7 +305,7 @@ TEST_F(Server, RunsSeveralActionsAtOnceAndAnswersOthersMeanwhile) {
     HttpClient queued = Connect();
     ASSERT_TRUE(first.SendRequest("POST", "/wait"));
     ASSERT_TRUE(second.SendRequest("POST", "/wait"));
-    WaitUntilWaiting(2);
+    ASSERT_TRUE(WaitUntilWaiting(2));
     ASSERT_TRUE(queued.SendRequest("POST", "/a"));
     EXPECT_EQ(Connect().Request("GET", "/health").status, 200) << "although every action thread is busy";
     Release();
@@ -311,7 +315,7 @@ TEST_F(Server, RunsSeveralActionsAtOnceAndAnswersOthersMeanwhile) {
 }
 
 TEST_F(Server, LetsFurtherClientsWaitWhenEveryPlaceIsTaken) {
-    Start(60, 5);
+    Start(kShortTimeoutMs / 2, 5);
     std::vector<HttpClient> idle;
     for (int i = 0; i < 20; ++i) {
         idle.push_back(Connect());
@@ -325,7 +329,7 @@ TEST_F(Server, AnswersARequestThatIsRunningWhenItStops) {
     HttpClient running = Connect();
     HttpClient idle = Connect();
     ASSERT_TRUE(running.SendRequest("POST", "/wait"));
-    WaitUntilWaiting(1);
+    ASSERT_TRUE(WaitUntilWaiting(1));
     std::atomic<bool> hasStopped = false;
     std::thread stopper([&] {
         server_->Stop();
