@@ -5,13 +5,10 @@
 //     DatabaseBench --inserts pool|text N  runs N inserts and nothing else, to be counted under callgrind
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -70,8 +67,6 @@ public:
         const LumMutexLock lock(mutex_);
         raw_.RunOnce(sql.GetString());
     }
-
-    [[nodiscard]] RawDatabase& Raw() { return raw_; }
 
 private:
     RawDatabase raw_;

@@ -66,7 +66,8 @@ const char* FindValues(const char* at, const char* end) {
     return second < end && *second == '(' ? second + 1 : nullptr;
 }
 
-/// Behind the digits of a number, or null where it is none or too long.
+/// Behind the digits of a number, or null where there is none. What is left of one that is too long is
+/// neither comma nor parenthesis, and so no number that a caller would take.
 const char* ReadNumber(const char* at, const char* end, int64_t& number) {
     const bool negative = *at == '-';
     if (negative) {
@@ -74,10 +75,10 @@ const char* ReadNumber(const char* at, const char* end, int64_t& number) {
     }
     const char* const first = at;
     int64_t value = 0;
-    for (; at < end && IsDigit(*at) && at - first <= kMaxDigits; ++at) {
+    for (; at < end && IsDigit(*at) && at - first < kMaxDigits; ++at) {
         value = value * 10 + (*at - '0');
     }
-    if (at == first || at - first > kMaxDigits) {
+    if (at == first) {
         return nullptr;
     }
     number = negative ? -value : value;
