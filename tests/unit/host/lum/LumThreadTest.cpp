@@ -1,6 +1,7 @@
 #include <atomic>
 #include <future>
 #include <memory>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -137,6 +138,17 @@ TEST(LumThread, MayBeStartedAgainOnceItHasEnded) {
         ASSERT_TRUE(thread.Cancel(kLong, false));
         EXPECT_EQ(count, i);
     }
+}
+
+TEST(LumThread, MayBeStartedAgainWithoutACancel) {
+    std::atomic<int> count{0};
+    LumThread thread;
+    ASSERT_TRUE(thread.Start(Count, &count));
+    while (!thread.Start(Count, &count)) {
+        std::this_thread::yield();
+    }
+    thread.WaitForEnd();
+    EXPECT_EQ(count, 2);
 }
 
 TEST(LumThread, AStartForgetsAnEarlierCancel) {
