@@ -214,7 +214,8 @@ TEST_F(Agent, KeepsEverythingForTheOwnerAlone) {
 }
 
 TEST_F(Agent, NeverOpensItsSocketToOthersWhileItStarts) {
-    WriteIni("SocketGroup = 1\n");
+    const gid_t group = ::geteuid() == 0 ? 1 : ::getegid();
+    WriteIni("SocketGroup = " + std::to_string(group) + "\n");
     for (int i = 0; i < 3; ++i) {
         agent_.Start();
         bool isOpenToGroup = false;
@@ -226,7 +227,7 @@ TEST_F(Agent, NeverOpensItsSocketToOthersWhileItStarts) {
                 continue;
             }
             const mode_t mode = status.st_mode & 07777U;
-            isOpenToGroup = mode == 0660 && status.st_gid == 1;
+            isOpenToGroup = mode == 0660 && status.st_gid == group;
             ASSERT_TRUE(isOpenToGroup || mode == 0600) << std::oct << mode << " of group " << status.st_gid;
         }
         ASSERT_TRUE(agent_.WaitUntilServing());

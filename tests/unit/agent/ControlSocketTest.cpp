@@ -17,6 +17,11 @@
 
 namespace {
 
+/// A group that this process may give a file to, and for root not the one that new files have.
+gid_t AnotherGroup() {
+    return ::geteuid() == 0 ? 1 : ::getegid();
+}
+
 class ControlSocketFile : public testing::Test {
 protected:
     [[nodiscard]] bool Exists() const {
@@ -53,7 +58,7 @@ TEST_F(ControlSocketFile, ListensForTheOwnerAlone) {
 }
 
 TEST_F(ControlSocketFile, OpensToItsGroupOnly) {
-    constexpr gid_t group = 1;
+    const gid_t group = AnotherGroup();
     ASSERT_TRUE(Open(group)) << error_.GetString();
     struct stat status = {};
     ASSERT_EQ(::lstat(path_.c_str(), &status), 0);
@@ -61,8 +66,26 @@ TEST_F(ControlSocketFile, OpensToItsGroupOnly) {
     EXPECT_EQ(status.st_gid, group);
 }
 
+TEST_F(ControlSocketFile, LeavesNothingWhereItMayNotBeGivenToItsGroup) {
+    constexpr uid_t nobody = 65534;
+    const bool isRoot = ::geteuid() == 0;
+    if (isRoot) {
+        ASSERT_EQ(::chown(scratch_.Path().c_str(), nobody, nobody), 0);
+        ASSERT_EQ(::seteuid(nobody), 0);
+    }
+    constexpr gid_t foreign = 54'321;
+    const bool isOpen = Open(foreign);
+    if (isRoot) {
+        ASSERT_EQ(::seteuid(0), 0);
+    }
+    EXPECT_FALSE(isOpen);
+    EXPECT_EQ(error_,
+              ("Cannot open the control socket " + path_ + " to its group: Operation not permitted").c_str());
+    EXPECT_FALSE(Exists());
+}
+
 TEST_F(ControlSocketFile, IsNeverOpenToOthersNotEvenUnderAnOpenUmask) {
-    constexpr gid_t group = 1;
+    const gid_t group = AnotherGroup();
     const mode_t before = ::umask(0);
     std::atomic<bool> isDone = false;
     std::set<std::pair<mode_t, gid_t>> seen;
@@ -74,7 +97,7 @@ TEST_F(ControlSocketFile, IsNeverOpenToOthersNotEvenUnderAnOpenUmask) {
             }
         }
     });
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 1500; ++i) {
         ASSERT_TRUE(Open(group)) << error_.GetString();
         socket_.RemoveFile();
     }

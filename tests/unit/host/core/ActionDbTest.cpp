@@ -1,4 +1,5 @@
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
@@ -177,6 +178,8 @@ TEST_F(ActionDb, WaitsForRunningCallsBeforeAModuleIsGone) {
     while (ActionDbIsActionRegistered("Wait")) {
         std::this_thread::yield();
     }
+    // Nothing can be waited for where nothing may happen: time enough for one that does not wait to get here.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(isUnregistered);
     {
         const std::lock_guard<std::mutex> guard(gateMutex);
