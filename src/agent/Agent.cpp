@@ -6,6 +6,7 @@
 #include <optional>
 #include <system_error>
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,6 +68,14 @@ std::size_t RaiseDescriptorLimit() {
     static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
     static_cast<void>(::getrlimit(RLIMIT_NOFILE, &limit));
     return limit.rlim_cur;
+}
+
+/// Keeps the process small after large requests: by default the allocator would raise both limits to the size
+/// of the largest body, and from then on keep that much for every thread that has run an action.
+void LimitUnusedMemory() {
+    constexpr int bytes = 1 << 20;
+    ::mallopt(M_MMAP_THRESHOLD, bytes);
+    ::mallopt(M_TRIM_THRESHOLD, bytes);
 }
 
 class Agent {
@@ -211,6 +220,7 @@ bool Agent::Serve(LumString& error) {
 
 int RunAgent(const CommandLine& commandLine) {
     ::umask(077);
+    LimitUnusedMemory();
     // A reader of standard error that goes away, or a client, must not take the agent with it.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     const StopSignals signals;

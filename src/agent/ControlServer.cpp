@@ -244,8 +244,10 @@ void ControlServer::Impl::Connection::WriteMore() {
 
 void ControlServer::Impl::Connection::OnWritten() {
     isAnswering_ = false;
+    // What idles holds no memory of its last request.
     serializer_.reset();
     response_.reset();
+    parser_.reset();
     if (server_.isStopping_) {
         return;
     }
