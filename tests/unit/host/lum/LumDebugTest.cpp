@@ -282,7 +282,8 @@ TEST(LumDebugFile, KeepsNoHalfLineOnAFullDisk) {
         context.Write(LumLogLevel::kPrint, "Host", "does not fit");
     }
     context.Write(LumLogLevel::kPrint, "Host", "third");
-    EXPECT_THAT(directory.Read("log"), MatchesRegex("[^ ]+ print Host first\n[^ ]+ print Host third\n"));
+    EXPECT_THAT(directory.Read("log"),
+                MatchesRegex("[^ ]{29} print Host first\n[^ ]{29} print Host third\n"));
 }
 
 TEST(LumDebugFile, ComesBackOnceItCanBeOpenedAgain) {

@@ -174,18 +174,23 @@ TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
     directory.Write("outside/kept", "1");
     for (int round = 0; round < 15; ++round) {
         directory.MakeDirectory("tree/victim");
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 3; ++i) {
             directory.Write("tree/victim/" + std::to_string(i), "");
         }
         fs::create_directory_symlink(directory.Path() / "outside", directory.Path() / "swap");
         std::atomic<bool> stop{false};
+        std::atomic<int> swaps{0};
         std::thread swapper([&] {
             const LumString victim = directory.At("tree/victim");
             while (!stop) {
                 static_cast<void>(renameat2(AT_FDCWD, directory.At("swap").GetString(), AT_FDCWD,
                                             victim.GetString(), RENAME_EXCHANGE));
+                ++swaps;
             }
         });
+        while (swaps < 10) {
+            std::this_thread::yield();
+        }
         // Whether it gets everything depends on the swapper; what lies outside does not.
         static_cast<void>(DirDelete(directory.At("tree"), true, true));
         stop = true;

@@ -112,37 +112,31 @@ TEST(LumMutex, GuardsWhatIsNotAtomic) {
     EXPECT_EQ(count, kThreads * kRounds);
 }
 
-TEST(LumMutex, AWaitingThreadGetsInAlthoughAnotherComesBackAtOnce) {
-    // The other thread holds the mutex nearly all the time, so only being handed it gets the waiter in.
-    constexpr int kRounds = 2000;
+TEST(LumMutex, IsHandedToWhoHasWaitedLongAlthoughTheHolderComesBackAtOnce) {
+    constexpr int kRounds = 10;
     LumMutex mutex;
-    std::atomic<bool> begun{false};
-    std::atomic<int> waiting{2};
-    int rounds = 0;
-    std::thread greedy([&] {
-        while (waiting > 0 && rounds < kRounds) {
-            ASSERT_TRUE(mutex.Lock());
-            begun = true;
-            ++rounds;
-            std::this_thread::sleep_for(milliseconds(1));
-            mutex.Unlock();
-        }
-    });
-    while (!begun) {
-        std::this_thread::yield();
-    }
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i) {
-        waiters.emplace_back([&] {
+    int handedOver = 0;
+    for (int i = 0; i < kRounds; ++i) {
+        std::atomic<bool> waiting{false};
+        std::atomic<bool> entered{false};
+        ASSERT_TRUE(mutex.Lock());
+        std::thread waiter([&] {
+            waiting = true;
             const LumMutexLock lock(mutex);
-            --waiting;
+            entered = true;
         });
-    }
-    for (std::thread& waiter : waiters) {
+        while (!waiting) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(milliseconds(4 * LumMutex::kStarvingAfterMs));
+        mutex.Unlock();
+        ASSERT_TRUE(mutex.Lock());
+        handedOver += entered ? 1 : 0;
+        mutex.Unlock();
         waiter.join();
     }
-    greedy.join();
-    EXPECT_LT(rounds, kRounds);
+    // On a busy machine a waiter may come too late to count as one; without handing over hardly any gets in.
+    EXPECT_GE(handedOver, kRounds / 2);
 }
 
 TEST(LumMutex, ManyStarvingThreadsAllGetIn) {

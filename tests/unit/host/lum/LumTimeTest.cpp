@@ -136,6 +136,8 @@ TEST(LumGmtOffset, RemembersNoAnswerOfASecondThatOnlyEndsInTheSameBits) {
     EXPECT_EQ(LumGmtOffset(winter), kHour);
     EXPECT_EQ(LumGmtOffset(later), 2 * kHour);
     EXPECT_EQ(LumGmtOffset(winter), kHour);
+    const std::time_t earlier = winter - (std::time_t{1} << 32U);
+    EXPECT_EQ(LumGmtOffset(earlier), SystemOffset(earlier)) << "a local time of the city's own";
 }
 
 TEST(LumGmtOffset, AnswersManyThreadsAtOnce) {
