@@ -30,6 +30,16 @@ bool CopyValue(const T* found, T& value) {
     return true;
 }
 
+/// The lower 32 bits.
+template <class T>
+bool CopyNumber(const int64_t* found, T& value) {
+    if (found == nullptr) {
+        return false;
+    }
+    value = static_cast<T>(*found);
+    return true;
+}
+
 bool IsSettable(uint32_t index) {
     return index < LumContainer::kMaxPositions || index == kLumSingleValue;
 }
@@ -191,21 +201,11 @@ bool LumContainer::GetString(const LumString& name, LumString& value, uint32_t i
 }
 
 bool LumContainer::GetInt32(const LumString& name, int32_t& value, uint32_t index) const {
-    uint32_t bits = 0;
-    if (!GetInt32(name, bits, index)) {
-        return false;
-    }
-    value = static_cast<int32_t>(bits);
-    return true;
+    return CopyNumber(FindValue<int64_t>(content_.get(), name, index), value);
 }
 
 bool LumContainer::GetInt32(const LumString& name, uint32_t& value, uint32_t index) const {
-    const auto* const number = FindValue<int64_t>(content_.get(), name, index);
-    if (number == nullptr) {
-        return false;
-    }
-    value = static_cast<uint32_t>(*number);
-    return true;
+    return CopyNumber(FindValue<int64_t>(content_.get(), name, index), value);
 }
 
 bool LumContainer::GetBool(const LumString& name, bool& value, uint32_t index) const {

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <utility>
@@ -33,7 +33,7 @@ constexpr uint8_t kLastWide = 27;
 
 class CborWriter {
 public:
-    CborWriter() { SetEnd(std::copy(kTag.begin(), kTag.end(), bytes_.get())); }
+    CborWriter() { out_.reserve(kUsualBytes); }
 
     void BeginContainer(uint32_t names) { Head(kMap, names); }
     void EndContainer() {}
@@ -44,15 +44,22 @@ public:
     void Value(const LumContainerValue& value) { Values({&value, 1}); }
 
     void Values(std::span<const LumContainerValue> values) {
-        constexpr std::size_t kRun = 1024;
-        for (; !values.empty(); values = values.subspan(std::min(kRun, values.size()))) {
-            PutRun(values.first(std::min(kRun, values.size())));
+        for (; values.size() > kRunValues; values = values.subspan(kRunValues)) {
+            PutRun(values.first(kRunValues));
         }
+        PutRun(values);
     }
 
-    [[nodiscard]] std::string Take() { return {bytes_.get(), used_}; }
+    [[nodiscard]] std::string Take() {
+        Flush();
+        return std::move(out_);
+    }
 
 private:
+    static constexpr std::size_t kUsualBytes = 8192;
+    static constexpr std::size_t kRunValues = 128;
+    static constexpr std::size_t kShortText = 512;
+
     /// Puts values with one look at the room that they all need, texts apart.
     void PutRun(std::span<const LumContainerValue> values) {
         char* out = Room(kMaxHeadBytes * values.size());
@@ -80,6 +87,12 @@ private:
     char* PutText(std::string_view text, std::size_t more) {
         if (!LumIsUtf8(text)) {
             return PutText(LumCleanUtf8(text), more);
+        }
+        if (text.size() > kShortText) {
+            SetEnd(PutHead(Room(kMaxHeadBytes), kText, text.size()));
+            Flush();
+            out_.append(text);
+            return Room(more);
         }
         char* const out = PutHead(Room(text.size() + more), kText, text.size());
         std::memcpy(out, text.data(), text.size());
@@ -113,24 +126,23 @@ private:
 
     /// The end of what is written, with room for `count` more bytes.
     char* Room(std::size_t count) {
-        if (capacity_ - used_ < count) {
-            Grow(count);
+        if (buffer_.size() - used_ < count) {
+            Flush();
         }
-        return bytes_.get() + used_;
+        return buffer_.data() + used_;
     }
 
-    [[gnu::noinline]] void Grow(std::size_t count) {
-        capacity_ = std::max(used_ + count, 2 * capacity_);
-        auto larger = std::make_unique_for_overwrite<char[]>(capacity_);
-        std::copy_n(bytes_.get(), used_, larger.get());
-        bytes_ = std::move(larger);
+    void SetEnd(const char* end) { used_ = static_cast<std::size_t>(end - buffer_.data()); }
+
+    void Flush() {
+        out_.append(buffer_.data(), used_);
+        used_ = 0;
     }
 
-    void SetEnd(const char* end) { used_ = static_cast<std::size_t>(end - bytes_.get()); }
-
-    std::size_t capacity_ = 4096;
+    std::string out_{kTag};
+    /// What is not in out_ yet: values are too short to be appended one by one.
+    std::array<char, kShortText + kMaxHeadBytes * kRunValues> buffer_;
     std::size_t used_ = 0;
-    std::unique_ptr<char[]> bytes_ = std::make_unique_for_overwrite<char[]>(capacity_);
 };
 
 /// Reads what CborWriter writes, and integers and lengths that are wider than need be. nlohmann's reader is

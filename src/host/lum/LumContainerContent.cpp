@@ -141,8 +141,10 @@ uint32_t LumContainerContent::Find(std::string_view name) const {
     if (!slots_.empty()) {
         return slots_[SlotOf(name)] - 1;
     }
+    const bool isShort = LumIsShortName(name);
     for (uint32_t i = 0; i < count_; ++i) {
-        if (entries_[i].Name() == name) {
+        const std::string_view other = entries_[i].Name();
+        if (isShort ? LumIsSameShortName(name, other) : name == other) {
             return i;
         }
     }

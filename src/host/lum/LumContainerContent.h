@@ -35,13 +35,17 @@ template <class Word>
             (load(one.data() + last) ^ load(other.data() + last))) == 0;
 }
 
-/// Says whether the names are the same and of the lengths that nearly all names have; calls nothing.
+/// True for the lengths that nearly all names have.
+[[nodiscard]] inline bool LumIsShortName(std::string_view name) {
+    return name.size() >= 4 && name.size() <= 16;
+}
+
+/// Says whether two names are the same of which `one` is short. Calls nothing.
 [[nodiscard]] inline bool LumIsSameShortName(std::string_view one, std::string_view other) {
-    const std::size_t size = one.size();
-    if (size != other.size() || size - 4 > 12) {
+    if (one.size() != other.size()) {
         return false;
     }
-    return size >= 8 ? LumIsSameAtEnds<uint64_t>(one, other) : LumIsSameAtEnds<uint32_t>(one, other);
+    return one.size() >= 8 ? LumIsSameAtEnds<uint64_t>(one, other) : LumIsSameAtEnds<uint32_t>(one, other);
 }
 
 /// One name with its values. Positions from the count on are left over from earlier use: they hold no
@@ -136,7 +140,7 @@ public:
     /// the position the next. Null where it is not so, and nothing was done.
     [[nodiscard]] LumContainerValue* PlaceNext(std::string_view name, uint32_t index) {
         const uint32_t next = lastPlaced_ + 1 < count_ ? lastPlaced_ + 1 : 0;
-        if (next >= count_ || !LumIsSameShortName(entries_[next].Name(), name)) {
+        if (next >= count_ || !LumIsShortName(name) || !LumIsSameShortName(name, entries_[next].Name())) {
             return nullptr;
         }
         lastPlaced_ = next;
