@@ -1,6 +1,7 @@
 #include "store/ModelRegistry.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <mutex>
 #include <string_view>
@@ -48,21 +49,24 @@ bool IsDefinitionName(const LumString& fileName) {
     return MatchPattern(fileName, kDefinitionPattern, false);
 }
 
-/// True where "Event_" or "C_" followed by `name` is one SQL name as it stands. The length keeps the names of
-/// filed directories within what file systems take.
+/// True where "Event_" or "C_" followed by `name` is one SQL name as it stands.
 bool IsNamePart(const LumString& name) {
-    constexpr std::size_t kMaxLength = 200;
     const std::string_view text = name.View();
-    return !text.empty() && text.size() <= kMaxLength && std::all_of(text.begin(), text.end(), [](char c) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
         return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
-               byte == '_' || byte >= 0x80;
+               byte == '_' || byte == '$' || byte >= 0x80;
     });
+}
+
+/// True where a directory can be called `name`.
+bool FitsFileSystem(const LumString& name) {
+    return name.GetLength() <= NAME_MAX;
 }
 
 /// Refuses a model whose names would say something else in an SQL text or a path than a name.
 bool NamesAreUsable(const Model_t& model, std::string_view routine) {
-    if (!IsNamePart(model.GetName())) {
+    if (!IsNamePart(model.GetName()) || !FitsFileSystem(model.GetName())) {
         ModuleDebug.ErrorWithNL("%S: Model name '%S' is no table name", routine, model.GetName());
         return false;
     }
