@@ -1,0 +1,105 @@
+// Sixteen threads call every action that changes something, for as many seconds as the argument says, while
+// both threads of the module work. Made for the thread sanitizer; it also ends with a failure where an action
+// answers something that it never should.
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "faults/ModuleUnderTest.h"
+
+namespace {
+
+struct Call {
+    const char* action;
+    const char* values;
+    unsigned weight;
+};
+
+constexpr std::array kCalls = {
+    Call{
+        "EventLogManagerCreateEvent",
+        R"({"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","LogonTime":5,"EventDeviceId":3}})",
+        30},
+    Call{"EventLogManagerGetEvents", R"({"ModelName":"Logon","PageSize":10,"PageNumber":1})", 10},
+    Call{"EventLogManagerUploadEvents", R"({"ModelName":"Logon"})", 8},
+    Call{"EventLogManagerDeleteEvents", R"({"ModelName":"Logon"})", 4},
+    Call{"EventLogManagerEnableModel", R"({"ModelName":"Logon"})", 6},
+    Call{"EventLogManagerDisableModel", R"({"ModelName":"Logon"})", 2},
+    Call{"EventLogManagerGetModel", R"({"ModelName":"LogonsByHour"})", 4},
+    Call{"EventLogManagerGetModelNames", "{}", 4},
+    Call{"EventLogManagerSetValues", R"({"EnableUpload":true,"EnableAggregation":true})", 1},
+    Call{"EventLogManagerReloadModels", "{}", 3},
+    Call{"EventLogManagerDeleteModels", R"({"ModelName":["Logon"]})", 1},
+    Call{"EventLogManagerCreateAlert", R"({"AlertText":"storm","AlertStatus":"warning"})", 2},
+};
+
+std::atomic<bool> over{false};
+std::atomic<uint64_t> calls{0};
+std::atomic<uint64_t> files{0};
+
+uint32_t ReceiveFile(LumContainer* container) {
+    LumString path;
+    if (container->GetString(kFileStoreMovePath, path)) {
+        FileDelete(path, true);
+        ++files;
+    }
+    return 0;
+}
+
+void Blow(const AgentDirectories& directories, unsigned seed) {
+    std::mt19937 random(seed);
+    unsigned total = 0;
+    for (const Call& call : kCalls) {
+        total += call.weight;
+    }
+    while (!over) {
+        auto pick = static_cast<unsigned>(random() % total);
+        const Call* call = kCalls.data();
+        for (; pick >= call->weight; ++call) {
+            pick -= call->weight;
+        }
+        if (std::string_view(call->action) == "EventLogManagerReloadModels") {
+            directories.Drop("Logon");
+        }
+        const uint32_t status = CallAction(call->action, call->values);
+        Require(status == 0 || status == 1 || status == 13 || status == 45001, call->action);
+        ++calls;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    constexpr unsigned kThreads = 16;
+    const int seconds = argc > 1 ? std::atoi(argv[1]) : 5;
+    const AgentDirectories directories;
+    LumAgentHandle store{"Store"};
+    ActionDbRegisterAction(kFileStoreSignature, ReceiveFile, &store);
+    directories.Drop("Logon");
+    directories.Drop("LogonsByHour");
+    {
+        LoadedModule module;
+        module.Run(LumModuleCommand::kRegister);
+        module.Run(LumModuleCommand::kInitialise);
+        module.Run(LumModuleCommand::kActivate);
+        std::vector<std::thread> threads;
+        for (unsigned i = 0; i < kThreads; ++i) {
+            threads.emplace_back(Blow, std::cref(directories), i + 1);
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(seconds));
+        over = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        module.Run(LumModuleCommand::kCleanup);
+        module.Run(LumModuleCommand::kUnregister);
+    }
+    std::printf("%llu calls, %llu files\n", static_cast<unsigned long long>(calls),
+                static_cast<unsigned long long>(files));
+    return 0;
+}
