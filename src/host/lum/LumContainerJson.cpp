@@ -187,7 +187,7 @@ public:
 
     bool number_integer(Json::number_integer_t value) {
         if (value < std::numeric_limits<int32_t>::min()) {
-            return Fail("An integer of more than 32 bits");
+            return FailNumber("An integer of more than 32 bits");
         }
         LumContainerValue* const place = NextPlace();
         return place != nullptr && Put(*place, value);
@@ -195,7 +195,7 @@ public:
 
     bool number_unsigned(Json::number_unsigned_t value) {
         if (value > std::numeric_limits<uint32_t>::max()) {
-            return Fail("An integer of more than 32 bits");
+            return FailNumber("An integer of more than 32 bits");
         }
         LumContainerValue* const place = NextPlace();
         return place != nullptr && Put(*place, static_cast<int64_t>(value));
@@ -203,7 +203,7 @@ public:
 
     bool number_float(double value, const std::string& text) {
         if (text.find_first_of(".eE") == std::string::npos) {
-            return Fail("An integer of more than 32 bits");
+            return FailNumber("An integer of more than 32 bits");
         }
         LumContainerValue* const place = NextPlace();
         return place != nullptr && Put(*place, value);
@@ -264,11 +264,11 @@ public:
         return true;
     }
 
-    bool parse_error(std::size_t position, const std::string& /*lastToken*/,
+    bool parse_error(std::size_t /*position*/, const std::string& /*lastToken*/,
                      const nlohmann::detail::exception& error) {
         constexpr int kNumberOverflow = 406;
         if (error.id == kNumberOverflow) {
-            return Fail("A number too large for a double");
+            return FailNumber("A number too large for a double");
         }
         // The parser's text is "[...] parse error at ...: syntax error while parsing ... - REASON; last read:
         // ...", the last of which may be all of the input and anything but UTF-8.
@@ -276,7 +276,7 @@ public:
         reason = reason.substr(0, reason.find("; last read: '"));
         const std::size_t dash = reason.find(" - ");
         reason = dash != std::string_view::npos ? reason.substr(dash + 3) : reason;
-        error_.Printf("This is no JSON, %S at byte %ld", reason, static_cast<int64_t>(position));
+        error_.Printf("This is no JSON, %S at byte %ld", reason, static_cast<int64_t>(reached_ - begin_));
         return false;
     }
 
@@ -289,8 +289,11 @@ private:
         bool inList;
     };
 
-    bool Fail(const char* what) {
-        error_.Printf("%s at byte %ld", what, static_cast<int64_t>(reached_ - begin_));
+    bool Fail(const char* what) { return FailAt(what, reached_); }
+    /// The parser knows the end of a number from the character behind it, which it has read then.
+    bool FailNumber(const char* what) { return FailAt(what, reached_ - 1); }
+    bool FailAt(const char* what, const char* at) {
+        error_.Printf("%s at byte %ld", what, static_cast<int64_t>(at - begin_));
         return false;
     }
     bool FailOutermost() { return Fail("The outermost value is no object"); }
@@ -336,7 +339,7 @@ bool LumContainer::FromJson(std::string_view json, LumString& error) {
     // The parser takes a null byte for the end of the text.
     const std::size_t null = json.find('\0');
     if (null != std::string_view::npos) {
-        error.Printf("This is no JSON, a null byte at byte %ld", static_cast<int64_t>(null));
+        error.Printf("This is no JSON, a null character at byte %ld", static_cast<int64_t>(null) + 1);
         return false;
     }
     ContentRef read;
