@@ -49,6 +49,8 @@ public:
         std::filesystem::remove_all(path_, ignored);
     }
 
+    [[nodiscard]] std::string Path(const std::string& name) const { return path_ + "/" + name; }
+
     /// Drops a shipped definition into the models directory.
     void Drop(const std::string& model) const {
         const std::string models = path_ + "/data/EventLogManager/models";

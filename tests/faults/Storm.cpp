@@ -14,7 +14,7 @@
 
 #if defined(__SANITIZE_THREAD__)
 /// The system's library guards its time zone with a lock of its own, which the sanitizer does not see.
-extern "C" const char* __tsan_default_suppressions() {
+extern "C" [[gnu::visibility("default")]] const char* __tsan_default_suppressions() {
     return "race:tzset_internal\n";
 }
 #endif
