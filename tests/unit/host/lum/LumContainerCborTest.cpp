@@ -154,8 +154,9 @@ TEST(LumContainerCbor, ABrokenTextIsWrittenWithReplacementCharacters) {
     LumContainer container;
     container.SetString("Na\xFFme", LumString("M\xFCller \xC3\xBC"));
     container.SetString("L", LumString(std::string(600, '\xFF')), 1);
-    EXPECT_EQ(container.ToCbor().substr(0, 33),
-              Tagged("\xA2\x67Na\xEF\xBF\xBDme\x6BM\xEF\xBF\xBDller \xC3\xBC\x61L\x82\xF6\x79\x07\x08\xEF"));
+    const std::string head =
+        Tagged("\xA2\x67Na\xEF\xBF\xBDme\x6BM\xEF\xBF\xBDller \xC3\xBC\x61L\x82\xF6\x79\x07\x08\xEF\xBF\xBD");
+    EXPECT_EQ(container.ToCbor().substr(0, head.size()), head);
     const LumContainer read = Read(container.ToCbor());
     EXPECT_EQ(*read.FindString("Na\ufffdme"), "M\ufffdller \u00fc");
 }
