@@ -21,8 +21,11 @@
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/DatabaseSetup.h"
+#include "store/EventManagerMerge.h"
 #include "store/ModelRegistry.h"
 #include "store/Paths.h"
+#include "store/SchemaUpgrades.h"
+#include "store/UpgradeRecord.h"
 
 namespace {
 
@@ -90,9 +93,17 @@ void ModuleInitialise() {
     // must see the models as they were registered, the second ones as they are loaded anew from their files.
     LoadConfiguration();
     InitializeDatabase();
+    UpgradeRecord upgrade;
+    upgrade.Begin();
     LoadRegisteredModels();
+    UpgradeSoftwareDistributionModelStep1();
+    Upgrade620_Step1();
     LoadUnregisteredModels();
+    UpgradeSoftwareDistributionModelStep2();
+    Upgrade620_Step2();
     CheckModels();
+    Upgrade1000();
+    upgrade.End();
 }
 
 void ModuleActivate() {

@@ -15,6 +15,7 @@
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
+#include "store/DirectoryListing.h"
 #include "store/Paths.h"
 
 namespace {
@@ -29,21 +30,6 @@ struct RegisteredRow {
     int64_t lastAggregation = 0;
     int64_t lastUpload = 0;
 };
-
-/// The entries of a directory but "." and "..", in its own order; false where it cannot be opened.
-bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
-    LumDirectory* const directory = OpenDirectory(path);
-    if (directory == nullptr) {
-        return false;
-    }
-    for (LumString name; ReadDirectory(directory, name);) {
-        if (name != "." && name != "..") {
-            entries.push_back(name);
-        }
-    }
-    CloseDirectory(directory);
-    return true;
-}
 
 bool IsDefinitionName(const LumString& fileName) {
     return MatchPattern(fileName, kDefinitionPattern, false);

@@ -36,6 +36,14 @@ LumString DroppedFile(const LumString& fileName) {
     return ModelsDirectory + fileName;
 }
 
+LumString DatabaseCopy(const LumString& version) {
+    return PathInDirectory(DataDirectory, kModuleName) + "-" + version + ".sqlite3";
+}
+
+LumString ModelsCopy(const LumString& version) {
+    return PathInDirectory(DataDirectory, kModuleName) + "-" + version + "-models";
+}
+
 bool IsPathComponent(const LumString& text) {
     using namespace std::string_view_literals;
     const std::string_view view = text.View();

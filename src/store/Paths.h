@@ -24,6 +24,11 @@ struct ModulePaths {
 /// A definition file that was dropped into the models directory.
 [[nodiscard]] LumString DroppedFile(const LumString& fileName);
 
+/// Where a start that upgrades a database of `version` keeps a copy of it, and of the filed definitions that
+/// the upgrade replaces.
+[[nodiscard]] LumString DatabaseCopy(const LumString& version);
+[[nodiscard]] LumString ModelsCopy(const LumString& version);
+
 /// True where `text` is one name of a directory: not empty, not "." or "..", without separator or null byte.
 /// What a database row holds must pass before it becomes part of a path.
 [[nodiscard]] bool IsPathComponent(const LumString& text);

@@ -1,5 +1,6 @@
 #include "host/core/LumAgent.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <string>
@@ -33,10 +34,14 @@ AgentCore& TheCore() {
 }
 
 /// The directory as modules get it: absolute, so that a path made from it means the same wherever it is
-/// handed to, and with a separator at its end.
+/// handed to, without a ".." component, because DirDelete refuses one, and with a separator at its end.
 LumString AsModulesGetIt(const LumString& directory) {
     std::error_code ignored;  // a directory that has just been made has an absolute path
-    const LumString absolute(std::filesystem::absolute(directory.View(), ignored).string());
+    std::filesystem::path path = std::filesystem::absolute(directory.View(), ignored);
+    if (std::find(path.begin(), path.end(), "..") != path.end()) {
+        path = std::filesystem::canonical(path, ignored);
+    }
+    const LumString absolute(path.string());
     return absolute.View().ends_with('/') ? absolute : absolute + "/";
 }
 

@@ -398,6 +398,15 @@ bool FileCopy(const LumString& from, const LumString& to, bool failIfExists) {
     return SyncDirectory(ParentOf(to.View()));
 }
 
+bool FileMove(const LumString& from, const LumString& to) {
+    if (!IsPath(from) || !IsPath(to)) {
+        return false;
+    }
+    const Descriptor file(OpenRegular(from.GetString()));
+    return file.IsOpen() && fsync(file.Get()) == 0 && RenameNew(from.GetString(), to.GetString()) &&
+           SyncDirectory(ParentOf(to.View()));
+}
+
 bool FileDelete(const LumString& path, bool missingIsDeleted) {
     return IsPath(path) && (unlink(path.GetString()) == 0 || (missingIsDeleted && errno == ENOENT));
 }

@@ -27,6 +27,10 @@ LUM_API bool DirDelete(const LumString& path, bool recursive, bool force);
 /// existing one is replaced, or with `failIfExists` kept and the call fails.
 [[nodiscard]] LUM_API bool FileCopy(const LumString& from, const LumString& to, bool failIfExists);
 
+/// Gives the regular file `from` the path `to` in the same file system, its content synced first. An existing
+/// `to` is kept and the call fails.
+[[nodiscard]] LUM_API bool FileMove(const LumString& from, const LumString& to);
+
 /// Deletes the file `path`, a symbolic link itself rather than its target. A directory is a failure. With
 /// `missingIsDeleted` a path that does not exist counts as deleted.
 LUM_API bool FileDelete(const LumString& path, bool missingIsDeleted);

@@ -56,6 +56,15 @@ TEST_F(LumAgent, HandsDirectoriesOutWithOneTrailingSeparator) {
     EXPECT_EQ(directory, (scratch_ / "data/").c_str());
 }
 
+TEST_F(LumAgent, HandsDirectoriesOutThatMayBeDeletedIn) {
+    LumString directory;
+    ASSERT_TRUE(SetUpAgent("config", "config/../data"));
+    LumAgentGetDataDir(directory);
+    EXPECT_EQ(directory, (scratch_ / "data/").c_str());
+    scratch_.MakeDirectory("data/module");
+    EXPECT_TRUE(DirDelete(directory + "module", true, true));
+}
+
 TEST_F(LumAgent, PutsTemporaryFilesIntoTheDataDirectory) {
     ASSERT_TRUE(SetUpAgent());
     EXPECT_EQ(GetTempDirectory(), (scratch_ / "data/tmp").c_str());

@@ -261,6 +261,37 @@ TEST(FileCopy, LeavesNothingBehindOnAFullDisk) {
     EXPECT_EQ(directory.CountEntries(), 2U);
 }
 
+TEST(FileMove, GivesTheFileItsNewPath) {
+    const TempDirectory directory;
+    directory.Write("from", "content");
+    directory.MakeDirectory("inner");
+    EXPECT_TRUE(FileMove(directory.At("from"), directory.At("inner/to")));
+    EXPECT_EQ(directory.Read("inner/to"), "content");
+    EXPECT_FALSE(directory.Has("from"));
+}
+
+TEST(FileMove, KeepsWhatIsThere) {
+    const TempDirectory directory;
+    directory.Write("from", "new");
+    directory.Write("to", "old");
+    EXPECT_FALSE(FileMove(directory.At("from"), directory.At("to")));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(directory.Read("from"), "new");
+    EXPECT_EQ(directory.Read("to"), "old");
+}
+
+TEST(FileMove, FailsForWhatIsNoRegularFile) {
+    const TempDirectory directory;
+    directory.Write("from", "x");
+    directory.MakeDirectory("directory");
+    EXPECT_FALSE(FileMove(directory.At("missing"), directory.At("to")));
+    EXPECT_FALSE(FileMove(directory.At("directory"), directory.At("to")));
+    EXPECT_FALSE(FileMove(directory.At("from"), directory.At("missing/to")));
+    EXPECT_FALSE(FileMove("", directory.At("to")));
+    EXPECT_FALSE(FileMove(directory.At("from"), WithNull(directory.At("to"))));
+    EXPECT_EQ(directory.CountEntries(), 2U);
+}
+
 TEST(FileDelete, DeletesAFileOrALinkItself) {
     const TempDirectory directory;
     directory.Write("file", "");

@@ -1,0 +1,17 @@
+#include "store/DirectoryListing.h"
+
+#include "host/lum/LumFile.h"
+
+bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
+    LumDirectory* const directory = OpenDirectory(path);
+    if (directory == nullptr) {
+        return false;
+    }
+    for (LumString name; ReadDirectory(directory, name);) {
+        if (name != "." && name != "..") {
+            entries.push_back(name);
+        }
+    }
+    CloseDirectory(directory);
+    return true;
+}

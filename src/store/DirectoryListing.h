@@ -1,0 +1,9 @@
+#pragma once
+
+#include <vector>
+
+#include "host/lum/LumString.h"
+
+/// Adds the names in a directory but "." and ".." to `entries`, in the directory's own order; false where it
+/// cannot be opened.
+[[nodiscard]] bool ListDirectory(const LumString& path, std::vector<LumString>& entries);

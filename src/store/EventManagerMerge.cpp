@@ -1,0 +1,74 @@
+#include "store/EventManagerMerge.h"
+
+#include <string_view>
+
+#include "host/core/LumAgent.h"
+#include "host/lum/Database.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumFile.h"
+#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
+#include "store/SchemaUpgrades.h"
+
+namespace {
+
+constexpr std::string_view kUpgrade1000 = "Upgrade1000";
+constexpr const char* kOlderModule = "EventManager";
+
+void RecordVersion() {
+    DatabaseScope scope(kUpgrade1000);  // without the lock the version is written all the same
+    if (!RunInTransaction(scope.Connection(), VersionStatements(10, 0, 0))) {
+        ModuleDebug.WarningWithNL("%S: Failed finish upgrade.", kUpgrade1000);
+    }
+}
+
+}  // namespace
+
+bool ReadMergeFlag(DBConnection& connection, MergeFlag& flag) {
+    const GenSqlResult* const rows =
+        connection.Query("SELECT FieldValue FROM DatabaseInformation WHERE FieldName='EventManagerMerge'");
+    if (rows == nullptr) {
+        return false;
+    }
+    LumString value;
+    flag.recorded = rows->GetColumn(0, value);
+    flag.done = flag.recorded && value == "1";
+    return true;
+}
+
+void Upgrade1000() {
+    ModuleDebug.TraceWithNL("%S: Entering", kUpgrade1000);
+    DBConnection connection(DatabasePool);
+    MergeFlag flag;
+    if (!ReadMergeFlag(connection, flag) || flag.done || !RetireEventManagerModule()) {
+        return;
+    }
+    // A flag that could not be written only means that there is nothing left to retire at the next start.
+    static_cast<void>(connection.Query(
+        flag.recorded
+            ? "UPDATE DatabaseInformation SET FieldValue='1'WHERE FieldName='EventManagerMerge'"
+            : "INSERT INTO DatabaseInformation (FieldName, FieldValue) VALUES ('EventManagerMerge', '1')"));
+    RecordVersion();
+}
+
+bool RetireEventManagerModule() {
+    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("RetireEventManagerModule"));
+    LumString iniFile;
+    LumAgentGetConfigDir(iniFile);
+    iniFile += kOlderModule;
+    iniFile += ".ini";
+    // An entry that stays makes the agent say at its start that the module's file is missing, and no more.
+    static_cast<void>(LumAgentGetIniAndLock().DeleteEntry("Modules", kOlderModule));
+    LumAgentReleaseIni();
+    if (!FileDelete(iniFile, true)) {
+        return false;
+    }
+    LumString path;
+    LumAgentGetDataDir(path);
+    path += kOlderModule;
+    if (!DirDelete(path, true, true)) {
+        return false;
+    }
+    path += "../modules/agent/EventManager.dll";
+    return FileDelete(path, true);
+}

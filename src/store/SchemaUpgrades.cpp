@@ -1,0 +1,277 @@
+#include "store/SchemaUpgrades.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "host/lum/Database.h"
+#include "host/lum/LumDebug.h"
+#include "model/SqlText.h"
+#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
+#include "store/ModelRegistry.h"
+#include "store/OffsetColumn.h"
+
+namespace {
+
+/// Reads one field of the version; false where there is no such number.
+bool ReadVersionField(DBConnection& connection, const LumString& query, int64_t& number) {
+    const GenSqlResult* const row = connection.Query(query);
+    uint32_t column = 0;
+    LumString text;
+    if (row == nullptr || !row->FindColumn("FieldValue", column) || !row->GetColumn(column, text)) {
+        return false;
+    }
+    text.Trim();
+    // A text without a number would convert to 0, below every version.
+    if (text.IsEmpty() || text.View().front() < '0' || text.View().front() > '9') {
+        return false;
+    }
+    number = text.ToInt();
+    return true;
+}
+
+/// Runs the statements of one step of rebuilding; all of them or, with the given complaint, none.
+bool RunStep(DatabaseScope& scope, std::string_view routine, const std::vector<LumString>& statements,
+             std::string_view complaint) {
+    if (RunInTransaction(scope.Connection(), statements)) {
+        return true;
+    }
+    ModuleDebug.WarningWithNL("%S: %S", routine, complaint);
+    return false;
+}
+
+constexpr std::string_view kNotSaved = "Failed to save old model informations";
+
+/// What UpgradeModelsWithGMTOffsetStep1 finds out, one lock at a time, before it changes anything.
+class OffsetPlan {
+public:
+    static constexpr std::string_view kRoutine = "UpgradeModelsWithGMTOffsetStep1";
+
+    /// False, after a line in the log, where the database cannot be read.
+    [[nodiscard]] bool Make() {
+        std::vector<LumString> models;
+        return ReadColumn("SELECT RM_ModelName FROM RegisteredModel", models) &&
+               std::all_of(models.begin(), models.end(),
+                           [this](const LumString& model) { return Add(model); });
+    }
+
+    /// What is to be run for all models, in order.
+    [[nodiscard]] const std::vector<LumString>& Statements() const { return statements_; }
+
+private:
+    [[nodiscard]] bool Add(const LumString& model) {
+        const LumString table = LumString("Event_") + model;
+        std::string query = "SELECT sql FROM sqlite_master where type = 'table' and name = ";
+        AppendQuoted(query, table.View());
+        std::vector<LumString> creations;
+        if (!ReadColumn(LumString(std::move(query)), creations)) {
+            return false;
+        }
+        if (!creations.empty() && HasOffsetColumn(creations.front())) {
+            return true;
+        }
+        std::vector<LumString> statements;
+        if (!creations.empty()) {
+            statements = OffsetStatements(table, creations.front());
+        }
+        // One model without a table, or with one that is none of the module's, must not keep the others back.
+        if (statements.empty()) {
+            ModuleDebug.WarningWithNL("%S: Model '%S' has no table that can be upgraded", kRoutine, model);
+        }
+        std::move(statements.begin(), statements.end(), std::back_inserter(statements_));
+        return true;
+    }
+
+    /// Adds the first column of what `query` returns to `values`.
+    [[nodiscard]] static bool ReadColumn(const LumString& query, std::vector<LumString>& values) {
+        DatabaseScope scope(kRoutine);
+        if (!scope.IsLocked()) {
+            return false;
+        }
+        GenSqlResult* const rows = scope.Query(query);
+        scope.Unlock();
+        if (rows == nullptr) {
+            ModuleDebug.ErrorWithNL("%S: Failed to upgrade registered models", kRoutine);
+            return false;
+        }
+        for (uint32_t i = 0; rows->SelectRow(i); ++i) {
+            LumString value;
+            static_cast<void>(rows->GetColumn(0, value));  // every query has one column
+            values.push_back(std::move(value));
+        }
+        return true;
+    }
+
+    std::vector<LumString> statements_;
+};
+
+}  // namespace
+
+bool IsSmallerVersion(uint32_t major, uint32_t minor, uint32_t revision) {
+    constexpr std::string_view kRoutine = "IsSmallerVersion";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    const struct {
+        const char* name;
+        int64_t limit;
+    } fields[] = {
+        {"DatabaseVersionMajor", major}, {"DatabaseVersionMinor", minor}, {"DatabaseRevision", revision}};
+    DatabaseScope scope(kRoutine);
+    for (const auto& field : fields) {
+        LumString query;
+        query.Printf("SELECT * FROM %s WHERE %s = '%s'", "DatabaseInformation", "FieldName", field.name);
+        int64_t recorded = 0;
+        if (!ReadVersionField(scope.Connection(), query, recorded)) {
+            return false;
+        }
+        if (recorded != field.limit) {
+            return recorded < field.limit;
+        }
+    }
+    return false;
+}
+
+std::vector<LumString> VersionStatements(uint32_t major, uint32_t minor, uint32_t revision) {
+    std::vector<LumString> statements(4);
+    constexpr const char* kUpdate = "UPDATE DatabaseInformation SET FieldValue=%u WHERE FieldName='%s'";
+    statements[0].Printf(kUpdate, major, "DatabaseVersionMajor");
+    statements[1].Printf(kUpdate, minor, "DatabaseVersionMinor");
+    statements[2].Printf(kUpdate, revision, "DatabaseRevision");
+    statements[3].Printf(kUpdate, 0U, "DatabaseBuildNumber");
+    return statements;
+}
+
+void UpgradeSoftwareDistributionModelStep1() {
+    constexpr std::string_view kRoutine = "UpgradeSoftwareDistributionModelStep1";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    if (!IsSmallerVersion(5, 3, 3)) {
+        return;
+    }
+    const std::vector<LumString> statements = {
+        "CREATE TABLE Event_Temp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, "
+        "E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, C__EVENTLOG_MODELPARAM_OPRULENAME_ TEXT, "
+        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_ TEXT, C__EVENTLOG_MODELPARAM_PACKAGESIZE_ INTEGER, "
+        "C__EVENTLOG_MODELPARAM_STATUS_ TEXT)",
+        "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+        "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
+        "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
+        "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
+        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
+        "'_DB_OPRULESTATUS_EXECUTEFAILED_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
+        "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 0",
+        "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+        "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
+        "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
+        "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
+        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
+        "'_DB_OPRULESTATUS_EXECUTEDOK_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
+        "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 1",
+    };
+    {
+        DatabaseScope scope(kRoutine);  // without the lock the step is taken all the same
+        static_cast<void>(RunStep(scope, kRoutine, statements, kNotSaved));
+    }
+    // The old definition makes room for the new one even where its rows could not be saved.
+    RemoveRegisteredModel(kSoftwareDistribution);
+}
+
+void UpgradeSoftwareDistributionModelStep2() {
+    constexpr std::string_view kRoutine = "UpgradeSoftwareDistributionModelStep2";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    if (!IsSmallerVersion(5, 3, 3)) {
+        return;
+    }
+    std::vector<LumString> statements = {
+        "INSERT INTO Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ SELECT * FROM Event_Temp",
+        "DROP TABLE Event_Temp",
+    };
+    for (LumString& statement : VersionStatements(5, 3, 3)) {
+        statements.push_back(std::move(statement));
+    }
+    DatabaseScope scope(kRoutine);
+    static_cast<void>(RunStep(scope, kRoutine, statements, kNotSaved));
+}
+
+void Upgrade620_Step1() {
+    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("Upgrade620_Step1"));
+    if (IsSmallerVersion(6, 2, 0)) {
+        UpgradeManagedApplicationModelsStep1();
+    }
+}
+
+void Upgrade620_Step2() {
+    constexpr std::string_view kRoutine = "Upgrade620_Step2";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    if (!IsSmallerVersion(6, 2, 0)) {
+        return;
+    }
+    UpgradeManagedApplicationModelsStep2();
+    UpgradeModelsWithGMTOffsetStep1();
+    const std::vector<LumString> statements = VersionStatements(6, 2, 0);
+    DatabaseScope scope(kRoutine);
+    static_cast<void>(RunStep(scope, kRoutine, statements, "Failed finish upgrade."));
+}
+
+void UpgradeManagedApplicationModelsStep1() {
+    constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep1";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    const std::vector<LumString> statements = {
+        "CREATE TABLE Event_ProhibitedAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
+        "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
+        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
+        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
+        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ TIMESTAMP)",
+        "INSERT INTO Event_ProhibitedAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
+        "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+        "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ FROM Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_",
+        "CREATE TABLE Event_MonitoredAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
+        "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
+        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
+        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
+        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_ INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_ "
+        "INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ INTEGER)",
+        "INSERT INTO Event_MonitoredAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
+        "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
+        "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+        "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
+        "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ FROM Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_",
+    };
+    DatabaseScope scope(kRoutine);
+    if (RunStep(scope, kRoutine, statements, kNotSaved)) {
+        RemoveRegisteredModel(kProhibitedApplication);
+        RemoveRegisteredModel(kMonitoredApplication);
+    }
+}
+
+void UpgradeManagedApplicationModelsStep2() {
+    constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep2";
+    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    const std::vector<LumString> statements = {
+        "INSERT INTO Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_ SELECT * FROM Event_ProhibitedAppTemp",
+        "DROP TABLE Event_ProhibitedAppTemp",
+        "INSERT INTO Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_ SELECT * FROM Event_MonitoredAppTemp",
+        "DROP TABLE Event_MonitoredAppTemp",
+    };
+    DatabaseScope scope(kRoutine);
+    static_cast<void>(RunStep(scope, kRoutine, statements, kNotSaved));
+}
+
+void UpgradeModelsWithGMTOffsetStep1() {
+    ModuleDebug.TraceWithNL("%S: Entering", OffsetPlan::kRoutine);
+    OffsetPlan plan;
+    if (!IsSmallerVersion(6, 2, 0) || !plan.Make()) {
+        return;
+    }
+    DatabaseScope scope(OffsetPlan::kRoutine);
+    static_cast<void>(RunStep(scope, OffsetPlan::kRoutine, plan.Statements(), "Failed upgrade model"));
+}

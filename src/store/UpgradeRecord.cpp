@@ -1,0 +1,140 @@
+#include "store/UpgradeRecord.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/lum/Database.h"
+#include "host/lum/LumDebug.h"
+#include "host/lum/LumFile.h"
+#include "model/SqlText.h"
+#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
+#include "store/DirectoryListing.h"
+#include "store/EventManagerMerge.h"
+#include "store/Paths.h"
+#include "store/SchemaUpgrades.h"
+
+namespace {
+
+constexpr std::string_view kRoutine = "UpgradeRecord";
+
+bool IsUpgradeDue() {
+    bool holdsEvents = false;
+    MergeFlag flag;
+    {
+        DatabaseScope scope(kRoutine);
+        // Quiet: what cannot be read here, the steps will say themselves.
+        GenSqlResult* const tables = scope.Connection().Query(
+            "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name LIKE 'Event^_%' ESCAPE '^'",
+            true);
+        if (tables == nullptr || !tables->GetColumn(0, holdsEvents)) {
+            return false;
+        }
+        if (!ReadMergeFlag(scope.Connection(), flag)) {
+            return false;
+        }
+    }
+    return (holdsEvents && !flag.done) || IsSmallerVersion(6, 2, 0);
+}
+
+/// The recorded version; a field that is missing is 0.
+LumString VersionText() {
+    DatabaseScope scope(kRoutine);
+    const GenSqlResult* const row = scope.Query(
+        "SELECT (SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMajor'), "
+        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMinor'), "
+        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseRevision'), "
+        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseBuildNumber')");
+    LumString text;
+    for (uint32_t i = 0; i < 4; ++i) {
+        int64_t number = 0;
+        if (row != nullptr) {
+            static_cast<void>(row->GetColumn(i, number));  // the statement names all four columns
+        }
+        LumString field;
+        field.Printf("%s%ld", i > 0 ? "." : "", number);
+        text += field;
+    }
+    return text;
+}
+
+/// Copies the regular files of a directory into another one, which is made.
+bool CopyFiles(const LumString& from, const LumString& to) {
+    std::vector<LumString> names;
+    return ListDirectory(from, names) && PathCreate(to) &&
+           std::all_of(names.begin(), names.end(), [&](const LumString& name) {
+               const LumString file = PathInDirectory(from, name);
+               return !IsRegularFile(file) || FileCopy(file, PathInDirectory(to, name), false);
+           });
+}
+
+/// Copies what is filed of a model, if anything is.
+bool CopyFiledDefinitions(const LumString& modelName, const LumString& modelsCopy) {
+    const LumString filed = ModelDirectory(modelName);
+    std::vector<LumString> checksums;
+    static_cast<void>(ListDirectory(filed, checksums));  // not every database has every model
+    const LumString target = PathInDirectory(modelsCopy, modelName);
+    return std::all_of(checksums.begin(), checksums.end(), [&](const LumString& checksum) {
+        const LumString from = PathInDirectory(filed, checksum);
+        return !DirExists(from) || CopyFiles(from, PathInDirectory(target, checksum));
+    });
+}
+
+/// Copies the database as the statements see it, what lies in its write-ahead log included. The copy appears
+/// whole or not at all.
+bool CopyDatabase(const LumString& copy) {
+    const LumString unfinished = copy + ".unfinished";
+    LumString error;
+    // Made beforehand so that it is nobody else's to read.
+    if (!FileDelete(unfinished, true) || !FileReplace(unfinished, "", error)) {
+        return false;
+    }
+    std::string sql = "VACUUM INTO ";
+    AppendQuoted(sql, unfinished.View());
+    DatabaseScope scope(kRoutine);
+    if (scope.Query(LumString(std::move(sql))) != nullptr && FileMove(unfinished, copy)) {
+        return true;
+    }
+    FileDelete(unfinished, true);
+    return false;
+}
+
+void KeepCopy(const LumString& version) {
+    const LumString copy = DatabaseCopy(version);
+    if (IsRegularFile(copy)) {
+        ModuleDebug.PrintWithNL("%S: A copy from before the upgrade is kept in '%S' already", kRoutine, copy);
+        return;
+    }
+    // The database comes last: once its copy is there, everything is.
+    const LumString modelsCopy = ModelsCopy(version);
+    const auto copyDefinitions = [&](const char* model) { return CopyFiledDefinitions(model, modelsCopy); };
+    const char* const models[] = {kSoftwareDistribution, kProhibitedApplication, kMonitoredApplication};
+    if (!std::all_of(std::begin(models), std::end(models), copyDefinitions)) {
+        ModuleDebug.WarningWithNL("%S: Failed to copy the filed definitions to '%S'", kRoutine, modelsCopy);
+    }
+    if (CopyDatabase(copy)) {
+        ModuleDebug.PrintWithNL("%S: The database of before the upgrade is kept in '%S'", kRoutine, copy);
+    } else {
+        ModuleDebug.WarningWithNL("%S: Failed to copy the database to '%S'", kRoutine, copy);
+    }
+}
+
+}  // namespace
+
+void UpgradeRecord::Begin() {
+    upgrading_ = IsUpgradeDue();
+    if (!upgrading_) {
+        return;
+    }
+    const LumString version = VersionText();
+    ModuleDebug.PrintWithNL("%S: Found a database of version %S, which is upgraded", kRoutine, version);
+    KeepCopy(version);
+}
+
+void UpgradeRecord::End() const {
+    if (upgrading_) {
+        ModuleDebug.PrintWithNL("%S: The database is at version %S", kRoutine, VersionText());
+    }
+}

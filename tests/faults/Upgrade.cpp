@@ -1,0 +1,240 @@
+// Upgrades that are disturbed. For every machine that an earlier release left behind, and for every call that
+// SQLite makes during the start that upgrades it: the process is killed at that call, or the call fails once.
+// Then the module is started again, undisturbed. Every event that an undisturbed upgrade keeps must be there,
+// all of a model's in one table, and every database file whole.
+//
+//     Upgrade kill|full|io|sync [STRIDE [CASE...]]
+//
+// With a STRIDE only every so many-th call is tried, from another one on in each case.
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "faults/ModuleUnderTest.h"
+#include "support/FaultVfs.h"
+#include "support/TempDirectory.h"
+#include "upgrade/UpgradeFixture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Call = FaultVfs::Call;
+
+/// One way to disturb a start.
+struct Disturbance {
+    const char* name;
+    Call call;
+    std::function<void(FaultVfs&, uint64_t)> arrange;
+};
+
+const Disturbance kDisturbances[] = {
+    {"kill", Call::kAny, [](FaultVfs& vfs, uint64_t nth) { vfs.KillAtCall(Call::kAny, nth); }},
+    {"full", Call::kWrite, [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kWrite, nth, SQLITE_FULL); }},
+    {"io", Call::kWrite,
+     [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kWrite, nth, SQLITE_IOERR_WRITE); }},
+    {"sync", Call::kSync,
+     [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kSync, nth, SQLITE_IOERR_FSYNC); }},
+};
+
+/// Starts and ends the module in a process of its own, on the agent's directories at `agent`. The status is
+/// that of the process; how many calls of a kind there were is left in the file `calls`.
+int StartOnce(const fs::path& agent, Call counted, const std::function<void(FaultVfs&)>& arrange) {
+    std::fflush(nullptr);
+    const pid_t process = fork();
+    Require(process >= 0, "fork");
+    if (process == 0) {
+        const int silence = open("/dev/null", O_WRONLY);
+        dup2(silence, STDERR_FILENO);
+        FaultVfs vfs;
+        LumString error;
+        Require(LumAgentSetUp({LumString((agent / "config").string()), LumString((agent / "data").string())},
+                              error),
+                error.GetString());
+        Require(LumAgentGetDebugContext(nullptr)->OpenFile(LumString((agent / "log").string()), 1U << 24U, 1,
+                                                           error),
+                error.GetString());
+        LoadedModule module;
+        module.Run(LumModuleCommand::kRegister);
+        arrange(vfs);
+        module.Run(LumModuleCommand::kInitialise);
+        std::ofstream(agent / "calls") << vfs.CountCalls(counted);
+        module.Run(LumModuleCommand::kCleanup);
+        module.Run(LumModuleCommand::kUnregister);
+        std::_Exit(0);
+    }
+    int status = 0;
+    Require(waitpid(process, &status, 0) == process, "wait");
+    return status;
+}
+
+/// The tables that the events of one model may be in, under the name of the model's own.
+std::string FamilyOf(const std::string& table) {
+    static const std::map<std::string, std::string> transitional = {
+        {"Event_Temp", "Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_"},
+        {"Event_ProhibitedAppTemp", "Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_"},
+        {"Event_MonitoredAppTemp", "Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_"}};
+    const auto found = transitional.find(table);
+    if (found != transitional.end()) {
+        return found->second;
+    }
+    return table.ends_with("Temp") ? table.substr(0, table.size() - 4) : table;
+}
+
+bool Holds(const UpgradeFixture::Events& all, const UpgradeFixture::Events& some) {
+    return std::includes(all.begin(), all.end(), some.begin(), some.end());
+}
+
+/// One machine, upgraded again and again.
+class Machine {
+public:
+    explicit Machine(const fs::path& description) : name_(description.stem()) {
+        const UpgradeFixture fixture(description);
+        fixture.Place(scratch_.Path() / "machine");
+        before_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(scratch_.Path() / "machine"));
+    }
+
+    /// How many calls of that kind an undisturbed start makes. Remembers which events it keeps, and together.
+    uint64_t Count(Call call) {
+        Reset();
+        Expect(StartOnce(agent_, call, [](FaultVfs&) {}) == 0, "an undisturbed start works");
+        kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
+        return std::stoull(ReadWholeFile(agent_ / "calls"));
+    }
+
+    void Try(const Disturbance& disturbance, uint64_t nth) {
+        where_ = std::string(disturbance.name) + " at call " + std::to_string(nth);
+        Reset();
+        const int status =
+            StartOnce(agent_, disturbance.call, [&](FaultVfs& vfs) { disturbance.arrange(vfs, nth); });
+        Expect(status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL),
+               "it goes on or is killed");
+        Expect(StartOnce(agent_, disturbance.call, [](FaultVfs&) {}) == 0, "it starts again");
+        CheckDatabase();
+        CheckCopies();
+    }
+
+    [[nodiscard]] const std::string& Name() const { return name_; }
+
+private:
+    void Reset() const {
+        fs::remove_all(agent_);
+        fs::copy(scratch_.Path() / "machine", agent_, fs::copy_options::recursive);
+    }
+
+    void Expect(bool holds, const std::string& what) const {
+        if (!holds) {
+            std::printf("%s", ReadWholeFile(agent_ / "log").c_str());
+        }
+        Require(holds, name_ + ", " + where_ + ": " + what);
+    }
+
+    void CheckDatabase() const {
+        const fs::path database = UpgradeFixture::DatabaseOf(agent_);
+        Expect(UpgradeFixture::Check(database) == "ok", "the database is whole");
+        const auto now = UpgradeFixture::EventsIn(database);
+        for (const auto& [kept, events] : kept_) {
+            const std::string family = FamilyOf(kept);
+            const auto holdsAll = [&family, &events = events](const auto& table) {
+                return FamilyOf(table.first) == family && Holds(table.second, events);
+            };
+            Expect(std::any_of(now.begin(), now.end(), holdsAll) || WereGivenUp(family),
+                   "all events of " + kept + " are in one table");
+        }
+    }
+
+    /// Software distributions that could not be saved go with their old model; then the copy has to have
+    /// them, or there was a second thing that failed.
+    [[nodiscard]] bool WereGivenUp(const std::string& family) const {
+        const std::string log = ReadWholeFile(agent_ / "log");
+        const auto said = [&log](std::string_view text) { return log.find(text) != std::string::npos; };
+        return family == "Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_" &&
+               said("UpgradeSoftwareDistributionModelStep1: Failed to save old model informations") &&
+               said("UpgradeRecord: The database of before the upgrade is kept in");
+    }
+
+    /// A copy is whole and has everything of before, from the moment when it has its name.
+    void CheckCopies() const {
+        for (const fs::directory_entry& entry : fs::directory_iterator(agent_ / "data/EventLogManager")) {
+            const std::string name = entry.path().filename();
+            Expect(!name.ends_with(".unfinished"), "no attempt to copy is left");
+            if (!name.starts_with("EventLogManager-") || !name.ends_with(".sqlite3")) {
+                continue;
+            }
+            Expect(UpgradeFixture::Check(entry.path()) == "ok", "the copy is whole");
+            if (IsOfTheFirstAttempt(name)) {
+                const auto copied = UpgradeFixture::EventsIn(entry.path());
+                Expect(copied == before_, "the copy has every event");
+            }
+        }
+    }
+
+    /// A start that finds the upgrade half done may make a second copy, of the version reached so far.
+    [[nodiscard]] bool IsOfTheFirstAttempt(const std::string& name) const {
+        std::vector<std::string> copies;
+        const std::string log = ReadWholeFile(agent_ / "log");
+        const std::size_t first = log.find("EventLogManager-");
+        return first != std::string::npos && log.compare(first, name.size(), name) == 0;
+    }
+
+    const TempDirectory scratch_;
+    const fs::path agent_ = scratch_.Path() / "agent";
+    const std::string name_;
+    std::string where_ = "undisturbed";
+    std::map<std::string, UpgradeFixture::Events> before_;
+    std::map<std::string, UpgradeFixture::Events> kept_;
+};
+
+std::vector<fs::path> Cases(int argc, char** argv) {
+    const fs::path folder = LUM_SOURCE_DIR "/tests/upgrade/cases";
+    std::vector<fs::path> cases;
+    for (int i = 3; i < argc; ++i) {
+        cases.push_back(folder / (std::string(argv[i]) + ".json"));
+    }
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        if (argc <= 3 && entry.path().extension() == ".json") {
+            cases.push_back(entry.path());
+        }
+    }
+    std::sort(cases.begin(), cases.end());
+    return cases;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string_view wanted = argc > 1 ? argv[1] : "";
+    const auto* const disturbance =
+        std::find_if(std::begin(kDisturbances), std::end(kDisturbances),
+                     [wanted](const Disturbance& one) { return wanted == one.name; });
+    const uint64_t stride = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
+    if (disturbance == std::end(kDisturbances) || stride == 0) {
+        std::fprintf(stderr, "usage: Upgrade kill|full|io|sync [STRIDE [CASE...]]\n");
+        return 2;
+    }
+    uint64_t tried = 0;
+    uint64_t offset = 0;
+    for (const fs::path& description : Cases(argc, argv)) {
+        Machine machine(description);
+        const uint64_t calls = machine.Count(disturbance->call);
+        for (uint64_t nth = 1 + offset++ % stride; nth <= calls; nth += stride) {
+            machine.Try(*disturbance, nth);
+            ++tried;
+        }
+        std::printf("%s: %lu calls\n", machine.Name().c_str(), static_cast<unsigned long>(calls));
+    }
+    std::printf("%s: %lu starts were disturbed\n", disturbance->name, static_cast<unsigned long>(tried));
+    return tried > 0 ? 0 : 1;
+}
