@@ -16,6 +16,66 @@
 
 namespace {
 
+constexpr std::string_view kNotSaved = "Failed to save old model informations";
+
+constexpr const char* kSaveSoftwareDistributions[] = {
+    "CREATE TABLE Event_Temp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, "
+    "E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, C__EVENTLOG_MODELPARAM_OPRULENAME_ TEXT, "
+    "C__EVENTLOG_MODELPARAM_PACKAGETYPE_ TEXT, C__EVENTLOG_MODELPARAM_PACKAGESIZE_ INTEGER, "
+    "C__EVENTLOG_MODELPARAM_STATUS_ TEXT)",
+    "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+    "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
+    "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
+    "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
+    "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
+    "'_DB_OPRULESTATUS_EXECUTEFAILED_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
+    "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 0",
+    "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+    "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
+    "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
+    "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
+    "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
+    "'_DB_OPRULESTATUS_EXECUTEDOK_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
+    "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 1",
+};
+
+constexpr const char* kSaveManagedApplications[] = {
+    "CREATE TABLE Event_ProhibitedAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
+    "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
+    "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
+    "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
+    "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ TIMESTAMP)",
+    "INSERT INTO Event_ProhibitedAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+    "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+    "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+    "C__EVENTLOG_MODELPARAM_DETECTIONTIME_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
+    "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+    "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+    "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ FROM Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_",
+    "CREATE TABLE Event_MonitoredAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
+    "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
+    "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
+    "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
+    "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_ INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_ "
+    "INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ INTEGER)",
+    "INSERT INTO Event_MonitoredAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
+    "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+    "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+    "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
+    "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
+    "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
+    "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
+    "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
+    "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ FROM Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_",
+};
+
+constexpr const char* kPutManagedApplicationsBack[] = {
+    "INSERT INTO Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_ SELECT * FROM Event_ProhibitedAppTemp",
+    "DROP TABLE Event_ProhibitedAppTemp",
+    "INSERT INTO Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_ SELECT * FROM Event_MonitoredAppTemp",
+    "DROP TABLE Event_MonitoredAppTemp",
+};
+
 /// Reads one field of the version; false where there is no such number.
 bool ReadVersionField(DBConnection& connection, const LumString& query, int64_t& number) {
     const GenSqlResult* const row = connection.Query(query);
@@ -34,16 +94,15 @@ bool ReadVersionField(DBConnection& connection, const LumString& query, int64_t&
 }
 
 /// Runs the statements of one step of rebuilding; all of them or, with the given complaint, none.
-bool RunStep(DatabaseScope& scope, std::string_view routine, const std::vector<LumString>& statements,
+template <class Texts>
+bool RunStep(DatabaseScope& scope, std::string_view routine, const Texts& statements,
              std::string_view complaint) {
-    if (RunInTransaction(scope.Connection(), statements)) {
+    if (RunInTransaction(scope.Connection(), {std::begin(statements), std::end(statements)})) {
         return true;
     }
     ModuleDebug.WarningWithNL("%S: %S", routine, complaint);
     return false;
 }
-
-constexpr std::string_view kNotSaved = "Failed to save old model informations";
 
 /// What UpgradeModelsWithGMTOffsetStep1 finds out, one lock at a time, before it changes anything.
 class OffsetPlan {
@@ -149,29 +208,9 @@ void UpgradeSoftwareDistributionModelStep1() {
     if (!IsSmallerVersion(5, 3, 3)) {
         return;
     }
-    const std::vector<LumString> statements = {
-        "CREATE TABLE Event_Temp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, "
-        "E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, C__EVENTLOG_MODELPARAM_OPRULENAME_ TEXT, "
-        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_ TEXT, C__EVENTLOG_MODELPARAM_PACKAGESIZE_ INTEGER, "
-        "C__EVENTLOG_MODELPARAM_STATUS_ TEXT)",
-        "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
-        "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
-        "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
-        "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
-        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
-        "'_DB_OPRULESTATUS_EXECUTEFAILED_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
-        "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 0",
-        "INSERT INTO Event_Temp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
-        "C__EVENTLOG_MODELPARAM_OPRULENAME_, C__EVENTLOG_MODELPARAM_PACKAGETYPE_, "
-        "C__EVENTLOG_MODELPARAM_PACKAGESIZE_, C__EVENTLOG_MODELPARAM_STATUS_) SELECT E_Id, E_Date, "
-        "'0' AS E_GMT_Offset, E_DeviceId, E_GroupId, C__EVENTLOG_MODELPARAM_OPRULENAME_, "
-        "C__EVENTLOG_MODELPARAM_PACKAGETYPE_, C__EVENTLOG_MODELPARAM_PACKAGESIZE_, "
-        "'_DB_OPRULESTATUS_EXECUTEDOK_' AS C__EVENTLOG_MODELPARAM_STATUS_ "
-        "FROM Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_ WHERE C__EVENTLOG_MODELPARAM_STATUS_ = 1",
-    };
     {
         DatabaseScope scope(kRoutine);  // without the lock the step is taken all the same
-        static_cast<void>(RunStep(scope, kRoutine, statements, kNotSaved));
+        static_cast<void>(RunStep(scope, kRoutine, kSaveSoftwareDistributions, kNotSaved));
     }
     // The old definition makes room for the new one even where its rows could not be saved.
     RemoveRegisteredModel(kSoftwareDistribution);
@@ -217,37 +256,8 @@ void Upgrade620_Step2() {
 void UpgradeManagedApplicationModelsStep1() {
     constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep1";
     ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
-    const std::vector<LumString> statements = {
-        "CREATE TABLE Event_ProhibitedAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
-        "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
-        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
-        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
-        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ TIMESTAMP)",
-        "INSERT INTO Event_ProhibitedAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
-        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
-        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
-        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
-        "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
-        "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
-        "C__EVENTLOG_MODELPARAM_DETECTIONTIME_ FROM Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_",
-        "CREATE TABLE Event_MonitoredAppTemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
-        "E_GMT_Offset INTEGER, E_DeviceId INTEGER NOT NULL, E_GroupId INTEGER NOT NULL, "
-        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_ TEXT, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_ TEXT, "
-        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_ TEXT, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_ TEXT, "
-        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_ INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_ "
-        "INTEGER, C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ INTEGER)",
-        "INSERT INTO Event_MonitoredAppTemp (E_Id, E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, "
-        "C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
-        "C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
-        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
-        "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_) SELECT E_Id, E_Date, '0' AS E_GMT_Offset, E_DeviceId, "
-        "E_GroupId, C__EVENTLOG_MODELPARAM_APPLICATIONNAME_, C__EVENTLOG_MODELPARAM_APPLICATIONVERSION_, "
-        "'' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSERDOMAIN_, '' AS C__EVENTLOG_MODELPARAM_CONNECTEDUSER_, "
-        "C__EVENTLOG_MODELPARAM_MONITORINGDURATION_, C__EVENTLOG_MODELPARAM_MONITORINGENDDATE_, "
-        "C__EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_ FROM Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_",
-    };
     DatabaseScope scope(kRoutine);
-    if (RunStep(scope, kRoutine, statements, kNotSaved)) {
+    if (RunStep(scope, kRoutine, kSaveManagedApplications, kNotSaved)) {
         RemoveRegisteredModel(kProhibitedApplication);
         RemoveRegisteredModel(kMonitoredApplication);
     }
@@ -256,14 +266,8 @@ void UpgradeManagedApplicationModelsStep1() {
 void UpgradeManagedApplicationModelsStep2() {
     constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep2";
     ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
-    const std::vector<LumString> statements = {
-        "INSERT INTO Event__EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_ SELECT * FROM Event_ProhibitedAppTemp",
-        "DROP TABLE Event_ProhibitedAppTemp",
-        "INSERT INTO Event__EVENTLOG_MODELNAME_MONITOREDAPPLICATION_ SELECT * FROM Event_MonitoredAppTemp",
-        "DROP TABLE Event_MonitoredAppTemp",
-    };
     DatabaseScope scope(kRoutine);
-    static_cast<void>(RunStep(scope, kRoutine, statements, kNotSaved));
+    static_cast<void>(RunStep(scope, kRoutine, kPutManagedApplicationsBack, kNotSaved));
 }
 
 void UpgradeModelsWithGMTOffsetStep1() {
