@@ -138,7 +138,8 @@ private:
         if (!holds) {
             std::printf("%s", ReadWholeFile(agent_ / "log").c_str());
         }
-        Require(holds, name_ + ", " + where_ + ": " + what);
+        // The directory stays, to be looked at.
+        Require(holds, name_ + ", " + where_ + ": " + what + " (" + agent_.string() + ")");
     }
 
     void CheckDatabase() const {
