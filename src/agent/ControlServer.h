@@ -6,8 +6,8 @@
 #include <memory>
 #include <string_view>
 
-#include "agent/FileDescriptor.h"
 #include "agent/RequestRouter.h"
+#include "host/lum/FileDescriptor.h"
 #include "host/lum/LumDebug.h"
 
 struct ControlServerOptions {

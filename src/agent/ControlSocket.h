@@ -4,7 +4,7 @@
 
 #include <sys/types.h>
 
-#include "agent/FileDescriptor.h"
+#include "host/lum/FileDescriptor.h"
 #include "host/lum/LumString.h"
 
 /// The listening Unix socket and its file. Belongs to one thread at a time.

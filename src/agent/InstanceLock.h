@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agent/FileDescriptor.h"
+#include "host/lum/FileDescriptor.h"
 #include "host/lum/LumString.h"
 
 /// Keeps a second agent out of a data directory: an advisory lock on the file agent.lock there, which holds

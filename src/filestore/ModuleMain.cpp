@@ -1,6 +1,5 @@
 #include "filestore/ModuleMain.h"
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -98,15 +97,6 @@ void StoreInitialise() {
     }
 }
 
-/// Copies `text` into a buffer of kLumModuleTextLength wide characters.
-void Answer(const LumString& text, void* buffer) {
-    const std::wstring_view wide(text.GetTCHAR());
-    auto* const out = static_cast<wchar_t*>(buffer);
-    const std::size_t length = std::min<std::size_t>(wide.size(), kLumModuleTextLength - 1);
-    std::copy_n(wide.begin(), length, out);
-    out[length] = L'\0';
-}
-
 }  // namespace
 
 uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
@@ -127,10 +117,10 @@ uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
             StoreOutbox.Close();
             return kLumModuleDone;
         case LumModuleCommand::kGetDescription:
-            Answer(StoreDebug.GetDescription(), pointer);
+            LumModuleAnswer(StoreDebug.GetDescription(), pointer);
             return kLumModuleDone;
         case LumModuleCommand::kGetVersion:
-            Answer(LumString(kVersion), pointer);
+            LumModuleAnswer(LumString(kVersion), pointer);
             return kLumModuleDone;
     }
     return kLumModuleUnknownCommand;

@@ -16,30 +16,13 @@
 #include "filestore/Checksum.h"
 #include "filestore/FileNames.h"
 #include "host/core/FileStoreAction.h"
+#include "host/lum/FileDescriptor.h"
 #include "host/lum/LumFile.h"
 
 namespace {
 
 /// What the host's file routines call a file that is not whole yet.
 constexpr std::string_view kUnfinishedPrefix = ".lum-";
-
-/// An open file descriptor.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-
-    [[nodiscard]] int Get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 std::string ReasonText(int reason) {
     return std::generic_category().message(reason);
@@ -209,7 +192,7 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     const LumString path(PathOf(name));
     LumString error;
     struct stat status {};
-    const Descriptor source(OpenSource(path, status, error));
+    const FileDescriptor source(OpenSource(path, status, error));
     std::string checksum;
     if (source.Get() < 0 || !Sha256OfFile(source.Get(), checksum)) {
         leftOvers.errors.push_back(source.Get() < 0 ? error : Sentence(path, "it cannot be read", errno));
@@ -251,7 +234,7 @@ bool Outbox::Receive(const ReceivedFile& file, LumString& storedPath, LumString&
 bool Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, std::string_view receivedAt,
                        LumString& storedPath, LumString& error) {
     struct stat status {};
-    const Descriptor source(OpenSource(file.movePath, status, error));
+    const FileDescriptor source(OpenSource(file.movePath, status, error));
     if (source.Get() < 0) {
         return false;
     }

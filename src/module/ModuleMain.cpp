@@ -1,6 +1,5 @@
 #include "module/ModuleMain.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "admin/ModelListing.h"
@@ -118,15 +117,6 @@ void ModuleCleanup() {
     ProcessorThread.Cancel(kCancelWaitMs, true);
 }
 
-/// Copies `text` into a buffer of kLumModuleTextLength wide characters.
-void Answer(const LumString& text, void* buffer) {
-    const std::wstring_view wide(text.GetTCHAR());
-    auto* const out = static_cast<wchar_t*>(buffer);
-    const std::size_t length = std::min<std::size_t>(wide.size(), kLumModuleTextLength - 1);
-    std::copy_n(wide.begin(), length, out);
-    out[length] = L'\0';
-}
-
 LumString VersionText() {
     LumString text;
     text.Printf("%u.%u.%s.%s - %s - %s", kMajorVersion, kMinorVersion, kRevision, kBuildTag, __DATE__,
@@ -154,10 +144,10 @@ uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
             ModuleCleanup();
             return kLumModuleDone;
         case LumModuleCommand::kGetDescription:
-            Answer(ModuleDebug.GetDescription(), pointer);
+            LumModuleAnswer(ModuleDebug.GetDescription(), pointer);
             return kLumModuleDone;
         case LumModuleCommand::kGetVersion:
-            Answer(VersionText(), pointer);
+            LumModuleAnswer(VersionText(), pointer);
             return kLumModuleDone;
         case LumModuleCommand::kAcknowledged:
             return kLumModuleDone;

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
+
+#include "host/lum/LumString.h"
 
 /// What a module exports under the name "ModuleMain", and how the agent drives it.
 
@@ -21,6 +26,16 @@ inline constexpr uint32_t kLumModuleUnknownCommand = 5;
 
 /// Room for the answers to kGetDescription and kGetVersion, in wide characters, terminator included.
 inline constexpr uint32_t kLumModuleTextLength = 512;
+
+/// Answers kGetDescription or kGetVersion: copies `text`, cut to the room there is, into the buffer
+/// `pointer`.
+inline void LumModuleAnswer(const LumString& text, void* pointer) {
+    const std::wstring_view wide(text.GetTCHAR());
+    auto* const buffer = static_cast<wchar_t*>(pointer);
+    const std::size_t length = std::min<std::size_t>(wide.size(), kLumModuleTextLength - 1);
+    std::copy_n(wide.begin(), length, buffer);
+    buffer[length] = L'\0';
+}
 
 inline constexpr char kLumModuleEntryPoint[] = "ModuleMain";
 

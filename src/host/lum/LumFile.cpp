@@ -14,40 +14,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/lum/FileDescriptor.h"
+
 struct LumDirectory {
     DIR* handle;
 };
 
 namespace {
 
-/// An open file descriptor. Closing it leaves errno alone, so that a failure's reason outlives the clean-up.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        const int reason = errno;
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-        errno = reason;
-    }
-
-    [[nodiscard]] int Get() const { return fd_; }
-    [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
-    int Release() { return std::exchange(fd_, -1); }
-
-private:
-    int fd_;
-};
-
 /// A directory stream over a descriptor that it takes over.
 class DirectoryStream {
 public:
     explicit DirectoryStream(int fd) : handle_(fd >= 0 ? fdopendir(fd) : nullptr) {
         if (handle_ == nullptr && fd >= 0) {
-            const Descriptor unused(fd);
+            const FileDescriptor unused(fd);
         }
     }
     DirectoryStream(const DirectoryStream&) = delete;
@@ -135,7 +115,7 @@ std::string ParentOf(std::string_view path) {
 }
 
 bool SyncDirectory(const std::string& path) {
-    const Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FileDescriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return directory.IsOpen() && fsync(directory.Get()) == 0;
 }
 
@@ -161,7 +141,7 @@ ssize_t ReadSome(int fd, char* buffer, std::size_t size) {
 
 /// Opens a regular file for reading without waiting for anyone; -1, with errno, where it is none.
 int OpenRegular(const char* path) {
-    Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    FileDescriptor file(open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
         return -1;
@@ -314,7 +294,7 @@ bool FillReplacement(int made, const std::string& path, std::string_view content
 
 bool ReplaceFile(const std::string& path, std::string_view content) {
     std::string madePath;
-    const Descriptor made(CreateBeside(path, madePath));
+    const FileDescriptor made(CreateBeside(path, madePath));
     if (!made.IsOpen()) {
         return false;
     }
@@ -376,12 +356,12 @@ bool FileCopy(const LumString& from, const LumString& to, bool failIfExists) {
     if (!IsPath(from) || !IsPath(to)) {
         return false;
     }
-    const Descriptor source(OpenRegular(from.GetString()));
+    const FileDescriptor source(OpenRegular(from.GetString()));
     if (!source.IsOpen()) {
         return false;
     }
     std::string madePath;
-    const Descriptor made(CreateBeside(to.View(), madePath));
+    const FileDescriptor made(CreateBeside(to.View(), madePath));
     if (!made.IsOpen()) {
         return false;
     }
@@ -402,7 +382,7 @@ bool FileMove(const LumString& from, const LumString& to) {
     if (!IsPath(from) || !IsPath(to)) {
         return false;
     }
-    const Descriptor file(OpenRegular(from.GetString()));
+    const FileDescriptor file(OpenRegular(from.GetString()));
     return file.IsOpen() && fsync(file.Get()) == 0 && RenameNew(from.GetString(), to.GetString()) &&
            SyncDirectory(ParentOf(to.View()));
 }
@@ -464,7 +444,7 @@ bool IsRegularFile(const LumString& path) {
 }
 
 bool FileRead(const LumString& path, std::size_t maxBytes, std::string& content, LumString& error) {
-    const Descriptor file(IsPath(path) ? OpenRegular(path.GetString()) : -1);
+    const FileDescriptor file(IsPath(path) ? OpenRegular(path.GetString()) : -1);
     if (!file.IsOpen()) {
         error = errno == EINVAL ? LumString("Not a regular file") : ReasonText();
         return false;

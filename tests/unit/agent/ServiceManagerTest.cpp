@@ -7,8 +7,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "agent/FileDescriptor.h"
 #include "agent/ServiceManager.h"
+#include "host/lum/FileDescriptor.h"
 #include "support/TempDirectory.h"
 
 namespace {

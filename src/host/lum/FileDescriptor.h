@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cerrno>
 #include <utility>
 
 #include <unistd.h>
 
-/// Owns one open descriptor, or none (-1).
+/// Owns one open descriptor, or none (-1). Closing it leaves errno alone, so that the reason of a failure
+/// outlives the clean-up.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -28,8 +30,10 @@ public:
 
     void Close() {
         if (descriptor_ >= 0) {
+            const int reason = errno;
             ::close(descriptor_);
             descriptor_ = -1;
+            errno = reason;
         }
     }
 
