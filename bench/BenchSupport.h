@@ -62,6 +62,11 @@ private:
 [[nodiscard]] std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
                                                   const std::function<void()>& floor);
 
+/// Runs `call(number)` for all numbers below `count` on that many threads; how long each call took, in
+/// seconds.
+[[nodiscard]] std::vector<double> TimeCalls(uint32_t count, uint32_t threads,
+                                            const std::function<void(uint32_t)>& call);
+
 void PrintHead();
 /// One row; `ratio` is printed beside the target that it is to reach.
 void PrintRow(const std::string& work, double ours, double floor, double ratio, const char* target);

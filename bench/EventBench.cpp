@@ -12,7 +12,6 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -170,30 +169,6 @@ private:
     std::mutex mutex_;
 };
 
-/// Runs `create(number)` for all numbers on that many threads and notes how long each call took.
-std::vector<double> CreateMany(uint32_t count, uint32_t threads,
-                               const std::function<void(uint32_t)>& create) {
-    std::vector<std::vector<double>> times(threads);
-    const auto work = [&](uint32_t first) {
-        for (uint32_t i = first; i < count; i += threads) {
-            times[first].push_back(SecondsOf([&] { create(i); }));
-        }
-    };
-    std::vector<std::thread> others;
-    for (uint32_t i = 1; i < threads; ++i) {
-        others.emplace_back(work, i);
-    }
-    work(0);
-    for (std::thread& other : others) {
-        other.join();
-    }
-    std::vector<double> all;
-    for (const std::vector<double>& some : times) {
-        all.insert(all.end(), some.begin(), some.end());
-    }
-    return all;
-}
-
 void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
     const ScratchDirectory scratch;
     const Module module(scratch, full);
@@ -204,8 +179,8 @@ void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
     std::vector<double> ours;
     std::vector<double> floors;
     const auto [ourSeconds, floorSeconds] = Alternate(
-        sizes.rounds, [&] { ours = CreateMany(count, threads, Module::Create); },
-        [&] { floors = CreateMany(count, threads, [&raw](uint32_t i) { raw.Create(i); }); });
+        sizes.rounds, [&] { ours = TimeCalls(count, threads, Module::Create); },
+        [&] { floors = TimeCalls(count, threads, [&raw](uint32_t i) { raw.Create(i); }); });
     const std::string how =
         std::string(full ? ", full, " : ", normal, ") + std::to_string(threads) + " thread(s)";
     PrintRow("creates a second" + how, count / ourSeconds, count / floorSeconds, floorSeconds / ourSeconds,
@@ -315,10 +290,10 @@ int CreateOnly(std::string_view side, uint32_t count) {
         const Module module(scratch, false);
         module.Drop("Bench");
         Module::Initialise();
-        CreateMany(count, 1, Module::Create);
+        static_cast<void>(TimeCalls(count, 1, Module::Create));  // counted from outside
     } else {
         RawCreator raw(scratch.File("raw.sqlite3"), false);
-        CreateMany(count, 1, [&raw](uint32_t i) { raw.Create(i); });
+        static_cast<void>(TimeCalls(count, 1, [&raw](uint32_t i) { raw.Create(i); }));
     }
     return 0;
 }

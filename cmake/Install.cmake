@@ -1,3 +1,44 @@
+# What is installed where, and the Debian package made of it (scripts/package). The libraries are the agent's and its
+# modules' own, so they lie in a directory of their own and are found from where the binaries are.
 include(GNUInstallDirs)
 
+set(LUM_INSTALL_LIBDIR lib/lumagent)
+set(LUM_INSTALL_MODULEDIR ${LUM_INSTALL_LIBDIR}/modules)
+set(LUM_INSTALL_SYSCONFDIR /etc/lumagent)
+
+set_target_properties(lumagent lumctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${LUM_INSTALL_LIBDIR}")
+set_target_properties(lum lumcore PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(EventLogManager FileStore PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+
 install(TARGETS lumagent lumctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS lum lumcore LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR})
+install(TARGETS EventLogManager FileStore LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
+install(FILES etc/agent.ini etc/EventLogManager.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}
+    PERMISSIONS OWNER_READ OWNER_WRITE)
+install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES_MATCHING PATTERN "*.xml")
+install(FILES packaging/lumagent.service DESTINATION /lib/systemd/system)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent FILES_MATCHING PATTERN "*.md")
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent)
+
+# The caller builds; packing what is there needs no second look at every target.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME lumagent)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "EventLogManager maintainers <root@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Device-management agent with its event record")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+    WORLD_READ WORLD_EXECUTE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS tzdata)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles
+    ${PROJECT_SOURCE_DIR}/packaging/postinst ${PROJECT_SOURCE_DIR}/packaging/prerm
+    ${PROJECT_SOURCE_DIR}/packaging/postrm)
+include(CPack)

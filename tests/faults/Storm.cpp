@@ -12,13 +12,6 @@
 
 #include "faults/ModuleUnderTest.h"
 
-#if defined(__SANITIZE_THREAD__)
-/// The system's library guards its time zone with a lock of its own, which the sanitizer does not see.
-extern "C" [[gnu::visibility("default")]] const char* __tsan_default_suppressions() {
-    return "race:tzset_internal\n";
-}
-#endif
-
 namespace {
 
 struct Call {

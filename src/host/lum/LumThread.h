@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "host/lum/LumApi.h"
-#include "host/lum/LumThreadSafety.h"
 
 /// A thread that can be asked to stop. Derive from it and override ThreadMain, or hand Start a routine.
 ///
@@ -46,9 +45,10 @@ public:
 private:
     std::thread thread_;
 
+    // Guards the flags, as LumMutex has no condition to wait for.
     std::mutex mutex_;
     std::condition_variable changed_;
-    bool running_ LUM_GUARDED_BY(mutex_) = false;
-    bool cancelled_ LUM_GUARDED_BY(mutex_) = false;
-    bool endPause_ LUM_GUARDED_BY(mutex_) = false;
+    bool running_ = false;
+    bool cancelled_ = false;
+    bool endPause_ = false;
 };

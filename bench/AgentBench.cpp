@@ -1,0 +1,296 @@
+// What an event costs that comes through the control socket of a real agent, beside the same action called in
+// this process; and what an agent that has nothing to do takes.
+//
+//     AgentBench [--tiny]
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "BenchSupport.h"
+#include "agent/RequestRouter.h"
+#include "host/core/ActionDb.h"
+#include "host/core/LumAgent.h"
+#include "host/core/ModuleInterface.h"
+#include "host/lum/Database.h"
+#include "host/lum/LumContainer.h"
+#include "host/lum/LumDebug.h"
+#include "module/ModuleMain.h"
+#include "support/AgentProcess.h"
+
+namespace {
+
+struct Sizes {
+    int rounds;
+    uint32_t creates;  // in one round
+    uint32_t models;   // of the idle agent
+    int idleMs;        // how long it is watched
+};
+
+constexpr Sizes kUsual{5, 8000, 200, 25000};
+constexpr Sizes kTiny{1, 40, 5, 200};
+
+constexpr uint32_t kManyClients = 8;
+constexpr const char* kAction = "EventLogManagerCreateEvent";
+constexpr const char* kTarget = "/actions/EventLogManagerCreateEvent";
+
+std::string Definition(const std::string& name) {
+    return "<MODEL><NAME>" + name +
+           "</NAME><CLASS>Bench</CLASS><NOTE>Five parameters</NOTE><SEVERITY>1</SEVERITY>"
+           "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
+           "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
+           "<PARAM><NAME>Application</NAME><TYPE>_STRING_</TYPE></PARAM>"
+           "<PARAM><NAME>Count</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
+           "<PARAM><NAME>Remote</NAME><TYPE>_BOOLEAN_</TYPE></PARAM>"
+           "<PARAM><NAME>Seconds</NAME><TYPE>_DOUBLE_</TYPE></PARAM>"
+           "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
+}
+
+/// The body of the request that creates event number `number`.
+std::string Body(uint32_t number) {
+    return R"({"Values":{"ModelName":"Bench","EventParams":{"Application":"program-)" +
+           std::to_string(number % 1000) + R"(","Count":)" + std::to_string(number) +
+           R"(,"Remote":true,"Seconds":1.125,"User":"user)" + std::to_string(number % 1000) + R"("}}})";
+}
+
+/// Settings of both agents, real and in-process.
+std::string ShippedFile(const std::string& name) {
+    return ReadWholeFile(LUM_SOURCE_DIR "/etc/" + name);
+}
+
+/// A real agent with both modules and these models.
+class RunningAgent {
+public:
+    explicit RunningAgent(uint32_t models) {
+        agent_.WriteIni(
+            "[Database]\nSynchronous = normal\n[Modules]\nFileStore = FileStore.so\n"
+            "EventLogManager = EventLogManager.so\n");
+        agent_.GetScratch().Write("config/EventLogManager.ini", ShippedFile("EventLogManager.ini"));
+        for (uint32_t i = 0; i < models; ++i) {
+            const std::string name = i == 0 ? "Bench" : "Model" + std::to_string(i);
+            agent_.GetScratch().Write("data/EventLogManager/models/" + name + ".xml", Definition(name));
+        }
+        if (!agent_.StartAndServe()) {
+            Fail("the agent does not start: " + agent_.ReadStandardError());
+        }
+    }
+    RunningAgent(const RunningAgent&) = delete;
+    RunningAgent& operator=(const RunningAgent&) = delete;
+    ~RunningAgent() { static_cast<void>(agent_.Stop()); }
+
+    [[nodiscard]] std::vector<HttpClient> Connect(uint32_t clients) const {
+        std::vector<HttpClient> connections;
+        for (uint32_t i = 0; i < clients; ++i) {
+            connections.emplace_back(agent_.GetSocketPath());
+        }
+        return connections;
+    }
+
+    [[nodiscard]] double ResidentMegabytes() const {
+        std::ifstream file(ProcessFile("statm"));
+        double pages = 0;
+        file >> pages >> pages;
+        return pages * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1U << 20U);
+    }
+
+    /// Time on a processor of all its threads so far, in nanoseconds.
+    [[nodiscard]] uint64_t ProcessorTime() const {
+        uint64_t sum = 0;
+        for (const auto& task : std::filesystem::directory_iterator(ProcessFile("task"))) {
+            std::ifstream file(task.path() / "schedstat");
+            uint64_t nanoseconds = 0;
+            file >> nanoseconds;
+            sum += nanoseconds;
+        }
+        return sum;
+    }
+
+private:
+    [[nodiscard]] std::string ProcessFile(const char* name) const {
+        return "/proc/" + std::to_string(agent_.GetProcess()) + "/" + name;
+    }
+
+    AgentProcess agent_;
+};
+
+/// The module in this process, with settings like the agent's.
+class OwnModule {
+public:
+    OwnModule() {
+        scratch_.Write("config/EventLogManager.ini", ShippedFile("EventLogManager.ini"));
+        scratch_.Write("data/EventLogManager/models/Bench.xml", Definition("Bench"));
+        LumString error;
+        if (!LumAgentSetUp({scratch_.At("config"), scratch_.At("data")}, error)) {
+            Fail(error.GetString());
+        }
+        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
+        DBConnectionPool::SetSynchronous(DBSynchronous::kNormal);
+        static LumAgentHandle handle{"EventLogManager"};
+        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &handle);
+        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr);
+    }
+
+    static void Call(const LumContainer& given) {
+        LumContainer arguments = given;
+        uint32_t status = 0;
+        if (!ActionDbCallAction(kAction, arguments, status) || status != 0) {
+            Fail("an event was not created");
+        }
+    }
+
+private:
+    const TempDirectory scratch_;
+};
+
+/// The other end of a socket pair: answers each request of `size` bytes with `reply`.
+class Echo {
+public:
+    Echo(std::size_t size, std::string reply) : size_(size), reply_(std::move(reply)) {
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends_) != 0) {
+            Fail("no socket pair");
+        }
+        thread_ = std::thread([this] { Serve(); });
+    }
+    Echo(const Echo&) = delete;
+    Echo& operator=(const Echo&) = delete;
+    ~Echo() {
+        ::shutdown(ends_[0], SHUT_RDWR);
+        thread_.join();
+        ::close(ends_[0]);
+        ::close(ends_[1]);
+    }
+
+    void Ask(const std::string& request) {
+        std::string answer(reply_.size(), '\0');
+        if (::send(ends_[0], request.data(), size_, MSG_NOSIGNAL) != static_cast<ssize_t>(size_) ||
+            ::recv(ends_[0], answer.data(), answer.size(), MSG_WAITALL) !=
+                static_cast<ssize_t>(answer.size())) {
+            Fail("no echo");
+        }
+    }
+
+private:
+    void Serve() const {
+        std::string request(size_, '\0');
+        while (::recv(ends_[1], request.data(), size_, MSG_WAITALL) == static_cast<ssize_t>(size_)) {
+            if (::send(ends_[1], reply_.data(), reply_.size(), MSG_NOSIGNAL) < 0) {
+                return;
+            }
+        }
+    }
+
+    const std::size_t size_;
+    const std::string reply_;
+    int ends_[2] = {-1, -1};
+    std::thread thread_;
+};
+
+LumContainer Arguments(uint32_t number) {
+    LumContainer arguments;
+    LumString error;
+    if (!arguments.FromJson(Body(number), error)) {
+        Fail(error.GetString());
+    }
+    return arguments;
+}
+
+void BenchSocket(const Sizes& sizes, const RunningAgent& agent, uint32_t clients) {
+    std::vector<HttpClient> connections = agent.Connect(clients);
+    const auto bySocket = [&](uint32_t number) {
+        // Thread t of TimeCalls makes the calls t, t + clients, ...: a connection belongs to one thread.
+        const HttpReply reply = connections[number % clients].Request("POST", kTarget, Body(number));
+        if (!reply.body.starts_with(R"({"status":0,)")) {
+            Fail("an event was not created: " + reply.body);
+        }
+    };
+    const LumContainer arguments = Arguments(1);
+    std::vector<double> ours;
+    std::vector<double> floors;
+    const auto [ourSeconds, floorSeconds] = Alternate(
+        sizes.rounds, [&] { ours = TimeCalls(sizes.creates, clients, bySocket); },
+        [&] { floors = TimeCalls(sizes.creates, clients, [&](uint32_t) { OwnModule::Call(arguments); }); });
+    PrintRow("creates a second by socket, " + std::to_string(clients) + " client(s)",
+             sizes.creates / ourSeconds, sizes.creates / floorSeconds, floorSeconds / ourSeconds, "");
+    const double ourMedian = Median(ours) * 1e6;
+    const double floorMedian = Median(floors) * 1e6;
+    PrintRow("  a call, us (floor: the action in the process)", ourMedian, floorMedian,
+             ourMedian / floorMedian, "");
+    const double our99 = Percentile99(ours) * 1e6;
+    const double floor99 = Percentile99(floors) * 1e6;
+    PrintRow("  99th percentile of a call, us", our99, floor99, our99 / floor99, "");
+}
+
+/// The parts of a call that are no business of the action: a request taken apart and answered, and bytes that
+/// go to and fro.
+void BenchParts(const Sizes& sizes) {
+    const std::vector<ModuleInfo> modules;
+    const LumContainer arguments = Arguments(1);
+    const std::string body = Body(1);
+    const auto [routed, called] = Alternate(
+        sizes.rounds,
+        [&] {
+            for (uint32_t i = 0; i < sizes.creates; ++i) {
+                if (RouteRequest(modules, "POST", kTarget, body).status != 200) {
+                    Fail("a request was refused");
+                }
+            }
+        },
+        [&] {
+            for (uint32_t i = 0; i < sizes.creates; ++i) {
+                OwnModule::Call(arguments);
+            }
+        });
+    PrintRow("  of it JSON and action, us", routed / sizes.creates * 1e6, called / sizes.creates * 1e6,
+             routed / called, "");
+    const std::string request = std::string("POST ") + kTarget +
+                                " HTTP/1.1\r\nHost: agent\r\nContent-Length: " + std::to_string(body.size()) +
+                                "\r\n\r\n" + body;
+    Echo echo(request.size(), std::string(130, 'x'));
+    const std::vector<double> echoes = TimeCalls(sizes.creates, 1, [&](uint32_t) { echo.Ask(request); });
+    std::printf("%-48s | %14.2f |\n", "  of it an echo of the same bytes, us", Median(echoes) * 1e6);
+}
+
+void BenchIdle(const Sizes& sizes) {
+    const RunningAgent agent(sizes.models);
+    constexpr int kStepMs = 100;
+    const uint64_t before = agent.ProcessorTime();
+    uint64_t last = before;
+    int busySteps = 0;
+    const int steps = sizes.idleMs / kStepMs;
+    for (int i = 0; i < steps; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(kStepMs));
+        const uint64_t now = agent.ProcessorTime();
+        busySteps += now != last ? 1 : 0;
+        last = now;
+    }
+    std::printf("%-48s | %14.2f | %14s | %6s | %s\n", "idle, both modules, resident, MB",
+                agent.ResidentMegabytes(), "", "", "<= 24");
+    std::printf("%-48s | %14.2f |\n", "  processor time, us a second",
+                static_cast<double>(last - before) / sizes.idleMs);
+    std::printf("%-48s | %14d | %14d |\n", "  tenths of a second with any, of all", busySteps, steps);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
+    PrintHead();
+    BenchIdle(sizes);
+    const RunningAgent agent(1);
+    const OwnModule module;
+    for (const uint32_t clients : {1U, kManyClients}) {
+        BenchSocket(sizes, agent, clients);
+    }
+    BenchParts(sizes);
+    return 0;
+}
