@@ -33,6 +33,24 @@ Database OpenDatabase(const LumString& path) {
     return {database, sqlite3_close};
 }
 
+/// The lines that a logger wrote, its name left out.
+std::vector<std::string> LinesOf(const std::vector<std::string>& all, const std::string& logger) {
+    const std::string part = " " + logger + " ";
+    std::vector<std::string> lines;
+    for (const std::string& line : all) {
+        const std::size_t name = line.find(part);
+        if (name != std::string::npos && name == line.find(' ')) {
+            lines.push_back(line.substr(0, name + 1) + line.substr(name + part.size()));
+        }
+    }
+    return lines;
+}
+
+std::size_t CountBeginningWith(std::string_view text, const std::vector<std::string>& lines) {
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(), [text](const std::string& line) { return line.starts_with(text); }));
+}
+
 }  // namespace
 
 TestHost::TestHost() {
@@ -47,6 +65,7 @@ TestHost::TestHost() {
     static LumAgentHandle handle{"EventLogManager"};
     Command(LumModuleCommand::kRegister, &handle);
     ModuleDebug.SetContext(&lines_.Context());
+    LumHostDebug().SetContext(&lines_.Context());  // the agent has just set its own
 }
 
 void TestHost::Initialise() {
@@ -118,15 +137,7 @@ bool TestHost::Change(const std::string& sql) const {
 }
 
 std::vector<std::string> TestHost::Log() const {
-    constexpr std::string_view kName = " EventLogManager ";
-    std::vector<std::string> lines;
-    for (const std::string& line : lines_.All()) {
-        const std::size_t name = line.find(kName);
-        if (name != std::string::npos && name == line.find(' ')) {
-            lines.push_back(line.substr(0, name + 1) + line.substr(name + kName.size()));
-        }
-    }
-    return lines;
+    return LinesOf(lines_.All(), "EventLogManager");
 }
 
 std::vector<std::string> TestHost::Said(std::size_t from) const {
@@ -137,9 +148,11 @@ std::vector<std::string> TestHost::Said(std::size_t from) const {
 }
 
 std::size_t TestHost::CountLines(std::string_view text) const {
-    const std::vector<std::string> lines = Log();
-    return static_cast<std::size_t>(std::count_if(
-        lines.begin(), lines.end(), [text](const std::string& line) { return line.starts_with(text); }));
+    return CountBeginningWith(text, Log());
+}
+
+std::size_t TestHost::CountHostLines(std::string_view text) const {
+    return CountBeginningWith(text, LinesOf(lines_.All(), "Host"));
 }
 
 DatabaseLockout::DatabaseLockout() {

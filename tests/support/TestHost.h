@@ -51,6 +51,8 @@ public:
     [[nodiscard]] std::vector<std::string> Said(std::size_t from = 0) const;
     /// How many lines begin with `text`.
     [[nodiscard]] std::size_t CountLines(std::string_view text) const;
+    /// The same for the lines of the host's own libraries.
+    [[nodiscard]] std::size_t CountHostLines(std::string_view text) const;
 
     [[nodiscard]] const TempDirectory& Directory() const { return directory_; }
     /// Paths below the scratch directory, for Directory().

@@ -1,13 +1,34 @@
+#include <atomic>
 #include <ctime>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "events/EventCreation.h"
+#include "host/lum/LumContainer.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "support/TestHost.h"
 #include "support/TimeZone.h"
+
+namespace {
+
+/// The program's time while it is not 0.
+std::atomic<std::time_t> fakedTime{0};
+
+}  // namespace
+
+// Takes the place of the system's routine in the whole program, so that a test can set the clock.
+extern "C" std::time_t time(std::time_t* out) noexcept {
+    const std::time_t faked = fakedTime;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t answer = faked != 0 ? faked : now.tv_sec;
+    if (out != nullptr) {
+        *out = answer;
+    }
+    return answer;
+}
 
 namespace {
 
@@ -53,6 +74,39 @@ TEST_F(EventCreation, StoresDatesIdsAndTheOffsetOfTheMoment) {
     EXPECT_EQ(host_.Rows("SELECT E_Date BETWEEN " + std::to_string(before) + " AND " +
                          std::to_string(std::time(nullptr)) + " FROM Event_Sample"),
               "1");
+}
+
+TEST_F(EventCreation, WrapsADateBeyondThirtyTwoBits) {
+    const TimeZone zone("UTC");
+    Start(Param("A", "_STRING_", "x"));
+    fakedTime = (std::time_t{1} << 31U) + 5;
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+    fakedTime = 0;
+    EXPECT_EQ(Columns("E_Date, E_GMT_Offset"), "-2147483643|0");
+}
+
+TEST_F(EventCreation, StoresTheOffsetOfAZoneWestOfGreenwich) {
+    const TimeZone zone("America/New_York");
+    Start(Param("A", "_STRING_", "x"));
+    fakedTime = Utc(2026, 1, 15, 12);
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+    fakedTime = Utc(2026, 7, 15, 12);
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+    fakedTime = 0;
+    EXPECT_EQ(Columns("E_GMT_Offset"), "-18000\n-14400");
+}
+
+TEST_F(EventCreation, KeepsBytesThatAreNoUtf8) {
+    Start(Param("A", "_STRING_"));
+    LumContainer params;
+    params.SetString("A", "\xff\xfe'\xc3");
+    LumContainer values;
+    values.SetString("ModelName", "Sample");
+    values.SetContainer("EventParams", params);
+    LumContainer container;
+    container.SetContainer("Values", values);
+    EXPECT_EQ(ActionHandler_EventLogManagerCreateEvent(&container), 0U);
+    EXPECT_EQ(Columns("hex(C_A)"), "FFFE27C3");
 }
 
 TEST_F(EventCreation, TakesZeroForAMissingId) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "host/lum/LumMutex.h"
 #include "module/ModuleObjects.h"
@@ -253,6 +254,103 @@ TEST_F(ModelRegistry, SaysThatADefinitionCouldNotBeFiled) {
     EXPECT_TRUE(fs::exists(Models() / "logon.xml"));
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
     EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+}
+
+/// Everybody may list a directory and go into it. The group counts as well: only the user is changed below.
+constexpr fs::perms kLookInto =
+    fs::perms::group_read | fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec;
+
+/// While it lives, the process has no rights on files but those that everybody has.
+class Nobody {
+public:
+    /// Lets everybody go down to the models.
+    explicit Nobody(const fs::path& scratch) {
+        for (const char* const level : {".", "data", "data/EventLogManager", TestHost::kModels}) {
+            fs::permissions(scratch / level, kLookInto, fs::perm_options::add);
+        }
+        EXPECT_EQ(seteuid(kNobody), geteuid() == 0 ? 0 : -1);
+    }
+    Nobody(const Nobody&) = delete;
+    Nobody& operator=(const Nobody&) = delete;
+    ~Nobody() { EXPECT_EQ(seteuid(getuid()), 0); }
+
+private:
+    static constexpr uid_t kNobody = 65534;
+};
+
+TEST_F(ModelRegistry, WarnsOfADroppedFileThatStays) {
+    const auto model = StartWithLogon();
+    fs::permissions(Filed(*model), fs::perms::all);
+    fs::permissions(Models() / "Logon", fs::perms::all);
+    host_.Drop("again.xml", kLogonDefinition);
+    fs::permissions(Models(), fs::perms::owner_read | fs::perms::owner_exec | kLookInto);
+    {
+        const Nobody nobody(host_.Directory().Path());
+        EXPECT_TRUE(LoadUnregisteredModels());
+    }
+    fs::permissions(Models(), fs::perms::owner_all);
+    EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
+                                    "warning LoadUnregisteredModels: Failed to delete file '" +
+                                        (Models() / "again.xml").string() + "'",
+                                    "print LoadUnregisteredModels: Model 'Logon' has been updated"));
+    EXPECT_TRUE(fs::exists(Filed(*model) + "/again.xml"));
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(ModelRegistry, SaysWhichFiledDirectoryCannotBeOpened) {
+    const auto model = StartWithLogon();
+    fs::permissions(Models() / "Logon", fs::perms::owner_all | kLookInto);
+    fs::permissions(Filed(*model), fs::perms::none);
+    std::shared_ptr<Model_t> loaded;
+    {
+        const Nobody nobody(host_.Directory().Path());
+        EXPECT_FALSE(LoadRegisteredModel("Logon", model->GetChecksum(), loaded));
+    }
+    fs::permissions(Filed(*model), fs::perms::owner_all);
+    EXPECT_THAT(
+        Said(),
+        ElementsAre("error LoadRegisteredModel: Failed to load model 'Logon' (failed to open directory '" +
+                    Filed(*model) + "')"));
+}
+
+TEST_F(ModelRegistry, LeavesFilesThatAreNoDefinitionsToTheHostsLine) {
+    Start();
+    host_.Drop("huge.xml", std::string((std::size_t{4} << 20U) + 1, ' '));
+    host_.Drop("latin.xml", UserModel("Gr\xf6\xdf", Param("A", "_STRING_")));
+    host_.Drop("entity.xml", "<!DOCTYPE MODEL [<!ENTITY a SYSTEM \"/etc/hostname\">]>" +
+                                 UserModel("&a;", Param("A", "_STRING_")));
+    host_.Drop("good.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
+                                    "print RegisterModel: Model 'Logon' has been registered with success"));
+    for (const char* const name : {"huge.xml", "latin.xml", "entity.xml"}) {
+        EXPECT_TRUE(fs::exists(Models() / name)) << name;
+        EXPECT_EQ(host_.CountHostLines("warning MarkupTree::ParseFile: " + (Models() / name).string() + ": "),
+                  1U)
+            << name;
+    }
+    EXPECT_EQ(ModelCollection.GetCount(), 1U);
+}
+
+TEST_F(ModelRegistry, KeepsARemovedModelAliveForItsUsers) {
+    const std::shared_ptr<Model_t> used = StartWithLogon();
+    EXPECT_TRUE(RemoveRegisteredModel(used->GetName()));
+    EXPECT_EQ(used->GetName(), "Logon");
+    EXPECT_EQ(used->GetParams().GetCount(), 2U);
+    EXPECT_EQ(used.use_count(), 1);
+}
+
+TEST_F(ModelRegistry, TakesTheFirstOfTwoRowsOfOneName) {
+    const auto model = StartWithLogon();
+    ASSERT_TRUE(
+        host_.Change("ALTER TABLE RegisteredModel RENAME TO Old; CREATE TABLE RegisteredModel AS "
+                     "SELECT * FROM Old UNION ALL SELECT RM_ModelName, RM_Checksum, 0, 5, 6 FROM Old"));
+    Forget();
+    EXPECT_TRUE(LoadRegisteredModels());
+    std::shared_ptr<Model_t> loaded;
+    ASSERT_TRUE(ModelCollection.Get("Logon", loaded));
+    EXPECT_TRUE(loaded->IsEnabled());
+    EXPECT_EQ(ModelCollection.GetCount(), 1U);
 }
 
 TEST_F(ModelRegistry, RemovesAModelFromDatabaseDiskAndMemory) {
