@@ -37,8 +37,8 @@ public:
         ::pthread_sigmask(SIG_BLOCK, &set_, nullptr);
     }
 
-    [[nodiscard]] bool IsPending() const {
-        sigset_t pending;
+    [[nodiscard]] static bool IsPending() {
+        sigset_t pending = {};
         sigemptyset(&pending);
         sigpending(&pending);
         return sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGINT) == 1 ||
@@ -54,7 +54,7 @@ public:
     }
 
 private:
-    sigset_t set_;
+    sigset_t set_ = {};
 };
 
 /// Lifts the limit of open files to what the system lets this process have, and returns it.
@@ -111,7 +111,7 @@ int Agent::Run() {
         return kNotStarted;
     }
     LoadModules();
-    const bool served = signals_.IsPending() || Serve(error);
+    const bool served = StopSignals::IsPending() || Serve(error);
     if (!served) {
         debug_.ErrorWithNL("The agent stops: %S", error);
     }
@@ -179,7 +179,7 @@ bool Agent::CheckSocket(LumString& error) {
 void Agent::LoadModules() {
     const LumString directory(std::string_view(commandLine_.moduleDirectory));
     for (const auto& [name, file] : settings_.modules) {
-        if (signals_.IsPending()) {
+        if (StopSignals::IsPending()) {
             return;
         }
         // A module that fails has said so; the others are loaded all the same.

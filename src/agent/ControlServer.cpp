@@ -124,7 +124,7 @@ private:
     std::optional<http::request_parser<http::string_body>> parser_;
     std::optional<Response> response_;
     std::optional<http::response_serializer<http::string_body>> serializer_;
-    std::array<char, 4096> discarded_;
+    std::array<char, 4096> discarded_{};
     bool isAnswering_ = false;
     bool isLast_ = false;
 };

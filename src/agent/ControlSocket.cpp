@@ -54,7 +54,7 @@ bool IsStale(const sockaddr_un& address) {
 }  // namespace
 
 bool ControlSocket::Check(const LumString& path, LumString& error) {
-    sockaddr_un address;
+    sockaddr_un address = {};
     if (!MakeAddress(path, address, error)) {
         return false;
     }
@@ -91,7 +91,7 @@ bool ControlSocket::Open(const LumString& path, std::optional<gid_t> group, LumS
 }
 
 bool ControlSocket::Bind(LumString& error) {
-    sockaddr_un address;
+    sockaddr_un address = {};
     if (!MakeAddress(path_, address, error)) {
         return false;
     }

@@ -27,7 +27,7 @@ template <class Value>
 struct LumBucket {
     struct Node {
         std::string text;
-        uint32_t key;
+        uint32_t key = 0;
         Value value;
         std::unique_ptr<Node> next;
     };
@@ -125,7 +125,8 @@ private:
         }
         for (uint32_t i = 0; i < bucketCount_; ++i) {
             while (std::unique_ptr<Node> node = buckets_[i].Pop()) {
-                larger[node->key % bucketCount].Push(std::move(node));
+                Bucket& bucket = larger[node->key % bucketCount];
+                bucket.Push(std::move(node));
             }
         }
         buckets_ = std::move(larger);

@@ -75,8 +75,8 @@ AgentAnswer CallActionWithText(AgentConnection& agent, std::string_view action, 
     answer.status = status.get<uint32_t>();
     answer.content = Json(MemberOf(answer.content, "container"));
     if (answer.status != 0) {
-        return Failed(std::move(answer),
-                      "the action " + std::string(action) + " answers status " + MeaningOf(answer.status));
+        const std::string meaning = MeaningOf(answer.status);
+        return Failed(std::move(answer), "the action " + std::string(action) + " answers status " + meaning);
     }
     return answer;
 }

@@ -9,6 +9,7 @@
 #include "client/ExitStatus.h"
 
 /// What came of asking the agent for something.
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value allocates nothing that could fail.
 struct AgentAnswer {
     ExitStatus exit = ExitStatus::kDone;
     uint32_t status = 0;  ///< the action's own

@@ -57,8 +57,9 @@ bool BooleanFromJson(const Json& given, Json& value, std::string& error) {
         value = given;
         return true;
     }
-    if (given == 0 || given == 1) {
-        value = given == 1;
+    const bool isTrue = given == 1;
+    if (isTrue || given == 0) {
+        value = isTrue;
         return true;
     }
     error = given.dump() + " is no boolean";

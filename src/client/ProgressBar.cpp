@@ -28,7 +28,7 @@ void ProgressBar::Erase() {
 
 std::string ProgressBar::Text(uint64_t done, uint64_t total, uint64_t events) {
     constexpr uint64_t kBarLength = 30;
-    const std::string count = std::to_string(events) + " events";
+    std::string count = std::to_string(events) + " events";
     if (total == 0) {
         return count;
     }

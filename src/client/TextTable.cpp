@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <clocale>
 #include <cstdint>
 #include <cstdio>
 #include <cwchar>
-
-#include <locale.h>
 
 #include "host/lum/LumUtf8.h"
 

@@ -11,7 +11,7 @@
 bool Sha256OfFile(int fd, std::string& digest) {
     SHA2_CTX state;
     SHA256Init(&state);
-    std::array<uint8_t, 1U << 16U> buffer;
+    std::array<uint8_t, 1U << 16U> buffer{};
     for (off_t offset = 0;;) {
         const ssize_t count = pread(fd, buffer.data(), buffer.size(), offset);
         if (count < 0 && errno == EINTR) {

@@ -182,8 +182,8 @@ private:
     }
 
     /// The parameter at `index`, or null after its error line.
-    std::shared_ptr<ModelParam_t> ReadParam(uint32_t index, const LumString& name,
-                                            ModelType modelType) const {
+    [[nodiscard]] std::shared_ptr<ModelParam_t> ReadParam(uint32_t index, const LumString& name,
+                                                          ModelType modelType) const {
         LumString typeText;
         if (!GetParamText(index, "TYPE", typeText)) {
             // Quotes the type text, which is empty here: readers of the log know the line by that.
@@ -244,6 +244,8 @@ private:
         return GetNodeText(tree_, path, text);
     }
 
+    /// Always false, for a caller that has nothing else to return.
+    // NOLINTNEXTLINE(modernize-use-nodiscard): one that has ignores it.
     bool FailParam(TextMessage message, const LumString& text) const {
         ModuleDebug.ErrorWithNL(message, kRoutine, path_, text);
         return false;

@@ -6,6 +6,9 @@
 /// it again. The queue's only consumer. A cancellation takes effect once the queue is empty.
 class TaskProcessorThread : public LumThread {
 public:
+    TaskProcessorThread() = default;
+    TaskProcessorThread(const TaskProcessorThread&) = delete;
+    TaskProcessorThread& operator=(const TaskProcessorThread&) = delete;
     ~TaskProcessorThread() override { WaitForEnd(); }
 
     void ThreadMain() override;

@@ -20,6 +20,9 @@ inline constexpr uint32_t kPeriodCount = 6;
 /// next start.
 class TaskSchedulerThread : public LumThread {
 public:
+    TaskSchedulerThread() = default;
+    TaskSchedulerThread(const TaskSchedulerThread&) = delete;
+    TaskSchedulerThread& operator=(const TaskSchedulerThread&) = delete;
     ~TaskSchedulerThread() override { WaitForEnd(); }
 
     void ThreadMain() override;

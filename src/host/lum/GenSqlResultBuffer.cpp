@@ -98,13 +98,13 @@ void SetText(LumString& value, std::string_view text) {
 }
 
 void SetText(LumString& value, int64_t number) {
-    std::array<char, 24> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+    std::array<char, 24> digits{};
+    const char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
     SetText(value, std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
 }
 
 void SetText(LumString& value, double real) {
-    std::array<char, 64> digits;
+    std::array<char, 64> digits{};
     sqlite3_snprintf(static_cast<int>(digits.size()), digits.data(), "%!.15g", real);
     SetText(value, std::string_view(digits.data()));
 }
@@ -179,7 +179,7 @@ bool GenSqlResultBuffer::AppendRow(sqlite3_stmt* statement) {
     return ++rowCount_ > 1 || SelectRow(0);
 }
 
-bool GenSqlResultBuffer::ReadCell(sqlite3_stmt* statement, int column, Pending& cell) const {
+bool GenSqlResultBuffer::ReadCell(sqlite3_stmt* statement, int column, Pending& cell) {
     // The handle has no mutex of its own and its user holds the lock, so the value needs no protection.
     sqlite3_value* const value = sqlite3_column_value(statement, column);
     const int type = sqlite3_value_type(value);

@@ -17,6 +17,8 @@ struct sqlite3_stmt;
 class GenSqlResultBuffer final : public GenSqlResult {
 public:
     explicit GenSqlResultBuffer(sqlite3_stmt* statement);
+    GenSqlResultBuffer(const GenSqlResultBuffer&) = delete;
+    GenSqlResultBuffer& operator=(const GenSqlResultBuffer&) = delete;
     ~GenSqlResultBuffer() override;
 
     /// Copies the row that the statement stands on. False where SQLite lacks the memory to hand it out.
@@ -49,7 +51,7 @@ private:
         uint32_t firstRow;
     };
 
-    [[nodiscard]] bool ReadCell(sqlite3_stmt* statement, int column, Pending& cell) const;
+    [[nodiscard]] static bool ReadCell(sqlite3_stmt* statement, int column, Pending& cell);
     [[nodiscard]] char* MakeRoom(std::size_t bytes);
     [[nodiscard]] const char* RowAt(uint32_t index);
     [[nodiscard]] bool HasCell(uint32_t column) const { return rowCount_ > 0 && column < cells_.size(); }

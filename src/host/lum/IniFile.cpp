@@ -57,7 +57,7 @@ bool Load(const LumString& path, std::string& text) {
 /// The entries of a text, as readers see them.
 class IniEntries {
 public:
-    explicit IniEntries(const std::string& text) { loaded_ = ini_.LoadData(text) >= 0; }
+    explicit IniEntries(const std::string& text) : loaded_(ini_.LoadData(text) >= 0) {}
 
     /// The value of the first entry of that name, or null.
     [[nodiscard]] const char* Find(const LumString& section, const LumString& key) const {
@@ -92,7 +92,7 @@ private:
     static bool HasNull(const LumString& text) { return text.View().find('\0') != std::string_view::npos; }
 
     CSimpleIniA ini_{true, true, false};
-    bool loaded_ = false;
+    const bool loaded_;
 };
 
 std::optional<LumString> ReadValue(const LumString& path, const LumString& section, const LumString& key) {

@@ -33,6 +33,7 @@ constexpr uint8_t kLastWide = 27;
 
 class CborWriter {
 public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): only bytes that were written are ever read.
     CborWriter() { out_.reserve(kUsualBytes); }
 
     void BeginContainer(uint32_t names) { Head(kMap, names); }

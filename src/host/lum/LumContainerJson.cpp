@@ -172,6 +172,7 @@ public:
     const char** Reached() { return &reached_; }
     [[nodiscard]] LumContentRef Take() { return std::move(root_); }
 
+    // NOLINTBEGIN(readability-identifier-naming): the parser calls its events by these names.
     bool null() {
         if (open_.empty()) {
             return FailOutermost();
@@ -279,6 +280,7 @@ public:
         error_.Printf("This is no JSON, %S at byte %ld", reason, static_cast<int64_t>(reached_ - begin_));
         return false;
     }
+    // NOLINTEND(readability-identifier-naming)
 
 private:
     /// A container that is being read, and what its next value belongs to.

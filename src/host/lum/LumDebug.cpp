@@ -51,6 +51,8 @@ public:
         : path_(std::move(path)), maxBytes_(maxBytes), maxFiles_(maxFiles) {
         set_formatter(MakeFormatter());
     }
+    RotatedFile(const RotatedFile&) = delete;
+    RotatedFile& operator=(const RotatedFile&) = delete;
     ~RotatedFile() override { Close(); }
 
     /// False, with errno, where the file cannot be opened or is no regular file.
@@ -247,7 +249,7 @@ void LumDebugContext::Write(LumLogLevel level, std::string_view logger, std::str
 LumDebugContext& LumDebugContext::Default() {
     // Never destroyed: libraries log while the process ends.
     alignas(LumDebugContext) static unsigned char place[sizeof(LumDebugContext)];
-    static LumDebugContext* const context = new (place) LumDebugContext();
+    static auto* const context = new (place) LumDebugContext();
     return *context;
 }
 
@@ -269,6 +271,6 @@ void LumDebug::WriteLine(LumLogLevel level, std::string_view format, const LumFo
 
 LumDebug& LumHostDebug() {
     alignas(LumDebug) static unsigned char place[sizeof(LumDebug)];
-    static LumDebug* const debug = new (place) LumDebug("Host", "The host's own libraries");
+    static auto* const debug = new (place) LumDebug("Host", "The host's own libraries");
     return *debug;
 }

@@ -183,15 +183,10 @@ bool CopyContent(int from, int to) {
 
 /// Drops what a path may end in without meaning anything else: "/" and "/.".
 std::string_view WithoutTail(std::string_view path) {
-    for (;;) {
-        if (path.size() > 1 && path.ends_with('/')) {
-            path.remove_suffix(1);
-        } else if (path.size() > 1 && path.ends_with("/.")) {
-            path.remove_suffix(1);
-        } else {
-            return path;
-        }
+    while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/."))) {
+        path.remove_suffix(1);
     }
+    return path;
 }
 
 bool HasParentComponent(std::string_view path) {

@@ -9,7 +9,7 @@ namespace {
 template <class T>
 void AppendNumber(std::string& out, T value) {
     char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    auto* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
     out.append(digits, end);
 }
 
@@ -17,7 +17,7 @@ void AppendDouble(std::string& out, double value) {
     // The longest double has 309 digits before the point. printf would write the point of the process's
     // locale.
     char text[352];
-    const auto end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
+    auto* const end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
     out.append(text, end);
 }
 

@@ -25,12 +25,12 @@ std::size_t Find(std::string_view text, std::string_view wanted, std::size_t sta
     if (start > text.size()) {
         return LumString::kNotFound;
     }
-    const auto found = std::search(text.begin() + static_cast<std::ptrdiff_t>(start), text.end(),
-                                   wanted.begin(), wanted.end(), SameFolded);
-    if (found == text.end() && !wanted.empty()) {
+    const char* const end = text.data() + text.size();
+    const char* const found = std::search(text.data() + start, end, wanted.begin(), wanted.end(), SameFolded);
+    if (found == end && !wanted.empty()) {
         return LumString::kNotFound;
     }
-    return static_cast<std::size_t>(found - text.begin());
+    return static_cast<std::size_t>(found - text.data());
 }
 
 }  // namespace

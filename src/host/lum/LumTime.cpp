@@ -69,8 +69,8 @@ int32_t LumGmtOffset(std::time_t seconds) {
     }
     const int32_t offset = ComputeGmtOffset(seconds);
     if (offset >= -kOffsetLimit && offset < kOffsetLimit) {
-        const auto packed = static_cast<uint64_t>(offset + kOffsetLimit);
-        lastAnswer.store(key | (packed << kOffsetShift), std::memory_order_relaxed);
+        const auto packed = static_cast<uint32_t>(offset + kOffsetLimit);
+        lastAnswer.store(key | (uint64_t{packed} << kOffsetShift), std::memory_order_relaxed);
     }
     return offset;
 }

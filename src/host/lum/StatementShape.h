@@ -27,10 +27,12 @@ class StatementShape {
 public:
     static constexpr std::size_t kMaxLiterals = 96;
 
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): only the literals in use are ever read.
+    // Only the literals in use are ever read, so none is set here, nor by a defaulted constructor.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init,modernize-use-equals-default)
     StatementShape() {}
     StatementShape(const StatementShape&) = delete;
     StatementShape& operator=(const StatementShape&) = delete;
+    ~StatementShape() = default;
 
     /// True where `sql`, which holds no null byte, ends like a statement of the form. Looks closely at the
     /// values alone: whether the prefix is of the form too is for HasPlainPrefix to say, once for each
