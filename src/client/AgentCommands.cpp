@@ -120,7 +120,7 @@ ExitStatus ShowFile(CommandContext& context, const std::string& path) {
     LumContainer container;
     LumString error;
     if (!container.LoadFromFile(LumString(std::string_view(path)), error)) {
-        return Fail(context, ExitStatus::kFailed, error.View());
+        return Fail(context, ExitStatus::kFailed, path + ": " + std::string(error.View()));
     }
     const Json json = Json::parse(container.ToJson(), nullptr, false);
     if (json.is_discarded()) {

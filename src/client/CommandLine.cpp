@@ -1,6 +1,8 @@
 #include "client/CommandLine.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -53,7 +55,7 @@ class Parser {
 public:
     explicit Parser(CommandLine& commandLine)
         : commandLine_(commandLine), app_("Speaks to a running agent over its control socket.", "lumctl") {
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1);  // that there is one is checked with a message of its own
         app_.fallthrough();
         app_.add_option("--socket", commandLine_.socket, "The agent's control socket")
             ->envname("LUMCTL_SOCKET")
@@ -189,11 +191,11 @@ private:
             events, "--until", query.until,
             "Events at this time or earlier. Not together with --since: the agent answers status 1");
         CLI::Option* const size = events.add_option("--page-size", query.pageSize, "At most so many events")
-                                      ->check(CLI::PositiveNumber);
+                                      ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
         events
             .add_option("--page", query.page,
                         "Begin with event number N: page 2 begins one event after page 1, not one page")
-            ->check(CLI::PositiveNumber)
+            ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()))
             ->needs(size);
         events.add_option("--sort", query.sort,
                           "EventDate (the default), EventDeviceId, EventGroupId or a parameter");
@@ -220,6 +222,9 @@ std::optional<ExitStatus> ParseCommandLine(int argc, const char* const* argv, Co
     Parser parser(commandLine);
     try {
         parser.GetApp().parse(argc, argv);
+        if (!commandLine.run) {
+            throw CLI::RequiredError("A command");
+        }
     } catch (const CLI::Success&) {
         out << parser.GetApp().help();
         return ExitStatus::kDone;

@@ -22,7 +22,7 @@ struct ReceivedFile {
 
 /// A directory that files are moved into and taken from by others. Each file has a description beside it, a
 /// JSON file of the same stem that appears whole once the file is safe: without it a file is not complete.
-/// docs/outbox.md describes both for those who take them.
+/// docs/file-formats.md describes both for those who take them.
 class Outbox {
 public:
     /// What a file is given that comes without a priority: that of an event upload.

@@ -1,0 +1,254 @@
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "filestore/FileNames.h"
+#include "filestore/Outbox.h"
+#include "support/ResourceLimit.h"
+#include "support/TempDirectory.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kAbc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+
+class OutboxTest : public testing::Test {
+protected:
+    /// Opens the outbox; what an interrupted run left behind.
+    Outbox::LeftOvers Open() {
+        Outbox::LeftOvers leftOvers;
+        LumString error;
+        EXPECT_TRUE(outbox_.Open(directory_.At("outbox"), directory_.At("number"), leftOvers, error))
+            << error.GetString();
+        return leftOvers;
+    }
+    /// A file to be taken over.
+    ReceivedFile Made(const char* name = "made", const std::string& content = "abc") const {
+        ReceivedFile file;
+        file.movePath = LumString(directory_.Write(name, content));
+        file.fileType = "Type";
+        file.fileLabel = "Label";
+        file.upstream = true;
+        return file;
+    }
+    /// The error sentence; empty where the file was taken over.
+    std::string Refusal(const ReceivedFile& file) {
+        LumString error;
+        const bool received = outbox_.Receive(file, stored_, error);
+        EXPECT_EQ(received, error.IsEmpty());
+        return std::string(error.View());
+    }
+    [[nodiscard]] nlohmann::json Description() const {
+        const fs::path file(stored_.GetString());
+        return nlohmann::json::parse(
+            ReadWholeFile(file.parent_path() / DescriptionName(file.filename().string())));
+    }
+    [[nodiscard]] std::size_t CountFiles() const {
+        const fs::directory_iterator files(directory_.Path() / "outbox");
+        return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+
+    TempDirectory directory_;
+    Outbox outbox_;
+    LumString stored_;
+};
+
+TEST_F(OutboxTest, MovesTheFileAndDescribesIt) {
+    EXPECT_THAT(Open().errors, IsEmpty());
+    EXPECT_EQ(Refusal(Made()), "");
+    EXPECT_FALSE(directory_.Has("made"));
+    EXPECT_EQ(ReadWholeFile(stored_.GetString()), "abc");
+    const std::string name = fs::path(stored_.GetString()).filename();
+    DerivedNameParts parts;
+    ASSERT_TRUE(ParseDerivedName(name, parts));
+    EXPECT_EQ(parts.number, 1U);
+    const nlohmann::json expected = {{"FileType", "Type"},
+                                     {"FileLabel", "Label"},
+                                     {"FileName", name},
+                                     {"FileChecksum", kAbc},
+                                     {"Upstream", true},
+                                     {"Priority", 100},
+                                     {"ReceivedAt", parts.receivedAt}};
+    EXPECT_EQ(Description(), expected);
+    EXPECT_EQ(CountFiles(), 2U);
+}
+
+TEST_F(OutboxTest, TakesWhatIsGiven) {
+    Open();
+    ReceivedFile file = Made();
+    file.fileName = "../my file";
+    file.fileChecksum = "given";
+    file.upstream = false;
+    file.priority = -7;
+    EXPECT_EQ(Refusal(file), "");
+    EXPECT_EQ(stored_, directory_.At("outbox/_._my_file"));
+    EXPECT_EQ(Description()["FileChecksum"], "given");
+    EXPECT_EQ(Description()["Upstream"], false);
+    EXPECT_EQ(Description()["Priority"], -7);
+}
+
+TEST_F(OutboxTest, WritesDescriptionsOfTextsThatAreNoUtf8) {
+    Open();
+    ReceivedFile file = Made();
+    file.fileType = "caf\xE9";
+    EXPECT_EQ(Refusal(file), "");
+    EXPECT_EQ(Description()["FileType"], "caf\uFFFD");
+}
+
+TEST_F(OutboxTest, RefusesEverythingButARegularFile) {
+    Open();
+    ReceivedFile file;
+    file.movePath = "made";
+    EXPECT_EQ(Refusal(file), "made: it is no absolute path");
+    file.movePath = LumString(std::string("/made\0x", 7));
+    EXPECT_THAT(Refusal(file), HasSubstr("it is no absolute path"));
+    file.movePath = directory_.At("missing");
+    EXPECT_EQ(Refusal(file), directory_ / "missing: it cannot be opened: No such file or directory");
+    directory_.MakeDirectory("directory");
+    file.movePath = directory_.At("directory");
+    EXPECT_EQ(Refusal(file), directory_ / "directory: it is no regular file");
+    ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);
+    file.movePath = directory_.At("pipe");
+    EXPECT_EQ(Refusal(file), directory_ / "pipe: it is no regular file");
+    Made();
+    fs::create_symlink(directory_ / "made", directory_ / "link");
+    file.movePath = directory_.At("link");
+    EXPECT_EQ(Refusal(file), directory_ / "link: it is a symbolic link");
+    EXPECT_EQ(CountFiles(), 0U);
+}
+
+TEST_F(OutboxTest, RefusesWhileItIsNotOpen) {
+    EXPECT_EQ(Refusal(Made()), directory_ / "made: the outbox is not open");
+    EXPECT_TRUE(directory_.Has("made"));
+}
+
+TEST_F(OutboxTest, NeverReplacesAFile) {
+    Open();
+    ReceivedFile file = Made();
+    file.fileName = "same.cbor";
+    EXPECT_EQ(Refusal(file), "");
+    file = Made("second", "other");
+    file.fileName = "same.cbor";
+    EXPECT_EQ(Refusal(file), directory_ / "second: the name same.cbor is taken");
+    file.fileName = "same.json";
+    EXPECT_EQ(Refusal(file), directory_ / "second: the name same.json is taken");
+    EXPECT_EQ(directory_.Read("outbox/same.cbor"), "abc");
+    EXPECT_EQ(directory_.Read("second"), "other");
+
+    static_cast<void>(directory_.Write("outbox/alone.cbor", "kept"));
+    file.fileName = "alone.cbor";
+    EXPECT_THAT(Refusal(file), HasSubstr("it cannot be moved to"));
+    EXPECT_EQ(directory_.Read("outbox/alone.cbor"), "kept");
+    EXPECT_EQ(directory_.Read("second"), "other");
+}
+
+TEST_F(OutboxTest, PutsTheFileBackWhereItCannotBeDescribed) {
+    Open();
+    const ReceivedFile file = Made();
+    Refusal(Made("first"));  // the numbers of the block are written down
+    const std::string before = directory_.Read("number");
+    {
+        const ResourceLimit full(RLIMIT_FSIZE, 8);
+        EXPECT_THAT(Refusal(file), HasSubstr("made: its description "));
+    }
+    EXPECT_EQ(directory_.Read("made"), "abc");
+    EXPECT_EQ(CountFiles(), 2U);
+    EXPECT_EQ(directory_.Read("number"), before);
+}
+
+TEST_F(OutboxTest, RefusesWithoutItsDirectory) {
+    Open();
+    Refusal(Made("first"));
+    fs::remove_all(directory_.Path() / "outbox");
+    EXPECT_THAT(Refusal(Made()), HasSubstr("it cannot be moved to"));
+    EXPECT_EQ(directory_.Read("made"), "abc");
+}
+
+TEST_F(OutboxTest, RefusesWithoutANumber) {
+    Outbox::LeftOvers leftOvers;
+    LumString error;
+    ASSERT_TRUE(outbox_.Open(directory_.At("outbox"), directory_.At("missing/number"), leftOvers, error));
+    EXPECT_THAT(Refusal(Made()), HasSubstr("made: no number for it: "));
+    EXPECT_EQ(directory_.Read("made"), "abc");
+}
+
+TEST_F(OutboxTest, KeepsItsNumbersGrowing) {
+    Open();
+    Refusal(Made());
+    outbox_.Close();
+    Outbox next;
+    Outbox::LeftOvers leftOvers;
+    LumString error;
+    ASSERT_TRUE(next.Open(directory_.At("outbox"), directory_.At("number"), leftOvers, error));
+    ASSERT_TRUE(next.Receive(Made(), stored_, error));
+    EXPECT_THAT(stored_.GetString(), HasSubstr("Z-2-Label.cbor"));
+}
+
+TEST_F(OutboxTest, NumbersBehindItsFilesWhereTheirRecordIsGone) {
+    static_cast<void>(directory_.Write("outbox/20261121T011025Z-41-A.cbor", "abc"));
+    static_cast<void>(directory_.Write("number", "nonsense"));
+    EXPECT_THAT(Open().errors, ElementsAre(directory_.At("number") + ": its content is no number"));
+    Refusal(Made());
+    EXPECT_THAT(stored_.GetString(), HasSubstr("Z-42-Label.cbor"));
+}
+
+TEST_F(OutboxTest, DescribesWhatACrashLeftWithoutADescription) {
+    static_cast<void>(directory_.Write("outbox/20261121T011025Z-7-Events.cbor", "abc"));
+    static_cast<void>(directory_.Write("outbox/other.cbor", "abc"));
+    static_cast<void>(directory_.Write("outbox/.lum-half", "abc"));
+    directory_.MakeDirectory("outbox/20261121T011025Z-8-Directory.cbor");
+    const Outbox::LeftOvers leftOvers = Open();
+    EXPECT_THAT(leftOvers.completed, ElementsAre("20261121T011025Z-7-Events.cbor"));
+    EXPECT_THAT(leftOvers.unknown, ElementsAre("other.cbor"));
+    EXPECT_THAT(leftOvers.errors, IsEmpty());
+    EXPECT_FALSE(directory_.Has("outbox/.lum-half"));
+    stored_ = directory_.At("outbox/20261121T011025Z-7-Events.cbor");
+    const nlohmann::json expected = {{"FileType", "Events"},
+                                     {"FileLabel", "Events"},
+                                     {"FileName", "20261121T011025Z-7-Events.cbor"},
+                                     {"FileChecksum", kAbc},
+                                     {"Upstream", true},
+                                     {"Priority", 100},
+                                     {"ReceivedAt", "2026-11-21T01:10:25Z"}};
+    EXPECT_EQ(Description(), expected);
+    EXPECT_THAT(Open().completed, IsEmpty());
+}
+
+TEST_F(OutboxTest, SaysThatItCannotBeMade) {
+    static_cast<void>(directory_.Write("outbox", "a file in its place"));
+    Outbox::LeftOvers leftOvers;
+    LumString error;
+    EXPECT_FALSE(outbox_.Open(directory_.At("outbox"), directory_.At("number"), leftOvers, error));
+    EXPECT_THAT(error.GetString(), HasSubstr("outbox: it cannot be made: "));
+}
+
+TEST_F(OutboxTest, TakesFilesOfSeveralThreads) {
+    Open();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([this, thread] {
+            for (int i = 0; i < 25; ++i) {
+                const ReceivedFile file = Made(("t" + std::to_string(thread * 100 + i)).c_str());
+                LumString stored;
+                LumString error;
+                EXPECT_TRUE(outbox_.Receive(file, stored, error)) << error.GetString();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(CountFiles(), 200U);
+}
+
+}  // namespace
