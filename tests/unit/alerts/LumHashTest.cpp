@@ -18,6 +18,13 @@ std::atomic<bool> arraysFail{false};
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return arraysFail ? nullptr : std::malloc(size);
 }
+void* operator new[](std::size_t size) {
+    void* const memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
 void operator delete[](void* memory) noexcept {
     std::free(memory);
 }
