@@ -14,24 +14,25 @@ std::atomic<bool> arraysFail{false};
 
 }  // namespace
 
-// The program's own allocator of arrays, so that memory can run out where a table grows.
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+// The program's own allocator of arrays, so that memory can run out where a table grows. Inlined, the two
+// halves of a pair would look to the compiler as if they did not belong together.
+[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return arraysFail ? nullptr : std::malloc(size);
 }
-void* operator new[](std::size_t size) {
+[[gnu::noinline]] void* operator new[](std::size_t size) {
     void* const memory = std::malloc(size);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     return memory;
 }
-void operator delete[](void* memory) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
     std::free(memory);
 }
-void operator delete[](void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
-void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
+[[gnu::noinline]] void operator delete[](void* memory, const std::nothrow_t& /*tag*/) noexcept {
     std::free(memory);
 }
 

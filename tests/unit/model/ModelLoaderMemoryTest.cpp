@@ -31,14 +31,15 @@ void* Allocate(std::size_t size) {
 
 }  // namespace
 
-// The program's own allocator, so that memory can run out where a test wants it.
-void* operator new(std::size_t size) {
+// The program's own allocator, so that memory can run out where a test wants it. Inlined, the two halves of a
+// pair would look to the compiler as if they did not belong together.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     return Allocate(size);
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 
