@@ -4,9 +4,29 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <limits>
 #include <thread>
 
+#include <malloc.h>
 #include <unistd.h>
+
+namespace {
+
+/// A figure of /proc/self/status, in bytes.
+double StatusBytes(const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        double kilobytes = 0;
+        if (word == name && status >> kilobytes) {
+            return kilobytes * 1024;
+        }
+        status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    Fail("no " + name + " in /proc/self/status");
+}
+
+}  // namespace
 
 void Fail(const std::string& what) {
     std::fprintf(stderr, "benchmark: %s\n", what.c_str());
@@ -71,6 +91,16 @@ double SecondsOf(const std::function<void()>& work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+double PeakBytesOf(const std::function<void()>& work) {
+    malloc_trim(0);
+    if (!(std::ofstream("/proc/self/clear_refs") << "5" << std::flush)) {
+        Fail("the peak of the memory cannot be reset");
+    }
+    const double before = StatusBytes("VmRSS:");
+    work();
+    return StatusBytes("VmHWM:") - before;
+}
+
 double Median(std::vector<double> values) {
     std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
                      values.end());
@@ -84,11 +114,14 @@ double Percentile99(std::vector<double> values) {
 }
 
 std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
-                                    const std::function<void()>& floor) {
+                                    const std::function<void()>& floor,
+                                    const std::function<void()>& prepare) {
     std::vector<double> ourTimes;
     std::vector<double> floorTimes;
     for (int round = 0; round < rounds; ++round) {
+        prepare();
         ourTimes.push_back(SecondsOf(ours));
+        prepare();
         floorTimes.push_back(SecondsOf(floor));
     }
     return {Median(ourTimes), Median(floorTimes)};

@@ -54,13 +54,19 @@ private:
 };
 
 [[nodiscard]] double SecondsOf(const std::function<void()>& work);
+/// By how many bytes the resident memory of this process grows while `work` runs, at its peak. What was freed
+/// before is given back to the system first. Linux counts the peak since the last reset (proc(5),
+/// clear_refs).
+[[nodiscard]] double PeakBytesOf(const std::function<void()>& work);
 [[nodiscard]] double Median(std::vector<double> values);
 /// The value that 99 of 100 do not exceed.
 [[nodiscard]] double Percentile99(std::vector<double> values);
 
-/// Median seconds of `ours` and of `floor`, taken in turns so that both see the same machine.
-[[nodiscard]] std::pair<double, double> Alternate(int rounds, const std::function<void()>& ours,
-                                                  const std::function<void()>& floor);
+/// Median seconds of `ours` and of `floor`, taken in turns so that both see the same machine. `prepare` runs
+/// before each turn and is not timed.
+[[nodiscard]] std::pair<double, double> Alternate(
+    int rounds, const std::function<void()>& ours, const std::function<void()>& floor,
+    const std::function<void()>& prepare = [] {});
 
 /// Runs `call(number)` for all numbers below `count` on that many threads; how long each call took, in
 /// seconds.

@@ -2,7 +2,7 @@
 // interface: the same statements on the same table with the same settings, in turns, as medians.
 //
 //     EventBench [--tiny]                    prints the table
-//     EventBench --creates module|text N     creates N events and nothing else, to be counted under callgrind
+//     EventBench --creates module|text N     creates N events, to be counted under callgrind
 
 #include <algorithm>
 #include <chrono>
@@ -22,6 +22,7 @@
 #include "host/core/ModuleInterface.h"
 #include "host/lum/Database.h"
 #include "host/lum/LumContainer.h"
+#include "host/lum/LumDebug.h"
 #include "module/ModuleMain.h"
 
 namespace {
@@ -34,7 +35,7 @@ struct Sizes {
     uint32_t models;       // of the start
 };
 
-constexpr Sizes kUsual{5, 20000, 2000, 1000000, 200};
+constexpr Sizes kUsual{11, 10000, 2000, 1000000, 200};
 constexpr Sizes kTiny{1, 50, 5, 500, 3};
 
 constexpr uint32_t kPageRows = 100;
@@ -64,7 +65,8 @@ constexpr const char* kCreateTable =
     "CREATE INDEX Ix_Event_Bench_GroupID ON Event_Bench (E_GroupID);";
 
 /// The statement that the module makes of event number `number`.
-LumString InsertText(uint32_t number, uint32_t date) {
+LumString InsertText(uint32_t number) {
+    const auto date = static_cast<uint32_t>(std::time(nullptr));
     LumString sql;
     sql.Printf(
         "INSERT INTO Event_Bench (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, "
@@ -97,6 +99,16 @@ LumContainer Arguments(uint32_t number) {
     return arguments;
 }
 
+template <class T>
+std::vector<T> MakeAll(uint32_t count, T (*make)(uint32_t number)) {
+    std::vector<T> all;
+    all.reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        all.push_back(make(i));
+    }
+    return all;
+}
+
 std::string FillStatement(uint32_t rows) {
     LumString sql;
     sql.Printf(
@@ -124,6 +136,7 @@ public:
             Fail(error.GetString());
         }
         DBConnectionPool::SetSynchronous(synchronousFull ? DBSynchronous::kFull : DBSynchronous::kNormal);
+        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
         static LumAgentHandle handle{"EventLogManager"};
         ModuleMain(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &handle);
     }
@@ -133,8 +146,7 @@ public:
     }
     static void Initialise() { ModuleMain(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr); }
 
-    static void Create(uint32_t number) {
-        LumContainer arguments = Arguments(number);
+    static void Create(LumContainer& arguments) {
         uint32_t status = 0;
         if (!ActionDbCallAction("EventLogManagerCreateEvent", arguments, status) || status != 0) {
             Fail("an event was not created");
@@ -151,15 +163,14 @@ private:
     const std::string data_;
 };
 
-/// Raw inserts with what any caller has to do: the text, the time, and a lock where threads share the handle.
+/// Raw inserts of finished texts, with the lock that threads need who share the handle.
 class RawCreator {
 public:
     RawCreator(const std::string& path, bool synchronousFull) : database_(path, synchronousFull) {
         database_.Execute(kCreateTable);
     }
 
-    void Create(uint32_t number) {
-        const LumString sql = InsertText(number, static_cast<uint32_t>(std::time(nullptr)));
+    void Create(const LumString& sql) {
         const std::lock_guard<std::mutex> lock(mutex_);
         database_.RunOnce(sql.GetString());
     }
@@ -176,11 +187,18 @@ void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
     Module::Initialise();
     RawCreator raw(scratch.File("raw.sqlite3"), full);
     const uint32_t count = full ? sizes.fullCreates : sizes.creates;
+    std::vector<LumContainer> arguments;
+    const std::vector<LumString> texts = MakeAll<LumString>(count, InsertText);
     std::vector<double> ours;
     std::vector<double> floors;
+    const auto run = [&](std::vector<double>& times, const std::function<void(uint32_t)>& create) {
+        const std::vector<double> calls = TimeCalls(count, threads, create);
+        times.insert(times.end(), calls.begin(), calls.end());
+    };
     const auto [ourSeconds, floorSeconds] = Alternate(
-        sizes.rounds, [&] { ours = TimeCalls(count, threads, Module::Create); },
-        [&] { floors = TimeCalls(count, threads, [&raw](uint32_t i) { raw.Create(i); }); });
+        sizes.rounds, [&] { run(ours, [&](uint32_t i) { Module::Create(arguments[i]); }); },
+        [&] { run(floors, [&](uint32_t i) { raw.Create(texts[i]); }); },
+        [&] { arguments = MakeAll<LumContainer>(count, Arguments); });
     const std::string how =
         std::string(full ? ", full, " : ", normal, ") + std::to_string(threads) + " thread(s)";
     PrintRow("creates a second" + how, count / ourSeconds, count / floorSeconds, floorSeconds / ourSeconds,
@@ -290,10 +308,15 @@ int CreateOnly(std::string_view side, uint32_t count) {
         const Module module(scratch, false);
         module.Drop("Bench");
         Module::Initialise();
-        static_cast<void>(TimeCalls(count, 1, Module::Create));  // counted from outside
+        for (uint32_t i = 0; i < count; ++i) {
+            LumContainer arguments = Arguments(i);
+            Module::Create(arguments);
+        }
     } else {
         RawCreator raw(scratch.File("raw.sqlite3"), false);
-        static_cast<void>(TimeCalls(count, 1, [&raw](uint32_t i) { raw.Create(i); }));
+        for (uint32_t i = 0; i < count; ++i) {
+            raw.Create(InsertText(i));
+        }
     }
     return 0;
 }

@@ -46,10 +46,11 @@ struct Sizes {
     uint32_t received;  // files handed to the file store
 };
 
-constexpr Sizes kUsual{4, 1000000, 100000, 10000, 500};
+constexpr Sizes kUsual{4, 1000000, 1000000, 10000, 500};
 constexpr Sizes kTiny{1, 1000, 300, 20, 3};
 
 constexpr uint32_t kFirstDate = 1700000000;
+constexpr double kMiB = 1024 * 1024;
 
 /// The module and the file store in this process, as the agent would have them.
 class Host {
@@ -64,7 +65,7 @@ public:
         if (!LumAgentSetUp(options, error)) {
             Fail(error.GetString());
         }
-        LumDebugContext::Default().SetLevel(LumLogLevel::kError);
+        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
         void* const library = ::dlopen(LUM_BINARY_DIR "/modules/FileStore.so", RTLD_NOW | RTLD_LOCAL);
         const auto store = library != nullptr
                                ? reinterpret_cast<LumModuleMain>(::dlsym(library, kLumModuleEntryPoint))
@@ -153,15 +154,19 @@ void BenchAggregation(const Sizes& sizes) {
         Run("DELETE FROM Event_Sums");
         model->SetLastAggregationTime(0);
     };
-    const auto [ours, floor] = InTurns(
-        sizes.rounds, prepare,
-        [&] {
-            if (!AggregateEvents(model, kFirstDate, kFirstDate + sizes.events, true)) {
-                Fail("aggregation");
-            }
-        },
-        [&] { Run(raw); });
+    const auto aggregate = [&] {
+        if (!AggregateEvents(model, kFirstDate, kFirstDate + sizes.events, true)) {
+            Fail("aggregation");
+        }
+    };
+    const auto [ours, floor] = InTurns(sizes.rounds, prepare, aggregate, [&] { Run(raw); });
     PrintRow("aggregate by hour, s", ours, floor, ours / floor, "<= 1.05");
+    prepare();
+    const double floorPeak = PeakBytesOf([&] { Run(raw); });
+    prepare();
+    const double peak = PeakBytesOf(aggregate);
+    PrintRow("  its memory at the peak, MiB", peak / kMiB, floorPeak / kMiB, peak / floorPeak,
+             "<= 4 MiB more");
 }
 
 void BenchPurge(const Sizes& sizes, const std::shared_ptr<Model_t>& model) {
@@ -334,10 +339,13 @@ void BenchUpload(const Sizes& sizes, const Host& host, const ScratchDirectory& s
                  const std::shared_ptr<Model_t>& model) {
     const std::string directory = scratch.File("floor");
     std::filesystem::create_directories(directory);
-    const double ours = SecondsOf([&] {
-        if (!UploadEvents(model, 0, kFirstDate + sizes.uploaded, false)) {
-            Fail("upload");
-        }
+    double ours = 0;
+    const double peak = PeakBytesOf([&] {
+        ours = SecondsOf([&] {
+            if (!UploadEvents(model, 0, kFirstDate + sizes.uploaded, false)) {
+                Fail("upload");
+            }
+        });
     });
     std::vector<std::string> contents;
     for (const auto& entry : std::filesystem::directory_iterator(host.Outbox())) {
@@ -351,11 +359,15 @@ void BenchUpload(const Sizes& sizes, const Host& host, const ScratchDirectory& s
     });
     PrintRow("upload into the outbox, s (" + std::to_string(contents.size()) + " files)", ours, floor,
              floor / ours, ">= 0.9");
+    const double perRow = peak / sizes.uploaded;
+    PrintRow("  its memory at the peak, bytes a row", perRow, 115, perRow / 115, "<= 1");
 }
 
 void BenchReceive(const Sizes& sizes, const ScratchDirectory& scratch) {
     const std::string source = scratch.File("source");
+    const std::string target = scratch.File("target");
     std::filesystem::create_directories(source);
+    std::filesystem::create_directories(target);
     const std::string bytes(4000, 'x');
     std::vector<double> ours;
     std::vector<double> floor;
@@ -376,10 +388,10 @@ void BenchReceive(const Sizes& sizes, const ScratchDirectory& scratch) {
         floor.push_back(SecondsOf([&] {
             const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
             if (::fsync(file) != 0 || ::close(file) != 0 ||
-                ::rename(path.c_str(), (source + "/renamed" + std::to_string(i)).c_str()) != 0) {
+                ::rename(path.c_str(), (target + "/file" + std::to_string(i)).c_str()) != 0) {
                 Fail("rename");
             }
-            WriteByHand(source, "json" + std::to_string(i), bytes.substr(0, 250));
+            WriteByHand(target, "json" + std::to_string(i), bytes.substr(0, 250));
         }));
     }
     const double one = Median(ours);

@@ -1,12 +1,15 @@
 #include "events/EventCreation.h"
 
+#include <cstddef>
 #include <ctime>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/core/ActionFrame.h"
 #include "host/lum/LumDebug.h"
+#include "host/lum/LumFormat.h"
 #include "host/lum/LumTime.h"
 #include "model/ContainerKeys.h"
 #include "model/Model.h"
@@ -25,24 +28,33 @@ int32_t ReadIdOrZero(const LumContainer& params, const char* key) {
     return id;
 }
 
-/// The INSERT in the making: column names and values grow side by side.
+/// The INSERT in the making: its head, which names the columns, and its values grow side by side.
 class InsertText {
 public:
-    void AddFixedColumns(const LumContainer& params) {
+    explicit InsertText(const LumString& modelName) {
+        head_.reserve(kUsualLength);
+        values_.reserve(kUsualLength);
+        head_.append("INSERT INTO Event_").append(modelName.View());
+        head_.append(" (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId");
+    }
+
+    void AddFixedValues(const LumContainer& params) {
         const auto date = static_cast<int32_t>(std::time(nullptr));
         const int32_t deviceId = ReadIdOrZero(params, keys::kEventDeviceId);
         const int32_t groupId = ReadIdOrZero(params, keys::kEventGroupId);
         // The offset is that of a second look at the clock.
         const int32_t offset = LumGmtOffset(std::time(nullptr));
-        columns_ = "E_Date, E_GMT_Offset, E_DeviceId, E_GroupId";
-        const LumFormatArg args[] = {LumMakeFormatArg(date), LumMakeFormatArg(offset),
-                                     LumMakeFormatArg(deviceId), LumMakeFormatArg(groupId)};
-        LumAppendFormatted(values_, "%d, %d, %d, %d", args);
+        values_.append(") VALUES (");
+        LumAppendNumber(values_, date);
+        for (const int32_t value : {offset, deviceId, groupId}) {
+            values_.append(", ");
+            LumAppendNumber(values_, value);
+        }
     }
 
     /// False where `params` holds no value for the parameter and the parameter has no default.
     bool AddParam(const ModelParam_t& param, const LumContainer& params) {
-        columns_.append(", C_").append(param.GetName().View());
+        head_.append(", C_").append(param.GetName().View());
         const ParamTypeTraits* const traits = FindParamType(param.GetType());
         if (traits == nullptr) {
             return true;  // a column without a value: the database refuses the row
@@ -58,21 +70,20 @@ public:
         return true;
     }
 
-    [[nodiscard]] LumString Statement(const LumString& modelName) const {
-        LumString statement;
-        statement.Printf("INSERT INTO Event_%S (%S) VALUES (%S);", modelName, std::string_view(columns_),
-                         std::string_view(values_));
-        return statement;
-    }
+    /// The whole statement, once.
+    [[nodiscard]] LumString Take() { return LumString(std::move(head_.append(values_).append(");"))); }
 
 private:
-    std::string columns_;
+    /// Enough for most events; longer ones grow as they need.
+    static constexpr std::size_t kUsualLength = 512;
+
+    std::string head_;
     std::string values_;
 };
 
 uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
-    InsertText insert;
-    insert.AddFixedColumns(params);
+    InsertText insert(model.GetName());
+    insert.AddFixedValues(params);
     const bool complete = ForEachParam(model, [&](const ModelParam_t& param, uint32_t) {
         const bool added = insert.AddParam(param, params);
         if (!added) {
@@ -84,7 +95,7 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
     if (!complete) {
         return kActionFailed;
     }
-    const LumString statement = insert.Statement(model.GetName());
+    const LumString statement = insert.Take();
     DatabaseScope scope(kRoutine);
     if (!scope.IsLocked() || scope.Query(statement) == nullptr) {
         return kActionFailed;

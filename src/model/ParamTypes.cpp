@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "host/lum/LumFormat.h"
 #include "model/SqlText.h"
 
 namespace {
@@ -20,8 +21,7 @@ bool AppendInteger(const LumContainer& values, const LumString& name, std::strin
     if (!values.GetInt32(name, value)) {
         return false;
     }
-    const LumFormatArg args[] = {LumMakeFormatArg(value)};
-    LumAppendFormatted(sql, "%d", args);
+    LumAppendNumber(sql, value);
     return true;
 }
 
@@ -31,8 +31,9 @@ bool AppendDouble(const LumContainer& values, const LumString& name, std::string
     if (!values.GetDouble(name, value)) {
         return false;
     }
-    const LumFormatArg args[] = {LumMakeFormatArg(value)};
-    LumAppendFormatted(sql, "'%f'", args);
+    sql.push_back('\'');
+    LumAppendDouble(sql, value);
+    sql.push_back('\'');
     return true;
 }
 

@@ -20,6 +20,9 @@ namespace {
 /// into it.
 constexpr const char* kLimitLog = "PRAGMA journal_size_limit = 16777216";
 constexpr const char* kUseLog = "PRAGMA journal_mode = WAL";
+/// After so many pages the log is taken into the database. SQLite would do so after 1000, and each time all
+/// threads that create events wait for its syncs.
+constexpr const char* kTakeInLog = "PRAGMA wal_autocheckpoint = 2500";
 
 std::atomic<DBSynchronous> wantedSynchronous{DBSynchronous::kFull};
 
@@ -281,8 +284,8 @@ bool DBHandle::Configure(std::string& error) {
     sqlite3* const database = database_.get();
     sqlite3_busy_timeout(database, DBConnectionPool::kBusyTimeoutMs);
     const bool full = wantedSynchronous.load(std::memory_order_relaxed) == DBSynchronous::kFull;
-    for (const char* const setting :
-         {kUseLog, kLimitLog, full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL"}) {
+    for (const char* const setting : {kUseLog, kLimitLog, kTakeInLog,
+                                      full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL"}) {
         const int status = sqlite3_exec(database, setting, nullptr, nullptr, nullptr);
         // A file that may only be read is still worth reading; writing to it says what is wrong.
         if (status != SQLITE_OK && status != SQLITE_READONLY) {

@@ -4,24 +4,19 @@
 
 #include "host/lum/LumString.h"
 
-namespace {
-
-template <class T>
-void AppendNumber(std::string& out, T value) {
+void LumAppendNumber(std::string& out, int64_t value) {
     char digits[24];
     auto* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
     out.append(digits, end);
 }
 
-void AppendDouble(std::string& out, double value) {
+void LumAppendDouble(std::string& out, double value) {
     // The longest double has 309 digits before the point. printf would write the point of the process's
     // locale.
     char text[352];
     auto* const end = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6).ptr;
     out.append(text, end);
 }
-
-}  // namespace
 
 void LumAppendFormatted(std::string& out, std::string_view format, const LumFormatArg* args) {
     std::size_t from = 0;
@@ -42,17 +37,17 @@ void LumAppendFormatted(std::string& out, std::string_view format, const LumForm
                 }
                 break;
             case 'd':
-                AppendNumber(out, static_cast<int32_t>((args++)->number));
+                LumAppendNumber(out, static_cast<int32_t>((args++)->number));
                 break;
             case 'u':
-                AppendNumber(out, static_cast<uint32_t>((args++)->number));
+                LumAppendNumber(out, static_cast<uint32_t>((args++)->number));
                 break;
             case 'l':
-                AppendNumber(out, (args++)->number);
+                LumAppendNumber(out, (args++)->number);
                 ++from;
                 break;
             case 'f':
-                AppendDouble(out, (args++)->real);
+                LumAppendDouble(out, (args++)->real);
                 break;
             default:
                 out.push_back('%');

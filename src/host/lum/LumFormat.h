@@ -126,3 +126,8 @@ inline LumFormatArg LumMakeFormatArg(double value) {
 /// Appends `format`, filled with `args`, to `out`. The format must have been checked against the arguments. A
 /// null %s argument counts as empty.
 LUM_API void LumAppendFormatted(std::string& out, std::string_view format, const LumFormatArg* args);
+
+/// Appends a whole number as %ld does, or a double as %f does: in the program's own notation, whatever the
+/// locale.
+LUM_API void LumAppendNumber(std::string& out, int64_t value);
+LUM_API void LumAppendDouble(std::string& out, double value);

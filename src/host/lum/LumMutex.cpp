@@ -1,19 +1,10 @@
 #include "host/lum/LumMutex.h"
 
+#include <algorithm>
 #include <chrono>
 
-namespace {
-
-/// Tells the calling thread from every other one that is alive.
-const void* ThisThread() {
-    static thread_local const char marker = 0;
-    return &marker;
-}
-
-}  // namespace
-
 bool LumMutex::Lock() {
-    const void* const self = ThisThread();
+    const std::thread::id self = std::this_thread::get_id();
     if (owner_.load(std::memory_order_relaxed) == self) {
         if (depth_ == kMaxDepth) {
             return false;
@@ -21,64 +12,82 @@ bool LumMutex::Lock() {
         ++depth_;
         return true;
     }
-    {
-        std::unique_lock<std::mutex> guard(guard_);
-        if (held_ || starving_ > 0) {
-            WaitForTurn(guard);
-        }
-        held_ = true;
+    uint32_t free = 0;
+    if (!state_.compare_exchange_strong(free, kHeld, std::memory_order_acquire, std::memory_order_relaxed)) {
+        LockContended();
     }
     owner_.store(self, std::memory_order_relaxed);
     depth_ = 1;
     return true;
 }
 
+void LumMutex::LockContended() {
+    std::unique_lock<std::mutex> guard(guard_);
+    const bool wasHeld = (state_.fetch_or(kContended, std::memory_order_acquire) & kHeld) != 0;
+    if (wasHeld || starving_ > 0) {
+        WaitForTurn(guard);
+    }
+    state_.store(waiters_.empty() ? kHeld : kHeld | kContended, std::memory_order_relaxed);
+}
+
 void LumMutex::WaitForTurn(std::unique_lock<std::mutex>& guard) {
     Waiter waiter;
     const auto place = waiters_.insert(waiters_.end(), &waiter);
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStarvingAfterMs);
-    while (!waiter.granted) {
-        if (!held_ && starving_ == 0) {
-            break;
-        }
-        if (waiter.starving) {
-            waiter.wake.wait(guard);
-        } else if (waiter.wake.wait_until(guard, patience) == std::cv_status::timeout && !waiter.granted) {
-            waiter.starving = true;
-            ++starving_;
-            if (!held_) {
-                PassOn();
-            }
+    const auto patience = std::chrono::steady_clock::now() + kStarvingAfter;
+    while (!waiter.granted && (IsHeld() || starving_ > 0)) {
+        if (waiter.wake.wait_until(guard, patience) == std::cv_status::timeout && !waiter.granted) {
+            Starve(waiter, guard);
         }
     }
     waiters_.erase(place);
-    if (waiter.starving) {
-        --starving_;
+}
+
+void LumMutex::Starve(Waiter& waiter, std::unique_lock<std::mutex>& guard) {
+    waiter.starving = true;
+    ++starving_;
+    if (!IsHeld()) {
+        PassOn();
     }
+    guard.unlock();
+    const auto spinEnd = std::chrono::steady_clock::now() + kSpinFor;
+    while (!waiter.granted && std::chrono::steady_clock::now() < spinEnd) {
+        std::this_thread::yield();
+    }
+    guard.lock();
+    waiter.wake.wait(guard, [&waiter] { return waiter.granted.load(); });
+    --starving_;
 }
 
 void LumMutex::PassOn() {
     for (Waiter* waiter : waiters_) {
-        if (starving_ == 0 || (waiter->starving && !waiter->granted)) {
-            // A starving waiter is handed the mutex; any other is only told to try.
-            if (waiter->starving) {
-                waiter->granted = true;
-                held_ = true;
-            }
+        if (waiter->starving && !waiter->granted) {
+            waiter->granted = true;
+            state_.fetch_or(kHeld, std::memory_order_relaxed);
             waiter->wake.notify_one();
             return;
         }
     }
+    // Waking a thread takes as long as much of what the mutex is held for. So none is told twice: one that
+    // came too late sleeps until it is handed the mutex.
+    const auto untold =
+        std::find_if(waiters_.begin(), waiters_.end(), [](const Waiter* w) { return !w->told; });
+    if (untold != waiters_.end()) {
+        (*untold)->told = true;
+        (*untold)->wake.notify_one();
+    }
 }
 
 void LumMutex::Unlock() {
-    if (owner_.load(std::memory_order_relaxed) != ThisThread() || --depth_ > 0) {
+    if (owner_.load(std::memory_order_relaxed) != std::this_thread::get_id() || --depth_ > 0) {
         return;
     }
-    owner_.store(nullptr, std::memory_order_relaxed);
-    const std::lock_guard<std::mutex> guard(guard_);
-    held_ = false;
-    PassOn();
+    owner_.store(std::thread::id(), std::memory_order_relaxed);
+    uint32_t held = kHeld;
+    if (!state_.compare_exchange_strong(held, 0, std::memory_order_release, std::memory_order_relaxed)) {
+        const std::lock_guard<std::mutex> guard(guard_);
+        state_.fetch_and(~kHeld, std::memory_order_release);
+        PassOn();
+    }
 }
 
 LumMutexLock::LumMutexLock(LumMutex& mutex) : mutex_(mutex), held_(mutex.Lock()) {}

@@ -1,15 +1,17 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <mutex>
+#include <thread>
 
 #include "host/lum/LumApi.h"
 #include "host/lum/LumThreadSafety.h"
 
-/// A mutex that the thread holding it may take again. Whoever has waited kStarvingAfterMs is handed the mutex
+/// A mutex that the thread holding it may take again. Whoever has waited kStarvingAfter is handed the mutex
 /// by the next release, so that no thread waits for long behind others that come back at once; until then a
 /// running thread may take a free mutex first, which saves the switch (the two modes of Go's sync.Mutex). All
 /// operations may be called from any thread.
@@ -17,7 +19,7 @@ class LUM_API LUM_CAPABILITY("mutex") LumMutex {
 public:
     /// How often one thread may hold the mutex at once. A thread that gets there has lost its way.
     static constexpr uint32_t kMaxDepth = 1000;
-    static constexpr int kStarvingAfterMs = 5;
+    static constexpr std::chrono::microseconds kStarvingAfter{600};
 
     LumMutex() = default;
     LumMutex(const LumMutex&) = delete;
@@ -33,20 +35,32 @@ public:
 private:
     struct Waiter {
         std::condition_variable wake;
-        bool starving = false;
-        bool granted = false;
+        bool told = false;                 // that the mutex was free
+        bool starving = false;             // to be handed the mutex
+        std::atomic<bool> granted{false};  // written under guard_
     };
 
+    // The bits of state_. While kContended is set, state_ changes under guard_ alone.
+    static constexpr uint32_t kHeld = 1;
+    static constexpr uint32_t kContended = 2;  // somebody waits, or is about to
+
+    /// How long one whose turn is next stays awake for it, as waking a thread can take longer than the turn
+    /// is away.
+    static constexpr std::chrono::microseconds kSpinFor{500};
+
+    [[nodiscard]] bool IsHeld() const { return (state_.load(std::memory_order_relaxed) & kHeld) != 0; }
+    void LockContended();
     void WaitForTurn(std::unique_lock<std::mutex>& guard);
+    void Starve(Waiter& waiter, std::unique_lock<std::mutex>& guard);
     void PassOn();
 
     // The holder alone writes and reads depth_; others read owner_ only to learn that it is not them.
-    std::atomic<const void*> owner_{nullptr};
+    std::atomic<std::thread::id> owner_{};
     uint32_t depth_ = 0;
 
-    // Guards the three below it. The annotation would say so, but clang knows the standard mutex for no lock.
+    std::atomic<uint32_t> state_{0};
+    // Guards the two below it. The annotation would say so, but clang knows the standard mutex for no lock.
     std::mutex guard_;
-    bool held_ = false;
     uint32_t starving_ = 0;
     std::list<Waiter*> waiters_;
 };

@@ -9,6 +9,7 @@
 
 #include "host/lum/LumMutex.h"
 
+using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 namespace {
@@ -26,7 +27,7 @@ public:
               return locked;
           })) {}
 
-    bool IsStillWaitingAfter(milliseconds patience) {
+    bool IsStillWaitingAfter(microseconds patience) {
         return locked_.wait_for(patience) == std::future_status::timeout;
     }
     bool GetsIn() { return locked_.get(); }
@@ -41,7 +42,7 @@ TEST(LumMutex, KeepsOtherThreadsOut) {
     LumMutex mutex;
     ASSERT_TRUE(mutex.Lock());
     Contender contender(mutex);
-    EXPECT_TRUE(contender.IsStillWaitingAfter(milliseconds(4 * LumMutex::kStarvingAfterMs)));
+    EXPECT_TRUE(contender.IsStillWaitingAfter(4 * LumMutex::kStarvingAfter));
     mutex.Unlock();
     EXPECT_TRUE(contender.GetsIn());
 }
@@ -128,7 +129,7 @@ TEST(LumMutex, IsHandedToWhoHasWaitedLongAlthoughTheHolderComesBackAtOnce) {
         while (!waiting) {
             std::this_thread::yield();
         }
-        std::this_thread::sleep_for(milliseconds(4 * LumMutex::kStarvingAfterMs));
+        std::this_thread::sleep_for(4 * LumMutex::kStarvingAfter);
         mutex.Unlock();
         ASSERT_TRUE(mutex.Lock());
         handedOver += entered ? 1 : 0;
@@ -153,7 +154,7 @@ TEST(LumMutex, ManyStarvingThreadsAllGetIn) {
             }
         });
     }
-    std::this_thread::sleep_for(milliseconds(3 * LumMutex::kStarvingAfterMs));
+    std::this_thread::sleep_for(3 * LumMutex::kStarvingAfter);
     mutex.Unlock();
     for (std::thread& thread : threads) {
         thread.join();
