@@ -99,12 +99,17 @@ private:
     LumModuleMain main_ = nullptr;
 };
 
-/// Calls an action with `values` as JSON; its status.
-inline uint32_t CallAction(const char* name, const std::string& values) {
+/// Calls an action with `arguments` as JSON; its status.
+inline uint32_t CallActionWith(const char* name, const std::string& arguments) {
     LumContainer container;
     LumString error;
-    Require(container.FromJson("{\"Values\":" + values + "}", error), error.GetString());
+    Require(container.FromJson(arguments, error), error.GetString());
     uint32_t status = 0;
     Require(ActionDbCallAction(name, container, status), std::string("find ") + name);
     return status;
+}
+
+/// The same with the JSON of "Values" alone, as most actions have nothing else.
+inline uint32_t CallAction(const char* name, const std::string& values) {
+    return CallActionWith(name, "{\"Values\":" + values + "}");
 }

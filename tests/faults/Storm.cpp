@@ -16,37 +16,45 @@ namespace {
 
 struct Call {
     const char* action;
-    const char* values;
+    const char* arguments;
     unsigned weight;
 };
 
 constexpr std::array kCalls = {
     Call{
         "EventLogManagerCreateEvent",
-        R"({"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","LogonTime":5,"EventDeviceId":3}})",
+        R"({"Values":{"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","LogonTime":5,"EventDeviceId":3}}})",
         30},
-    Call{"EventLogManagerGetEvents", R"({"ModelName":"Logon","PageSize":10,"PageNumber":1})", 10},
-    Call{"EventLogManagerUploadEvents", R"({"ModelName":"Logon"})", 8},
-    Call{"EventLogManagerDeleteEvents", R"({"ModelName":"Logon"})", 4},
-    Call{"EventLogManagerEnableModel", R"({"ModelName":"Logon"})", 6},
-    Call{"EventLogManagerDisableModel", R"({"ModelName":"Logon"})", 2},
-    Call{"EventLogManagerGetModel", R"({"ModelName":"LogonsByHour"})", 4},
-    Call{"EventLogManagerGetModelNames", "{}", 4},
-    Call{"EventLogManagerSetValues", R"({"EnableUpload":true,"EnableAggregation":true})", 1},
-    Call{"EventLogManagerReloadModels", "{}", 3},
-    Call{"EventLogManagerDeleteModels", R"({"ModelName":["Logon"]})", 1},
-    Call{"EventLogManagerCreateAlert", R"({"AlertText":"storm","AlertStatus":"warning"})", 2},
+    // An error line, and with it an alert, for want of the parameters.
+    Call{"EventLogManagerCreateEvent", R"({"Values":{"ModelName":"Logon","EventParams":{}}})", 3},
+    Call{"EventLogManagerGetEvents", R"({"Values":{"ModelName":"Logon","PageSize":10,"PageNumber":1}})", 10},
+    Call{"EventLogManagerUploadEvents", R"({"Values":{"ModelName":"Logon"}})", 8},
+    Call{"EventLogManagerDeleteEvents", R"({"Values":{"ModelName":"Logon"}})", 4},
+    Call{"EventLogManagerEnableModel", R"({"Values":{"ModelName":"Logon"}})", 6},
+    Call{"EventLogManagerDisableModel", R"({"Values":{"ModelName":"Logon"}})", 2},
+    Call{"EventLogManagerGetModel", R"({"Values":{"ModelName":"LogonsByHour"}})", 4},
+    Call{"EventLogManagerGetModelNames", R"({"Values":{}})", 4},
+    Call{"EventLogManagerSetValues",
+         R"({"Values":{"EnableUpload":true,"EnableAggregation":true,"AlertMinimumGap":0}})", 1},
+    Call{"EventLogManagerSetValues", R"({"Values":{"AlertMinimumGap":60}})", 1},
+    Call{"EventLogManagerReloadModels", R"({"Values":{}})", 3},
+    Call{"EventLogManagerDeleteModels", R"({"Values":{"ModelName":["Logon"]}})", 1},
+    Call{"EventLogManagerCreateAlert", R"({"Description":"storm","Values":{"Status":"warning"}})", 4},
+    Call{"EventLogManagerCheckAlertMinimumGap",
+         R"({"Description":"storm","Status":"warning","ObjectId":7,"EventTimeGMT":1772439247})", 2},
 };
 
 std::atomic<bool> over{false};
 std::atomic<uint64_t> calls{0};
 std::atomic<uint64_t> files{0};
+std::atomic<uint64_t> alerts{0};
 
 uint32_t ReceiveFile(LumContainer* container) {
     LumString path;
-    if (container->GetString(kFileStoreMovePath, path)) {
+    LumString label;
+    if (container->GetString(kFileStoreMovePath, path) && container->GetString(kFileStoreFileLabel, label)) {
         FileDelete(path, true);
-        ++files;
+        ++(label == "EventManagerEvent" ? alerts : files);
     }
     return 0;
 }
@@ -66,7 +74,7 @@ void Blow(const AgentDirectories& directories, unsigned seed) {
         if (std::string_view(call->action) == "EventLogManagerReloadModels") {
             directories.Drop("Logon");
         }
-        const uint32_t status = CallAction(call->action, call->values);
+        const uint32_t status = CallActionWith(call->action, call->arguments);
         Require(status == 0 || status == 1 || status == 13 || status == 45001, call->action);
         ++calls;
     }
@@ -99,7 +107,9 @@ int main(int argc, char** argv) {
         module.Run(LumModuleCommand::kCleanup);
         module.Run(LumModuleCommand::kUnregister);
     }
-    std::printf("%llu calls, %llu files\n", static_cast<unsigned long long>(calls),
-                static_cast<unsigned long long>(files));
+    Require(files > 0, "uploads reach the file store");
+    Require(alerts > 0, "alerts reach the file store");
+    std::printf("%llu calls, %llu upload files, %llu alerts\n", static_cast<unsigned long long>(calls),
+                static_cast<unsigned long long>(files), static_cast<unsigned long long>(alerts));
     return 0;
 }
