@@ -121,6 +121,8 @@ public:
         if (!LoadModel(path_, model)) {
             return;
         }
+        // A model that is removed meanwhile would come back without its table.
+        const LumMutexLock wholeStep(DatabaseMutex);
         std::shared_ptr<Model_t> existing;
         if (ModelCollection.Get(model->GetName(), existing)) {
             if (existing->GetChecksum().View() != model->GetChecksum().View()) {
@@ -138,7 +140,6 @@ public:
             ModelCollection.Remove(existing);
             ModuleDebug.PrintWithNL("%S: Model '%S' has been updated", kRoutine, model->GetName());
         }
-        // Another reload may have filed the same model just now: then that one serves.
         static_cast<void>(ModelCollection.Add(model));
     }
 
@@ -297,6 +298,7 @@ bool UnregisterModel(const std::shared_ptr<Model_t>& model) {
 bool RemoveRegisteredModel(const LumString& name) {
     constexpr std::string_view kRoutine = "RemoveRegisteredModel";
     ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    const LumMutexLock wholeStep(DatabaseMutex);  // for the same reason as when a dropped file is taken in
     std::shared_ptr<Model_t> model;
     if (!ModelCollection.Get(name, model)) {
         ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", kRoutine, name);

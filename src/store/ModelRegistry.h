@@ -9,8 +9,9 @@
 /// each model), the models directory (dropped definition files, and the filed ones of registered models) and
 /// ModelCollection.
 ///
-/// Every operation may be called from any thread; each says its failures in the log. None holds DatabaseMutex
-/// and the collection's lock at once.
+/// Every operation may be called from any thread; each says its failures in the log. A model is taken in or
+/// removed under DatabaseMutex as a whole, so that the three stay in step; the collection's lock is only ever
+/// taken inside it.
 
 /// Loads each model of the table RegisteredModel from its filed definition. True where the table was read,
 /// even if some definition was not.

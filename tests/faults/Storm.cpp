@@ -20,11 +20,18 @@ struct Call {
     unsigned weight;
 };
 
+constexpr const char* kCreateUsage =
+    R"({"Values":{"ModelName":"DiskUsage","EventParams":{"MountPoint":"/","SizeMb":9,"UsedMb":5,"UsedPercent":55.5}}})";
+constexpr const char* kUploadUsage = R"({"Values":{"ModelName":"DiskUsage"}})";
+
 constexpr std::array kCalls = {
     Call{
         "EventLogManagerCreateEvent",
         R"({"Values":{"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","LogonTime":5,"EventDeviceId":3}}})",
         30},
+    // A model that stays, so that there is something to upload.
+    Call{"EventLogManagerCreateEvent", kCreateUsage, 10},
+    Call{"EventLogManagerUploadEvents", kUploadUsage, 2},
     // An error line, and with it an alert, for want of the parameters.
     Call{"EventLogManagerCreateEvent", R"({"Values":{"ModelName":"Logon","EventParams":{}}})", 3},
     Call{"EventLogManagerGetEvents", R"({"Values":{"ModelName":"Logon","PageSize":10,"PageNumber":1}})", 10},
@@ -90,10 +97,16 @@ int main(int argc, char** argv) {
     ActionDbRegisterAction(kFileStoreSignature, ReceiveFile, &store);
     directories.Drop("Logon");
     directories.Drop("LogonsByHour");
+    directories.Drop("DiskUsage");
     {
         LoadedModule module;
         module.Run(LumModuleCommand::kRegister);
         module.Run(LumModuleCommand::kInitialise);
+        // The processor's first look at the queue is also the only one of a short storm.
+        Require(CallActionWith("EventLogManagerCreateEvent", kCreateUsage) == 0, "create an event");
+        // What came in the second of the call is left to the next upload.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        Require(CallActionWith("EventLogManagerUploadEvents", kUploadUsage) == 0, "ask for an upload");
         module.Run(LumModuleCommand::kActivate);
         std::vector<std::thread> threads;
         for (unsigned i = 0; i < kThreads; ++i) {

@@ -1,5 +1,6 @@
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -369,6 +370,20 @@ TEST_F(ModelRegistry, RemovesAModelWhileTheLockIsHeld) {
     StartWithLogon();
     const LumMutexLock lock(DatabaseMutex);
     EXPECT_TRUE(RemoveRegisteredModel("Logon"));
+}
+
+TEST_F(ModelRegistry, StaysInStepWhereAModelIsRemovedWhileItsFileIsTakenIn) {
+    StartWithLogon();
+    for (int round = 0; round < 100; ++round) {
+        host_.Drop("logon.xml", kLogonDefinition);
+        std::thread remover([] { RemoveRegisteredModel("Logon"); });
+        LoadUnregisteredModels();
+        remover.join();
+        std::shared_ptr<Model_t> model;
+        const char* const expected = ModelCollection.Get("Logon", model) ? "1" : "0";
+        ASSERT_EQ(host_.Rows("SELECT COUNT(*) FROM sqlite_master WHERE name = 'Event_Logon'"), expected);
+        ASSERT_EQ(host_.Rows("SELECT COUNT(*) FROM RegisteredModel"), expected);
+    }
 }
 
 TEST_F(ModelRegistry, KeepsTheRowWhereTheTableCannotBeDropped) {
