@@ -116,7 +116,7 @@ TEST_F(LumDebugTest, ALongMessageIsWrittenWhole) {
 
 TEST(LumDebugContext, StampsTheLocalTimeWithItsZone) {
     const std::pair<const char*, const char*> zones[] = {
-        {"Asia/Kolkata", "\\+05:30"}, {"UTC", "\\+00:00"}, {"<XXX>3:30", "-03:30"}, {"<YYY>0:30", "-00:30"}};
+        {"Asia/Kolkata", "\\+05:30"}, {"UTC", "\\+00:00"}, {"<AAA>3:30", "-03:30"}, {"<BBB>0:30", "-00:30"}};
     for (const auto& [name, offset] : zones) {
         const TimeZone zone(name);
         const TempDirectory directory;
