@@ -18,7 +18,6 @@ constexpr uint32_t kTiny = 1000;
 
 constexpr uint32_t kTime = 1700000000;
 constexpr uint32_t kGapMinutes = 60;
-constexpr double kMiB = 1024 * 1024;
 
 std::vector<LumString> Errors(uint32_t count) {
     std::vector<LumString> texts(count);

@@ -13,6 +13,8 @@
 /// What the benchmarks share: scratch directories, SQLite as it comes, timing in turns, and the table they
 /// print.
 
+constexpr double kMiB = 1024 * 1024;
+
 /// Says what went wrong and ends the program: a benchmark that goes on after a failure measures nothing.
 [[noreturn]] void Fail(const std::string& what);
 

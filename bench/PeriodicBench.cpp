@@ -50,7 +50,6 @@ constexpr Sizes kUsual{4, 1000000, 1000000, 10000, 500};
 constexpr Sizes kTiny{1, 1000, 300, 20, 3};
 
 constexpr uint32_t kFirstDate = 1700000000;
-constexpr double kMiB = 1024 * 1024;
 
 /// The module and the file store in this process, as the agent would have them.
 class Host {

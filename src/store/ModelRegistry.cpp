@@ -11,6 +11,7 @@
 #include "host/lum/Database.h"
 #include "host/lum/LumDebug.h"
 #include "host/lum/LumFile.h"
+#include "host/lum/LumMutex.h"
 #include "model/ModelLoader.h"
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"

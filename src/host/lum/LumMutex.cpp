@@ -67,8 +67,8 @@ void LumMutex::PassOn() {
             return;
         }
     }
-    // Waking a thread takes as long as much of what the mutex is held for. So none is told twice: one that
-    // came too late sleeps until it is handed the mutex.
+    // Each release would otherwise wake a thread in vain while another comes back at once. One that came too
+    // late sleeps until it is handed the mutex.
     const auto untold =
         std::find_if(waiters_.begin(), waiters_.end(), [](const Waiter* w) { return !w->told; });
     if (untold != waiters_.end()) {
