@@ -19,12 +19,12 @@
 
 #include "BenchSupport.h"
 #include "agent/RequestRouter.h"
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 #include "module/ModuleMain.h"
 #include "support/AgentProcess.h"
 

@@ -20,9 +20,9 @@
 #include <sqlite3.h>
 
 #include "BenchSupport.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumMutex.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
 
 namespace {
 

@@ -17,12 +17,12 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 #include "module/ModuleMain.h"
 
 namespace {

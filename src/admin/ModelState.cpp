@@ -4,9 +4,9 @@
 #include <string_view>
 #include <utility>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/CheckModels.h"
 #include "model/ContainerKeys.h"
 #include "model/Model.h"

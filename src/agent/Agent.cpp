@@ -18,7 +18,7 @@
 #include "agent/ServiceManager.h"
 #include "agent/Settings.h"
 #include "host/core/LumAgent.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 
 /// What stands on the command line. A setting that stands there wins over the one in agent.ini.
 struct CommandLine {

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "agent/RequestRouter.h"
-#include "host/lum/FileDescriptor.h"
-#include "host/lum/LumDebug.h"
+#include "host/file/FileDescriptor.h"
+#include "host/log/LumDebug.h"
 
 struct ControlServerOptions {
     uint32_t threads = 8;               ///< how many actions may run at once

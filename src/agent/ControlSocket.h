@@ -4,8 +4,8 @@
 
 #include <sys/types.h>
 
-#include "host/lum/FileDescriptor.h"
-#include "host/lum/LumString.h"
+#include "host/file/FileDescriptor.h"
+#include "host/text/LumString.h"
 
 /// The listening Unix socket and its file. Belongs to one thread at a time.
 class ControlSocket {

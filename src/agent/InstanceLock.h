@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/lum/FileDescriptor.h"
-#include "host/lum/LumString.h"
+#include "host/file/FileDescriptor.h"
+#include "host/text/LumString.h"
 
 /// Keeps a second agent out of a data directory: an advisory lock on the file agent.lock there, which holds
 /// the agent's process number. The system drops the lock when the process ends, however it ends.

@@ -7,8 +7,8 @@
 
 #include "host/core/ActionDb.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumString.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumString.h"
 
 /// What a module says of itself.
 struct ModuleInfo {

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/lum/LumContainer.h"
 
 namespace {
 

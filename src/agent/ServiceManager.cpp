@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "host/lum/FileDescriptor.h"
+#include "host/file/FileDescriptor.h"
 
 void NotifyServiceManager(const char* state) {
     const char* const path = std::getenv("NOTIFY_SOCKET");

@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 namespace {
 

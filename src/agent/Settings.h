@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "agent/CommandLine.h"
-#include "host/lum/IniFile.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumString.h"
+#include "host/ini/IniFile.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumString.h"
 
 /// What the agent runs with: agent.ini, and the command line over it.
 struct Settings {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "alerts/LumHash.h"
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// When each alert was last let through, by its text and by the object it is about. Grows with the number of
 /// different alerts for as long as the module is loaded. Guarded by AlertGapMutex.

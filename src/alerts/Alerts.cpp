@@ -3,13 +3,13 @@
 #include <ctime>
 
 #include "alerts/AlertGapTable.h"
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/ActionFrame.h"
 #include "host/core/FileStoreAction.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumMutex.h"
-#include "host/lum/LumTime.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
+#include "host/time/LumTime.h"
 #include "module/ModuleObjects.h"
 
 namespace {

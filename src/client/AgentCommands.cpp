@@ -6,7 +6,7 @@
 #include "client/CommandOutput.h"
 #include "client/Commands.h"
 #include "client/TextTable.h"
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "client/Import.h"
 #include "client/TextTable.h"
 #include "client/TimeText.h"
-#include "host/lum/LumUtf8.h"
+#include "host/text/LumUtf8.h"
 
 namespace {
 

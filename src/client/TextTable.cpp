@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cwchar>
 
-#include "host/lum/LumUtf8.h"
+#include "host/text/LumUtf8.h"
 
 namespace {
 

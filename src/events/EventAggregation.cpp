@@ -4,7 +4,7 @@
 #include <array>
 #include <vector>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "events/Period.h"
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 #include "model/Model.h"
 
 /// What an aggregation task covers: both ends cut to the start of their period, the start never before

@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "host/core/ActionFrame.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFormat.h"
-#include "host/lum/LumTime.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumFormat.h"
+#include "host/time/LumTime.h"
 #include "model/ContainerKeys.h"
 #include "model/Model.h"
 #include "model/ModelArguments.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/core/ActionFrame.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ContainerKeys.h"
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumString.h"
+#include "host/container/LumContainer.h"
+#include "host/text/LumString.h"
 #include "model/Model.h"
 
 /// The two statements that answer a query. Constant texts of their inputs.

@@ -5,7 +5,7 @@
 
 #include "events/Period.h"
 #include "events/TaskAction.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ContainerKeys.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"

@@ -6,7 +6,7 @@
 
 #include "events/TaskAction.h"
 #include "host/core/FileStoreAction.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ContainerKeys.h"
 #include "model/ModelArguments.h"
 #include "module/ModuleObjects.h"

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "events/Period.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumString.h"
+#include "host/container/LumContainer.h"
+#include "host/database/Database.h"
+#include "host/text/LumString.h"
 #include "model/Model.h"
 #include "model/ParamTypes.h"
 

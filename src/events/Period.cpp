@@ -1,6 +1,6 @@
 #include "events/Period.h"
 
-#include "host/lum/LumTime.h"
+#include "host/time/LumTime.h"
 
 std::time_t PeriodStart(Policy policy, std::time_t time) {
     if (policy < Policy::kMinutely || policy > Policy::kYearly) {

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "host/core/ActionFrame.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ModelArguments.h"
 #include "module/ModuleObjects.h"
 #include "sched/Task.h"

@@ -3,7 +3,7 @@
 #include <array>
 #include <charconv>
 
-#include "host/lum/LumTime.h"
+#include "host/time/LumTime.h"
 
 namespace {
 

@@ -4,13 +4,13 @@
 #include <string_view>
 
 #include "filestore/Outbox.h"
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/FileStoreAction.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumTime.h"
+#include "host/log/LumDebug.h"
+#include "host/time/LumTime.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include "filestore/Checksum.h"
 #include "filestore/FileNames.h"
 #include "host/core/FileStoreAction.h"
-#include "host/lum/FileDescriptor.h"
-#include "host/lum/LumFile.h"
+#include "host/file/FileDescriptor.h"
+#include "host/file/LumFile.h"
 
 namespace {
 

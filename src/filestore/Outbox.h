@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "filestore/RunningNumber.h"
-#include "host/lum/LumMutex.h"
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
+#include "host/thread/LumMutex.h"
 
 /// A file that is to be taken over, and what is said of it.
 struct ReceivedFile {

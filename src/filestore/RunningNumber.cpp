@@ -5,7 +5,7 @@
 #include <charconv>
 #include <string>
 
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "host/lum/LumMutex.h"
-#include "host/lum/LumString.h"
-#include "host/lum/LumThreadSafety.h"
+#include "host/text/LumString.h"
+#include "host/thread/LumMutex.h"
+#include "host/thread/LumThreadSafety.h"
 
 /// A number that only ever grows, across restarts and crashes, at the cost of one small write in kBlock
 /// calls: a file holds the end of the block that numbers are taken from, and is written before the first of

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string_view>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 

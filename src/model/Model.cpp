@@ -1,6 +1,6 @@
 #include "model/Model.h"
 
-#include "host/lum/LumFile.h"
+#include "host/text/LumMd5.h"
 
 bool Model_t::ComputeChecksum() {
     LumString text(name_);

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 #include "model/ModelElement.h"
 #include "model/Vocabulary.h"
 

@@ -1,6 +1,6 @@
 #include "model/ModelArguments.h"
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ContainerKeys.h"
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string_view>
 
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
 #include "model/Model.h"
 
 /// The parameters of a model as a container: the name and the type token of each at its position. A parameter

@@ -4,8 +4,8 @@
 #include <memory>
 #include <utility>
 
-#include "host/lum/LumMap.h"
-#include "host/lum/LumString.h"
+#include "host/collection/LumMap.h"
+#include "host/text/LumString.h"
 #include "model/Vocabulary.h"
 
 /// What can stand in a collection: something with a name.

@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/lum/LumDebug.h"
-#include "host/lum/MarkupTree.h"
-#include "host/lum/StringTokeniser.h"
+#include "host/log/LumDebug.h"
+#include "host/text/StringTokeniser.h"
+#include "host/xml/MarkupTree.h"
 #include "module/ModuleObjects.h"
 
 namespace {

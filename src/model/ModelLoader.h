@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 #include "model/Model.h"
 
 /// Reads one definition file, checks it element by element and makes a model of it, checksum included.

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "host/lum/LumFormat.h"
+#include "host/text/LumFormat.h"
 #include "model/SqlText.h"
 
 namespace {

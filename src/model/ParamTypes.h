@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumString.h"
+#include "host/container/LumContainer.h"
+#include "host/database/Database.h"
+#include "host/text/LumString.h"
 #include "model/Vocabulary.h"
 
 /// Everything that depends on the type of a parameter, one row a type.

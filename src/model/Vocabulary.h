@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// The closed choices of a model file and the codes that stand for them in memory, in a model's checksum and
 /// in what is keyed by them. 0 is always "unknown or not given".

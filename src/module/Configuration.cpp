@@ -3,10 +3,10 @@
 #include <string_view>
 #include <utility>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
-#include "host/lum/IniFile.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
+#include "host/ini/IniFile.h"
+#include "host/log/LumDebug.h"
 #include "model/ContainerKeys.h"
 #include "module/ModuleObjects.h"
 

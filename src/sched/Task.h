@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "host/lum/LumString.h"
-#include "host/lum/NodeList.h"
+#include "host/collection/NodeList.h"
+#include "host/text/LumString.h"
 
 /// The kinds of periodic work.
 enum class TaskType : int32_t {

@@ -7,7 +7,7 @@
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"
 #include "events/EventUpload.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "sched/Task.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/lum/LumThread.h"
+#include "host/thread/LumThread.h"
 
 /// Runs the tasks of TaskQueue, one at a time, in queue order: empties the queue, sleeps 10 seconds, empties
 /// it again. The queue's only consumer. A cancellation takes effect once the queue is empty.

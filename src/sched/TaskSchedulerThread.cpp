@@ -3,8 +3,8 @@
 #include <memory>
 #include <string_view>
 
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumTime.h"
+#include "host/log/LumDebug.h"
+#include "host/time/LumTime.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "sched/Task.h"

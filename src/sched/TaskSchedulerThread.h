@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <ctime>
 
-#include "host/lum/LumThread.h"
+#include "host/thread/LumThread.h"
 
 /// The periods in the order in which they are looked at; each one's policy has the next number.
 inline constexpr uint32_t kPeriodCount = 6;

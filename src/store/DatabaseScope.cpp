@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumMutex.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
 #include "module/ModuleObjects.h"
 
 namespace {

@@ -3,9 +3,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumString.h"
-#include "host/lum/LumThreadSafety.h"
+#include "host/database/Database.h"
+#include "host/text/LumString.h"
+#include "host/thread/LumThreadSafety.h"
 
 /// What every routine does around its work on the database: takes DatabaseMutex, says in the log when it
 /// cannot, and has a connection, made after the lock was taken. Belongs to one thread.

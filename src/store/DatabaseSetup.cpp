@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 

@@ -1,6 +1,6 @@
 #include "store/DirectoryListing.h"
 
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
     LumDirectory* const directory = OpenDirectory(path);

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// Adds the names in a directory but "." and ".." to `entries`, in the directory's own order; false where it
 /// cannot be opened.

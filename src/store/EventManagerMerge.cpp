@@ -3,9 +3,9 @@
 #include <string_view>
 
 #include "host/core/LumAgent.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFile.h"
+#include "host/database/Database.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 #include "store/SchemaUpgrades.h"

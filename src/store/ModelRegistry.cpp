@@ -8,10 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFile.h"
-#include "host/lum/LumMutex.h"
+#include "host/database/Database.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumPattern.h"
+#include "host/thread/LumMutex.h"
 #include "model/ModelLoader.h"
 #include "model/ParamTypes.h"
 #include "module/ModuleObjects.h"

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 #include "model/Model.h"
 
 /// The registry keeps three things in step: the database (a row in RegisteredModel and an event table for

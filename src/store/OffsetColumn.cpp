@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "host/lum/StringTokeniser.h"
+#include "host/text/StringTokeniser.h"
 
 namespace {
 

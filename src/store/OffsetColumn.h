@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// How an event table of an earlier layout gains the column E_GMT_Offset, as texts: nothing is run in here.
 /// The texts come out of a database, so whatever they hold, nothing worse happens than that no table can be

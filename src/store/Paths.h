@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// Every path of the module is built here, as text: nothing is normalised and nothing is looked up.
 

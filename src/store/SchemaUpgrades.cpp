@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 #include "model/SqlText.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// Brings a database that an earlier release left behind to the current layout. A model that is to be rebuilt
 /// needs its new definition for that: the first step saves its rows into a transitional table and removes the

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFile.h"
+#include "host/database/Database.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
 #include "model/SqlText.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"

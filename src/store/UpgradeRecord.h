@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// What a start that upgrades says and keeps: the version that it found, a copy of the database and of the
 /// filed definitions that are replaced, and the version that it reached. Silent where there is nothing to

@@ -9,13 +9,13 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/FileStoreAction.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
 
 /// Ends the program where `holds` is false.
 inline void Require(bool holds, const std::string& what) {

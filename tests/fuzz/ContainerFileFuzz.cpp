@@ -1,8 +1,8 @@
 #include <nlohmann/json.hpp>
 
 #include "FuzzTarget.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumUtf8.h"
+#include "host/container/LumContainer.h"
+#include "host/text/LumUtf8.h"
 
 /// Any bytes as a container file: refused with a sentence and nothing changed, or read into a container that
 /// survives being written and read again.

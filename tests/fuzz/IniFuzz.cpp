@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "FuzzTarget.h"
-#include "host/lum/IniFile.h"
+#include "host/ini/IniFile.h"
 #include "support/TempDirectory.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include <nlohmann/json.hpp>
 
 #include "FuzzTarget.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumUtf8.h"
+#include "host/container/LumContainer.h"
+#include "host/text/LumUtf8.h"
 
 /// Any bytes as the body of a request: refused with a sentence and nothing changed, or JSON that comes back
 /// the same from JSON and from a container file.

@@ -5,8 +5,8 @@
 
 #include "FuzzTarget.h"
 #include "agent/RequestRouter.h"
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/lum/LumContainer.h"
 
 namespace {
 

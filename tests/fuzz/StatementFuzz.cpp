@@ -4,8 +4,8 @@
 #include <sqlite3.h>
 
 #include "FuzzTarget.h"
-#include "host/lum/Database.h"
-#include "host/lum/StatementShape.h"
+#include "host/database/Database.h"
+#include "host/database/internal/StatementShape.h"
 #include "support/TempDirectory.h"
 
 namespace {

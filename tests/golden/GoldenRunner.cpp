@@ -7,7 +7,7 @@
 #include <string>
 
 #include "ScratchAgent.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 // Runs one case against the module. docs/testing.md says what a case may hold.
 

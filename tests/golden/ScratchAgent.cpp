@@ -12,7 +12,7 @@
 #include "host/core/FileStoreAction.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 
 namespace {
 

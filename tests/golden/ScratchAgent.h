@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/lum/LumContainer.h"
 #include "support/TempDirectory.h"
 
 /// JSON whose names keep their order, as those of a container do.

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "support/TempDirectory.h"
 
 /// How often `part` stands in `text`.

@@ -8,13 +8,13 @@
 #include <utility>
 #include <vector>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/FileStoreAction.h"
-#include "host/lum/Database.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumFile.h"
-#include "host/lum/LumMutex.h"
+#include "host/database/Database.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "sched/Task.h"

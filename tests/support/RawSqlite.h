@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// A database opened as a foreign program opens it, with SQLite's own interface.
 class RawSqlite {

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// The content of a file; empty where there is none.
 inline std::string ReadWholeFile(const std::string& path) {

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumDebug.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 #include "support/LogLines.h"
 #include "support/TempDirectory.h"
 

@@ -7,12 +7,12 @@
 
 #include <sqlite3.h>
 
+#include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumMutex.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
 #include "module/ModuleMain.h"
 #include "module/ModuleObjects.h"
 

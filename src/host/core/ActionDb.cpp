@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "host/lum/LumApi.h"
-#include "host/lum/LumContainer.h"
-#include "host/lum/LumString.h"
+#include "host/container/LumContainer.h"
+#include "host/text/LumApi.h"
+#include "host/text/LumString.h"
 
 /// The registry of actions. Every routine may be called from any thread.
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
 
 /// What the handlers of all modules have in common: statuses, and where arguments and answers stand.
 

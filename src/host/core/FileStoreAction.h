@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "host/lum/LumApi.h"
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
+#include "host/text/LumApi.h"
 
 /// The file store's action and the names of its fields, for the module that serves it and for those that call
 /// it. They are literals, so that no module has anything to destroy for them.

@@ -6,10 +6,10 @@
 #include <string>
 #include <system_error>
 
-#include "host/lum/Database.h"
-#include "host/lum/LumFile.h"
-#include "host/lum/LumMutex.h"
-#include "host/lum/LumThreadSafety.h"
+#include "host/database/Database.h"
+#include "host/file/LumFile.h"
+#include "host/thread/LumMutex.h"
+#include "host/thread/LumThreadSafety.h"
 
 namespace {
 

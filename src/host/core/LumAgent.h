@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
-#include "host/lum/IniFile.h"
-#include "host/lum/LumApi.h"
-#include "host/lum/LumDebug.h"
-#include "host/lum/LumString.h"
+#include "host/ini/IniFile.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumApi.h"
+#include "host/text/LumString.h"
 
 /// What the agent core needs to know of the process that it serves.
 struct LumAgentOptions {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "host/lum/LumString.h"
+#include "host/text/LumString.h"
 
 /// What a module exports under the name "ModuleMain", and how the agent drives it.
 

@@ -13,7 +13,7 @@
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 
 /// A module for tests, built several times under different names (ECHO_NAME). Every action's name begins with
 /// the module's; the names "Refusing", "Throwing" and "Slow" misbehave as they say.

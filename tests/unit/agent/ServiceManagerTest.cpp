@@ -8,7 +8,7 @@
 #include <sys/un.h>
 
 #include "agent/ServiceManager.h"
-#include "host/lum/FileDescriptor.h"
+#include "host/file/FileDescriptor.h"
 #include "support/TempDirectory.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "events/EventCreation.h"
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "support/TestHost.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "events/EventRetention.h"
-#include "host/lum/LumContainer.h"
+#include "host/container/LumContainer.h"
 #include "support/ModuleHarness.h"
 #include "support/TimeZone.h"
 

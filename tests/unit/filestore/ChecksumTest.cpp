@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "filestore/Checksum.h"
-#include "host/lum/FileDescriptor.h"
+#include "host/file/FileDescriptor.h"
 #include "support/TempDirectory.h"
 
 namespace {

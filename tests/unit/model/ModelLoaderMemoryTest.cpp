@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ModelLoader.h"
 #include "module/ModuleObjects.h"
 #include "support/LogLines.h"

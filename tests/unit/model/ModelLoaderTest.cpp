@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/lum/LumDebug.h"
+#include "host/log/LumDebug.h"
 #include "model/ModelLoader.h"
 #include "module/ModuleObjects.h"
 #include "support/LogLines.h"

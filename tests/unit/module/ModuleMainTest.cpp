@@ -7,7 +7,7 @@
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 #include "module/ModuleMain.h"
 #include "module/ModuleObjects.h"
 #include "support/TestHost.h"

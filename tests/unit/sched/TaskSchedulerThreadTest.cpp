@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/lum/LumTime.h"
+#include "host/time/LumTime.h"
 #include "sched/TaskSchedulerThread.h"
 #include "support/ModuleHarness.h"
 #include "support/TimeZone.h"

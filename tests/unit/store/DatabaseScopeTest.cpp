@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/lum/LumMutex.h"
+#include "host/thread/LumMutex.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 #include "support/TestHost.h"

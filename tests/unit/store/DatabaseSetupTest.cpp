@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "host/lum/Database.h"
+#include "host/database/Database.h"
 #include "module/ModuleObjects.h"
 #include "store/DatabaseSetup.h"
 #include "support/TestHost.h"

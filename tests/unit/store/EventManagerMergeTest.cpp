@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/lum/Database.h"
+#include "host/database/Database.h"
 #include "module/ModuleObjects.h"
 #include "store/EventManagerMerge.h"
 #include "support/TestHost.h"

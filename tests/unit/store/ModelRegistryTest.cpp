@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/lum/LumMutex.h"
+#include "host/thread/LumMutex.h"
 #include "module/ModuleObjects.h"
 #include "store/ModelRegistry.h"
 #include "store/Paths.h"

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include "host/lum/Database.h"
+#include "host/database/Database.h"
 #include "model/Model.h"
 #include "module/ModuleObjects.h"
 #include "store/ModelRegistry.h"

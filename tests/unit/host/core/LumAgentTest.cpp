@@ -7,7 +7,7 @@
 
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
-#include "host/lum/LumFile.h"
+#include "host/file/LumFile.h"
 #include "support/LogLines.h"
 #include "support/TempDirectory.h"
 

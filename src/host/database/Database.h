@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "host/text/LumApi.h"
+#include "host/text/LumString.h"
+
+class LumDebug;
+
+/// How hard a commit is pushed to the disk.
+enum class DBSynchronous : uint8_t {
+    kFull,    ///< a committed change survives a loss of power
+    kNormal,  ///< a committed change survives the end of the process; a loss of power may take the last ones
+};
+
+/// What a statement returned: rows in memory, buffered whole, so that they can be read while no lock is held
+/// and no statement is open. Owned by the DBConnection that made it. Belongs to one thread at a time.
+///
+/// A cell is read as whatever type is asked for, converted as SQLite's column functions do: NULL reads as
+/// empty text, 0, 0.0, false; a text as the number at its start; a bool is true where the whole number is not
+/// 0. Right after the query the first row is selected. A row behind the end and a column out of range answer
+/// false and leave the selection and the output untouched.
+class LUM_API GenSqlResult {
+public:
+    GenSqlResult() = default;
+    GenSqlResult(const GenSqlResult&) = delete;
+    GenSqlResult& operator=(const GenSqlResult&) = delete;
+    virtual ~GenSqlResult() = default;
+
+    [[nodiscard]] virtual uint32_t GetRowCount() const = 0;
+    [[nodiscard]] virtual bool SelectRow(uint32_t index) = 0;
+    [[nodiscard]] virtual bool SelectFirstRow() = 0;
+    [[nodiscard]] virtual bool GetColumn(uint32_t column, LumString& value) const = 0;
+    [[nodiscard]] virtual bool GetColumn(uint32_t column, int64_t& value) const = 0;
+    [[nodiscard]] virtual bool GetColumn(uint32_t column, double& value) const = 0;
+    [[nodiscard]] virtual bool GetColumn(uint32_t column, bool& value) const = 0;
+
+    [[nodiscard]] virtual uint32_t GetColumnCount() const = 0;
+    /// The index of the column of that name, letters A to Z folded; false, and `column` untouched, where none
+    /// is.
+    [[nodiscard]] virtual bool FindColumn(const LumString& name, uint32_t& column) const = 0;
+};
+
+/// One database and what it takes to reach it. Configured once, before connections are made; from then on any
+/// number of threads may make connections at once. Must outlive its connections. Nothing is opened before the
+/// first statement, and a database that could not be opened is tried again by the next one.
+class LUM_API DBConnectionPool {
+public:
+    /// How long a statement waits for another process that holds the database before it fails, in
+    /// milliseconds.
+    static constexpr int kBusyTimeoutMs = 5000;
+
+    DBConnectionPool();
+    DBConnectionPool(const DBConnectionPool&) = delete;
+    DBConnectionPool& operator=(const DBConnectionPool&) = delete;
+    ~DBConnectionPool();
+
+    /// The logger, which must outlive the pool, that gets one error line for each statement that fails.
+    void SetDebug(LumDebug& debug);
+
+    /// Selects the database. `type` "SQLITE23" is SQLite 3 and the only one; `database` is the path of its
+    /// file, which is made with mode 0600 if missing. The other arguments have no meaning for it. False, with
+    /// an error line, for another type. Closes what a former call had opened.
+    bool SetDatabase(const LumString& type, const LumString& server, const LumString& database,
+                     const LumString& user, const LumString& password, uint32_t port);
+
+    /// With `serial` all connections share one handle and one statement runs at a time, in the order of
+    /// calls; so do transactions, which is why whoever opens one keeps other threads out with a lock of its
+    /// own. Without, each connection has a handle for itself. Making a connection never waits for another one
+    /// to go away.
+    void SetSerialConnections(bool serial);
+
+    /// The setting of every database opened from now on, in all pools of the process. At first it is kFull.
+    static void SetSynchronous(DBSynchronous synchronous);
+
+private:
+    friend class DBConnection;
+    class Impl;
+
+    std::unique_ptr<Impl> impl_;
+};
+
+/// A connection for the time of one routine. Belongs to one thread at a time.
+class LUM_API DBConnection {
+public:
+    /// Told after each version of RunUpgrade: how many are done, of how many.
+    using UpgradeProgress = void (*)(uint32_t done, uint32_t total);
+
+    explicit DBConnection(DBConnectionPool& pool);
+    DBConnection(const DBConnection&) = delete;
+    DBConnection& operator=(const DBConnection&) = delete;
+    /// Rolls an open transaction of this connection back and frees its results.
+    ~DBConnection();
+
+    /// Runs exactly one statement. Null where it fails, and then one error line of the pool's logger says
+    /// why, with the statement cut at 500 characters (no line where `quiet`). Else its rows, none for a
+    /// statement that returns none; owned by this connection. Refused: a null byte in the text, and anything
+    /// but blanks and one semicolon behind the statement.
+    [[nodiscard]] GenSqlResult* Query(const LumString& sql, bool quiet = false);
+
+    [[nodiscard]] bool BeginTransaction();
+    [[nodiscard]] bool CommitTransaction();
+    [[nodiscard]] bool RollbackTransaction();
+
+    /// Runs the entries of an ini section, one statement each, in file order. With `once` an entry that has
+    /// run is remembered by section and name in the table IniScriptLog, in the transaction of its statement,
+    /// and not run again; where its text has changed since, a warning says so. A statement that fails is
+    /// logged, tried again next time, and does not keep the others from running. True where none failed.
+    bool RunIniScripts(const LumString& iniPath, const LumString& section, bool once);
+
+    /// Brings a database up by the entries of an ini section, named major.minor.revision.build with an
+    /// optional -label. Entries above the recorded version run in ascending order; all entries of one
+    /// version, and the write of that version to the rows DatabaseVersionMajor, DatabaseVersionMinor,
+    /// DatabaseRevision and DatabaseBuildNumber of `table`, are one transaction. The first failure stops the
+    /// run and is logged. Where no version is recorded nothing runs, with one warning. `progress` may be
+    /// null. True where nothing failed.
+    bool RunUpgrade(const LumString& table, const LumString& nameColumn, const LumString& valueColumn,
+                    const LumString& iniPath, const LumString& section, UpgradeProgress progress);
+
+private:
+    class Impl;
+
+    std::unique_ptr<Impl> impl_;
+};

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/database/Database.h"
+#include "host/database/internal/DBHandle.h"
+#include "host/log/LumDebug.h"
+#include "host/thread/LumMutex.h"
+
+/// What a pool knows, and the handles that its connections come to use.
+class DBConnectionPool::Impl {
+public:
+    void SetDebug(LumDebug& debug) { debug_.store(&debug, std::memory_order_release); }
+    [[nodiscard]] LumDebug& Debug() const;
+
+    void SetPath(const LumString& path);
+    void SetSerial(bool serial) { serial_.store(serial, std::memory_order_relaxed); }
+
+    /// The handle of a new connection: the shared one, or one that nobody else uses.
+    [[nodiscard]] std::shared_ptr<DBHandle> Take();
+    /// Keeps the handle of a connection that ends for the next one.
+    void GiveBack(std::shared_ptr<DBHandle> handle);
+
+private:
+    std::atomic<LumDebug*> debug_{nullptr};
+    std::atomic<bool> serial_{false};
+
+    // Set before there are connections.
+    LumString path_;
+    std::shared_ptr<DBHandle> shared_ = std::make_shared<DBHandle>(LumString());
+
+    LumMutex mutex_;
+    std::vector<std::shared_ptr<DBHandle>> idle_ LUM_GUARDED_BY(mutex_);
+};

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "host/text/LumApi.h"
+#include "host/text/LumString.h"
+
+/// Files and directories. Every routine may be called from any thread, and none throws: a failure is a false,
+/// a null or an empty text, with errno as the system left it.
+
+/// Makes the directory `path` and its missing parents, each with mode 0700. True also where it is there
+/// already.
+LUM_API bool PathCreate(const LumString& path);
+
+/// True where `path` is a directory, or a symbolic link to one.
+[[nodiscard]] LUM_API bool DirExists(const LumString& path);
+
+/// Deletes the directory `path`: an empty one, or with `recursive` one with everything in it. Symbolic links
+/// in it are deleted, never followed, and a link in place of the directory itself is refused. With `force` a
+/// directory that does not exist counts as deleted. An empty path, "/", and a path with a ".." component are
+/// refused.
+LUM_API bool DirDelete(const LumString& path, bool recursive, bool force);
+
+/// Copies the regular file `from`. The target appears whole or not at all, with mode 0600, synced; an
+/// existing one is replaced, or with `failIfExists` kept and the call fails.
+[[nodiscard]] LUM_API bool FileCopy(const LumString& from, const LumString& to, bool failIfExists);
+
+/// Gives the regular file `from` the path `to` in the same file system, its content synced first. An existing
+/// `to` is kept and the call fails.
+[[nodiscard]] LUM_API bool FileMove(const LumString& from, const LumString& to);
+
+/// Deletes the file `path`, a symbolic link itself rather than its target. A directory is a failure. With
+/// `missingIsDeleted` a path that does not exist counts as deleted.
+LUM_API bool FileDelete(const LumString& path, bool missingIsDeleted);
+
+/// One directory's listing. Owned by whoever opened it, until CloseDirectory.
+struct LumDirectory;
+
+/// Opens a directory for reading; null where that fails.
+[[nodiscard]] LUM_API LumDirectory* OpenDirectory(const LumString& path);
+/// Puts the name of the next entry, "." and ".." among them, into `name`; false after the last. The order is
+/// the directory's own.
+[[nodiscard]] LUM_API bool ReadDirectory(LumDirectory* directory, LumString& name);
+LUM_API void CloseDirectory(LumDirectory* directory);
+
+/// True where `path` is a regular file, not a link to one. Nothing is opened.
+[[nodiscard]] LUM_API bool IsRegularFile(const LumString& path);
+
+/// Reads the regular file `path`, or one that a link there leads to, whole. False, with the reason in `error`
+/// and `content` untouched, where it cannot be read, is of another kind (a pipe is not waited for), or is
+/// larger than `maxBytes`.
+[[nodiscard]] LUM_API bool FileRead(const LumString& path, std::size_t maxBytes, std::string& content,
+                                    LumString& error);
+
+/// Replaces the file `path` by `content`: a new file beside it, synced, with mode 0600 or the mode of the
+/// file that it replaces, renamed over it, the directory synced. Readers see the old content or the new.
+/// False, with the reason in `error` and the old file in place, where any of that fails.
+[[nodiscard]] LUM_API bool FileReplace(const LumString& path, std::string_view content, LumString& error);
+
+/// Where SaveToTempFile puts its files: an existing directory, without trailing separator. At first it is the
+/// system's temporary directory; the agent sets its own at start, before any module is loaded.
+LUM_API void SetTempDirectory(const LumString& path);
+[[nodiscard]] LUM_API LumString GetTempDirectory();
+
+/// Creates a new empty file of mode 0600 in the temporary directory and returns its open descriptor with the
+/// path in `path`; -1, with errno, where that fails.
+[[nodiscard]] LUM_API int OpenTempFile(LumString& path);

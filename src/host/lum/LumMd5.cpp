@@ -1,9 +1,0 @@
-#include <md5.h>
-
-#include "host/lum/LumFile.h"
-
-LumString MD5HashHex(const LumString& text) {
-    char digits[MD5_DIGEST_STRING_LENGTH];
-    MD5Data(reinterpret_cast<const uint8_t*>(text.GetString()), text.GetLength(), digits);
-    return {digits};
-}

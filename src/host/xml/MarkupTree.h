@@ -1,0 +1,105 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/text/LumApi.h"
+#include "host/text/LumString.h"
+
+class MarkupElementNode;
+class MarkupTextNode;
+
+/// A node of a parsed document. Nodes belong to their MarkupTree and live as long as it does.
+class LUM_API MarkupNode {
+public:
+    MarkupNode(const MarkupNode&) = delete;
+    MarkupNode& operator=(const MarkupNode&) = delete;
+    virtual ~MarkupNode();
+
+    /// This node as what it is; null where it is something else.
+    [[nodiscard]] virtual const MarkupTextNode* CastAsTextNode() const { return nullptr; }
+    [[nodiscard]] virtual const MarkupElementNode* CastAsElementNode() const { return nullptr; }
+
+protected:
+    MarkupNode();
+};
+
+/// A run of text as the document spells it: nothing is trimmed, references are replaced, each line end is one
+/// newline. A character data section is a run of its own. Blank text beside elements is no node, blank text
+/// that is all an element has is one, so the first child of an element that holds a value is that value.
+class LUM_API MarkupTextNode : public MarkupNode {
+public:
+    [[nodiscard]] const LumString& GetData() const { return data_; }
+    [[nodiscard]] const MarkupTextNode* CastAsTextNode() const override { return this; }
+
+private:
+    friend class MarkupTree;
+    explicit MarkupTextNode(LumString data) : data_(std::move(data)) {}
+
+    const LumString data_;
+};
+
+class LUM_API MarkupElementNode : public MarkupNode {
+public:
+    [[nodiscard]] const LumString& GetTagName() const { return tagName_; }
+    /// Exact comparison, letter case included.
+    [[nodiscard]] bool IsNamed(const LumString& name) const { return tagName_ == name; }
+    [[nodiscard]] uint32_t GetChildCount() const { return static_cast<uint32_t>(children_.size()); }
+    /// The child at `index` from 0 in document order, elements and texts alike (comments and processing
+    /// instructions are no children); null at or behind the count.
+    [[nodiscard]] const MarkupNode* GetChildAt(uint32_t index) const {
+        return index < children_.size() ? children_[index].get() : nullptr;
+    }
+    [[nodiscard]] const MarkupElementNode* CastAsElementNode() const override { return this; }
+
+private:
+    friend class MarkupTree;
+    explicit MarkupElementNode(LumString tagName) : tagName_(std::move(tagName)) {}
+
+    const LumString tagName_;
+    std::vector<std::unique_ptr<MarkupNode>> children_;
+};
+
+/// An XML document in memory. An object belongs to one thread at a time.
+class LUM_API MarkupTree {
+public:
+    /// A larger file is refused.
+    static constexpr std::size_t kMaxFileBytes = 4U << 20U;
+    /// A document nested deeper is refused.
+    static constexpr uint32_t kMaxDepth = 256;
+
+    MarkupTree();
+    MarkupTree(const MarkupTree&) = delete;
+    MarkupTree& operator=(const MarkupTree&) = delete;
+    ~MarkupTree();
+
+    /// Reads the document of a regular file in place of what the tree held. False, the tree then empty and
+    /// the reason one warning of the host's logger (file, line, column, what is wrong), where the file cannot
+    /// be read, is no regular file, is over kMaxFileBytes, is not UTF-8 or is declared to be something else,
+    /// is not well-formed, declares an entity, refers to one other than the five of XML itself, or is nested
+    /// deeper than kMaxDepth.
+    [[nodiscard]] bool ParseFile(const LumString& path);
+    /// The same from memory; `name` stands for the file in the warning.
+    [[nodiscard]] bool ParseText(const LumString& text, const LumString& name);
+
+    /// The root element, or null where nothing was parsed.
+    [[nodiscard]] const MarkupElementNode* GetRootNode() const { return root_.get(); }
+
+    /// The element at `path`, a list of tag names of which the first is the root's; null where there is none.
+    /// A name followed by @ and a decimal number selects, among the sibling elements of that name, the one
+    /// with that index from 0; a name without is the first. Walking up an index costs one step a call.
+    [[nodiscard]] const MarkupElementNode* FetchNode(const std::vector<LumString>& path) const;
+
+private:
+    struct Cursor;
+    class Builder;
+
+    bool Parse(std::string_view text, std::string_view routine, const LumString& name);
+
+    std::unique_ptr<MarkupElementNode> root_;
+    std::unique_ptr<Cursor> cursor_;
+};
