@@ -21,20 +21,21 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "contract/FileStore.h"
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"
 #include "events/EventUpload.h"
 #include "host/core/ActionDb.h"
-#include "host/core/FileStoreAction.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
+#include "model/ModelElement.h"
 #include "module/ModuleMain.h"
-#include "module/ModuleObjects.h"
-#include "sched/Task.h"
 #include "sched/TaskSchedulerThread.h"
+#include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
+#include "tasks/Task.h"
 
 namespace {
 

@@ -4,13 +4,14 @@
 #include <string_view>
 #include <utility>
 
+#include "contract/ContainerKeys.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
 #include "model/Model.h"
 #include "model/ModelArguments.h"
-#include "module/ModuleObjects.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
 
 namespace {
 
@@ -40,7 +41,7 @@ uint32_t ActionHandler_EventLogManagerGetModelNames(LumContainer* container) {
         result.SetBool(keys::kModelEnabled, model->IsEnabled(), i);
     }
     container->Clear();
-    container->SetContainer(kActionResult, std::move(result));
+    container->SetContainer(keys::kResult, std::move(result));
     return kActionDone;
 }
 
@@ -54,7 +55,7 @@ uint32_t ActionHandler_EventLogManagerGetModel(LumContainer* container) {
         }
         LumContainer result;
         result.SetContainer(keys::kModelDef, DescribeModel(*model));
-        answer.SetContainer(kActionResult, std::move(result));
+        answer.SetContainer(keys::kResult, std::move(result));
         return kActionDone;
     });
 }

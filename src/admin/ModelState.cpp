@@ -4,14 +4,14 @@
 #include <string_view>
 #include <utility>
 
+#include "contract/ContainerKeys.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
 #include "model/CheckModels.h"
-#include "model/ContainerKeys.h"
 #include "model/Model.h"
 #include "model/ModelArguments.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
 
@@ -100,7 +100,7 @@ uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
             LumContainer one;
             one.SetString(keys::kModelName, name);
             LumContainer request;
-            request.SetContainer(kActionValues, std::move(one));
+            request.SetContainer(keys::kValues, std::move(one));
             // A model that cannot be deleted keeps none of the others.
             static_cast<void>(ActionHandler_EventLogManagerDeleteModel(&request));
         }

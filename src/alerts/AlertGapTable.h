@@ -1,9 +1,12 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "alerts/LumHash.h"
 #include "host/text/LumString.h"
+#include "host/thread/LumMutex.h"
 
 /// When each alert was last let through, by its text and by the object it is about. Grows with the number of
 /// different alerts for as long as the module is loaded. Guarded by AlertGapMutex.
@@ -24,3 +27,10 @@ private:
 
     LumHash<std::unique_ptr<TimesByObject>> objectsByText_{kInitialBuckets, kMaximumLoad, kGrowth};
 };
+
+/// Guards AlertGapTable. DatabaseMutex may be held when it is taken, never taken while it is held.
+extern LumMutex AlertGapMutex;
+extern AlertGapTable_t AlertGapTable;
+
+/// The setting, in minutes.
+extern std::atomic<int32_t> AlertMinimumGap;

@@ -3,6 +3,9 @@
 #include <ctime>
 
 #include "alerts/AlertGapTable.h"
+#include "contract/Actions.h"
+#include "contract/ContainerKeys.h"
+#include "contract/Statuses.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/ActionFrame.h"
@@ -10,25 +13,11 @@
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
 #include "host/time/LumTime.h"
-#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
 
 namespace {
 
 constexpr const char* kFileKind = "EventManagerEvent";
-
-/// An action that only a server has: whoever has it runs on one.
-constexpr const char* kServerOnlyAction = "MasterReceiveFile";
-
-constexpr const char* kDescription = "Description";
-constexpr const char* kStatus = "Status";
-constexpr const char* kObjectId = "ObjectId";
-constexpr const char* kEventTimeGmt = "EventTimeGMT";
-constexpr const char* kEventGmtOffset = "EventGMTOffset";
-constexpr const char* kEventDate = "EventDate";
-constexpr const char* kVariables = "EventManagerVariables";
-constexpr const char* kVariableEntry = "EventManagerVariableEntry";
-constexpr const char* kVariableValue = "EventManagerVariableValue";
-constexpr const char* kType = "EventManagerType";
 
 LumString ReadText(const LumContainer& container, const char* name) {
     LumString text;
@@ -46,13 +35,13 @@ uint32_t ReadNumber(const LumContainer& container, const char* name) {
 LumString JoinVariables(const LumContainer& values) {
     LumString joined;
     LumContainer variables;
-    static_cast<void>(values.GetContainer(kVariables, variables));  // an alert may have none
-    const uint32_t count = variables.CountValues(kVariableEntry);
+    static_cast<void>(values.GetContainer(keys::kAlertVariables, variables));  // an alert may have none
+    const uint32_t count = variables.CountValues(keys::kAlertVariableEntry);
     LumContainer entry;
     for (uint32_t i = 0; i < count; ++i) {
-        if (variables.GetContainer(kVariableEntry, entry, i)) {
+        if (variables.GetContainer(keys::kAlertVariableEntry, entry, i)) {
             joined += "{";
-            joined += ReadText(entry, kVariableValue);
+            joined += ReadText(entry, keys::kAlertVariableValue);
             joined += "}";
         }
     }
@@ -70,9 +59,9 @@ LumString AlertText(const LumString& description, const LumContainer& values) {
 
 bool MayPass(const LumString& text, const LumString& status, std::time_t utcTime) {
     LumContainer check;
-    check.SetString(kDescription, text);
-    check.SetString(kStatus, status);
-    check.SetInt32(kEventTimeGmt, static_cast<int32_t>(utcTime));
+    check.SetString(keys::kAlertDescription, text);
+    check.SetString(keys::kAlertStatus, status);
+    check.SetInt32(keys::kAlertEventTimeGmt, static_cast<int32_t>(utcTime));
     return ActionHandler_EventLogManagerCheckAlertMinimumGap(&check) == kActionDone;
 }
 
@@ -82,9 +71,10 @@ uint32_t ActionHandler_EventLogManagerCheckAlertMinimumGap(LumContainer* contain
     if (container == nullptr) {
         return kActionDone;
     }
-    const LumString text = ReadText(*container, kDescription) + "-" + ReadText(*container, kStatus);
-    const uint32_t objectId = ReadNumber(*container, kObjectId);
-    const uint32_t time = ReadNumber(*container, kEventTimeGmt);
+    const LumString text =
+        ReadText(*container, keys::kAlertDescription) + "-" + ReadText(*container, keys::kAlertStatus);
+    const uint32_t objectId = ReadNumber(*container, keys::kAlertObjectId);
+    const uint32_t time = ReadNumber(*container, keys::kAlertEventTimeGmt);
     const auto gap = static_cast<uint32_t>(AlertMinimumGap.load(std::memory_order_relaxed));
 
     const LumMutexLock lock(AlertGapMutex);
@@ -104,18 +94,19 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     }
     LumContainer values;
     static_cast<void>(
-        container->GetContainer(kActionValues, values));  // an alert may be its description alone
-    const LumString description = ReadText(*container, kDescription);
+        container->GetContainer(keys::kValues, values));  // an alert may be its description alone
+    const LumString description = ReadText(*container, keys::kAlertDescription);
     container->Clear();
     if (!description.IsEmpty()) {
-        values.SetString(kDescription, description);
+        values.SetString(keys::kAlertDescription, description);
     }
     const std::time_t now = std::time(nullptr);
-    if (!MayPass(AlertText(description, values), ReadText(values, kStatus), LumUtcFieldsAsLocal(now))) {
+    if (!MayPass(AlertText(description, values), ReadText(values, keys::kAlertStatus),
+                 LumUtcFieldsAsLocal(now))) {
         return kActionDone;
     }
-    values.SetInt32(kEventGmtOffset, LumGmtOffset(now));
-    values.SetInt32(kEventDate, static_cast<int32_t>(now));
+    values.SetInt32(keys::kEventGmtOffset, LumGmtOffset(now));
+    values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
     FileStoreHandOver(values, kFileKind, std::nullopt);
     return kActionDone;
 }
@@ -123,11 +114,12 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
 void RaiseAlertOnError(const LumString& text) {
     // Errors become alerts one at a time. An alert is made even where the lock cannot be had.
     const LumMutexLock lock(DatabaseMutex);
-    const bool onServer = ActionDbIsActionRegistered(kServerOnlyAction);
+    const bool onServer = ActionDbIsActionRegistered(actions::kServerOnly);
     LumContainer values;
-    values.SetString(kType, onServer ? "_DB_EVENTTYPE_ERRORONSERVER_" : "_DB_EVENTTYPE_ERRORONCLIENT_");
+    values.SetString(keys::kAlertType,
+                     onServer ? "_DB_EVENTTYPE_ERRORONSERVER_" : "_DB_EVENTTYPE_ERRORONCLIENT_");
     LumContainer alert;
-    alert.SetContainer(kActionValues, std::move(values));
-    alert.SetString(kDescription, text);
+    alert.SetContainer(keys::kValues, std::move(values));
+    alert.SetString(keys::kAlertDescription, text);
     ActionHandler_EventLogManagerCreateAlert(&alert);
 }

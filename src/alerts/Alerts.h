@@ -5,9 +5,6 @@
 class LumContainer;
 class LumString;
 
-/// The alert was held back: the minimum gap since the last one like it has not passed.
-inline constexpr uint32_t kActionWithinGap = 45001;
-
 /// Says whether an alert may be created now, and remembers it if so. Fields at the container's own level:
 /// "Description", "Status", "ObjectId" (0 where absent), "EventTimeGMT" (seconds). Answers 0 or
 /// kActionWithinGap. May be called from any thread.

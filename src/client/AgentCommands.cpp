@@ -6,6 +6,7 @@
 #include "client/CommandOutput.h"
 #include "client/Commands.h"
 #include "client/TextTable.h"
+#include "contract/Actions.h"
 #include "host/container/LumContainer.h"
 
 namespace {
@@ -77,12 +78,12 @@ ExitStatus ShowSettings(CommandContext& context, const std::vector<std::string>&
         if (!SettingsRequest(assignments, request, error)) {
             return Fail(context, ExitStatus::kWrongCommandLine, error);
         }
-        const AgentAnswer change = CallAction(context.agent, "EventLogManagerSetValues", request);
+        const AgentAnswer change = CallAction(context.agent, actions::kSetValues, request);
         if (!change.IsDone()) {
             return Fail(context, change);
         }
     }
-    const AgentAnswer answer = CallAction(context.agent, "EventLogManagerGetValues", Json::object());
+    const AgentAnswer answer = CallAction(context.agent, actions::kGetValues, Json::object());
     if (!answer.IsDone()) {
         return Fail(context, answer);
     }
@@ -109,8 +110,7 @@ ExitStatus ShowSettings(CommandContext& context, const std::vector<std::string>&
 
 ExitStatus CreateAlert(CommandContext& context, const std::string& text,
                        const std::optional<std::string>& status) {
-    const AgentAnswer answer =
-        CallAction(context.agent, "EventLogManagerCreateAlert", AlertRequest(text, status));
+    const AgentAnswer answer = CallAction(context.agent, actions::kCreateAlert, AlertRequest(text, status));
     return answer.IsDone()
                ? Done(context, "The alert was taken; its repeat within the minimum gap is held back.")
                : Fail(context, answer);

@@ -4,6 +4,7 @@
 
 #include "client/Requests.h"
 #include "client/TextTable.h"
+#include "contract/Actions.h"
 
 ExitStatus Fail(CommandContext& context, ExitStatus exit, std::string_view error) {
     context.console.err << "lumctl: " << Harmless(error) << std::endl;
@@ -28,7 +29,7 @@ ExitStatus Done(CommandContext& context, std::string_view sentence) {
 }
 
 AgentAnswer FetchModel(AgentConnection& agent, const std::string& model, ModelDefinition& definition) {
-    AgentAnswer answer = CallAction(agent, "EventLogManagerGetModel", ModelRequest(model));
+    AgentAnswer answer = CallAction(agent, actions::kGetModel, ModelRequest(model));
     if (answer.IsDone() && !ModelDefinitionFromAnswer(answer.content, definition)) {
         answer.exit = ExitStatus::kFailed;
         answer.error = "the agent's answer holds no definition of model '" + model + "'";

@@ -7,6 +7,7 @@
 #include "client/Commands.h"
 #include "client/TextTable.h"
 #include "client/TimeText.h"
+#include "contract/Actions.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ ExitStatus CreateEvent(CommandContext& context, const CreateOptions& options) {
                            error)) {
         return Fail(context, ExitStatus::kWrongCommandLine, error);
     }
-    const AgentAnswer answer = CallAction(context.agent, "EventLogManagerCreateEvent",
+    const AgentAnswer answer = CallAction(context.agent, actions::kCreateEvent,
                                           CreateRequest(options.model, std::move(eventParams)));
     return answer.IsDone() ? Done(context, "The agent took one event of model '" + options.model + "'.")
                            : Fail(context, answer);
@@ -73,7 +74,7 @@ ExitStatus ListEvents(CommandContext& context, const EventsQuery& query) {
         return Fail(context, ExitStatus::kWrongCommandLine,
                     "model '" + query.model + "' has no column '" + *query.sort + "' to sort by");
     }
-    AgentAnswer answer = CallAction(context.agent, "EventLogManagerGetEvents", EventsRequest(query));
+    AgentAnswer answer = CallAction(context.agent, actions::kGetEvents, EventsRequest(query));
     if (!answer.IsDone()) {
         if (answer.status == 1 && query.since && query.until) {
             answer.error += "; it always does where --since and --until are given together";
@@ -93,8 +94,7 @@ ExitStatus ListEvents(CommandContext& context, const EventsQuery& query) {
 }
 
 ExitStatus PurgeEvents(CommandContext& context, const std::string& model, std::optional<int32_t> before) {
-    const AgentAnswer answer =
-        CallAction(context.agent, "EventLogManagerDeleteEvents", PurgeRequest(model, before));
+    const AgentAnswer answer = CallAction(context.agent, actions::kDeleteEvents, PurgeRequest(model, before));
     const std::string moment = before ? FormatLocalTime(*before) : std::string("now");
     return answer.IsDone() ? Done(context, "Events of model '" + model + "' before " + moment +
                                                " are queued for deletion.")

@@ -11,6 +11,7 @@
 #include "client/LineReader.h"
 #include "client/ProgressBar.h"
 #include "client/Requests.h"
+#include "contract/Actions.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ private:
             Refuse(error);
             return;
         }
-        const AgentAnswer answer = CallAction(context_.agent, "EventLogManagerCreateEvent",
+        const AgentAnswer answer = CallAction(context_.agent, actions::kCreateEvent,
                                               CreateRequest(definition_.name, std::move(eventParams)));
         if (answer.IsDone()) {
             ++imported_;

@@ -6,13 +6,14 @@
 #include "client/CommandOutput.h"
 #include "client/Commands.h"
 #include "client/TextTable.h"
+#include "contract/Actions.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
 AgentAnswer FetchModelList(AgentConnection& agent) {
-    return CallAction(agent, "EventLogManagerGetModelNames", Json::object());
+    return CallAction(agent, actions::kGetModelNames, Json::object());
 }
 
 bool HasModel(const AgentAnswer& list, const std::string& model) {
@@ -33,7 +34,7 @@ ExitStatus ConfirmDeletion(CommandContext& context, const std::string& model) {
     EventsQuery query;
     query.model = model;
     query.pageSize = 1;
-    const AgentAnswer answer = CallAction(context.agent, "EventLogManagerGetEvents", EventsRequest(query));
+    const AgentAnswer answer = CallAction(context.agent, actions::kGetEvents, EventsRequest(query));
     if (answer.exit == ExitStatus::kNoAgent) {
         return Fail(context, answer);
     }
@@ -108,11 +109,11 @@ ExitStatus ShowModel(CommandContext& context, const std::string& model) {
 }
 
 ExitStatus EnableModel(CommandContext& context, const std::string& model) {
-    return CallForModel(context, "EventLogManagerEnableModel", model, "is enabled.");
+    return CallForModel(context, actions::kEnableModel, model, "is enabled.");
 }
 
 ExitStatus DisableModel(CommandContext& context, const std::string& model) {
-    return CallForModel(context, "EventLogManagerDisableModel", model, "is disabled.");
+    return CallForModel(context, actions::kDisableModel, model, "is disabled.");
 }
 
 ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool yes) {
@@ -130,7 +131,7 @@ ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool y
         }
     }
     const AgentAnswer answer =
-        CallAction(context.agent, "EventLogManagerDeleteModels", DeleteModelsRequest({model}));
+        CallAction(context.agent, actions::kDeleteModels, DeleteModelsRequest({model}));
     if (!answer.IsDone()) {
         return Fail(context, answer);
     }
@@ -146,12 +147,12 @@ ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool y
 }
 
 ExitStatus ReloadModels(CommandContext& context) {
-    const AgentAnswer answer = CallAction(context.agent, "EventLogManagerReloadModels", Json::object());
+    const AgentAnswer answer = CallAction(context.agent, actions::kReloadModels, Json::object());
     return answer.IsDone()
                ? Done(context, "The model files were read; the agent's log says what was taken in.")
                : Fail(context, answer);
 }
 
 ExitStatus UploadEvents(CommandContext& context, const std::string& model) {
-    return CallForModel(context, "EventLogManagerUploadEvents", model, "is queued for upload.");
+    return CallForModel(context, actions::kUploadEvents, model, "is queued for upload.");
 }

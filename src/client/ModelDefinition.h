@@ -5,17 +5,11 @@
 #include <string_view>
 #include <vector>
 
-/// The types of parameters, as the agent spells them.
-inline constexpr std::string_view kTypeString = "_STRING_";
-inline constexpr std::string_view kTypeInteger = "_INTEGER_";
-inline constexpr std::string_view kTypeDouble = "_DOUBLE_";
-inline constexpr std::string_view kTypeTimestamp = "_TIMESTAMP_";
-inline constexpr std::string_view kTypeBoolean = "_BOOLEAN_";
-inline constexpr std::string_view kTypeEnum = "_ENUM_";
+#include "contract/ParamTypeTokens.h"
 
 struct ModelParameter {
     std::string name;
-    std::string type;  ///< one of the types above, or empty where the agent does not say
+    std::string type;  ///< one of ParamTypeTokens.h, or empty where the agent does not say
 };
 
 /// A model as the agent describes it; parameters in the model's own order.

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "host/log/LumDebug.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 
 namespace {

@@ -29,3 +29,6 @@
 /// True where the window was dealt with; false for null, for a model that is not automatic and where the
 /// database refused, which leaves the window to the next task. Runs on the processor thread.
 bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end, bool scheduled);
+
+/// The setting that lets automatic models be filled.
+extern std::atomic<bool> AggregationEnabled;

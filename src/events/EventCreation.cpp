@@ -7,15 +7,15 @@
 #include <string_view>
 #include <utility>
 
+#include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
 #include "host/text/LumFormat.h"
 #include "host/time/LumTime.h"
-#include "model/ContainerKeys.h"
 #include "model/Model.h"
 #include "model/ModelArguments.h"
+#include "model/ModuleLog.h"
 #include "model/ParamTypes.h"
-#include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 
 namespace {

@@ -5,11 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
 #include "model/ParamTypes.h"
-#include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 
 namespace {
@@ -135,7 +136,7 @@ uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
     if (events == nullptr) {
         return kActionFailed;
     }
-    answer.SetContainer(kActionResult, BuildResult(*model, *events, count));
+    answer.SetContainer(keys::kResult, BuildResult(*model, *events, count));
     return kActionDone;
 }
 

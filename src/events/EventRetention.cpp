@@ -3,11 +3,11 @@
 #include <ctime>
 #include <string_view>
 
+#include "contract/ContainerKeys.h"
 #include "events/Period.h"
 #include "events/TaskAction.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 
 int32_t DeletionCutOff(Policy policy, uint32_t timestamp, bool scheduled) {

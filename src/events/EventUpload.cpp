@@ -4,12 +4,12 @@
 #include <ctime>
 #include <string_view>
 
+#include "contract/ContainerKeys.h"
 #include "events/TaskAction.h"
 #include "host/core/FileStoreAction.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
 #include "model/ModelArguments.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 
 namespace {

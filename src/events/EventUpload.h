@@ -58,3 +58,6 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_
 /// Queues the upload of everything of one model since its last upload. "Values": "ModelName". Answers 0 once
 /// it is queued, 13 for a missing name or an unknown model. May be called from any thread.
 uint32_t ActionHandler_EventLogManagerUploadEvents(LumContainer* container);
+
+/// The setting that lets events and alerts go to the Master.
+extern std::atomic<bool> UploadEnabled;

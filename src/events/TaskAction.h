@@ -8,8 +8,8 @@
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
 #include "model/ModelArguments.h"
-#include "module/ModuleObjects.h"
-#include "sched/Task.h"
+#include "model/ModuleLog.h"
+#include "tasks/Task.h"
 
 /// What the two actions that queue a task share: finds the model that the arguments name and pushes what
 /// `makeTask(const Model_t&, const LumContainer& values)` makes. The routine names itself in its messages.

@@ -3,19 +3,17 @@
 #include <string>
 #include <string_view>
 
+#include "contract/FileStore.h"
+#include "contract/Statuses.h"
 #include "filestore/Outbox.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/core/FileStoreAction.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
 #include "host/log/LumDebug.h"
 #include "host/time/LumTime.h"
 
 namespace {
-
-constexpr uint32_t kActionDone = 0;
-constexpr uint32_t kActionRefused = 13;
 
 constexpr char kVersion[] = "1.0.0";
 

@@ -13,9 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "contract/FileStore.h"
 #include "filestore/Checksum.h"
 #include "filestore/FileNames.h"
-#include "host/core/FileStoreAction.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
 

@@ -6,7 +6,8 @@
 
 #include "host/log/LumDebug.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
 
 namespace {
 

@@ -1,9 +1,10 @@
 #include "model/ModelArguments.h"
 
+#include "contract/ContainerKeys.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
 #include "model/ParamTypes.h"
-#include "module/ModuleObjects.h"
 
 LumContainer DescribeParams(const Model_t& model) {
     LumContainer params;

@@ -112,3 +112,6 @@ private:
 
     LumMap<LumString, std::shared_ptr<ModelElement_t>> map_;
 };
+
+/// The models that the module knows: those that are registered and whose definition could be read.
+extern PtrModelElementColl_t ModelCollection;

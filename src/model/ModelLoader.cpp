@@ -9,7 +9,7 @@
 #include "host/log/LumDebug.h"
 #include "host/text/StringTokeniser.h"
 #include "host/xml/MarkupTree.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "contract/ParamTypeTokens.h"
 #include "host/text/LumFormat.h"
 #include "model/SqlText.h"
 
@@ -91,12 +92,12 @@ void CopyBoolean(const GenSqlResult& rows, uint32_t column, LumContainer& contai
 }
 
 constexpr std::array<ParamTypeTraits, 6> kTable = {{
-    {ParamType::kString, "_STRING_", "TEXT", AppendText, AppendTextDefault, CopyText},
-    {ParamType::kInteger, "_INTEGER_", "INTEGER", AppendInteger, AppendPlainDefault, CopyInteger},
-    {ParamType::kDouble, "_DOUBLE_", "FLOAT", AppendDouble, AppendDoubleDefault, CopyDouble},
-    {ParamType::kTimestamp, "_TIMESTAMP_", "TIMESTAMP", AppendInteger, AppendPlainDefault, CopyInteger},
-    {ParamType::kBoolean, "_BOOLEAN_", "BOOLEAN", AppendBoolean, AppendPlainDefault, CopyBoolean},
-    {ParamType::kEnum, "_ENUM_", "ENUM", AppendText, AppendTextDefault, CopyText},
+    {ParamType::kString, kTypeString, "TEXT", AppendText, AppendTextDefault, CopyText},
+    {ParamType::kInteger, kTypeInteger, "INTEGER", AppendInteger, AppendPlainDefault, CopyInteger},
+    {ParamType::kDouble, kTypeDouble, "FLOAT", AppendDouble, AppendDoubleDefault, CopyDouble},
+    {ParamType::kTimestamp, kTypeTimestamp, "TIMESTAMP", AppendInteger, AppendPlainDefault, CopyInteger},
+    {ParamType::kBoolean, kTypeBoolean, "BOOLEAN", AppendBoolean, AppendPlainDefault, CopyBoolean},
+    {ParamType::kEnum, kTypeEnum, "ENUM", AppendText, AppendTextDefault, CopyText},
 }};
 
 }  // namespace

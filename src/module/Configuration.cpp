@@ -3,12 +3,16 @@
 #include <string_view>
 #include <utility>
 
+#include "alerts/AlertGapTable.h"
+#include "contract/ContainerKeys.h"
+#include "events/EventAggregation.h"
+#include "events/EventUpload.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
 #include "host/ini/IniFile.h"
 #include "host/log/LumDebug.h"
-#include "model/ContainerKeys.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
+#include "store/Paths.h"
 
 namespace {
 
@@ -61,7 +65,7 @@ uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {
     }
     LumContainer values;
     static_cast<void>(
-        container->GetContainer(kActionValues, values));  // without it there is nothing to change
+        container->GetContainer(keys::kValues, values));  // without it there is nothing to change
     container->Clear();
     IniFile ini(IniFilePath);
     for (LumString name; values.GetNextName(name);) {
@@ -86,6 +90,6 @@ uint32_t ActionHandler_EventLogManagerGetValues(LumContainer* container) {
     values.SetBool(keys::kEnableAggregation, AggregationEnabled.load(std::memory_order_relaxed));
     values.SetInt32(keys::kAlertMinimumGap, AlertMinimumGap.load(std::memory_order_relaxed));
     container->Clear();
-    container->SetContainer(kActionValues, std::move(values));
+    container->SetContainer(keys::kValues, std::move(values));
     return kActionDone;
 }

@@ -5,6 +5,7 @@
 #include "admin/ModelListing.h"
 #include "admin/ModelState.h"
 #include "alerts/Alerts.h"
+#include "contract/Actions.h"
 #include "events/EventCreation.h"
 #include "events/EventQuery.h"
 #include "events/EventRetention.h"
@@ -15,8 +16,8 @@
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "model/CheckModels.h"
+#include "model/ModuleLog.h"
 #include "module/Configuration.h"
-#include "module/ModuleObjects.h"
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/DatabaseSetup.h"
@@ -37,26 +38,26 @@ constexpr const char* kBuildTag = "121004r";
 constexpr uint32_t kCancelWaitMs = 3000;
 
 struct Action {
-    const char* signature;
+    const char* name;
+    const char* parameters;
     ActionHandler handler;
 };
 
 constexpr Action kActions[] = {
-    {"EventLogManagerSetValues (container Values)", ActionHandler_EventLogManagerSetValues},
-    {"EventLogManagerGetValues ()", ActionHandler_EventLogManagerGetValues},
-    {"EventLogManagerReloadModels ()", ActionHandler_EventLogManagerReloadModels},
-    {"EventLogManagerDeleteModels (container Values)", ActionHandler_EventLogManagerDeleteModels},
-    {"EventLogManagerGetModelNames ()", ActionHandler_EventLogManagerGetModelNames},
-    {"EventLogManagerGetModel (container Values)", ActionHandler_EventLogManagerGetModel},
-    {"EventLogManagerEnableModel (container Values)", ActionHandler_EventLogManagerEnableModel},
-    {"EventLogManagerDisableModel (container Values)", ActionHandler_EventLogManagerDisableModel},
-    {"EventLogManagerCreateEvent (container Values)", ActionHandler_EventLogManagerCreateEvent},
-    {"EventLogManagerUploadEvents (container Values)", ActionHandler_EventLogManagerUploadEvents},
-    {"EventLogManagerDeleteEvents (container Values)", ActionHandler_EventLogManagerDeleteEvents},
-    {"EventLogManagerGetEvents (container Values)", ActionHandler_EventLogManagerGetEvents},
-    {"EventLogManagerCheckAlertMinimumGap (container Values)",
-     ActionHandler_EventLogManagerCheckAlertMinimumGap},
-    {"EventLogManagerCreateAlert (container Values)", ActionHandler_EventLogManagerCreateAlert},
+    {actions::kSetValues, "(container Values)", ActionHandler_EventLogManagerSetValues},
+    {actions::kGetValues, "()", ActionHandler_EventLogManagerGetValues},
+    {actions::kReloadModels, "()", ActionHandler_EventLogManagerReloadModels},
+    {actions::kDeleteModels, "(container Values)", ActionHandler_EventLogManagerDeleteModels},
+    {actions::kGetModelNames, "()", ActionHandler_EventLogManagerGetModelNames},
+    {actions::kGetModel, "(container Values)", ActionHandler_EventLogManagerGetModel},
+    {actions::kEnableModel, "(container Values)", ActionHandler_EventLogManagerEnableModel},
+    {actions::kDisableModel, "(container Values)", ActionHandler_EventLogManagerDisableModel},
+    {actions::kCreateEvent, "(container Values)", ActionHandler_EventLogManagerCreateEvent},
+    {actions::kUploadEvents, "(container Values)", ActionHandler_EventLogManagerUploadEvents},
+    {actions::kDeleteEvents, "(container Values)", ActionHandler_EventLogManagerDeleteEvents},
+    {actions::kGetEvents, "(container Values)", ActionHandler_EventLogManagerGetEvents},
+    {actions::kCheckAlertMinimumGap, "(container Values)", ActionHandler_EventLogManagerCheckAlertMinimumGap},
+    {actions::kCreateAlert, "(container Values)", ActionHandler_EventLogManagerCreateAlert},
 };
 
 void ModuleRegister(void* agentHandle) {
@@ -64,7 +65,7 @@ void ModuleRegister(void* agentHandle) {
     ModuleDebug.TraceWithNL("Module Register starting");
     for (const Action& action : kActions) {
         // The registry says what it refuses; an action that is missing keeps none of the others.
-        ActionDbRegisterAction(action.signature, action.handler, agentHandle);
+        ActionDbRegisterAction(LumString(action.name) + " " + action.parameters, action.handler, agentHandle);
     }
 }
 

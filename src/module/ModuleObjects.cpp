@@ -1,14 +1,13 @@
-#include "module/ModuleObjects.h"
-
 #include "alerts/AlertGapTable.h"
-#include "host/database/Database.h"
-#include "host/log/LumDebug.h"
-#include "host/text/LumString.h"
-#include "host/thread/LumMutex.h"
+#include "events/EventAggregation.h"
+#include "events/EventUpload.h"
 #include "model/ModelElement.h"
-#include "sched/Task.h"
+#include "model/ModuleLog.h"
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
+#include "store/DatabaseScope.h"
+#include "store/Paths.h"
+#include "tasks/Task.h"
 
 // Made from the top down when the library is loaded, destroyed from the bottom up when it is unloaded: the
 // threads end before anything that they use goes, and the logger, which all others write to, comes first and

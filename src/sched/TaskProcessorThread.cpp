@@ -9,8 +9,9 @@
 #include "events/EventUpload.h"
 #include "host/log/LumDebug.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
-#include "sched/Task.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
+#include "tasks/Task.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>

@@ -13,3 +13,5 @@ public:
 
     void ThreadMain() override;
 };
+
+extern TaskProcessorThread ProcessorThread;

@@ -6,9 +6,10 @@
 #include "host/log/LumDebug.h"
 #include "host/time/LumTime.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
-#include "sched/Task.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "tasks/Task.h"
 
 namespace {
 

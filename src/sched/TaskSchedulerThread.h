@@ -43,3 +43,5 @@ private:
     /// Seconds since 1970 UTC; 0 before the first cycle. Used on the thread alone.
     int32_t lastTimestamp_ = 0;
 };
+
+extern TaskSchedulerThread SchedulerThread;

@@ -4,7 +4,7 @@
 
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 
 namespace {
 

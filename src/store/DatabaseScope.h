@@ -5,7 +5,14 @@
 
 #include "host/database/Database.h"
 #include "host/text/LumString.h"
+#include "host/thread/LumMutex.h"
 #include "host/thread/LumThreadSafety.h"
+#include "model/ModuleLog.h"
+
+extern DBConnectionPool DatabasePool;
+/// Taken around every statement on DatabasePool, before the connection is made. The first of the module's
+/// locks: AlertGapMutex may be taken while it is held, never the other way round.
+extern LumMutex DatabaseMutex;
 
 /// What every routine does around its work on the database: takes DatabaseMutex, says in the log when it
 /// cannot, and has a connection, made after the lock was taken. Belongs to one thread.

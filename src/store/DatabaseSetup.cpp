@@ -4,8 +4,9 @@
 
 #include "host/database/Database.h"
 #include "host/log/LumDebug.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "store/Paths.h"
 
 namespace {
 

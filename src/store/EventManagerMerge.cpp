@@ -6,7 +6,7 @@
 #include "host/database/Database.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "store/SchemaUpgrades.h"
 

@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include "module/ModuleObjects.h"
-
 namespace {
 
 constexpr const char* kSeparator = "/";

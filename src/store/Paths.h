@@ -15,6 +15,12 @@ struct ModulePaths {
 
 [[nodiscard]] ModulePaths BuildModulePaths(const LumString& configDirectory, const LumString& dataDirectory);
 
+/// Written by ModuleInitialise, before any other thread runs in the module, and only read from then on.
+extern LumString IniFilePath;
+extern LumString DataDirectory;
+extern LumString DatabasePath;
+extern LumString ModelsDirectory;
+
 /// Where everything that is filed of a model lies.
 [[nodiscard]] LumString ModelDirectory(const LumString& modelName);
 /// Where the definition with that checksum is filed.

@@ -8,8 +8,8 @@
 
 #include "host/database/Database.h"
 #include "host/log/LumDebug.h"
+#include "model/ModuleLog.h"
 #include "model/SqlText.h"
-#include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
 #include "store/OffsetColumn.h"

@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
+#include "contract/FileStore.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/FileStoreAction.h"

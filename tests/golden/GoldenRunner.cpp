@@ -8,6 +8,7 @@
 
 #include "ScratchAgent.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumPattern.h"
 
 // Runs one case against the module. docs/testing.md says what a case may hold.
 

@@ -9,7 +9,7 @@
 #include <dlfcn.h>
 #include <sqlite3.h>
 
-#include "host/core/FileStoreAction.h"
+#include "contract/FileStore.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"

@@ -8,20 +8,25 @@
 #include <utility>
 #include <vector>
 
+#include "contract/FileStore.h"
+#include "events/EventAggregation.h"
+#include "events/EventUpload.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/core/FileStoreAction.h"
 #include "host/database/Database.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
-#include "sched/Task.h"
+#include "model/ModelElement.h"
+#include "model/ModuleLog.h"
+#include "store/DatabaseScope.h"
 #include "store/DatabaseSetup.h"
 #include "store/ModelRegistry.h"
+#include "store/Paths.h"
 #include "support/LogLines.h"
 #include "support/TempDirectory.h"
+#include "tasks/Task.h"
 
 /// What a test says of a model; everything has a value that is of no concern.
 struct ModelText {

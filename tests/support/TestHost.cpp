@@ -13,8 +13,9 @@
 #include "host/core/ModuleInterface.h"
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
+#include "model/ModuleLog.h"
 #include "module/ModuleMain.h"
-#include "module/ModuleObjects.h"
+#include "store/DatabaseScope.h"
 
 namespace {
 

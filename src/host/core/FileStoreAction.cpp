@@ -1,5 +1,6 @@
 #include "host/core/FileStoreAction.h"
 
+#include "contract/FileStore.h"
 #include "host/core/ActionDb.h"
 
 void FileStoreHandOver(const LumContainer& content, const char* kind, std::optional<int32_t> priority) {

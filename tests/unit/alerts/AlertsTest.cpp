@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include "alerts/AlertGapTable.h"
 #include "alerts/Alerts.h"
+#include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
 #include "support/ModuleHarness.h"
 
@@ -23,7 +25,7 @@ protected:
         if (*description != '\0') {
             container.SetString("Description", description);
         }
-        container.SetContainer(kActionValues, values);
+        container.SetContainer(keys::kValues, values);
         return ActionHandler_EventLogManagerCreateAlert(&container);
     }
     static uint32_t Check(uint32_t time) {

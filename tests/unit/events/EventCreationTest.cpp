@@ -7,7 +7,7 @@
 #include "events/EventCreation.h"
 #include "host/container/LumContainer.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
+#include "model/ModelElement.h"
 #include "support/TestHost.h"
 #include "support/TimeZone.h"
 

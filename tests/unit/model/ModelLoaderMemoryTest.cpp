@@ -6,7 +6,7 @@
 
 #include "host/log/LumDebug.h"
 #include "model/ModelLoader.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "support/LogLines.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include "host/log/LumDebug.h"
 #include "model/ModelLoader.h"
-#include "module/ModuleObjects.h"
+#include "model/ModuleLog.h"
 #include "support/LogLines.h"
 #include "support/TestHost.h"
 

@@ -1,8 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "alerts/AlertGapTable.h"
+#include "events/EventUpload.h"
 #include "module/Configuration.h"
-#include "module/ModuleObjects.h"
 #include "support/TestHost.h"
 
 namespace {

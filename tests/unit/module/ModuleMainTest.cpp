@@ -9,7 +9,7 @@
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "module/ModuleMain.h"
-#include "module/ModuleObjects.h"
+#include "store/Paths.h"
 #include "support/TestHost.h"
 
 namespace {

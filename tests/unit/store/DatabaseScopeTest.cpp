@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "host/thread/LumMutex.h"
-#include "module/ModuleObjects.h"
 #include "store/DatabaseScope.h"
 #include "support/TestHost.h"
 

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include "host/database/Database.h"
-#include "module/ModuleObjects.h"
 #include "store/DatabaseSetup.h"
 #include "support/TestHost.h"
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "host/database/Database.h"
-#include "module/ModuleObjects.h"
 #include "store/EventManagerMerge.h"
 #include "support/TestHost.h"
 

@@ -8,7 +8,8 @@
 #include <unistd.h>
 
 #include "host/thread/LumMutex.h"
-#include "module/ModuleObjects.h"
+#include "model/ModelElement.h"
+#include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
 #include "store/Paths.h"
 #include "support/TestHost.h"

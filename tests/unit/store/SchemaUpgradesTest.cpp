@@ -7,7 +7,8 @@
 
 #include "host/database/Database.h"
 #include "model/Model.h"
-#include "module/ModuleObjects.h"
+#include "model/ModelElement.h"
+#include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
 #include "store/SchemaUpgrades.h"
 #include "support/FaultVfs.h"

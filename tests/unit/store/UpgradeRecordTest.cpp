@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "module/ModuleObjects.h"
 #include "store/UpgradeRecord.h"
 #include "support/FaultVfs.h"
 #include "support/RawSqlite.h"

@@ -1,4 +1,4 @@
-#include "sched/Task.h"
+#include "tasks/Task.h"
 
 #include <new>
 

@@ -67,3 +67,6 @@ public:
 private:
     NodeList tasks_;
 };
+
+/// What the scheduler and the actions queue and the processor works off.
+extern PtrTaskQueue_t TaskQueue;

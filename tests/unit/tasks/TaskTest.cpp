@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sched/Task.h"
+#include "tasks/Task.h"
 
 namespace {
 

@@ -1,9 +1,14 @@
 #pragma once
 
-/// The names in the containers of the module's actions and upload files. (The alert actions have their own,
-/// and so has the host's file store.)
+/// The names in the containers of the actions and of the files for the Master. (FileStore.h has the file
+/// store's.)
 
 namespace keys {
+
+/// The sub-container of an action's arguments, and of an answer that has the same shape.
+inline constexpr const char* kValues = "Values";
+/// The sub-container of any other answer.
+inline constexpr const char* kResult = "Result";
 
 inline constexpr const char* kModelName = "ModelName";
 inline constexpr const char* kModelClass = "ModelClass";
@@ -33,5 +38,14 @@ inline constexpr const char* kSortDirection = "SortDirection";
 inline constexpr const char* kEnableUpload = "EnableUpload";
 inline constexpr const char* kEnableAggregation = "EnableAggregation";
 inline constexpr const char* kAlertMinimumGap = "AlertMinimumGap";
+
+inline constexpr const char* kAlertDescription = "Description";
+inline constexpr const char* kAlertStatus = "Status";
+inline constexpr const char* kAlertObjectId = "ObjectId";
+inline constexpr const char* kAlertEventTimeGmt = "EventTimeGMT";
+inline constexpr const char* kAlertVariables = "EventManagerVariables";
+inline constexpr const char* kAlertVariableEntry = "EventManagerVariableEntry";
+inline constexpr const char* kAlertVariableValue = "EventManagerVariableValue";
+inline constexpr const char* kAlertType = "EventManagerType";
 
 }  // namespace keys
