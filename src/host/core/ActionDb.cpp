@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "host/core/LumCaller.h"
 #include "host/log/LumDebug.h"
 
 namespace {
@@ -214,6 +215,7 @@ bool ActionDbCallAction(const LumString& name, LumContainer& container, uint32_t
 bool ActionDbInvokeContainer(void* /*handle*/, const LumString& /*target*/, const LumString& name,
                              const LumContainer& arguments, LumContainer* answer, uint32_t /*priority*/,
                              uint32_t /*timeout*/, bool /*wait*/) {
+    const LumCallerScope asModule(nullptr);
     LumContainer container = arguments;
     uint32_t status = 0;
     if (!ActionDbCallAction(name, container, status)) {

@@ -48,7 +48,8 @@ LUM_API void ActionDbUnregisterModule(void* agentHandle);
                                               uint32_t& status);
 
 /// Delivers `arguments` to the action `name` on this thread before it returns; true where the action is known
-/// (else one warning of the host's logger). `target` is empty: there is one agent. `answer`, where not null,
+/// (else one warning of the host's logger). The call comes from a module, whoever that one acts for: see
+/// LumCaller.h. `target` is empty: there is one agent. `answer`, where not null,
 /// receives the container as the handler left it. `handle` and the last three arguments are for hosts that
 /// queue or forward actions: a caller passes null, 0xFFFFFFFF, 0xFFFFFFFF and false.
 LUM_API bool ActionDbInvokeContainer(void* handle, const LumString& target, const LumString& name,
