@@ -2,188 +2,85 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <exception>
 #include <optional>
-#include <pugixml.hpp>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
+
+#include <expat.h>
 
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
-#include "host/text/LumUtf8.h"
 
 namespace {
 
 constexpr std::string_view kParseFileRoutine = "MarkupTree::ParseFile";
 constexpr std::string_view kParseTextRoutine = "MarkupTree::ParseText";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-// Values stay raw, so that a position in one is a position in the file; Decode does the rest.
-constexpr unsigned kParseOptions = pugi::parse_cdata | pugi::parse_ws_pcdata_single |
-                                   pugi::parse_declaration | pugi::parse_doctype | pugi::parse_fragment;
-
-/// What is wrong with a document, and where. The reason is a constant text.
+/// What is wrong with a document, and where.
 struct Defect {
-    std::size_t offset;
-    std::string_view reason;
+    MarkupPosition position;
+    LumString reason;
 };
 
 using MaybeDefect = std::optional<Defect>;
 
-bool IsXmlCharacter(char32_t c) {
-    return c == '\t' || c == '\n' || c == '\r' || (c >= 0x20 && c != 0xFFFE && c != 0xFFFF);
-}
-
-/// Checks the encoding and the characters, which the parser does not.
-MaybeDefect CheckCharacters(std::string_view text) {
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t start = at;
-        const char32_t character = LumNextUtf8(text, at);
-        if (character == kLumReplacementCharacter && at - start == 1) {
-            return Defect{start, "not UTF-8"};
-        }
-        if (!IsXmlCharacter(character)) {
-            return Defect{start, "a character that is not allowed"};
-        }
-    }
-    return std::nullopt;
-}
-
-/// The character that the reference between & and ; stands for; 0 where there is none.
-char32_t ReferencedCharacter(std::string_view name) {
-    constexpr std::pair<std::string_view, char32_t> kNamed[] = {
-        {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
-    for (const auto& [known, character] : kNamed) {
-        if (name == known) {
-            return character;
+/// The parser's name of the encoding that a document declares; null where the encoding is not supported.
+const char* KnownEncoding(const LumString& declared) {
+    constexpr std::pair<const char*, const char*> kNames[] = {{"UTF-8", "UTF-8"},
+                                                              {"UTF8", "UTF-8"},
+                                                              {"UTF-16", "UTF-16"},
+                                                              {"UTF16", "UTF-16"},
+                                                              {"UTF-16LE", "UTF-16LE"},
+                                                              {"UTF-16BE", "UTF-16BE"},
+                                                              {"US-ASCII", "US-ASCII"},
+                                                              {"ASCII", "US-ASCII"},
+                                                              {"ANSI_X3.4-1968", "US-ASCII"},
+                                                              {"ISO646-US", "US-ASCII"},
+                                                              {"ISO-8859-1", "ISO-8859-1"},
+                                                              {"ISO8859-1", "ISO-8859-1"},
+                                                              {"ISO_8859-1", "ISO-8859-1"},
+                                                              {"LATIN1", "ISO-8859-1"},
+                                                              {"LATIN-1", "ISO-8859-1"},
+                                                              {"L1", "ISO-8859-1"},
+                                                              {"CP819", "ISO-8859-1"},
+                                                              {"IBM819", "ISO-8859-1"}};
+    for (const auto& [name, known] : kNames) {
+        if (declared.IsEqualTo(name, false)) {
+            return known;
         }
     }
-    const int base = name.starts_with("#x") ? 16 : 10;
-    if (!name.starts_with('#')) {
-        return 0;
-    }
-    name.remove_prefix(base == 16 ? 2 : 1);
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number, base);
-    const bool whole = error == std::errc() && end == name.data() + name.size();
-    const auto character = static_cast<char32_t>(number);
-    const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
-    return whole && IsXmlCharacter(character) && !isSurrogate && character <= 0x10FFFF ? character : 0;
+    return nullptr;
 }
 
-/// Appends `raw`, which begins at `offset` of the document, with its line ends made one newline each and,
-/// where `withReferences`, its references replaced.
-MaybeDefect Decode(std::string_view raw, std::size_t offset, bool withReferences, std::string& out) {
-    for (std::size_t at = 0; at < raw.size(); ++at) {
-        if (raw[at] == '\r') {
-            out += '\n';
-            at += raw.substr(at + 1).starts_with('\n') ? 1 : 0;
-        } else if (raw[at] == '&' && withReferences) {
-            const std::size_t end = std::min(raw.find(';', at), raw.size());
-            const char32_t character = ReferencedCharacter(raw.substr(at + 1, end - at - 1));
-            if (end == raw.size() || character == 0) {
-                return Defect{offset + at, "an unknown reference"};
-            }
-            LumAppendUtf8(out, character);
-            at = end;
-        } else {
-            out += raw[at];
+/// Whether a document may declare `known` where it is in `actual`, as its mark or its declaration says.
+bool Agrees(std::string_view known, std::string_view actual) {
+    return known == actual || (known == "UTF-16" && actual.starts_with(known)) ||
+           (known == "US-ASCII" && actual == "UTF-8");
+}
+
+/// Removes the byte order mark and returns the encoding that it stands for; null where there is none.
+const char* RemoveMark(std::string_view& text) {
+    constexpr std::pair<std::string_view, const char*> kMarks[] = {
+        {"\xEF\xBB\xBF", "UTF-8"}, {"\xFF\xFE", "UTF-16LE"}, {"\xFE\xFF", "UTF-16BE"}};
+    for (const auto& [mark, encoding] : kMarks) {
+        if (text.starts_with(mark)) {
+            text.remove_prefix(mark.size());
+            return encoding;
         }
     }
-    return std::nullopt;
+    return nullptr;
 }
 
-std::size_t OffsetOf(const char* position, const char* document) {
-    return static_cast<std::size_t>(position - document);
+/// UTF-16 is taken with a byte order mark only: without one its first character has a null byte.
+bool IsUnmarkedUtf16(std::string_view text) {
+    return text.substr(0, 2).find('\0') != std::string_view::npos;
 }
 
-MaybeDefect CheckAttributes(pugi::xml_node node, const char* document) {
-    std::vector<std::string_view> names;
-    for (const pugi::xml_attribute attribute : node.attributes()) {
-        const std::string_view value = attribute.value();
-        const std::size_t offset = OffsetOf(attribute.value(), document);
-        if (value.find('<') != std::string_view::npos) {
-            return Defect{offset + value.find('<'), "< in an attribute"};
-        }
-        std::string unused;
-        if (const MaybeDefect defect = Decode(value, offset, true, unused)) {
-            return defect;
-        }
-        names.emplace_back(attribute.name());
-    }
-    std::sort(names.begin(), names.end());
-    const auto twice = std::adjacent_find(names.begin(), names.end());
-    if (twice != names.end()) {
-        return Defect{OffsetOf(std::max(twice->data(), (twice + 1)->data()), document),
-                      "an attribute stands twice"};
-    }
-    return std::nullopt;
-}
-
-MaybeDefect CheckDeclaration(pugi::xml_node declaration, const char* document) {
-    const std::size_t offset = OffsetOf(declaration.name(), document);
-    if (offset != std::strlen("<?")) {
-        return Defect{offset, "an XML declaration behind the start"};
-    }
-    const pugi::xml_attribute encoding = declaration.attribute("encoding");
-    const LumString name(encoding.value());
-    if (encoding && !name.IsEqualTo("UTF-8", false) && !name.IsEqualTo("US-ASCII", false)) {
-        return Defect{OffsetOf(encoding.value(), document), "declared as another encoding than UTF-8"};
-    }
-    return std::nullopt;
-}
-
-MaybeDefect CheckDoctype(pugi::xml_node doctype, bool isFirst, const char* document) {
-    const std::string_view value = doctype.value();
-    const std::size_t offset = OffsetOf(doctype.value(), document);
-    if (!isFirst) {
-        return Defect{offset, "a document type behind its place"};
-    }
-    const std::size_t entity = value.find("<!ENTITY");
-    if (entity != std::string_view::npos) {
-        return Defect{offset + entity, "an entity is declared"};
-    }
-    return std::nullopt;
-}
-
-/// Finds the root element, and checks what stands beside it.
-MaybeDefect FindRoot(const pugi::xml_document& document, const std::string& text, pugi::xml_node& root) {
-    const char* const buffer = text.data();
-    bool hasDoctype = false;
-    for (const pugi::xml_node node : document.children()) {
-        MaybeDefect defect;
-        if (node.type() == pugi::node_declaration) {
-            defect = CheckDeclaration(node, buffer);
-        } else if (node.type() == pugi::node_doctype) {
-            defect = CheckDoctype(node, !hasDoctype && !root, buffer);
-            hasDoctype = true;
-        } else if (node.type() != pugi::node_element) {
-            defect = Defect{OffsetOf(node.value(), buffer), "text outside of the root element"};
-        } else if (root) {
-            defect = Defect{OffsetOf(node.name(), buffer), "a second root element"};
-        } else {
-            root = node;
-        }
-        if (defect.has_value()) {
-            return defect;
-        }
-    }
-    return root ? std::nullopt : MaybeDefect(Defect{text.size(), "no root element"});
-}
-
-/// Line and column of `offset`, both from 1, the column in characters.
-std::pair<uint32_t, uint32_t> LineAndColumn(std::string_view text, std::size_t offset) {
-    uint32_t line = 1;
-    uint32_t column = 1;
-    for (std::size_t at = 0; at < std::min(offset, text.size());) {
-        const bool endsLine =
-            text[at] == '\n' || (text[at] == '\r' && !text.substr(at + 1).starts_with('\n'));
-        static_cast<void>(LumNextUtf8(text, at));  // only the step counts
-        line += endsLine ? 1 : 0;
-        column = endsLine ? 1 : column + 1;
-    }
-    return {line, column};
+bool IsBlank(std::string_view text) {
+    return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
 /// One name of a path: a tag name and the index among the siblings of that name.
@@ -240,78 +137,155 @@ struct MarkupTree::Cursor {
     std::vector<Place> places;
 };
 
-/// Parses one document, refuses what the parser lets pass, and turns the parser's tree into nodes.
+/// Parses one document in one encoding and makes nodes of it.
 class MarkupTree::Builder {
 public:
-    explicit Builder(std::string_view text) : buffer_(text) {}
+    /// `encoding` is what the document is in, whatever it declares; null for the declared one.
+    Builder(std::string_view text, const char* encoding)
+        : text_(text), parser_(XML_ParserCreate(encoding), XML_ParserFree), encoding_(encoding) {}
 
     /// Puts the root element with all that it holds into `root`. After a defect `root` may hold a part of it.
     MaybeDefect Build(std::unique_ptr<MarkupElementNode>& root) {
-        // The null byte behind the text counts as read: without it the parser gives up the last character.
-        const pugi::xml_parse_result result = document_.load_buffer_inplace(
-            buffer_.data(), buffer_.size() + 1, kParseOptions, pugi::encoding_utf8);
-        if (!result) {
-            return Defect{static_cast<std::size_t>(result.offset), result.description()};
+        if (parser_ == nullptr) {
+            return Defect{{1, 1}, "Memory error"};
         }
-        pugi::xml_node node;
-        const MaybeDefect defect = FindRoot(document_, buffer_, node);
-        return defect.has_value() ? defect : BuildElements(node, root);
+        if (encoding_ == nullptr && IsUnmarkedUtf16(text_)) {
+            return Defect{{1, 1}, "UTF-16 without a byte order mark"};
+        }
+        root_ = &root;
+        SetHandlers();
+        const XML_Status status =
+            XML_Parse(parser_.get(), text_.data(), static_cast<int>(text_.size()), XML_TRUE);
+        if (status == XML_STATUS_ERROR && !defect_.has_value()) {
+            defect_ = Defect{Position(), XML_ErrorString(XML_GetErrorCode(parser_.get()))};
+        }
+        return std::exchange(defect_, std::nullopt);
     }
+
+    /// After Build: the parser's name of the encoding where the document declares it by another name. The
+    /// document is then to be built again in this encoding.
+    [[nodiscard]] const char* OtherNameOfEncoding() const { return otherName_; }
 
 private:
-    /// Without recursion, as it is the document that chooses the depth.
-    MaybeDefect BuildElements(pugi::xml_node rootNode, std::unique_ptr<MarkupElementNode>& root) {
-        root.reset(new MarkupElementNode(rootNode.name()));
-        MaybeDefect defect = CheckAttributes(rootNode, buffer_.data());
-        std::vector<std::pair<pugi::xml_node, MarkupElementNode*>> open{{rootNode.first_child(), root.get()}};
-        while (!defect.has_value() && !open.empty()) {
-            const auto [node, parent] = open.back();
-            if (!node) {
-                open.pop_back();
-                continue;
-            }
-            open.back().first = node.next_sibling();
-            if (node.type() != pugi::node_element) {
-                defect = AddText(node, *parent);
-            } else if (open.size() == kMaxDepth) {
-                defect = Defect{OffsetOf(node.name(), buffer_.data()), "nested too deep"};
-            } else {
-                defect = CheckAttributes(node, buffer_.data());
-                open.emplace_back(node.first_child(), AddElement(node, *parent));
-            }
+    /// Calls a handler with what the parser gives. No exception may leave it, as the parser is written in C.
+    template <auto Handler, class... Args>
+    static void Call(void* builder, Args... args) {
+        auto& self = *static_cast<Builder*>(builder);
+        if (self.defect_.has_value()) {
+            return;  // the parser may call on until it returns
         }
-        return defect;
+        try {
+            (self.*Handler)(args...);
+        } catch (const std::exception&) {
+            self.Refuse("Memory error");
+        }
     }
 
-    static MarkupElementNode* AddElement(pugi::xml_node node, MarkupElementNode& parent) {
-        std::unique_ptr<MarkupElementNode> element(new MarkupElementNode(node.name()));
+    void SetHandlers() {
+        XML_Parser parser = parser_.get();
+        XML_SetUserData(parser, this);
+        XML_SetXmlDeclHandler(parser, Call<&Builder::OnDeclaration>);
+        XML_SetElementHandler(parser, Call<&Builder::OnStart>, Call<&Builder::OnEnd>);
+        XML_SetCharacterDataHandler(parser, Call<&Builder::OnText>);
+        XML_SetCdataSectionHandler(parser, Call<&Builder::OnSectionStart>, Call<&Builder::OnSectionEnd>);
+        XML_SetCommentHandler(parser, Call<&Builder::OnComment>);
+        XML_SetProcessingInstructionHandler(parser, Call<&Builder::OnInstruction>);
+        XML_SetEntityDeclHandler(parser, Call<&Builder::OnEntityDeclaration>);
+        XML_SetSkippedEntityHandler(parser, Call<&Builder::OnSkippedEntity>);
+    }
+
+    void OnDeclaration(const XML_Char* /*version*/, const XML_Char* encoding, int /*standalone*/) {
+        if (encoding == nullptr) {
+            return;
+        }
+        const LumString declared(encoding);
+        const char* const known = KnownEncoding(declared);
+        LumString reason;
+        if (known == nullptr) {
+            reason.Printf("the encoding %S is not supported", declared);
+            Refuse(reason);
+        } else if (encoding_ != nullptr && !Agrees(known, encoding_)) {
+            reason.Printf("the encoding %S is declared, but the byte order mark is that of %s", declared,
+                          encoding_);
+            Refuse(reason);
+        } else if (encoding_ == nullptr && !declared.IsEqualTo(known, false)) {
+            otherName_ = known;
+            Refuse("declared by another name");
+        }
+    }
+
+    void OnStart(const XML_Char* name, const XML_Char** /*attributes*/) {
+        EndRun(false);
+        if (open_.size() == kMaxDepth) {
+            Refuse("nested too deep");
+            return;
+        }
+        std::unique_ptr<MarkupElementNode> element(new MarkupElementNode(Position(), LumString(name)));
         MarkupElementNode* const added = element.get();
-        parent.children_.push_back(std::move(element));
-        return added;
+        if (open_.empty()) {
+            *root_ = std::move(element);
+        } else {
+            open_.back()->children_.push_back(std::move(element));
+        }
+        open_.push_back(added);
     }
 
-    MaybeDefect AddText(pugi::xml_node node, MarkupElementNode& parent) {
-        const bool isCharacterData = node.type() == pugi::node_cdata;
-        const std::string_view raw = node.value();
-        const std::size_t offset = OffsetOf(node.value(), buffer_.data());
-        const std::size_t sectionEnd = isCharacterData ? std::string_view::npos : raw.find("]]>");
-        if (sectionEnd != std::string_view::npos) {
-            return Defect{offset + sectionEnd, "]]> outside of a character data section"};
-        }
-        std::string data;
-        const MaybeDefect defect = Decode(raw, offset, !isCharacterData, data);
-        if (!defect.has_value()) {
-            parent.children_.push_back(
-                std::unique_ptr<MarkupNode>(new MarkupTextNode(LumString(std::move(data)))));
-        }
-        return defect;
+    void OnEnd(const XML_Char* /*name*/) {
+        EndRun(open_.back()->children_.empty());
+        open_.pop_back();
     }
 
-    std::string buffer_;
-    pugi::xml_document document_;
+    void OnText(const XML_Char* text, int length) {
+        if (run_.empty()) {
+            runStart_ = Position();
+        }
+        run_.append(text, static_cast<std::size_t>(length));
+    }
+
+    void OnSectionStart() { EndRun(false); }
+    void OnSectionEnd() { EndRun(true); }
+    void OnComment(const XML_Char* /*text*/) { EndRun(false); }
+    void OnInstruction(const XML_Char* /*target*/, const XML_Char* /*data*/) { EndRun(false); }
+    void OnEntityDeclaration(const XML_Char* /*name*/, int /*isParameter*/, const XML_Char* /*value*/,
+                             int /*length*/, const XML_Char* /*base*/, const XML_Char* /*systemId*/,
+                             const XML_Char* /*publicId*/, const XML_Char* /*notation*/) {
+        Refuse("an entity is declared");
+    }
+    void OnSkippedEntity(const XML_Char* /*name*/, int /*isParameter*/) { Refuse("undefined entity"); }
+
+    /// Makes a node of the text since the last node; blank text only where `withBlank`.
+    void EndRun(bool withBlank) {
+        if (!run_.empty() && !open_.empty() && (withBlank || !IsBlank(run_))) {
+            open_.back()->children_.push_back(
+                std::unique_ptr<MarkupNode>(new MarkupTextNode(runStart_, LumString(std::move(run_)))));
+        }
+        run_.clear();
+    }
+
+    void Refuse(const LumString& reason) {
+        defect_ = Defect{Position(), reason};
+        static_cast<void>(
+            XML_StopParser(parser_.get(), XML_FALSE));  // fails only where it is stopped already
+    }
+
+    /// Where the parser is. The column counts characters.
+    [[nodiscard]] MarkupPosition Position() const {
+        return {static_cast<uint32_t>(XML_GetCurrentLineNumber(parser_.get())),
+                static_cast<uint32_t>(XML_GetCurrentColumnNumber(parser_.get())) + 1};
+    }
+
+    const std::string_view text_;
+    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser_;
+    const char* const encoding_;
+    const char* otherName_ = nullptr;
+    std::unique_ptr<MarkupElementNode>* root_ = nullptr;
+    std::vector<MarkupElementNode*> open_;
+    std::string run_;
+    MarkupPosition runStart_;
+    MaybeDefect defect_;
 };
 
-MarkupNode::MarkupNode() = default;
+MarkupNode::MarkupNode(MarkupPosition position) : position_(position) {}
 MarkupNode::~MarkupNode() = default;
 
 MarkupTree::MarkupTree() : cursor_(std::make_unique<Cursor>()) {}
@@ -340,21 +314,19 @@ bool MarkupTree::ParseText(const LumString& text, const LumString& name) {
 
 bool MarkupTree::Parse(std::string_view text, std::string_view routine, const LumString& name) {
     cursor_->places.clear();
-    if (text.starts_with(kByteOrderMark)) {
-        text.remove_prefix(kByteOrderMark.size());
-    }
-    MaybeDefect defect = CheckCharacters(text);
-    if (!defect.has_value()) {
-        Builder builder(text);
-        defect = builder.Build(root_);
+    const char* const marked = RemoveMark(text);
+    Builder asDeclared(text, marked);
+    MaybeDefect defect = asDeclared.Build(root_);
+    if (asDeclared.OtherNameOfEncoding() != nullptr) {
+        Builder again(text, asDeclared.OtherNameOfEncoding());
+        defect = again.Build(root_);
     }
     if (!defect.has_value()) {
         return true;
     }
     root_.reset();
-    const auto [line, column] = LineAndColumn(text, defect->offset);
-    LumHostDebug().WarningWithNL("%S: %S: line %u, column %u: %S", routine, name, line, column,
-                                 defect->reason);
+    LumHostDebug().WarningWithNL("%S: %S: line %u, column %u: %S", routine, name, defect->position.line,
+                                 defect->position.column, defect->reason);
     return false;
 }
 

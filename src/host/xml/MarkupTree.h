@@ -13,6 +13,12 @@
 class MarkupElementNode;
 class MarkupTextNode;
 
+/// A place in a document: line and column from 1, the column in characters.
+struct MarkupPosition {
+    uint32_t line = 1;
+    uint32_t column = 1;
+};
+
 /// A node of a parsed document. Nodes belong to their MarkupTree and live as long as it does.
 class LUM_API MarkupNode {
 public:
@@ -24,13 +30,20 @@ public:
     [[nodiscard]] virtual const MarkupTextNode* CastAsTextNode() const { return nullptr; }
     [[nodiscard]] virtual const MarkupElementNode* CastAsElementNode() const { return nullptr; }
 
+    /// Where the node begins: the < of an element, the first character of a text.
+    [[nodiscard]] MarkupPosition GetPosition() const { return position_; }
+
 protected:
-    MarkupNode();
+    explicit MarkupNode(MarkupPosition position);
+
+private:
+    const MarkupPosition position_;
 };
 
 /// A run of text as the document spells it: nothing is trimmed, references are replaced, each line end is one
-/// newline. A character data section is a run of its own. Blank text beside elements is no node, blank text
-/// that is all an element has is one, so the first child of an element that holds a value is that value.
+/// newline. A character data section is a run of its own, an empty one is nothing. Blank text beside elements
+/// is no node, blank text that is all an element has is one, so the first child of an element that holds a
+/// value is that value.
 class LUM_API MarkupTextNode : public MarkupNode {
 public:
     [[nodiscard]] const LumString& GetData() const { return data_; }
@@ -38,7 +51,7 @@ public:
 
 private:
     friend class MarkupTree;
-    explicit MarkupTextNode(LumString data) : data_(std::move(data)) {}
+    MarkupTextNode(MarkupPosition position, LumString data) : MarkupNode(position), data_(std::move(data)) {}
 
     const LumString data_;
 };
@@ -50,7 +63,7 @@ public:
     [[nodiscard]] bool IsNamed(const LumString& name) const { return tagName_ == name; }
     [[nodiscard]] uint32_t GetChildCount() const { return static_cast<uint32_t>(children_.size()); }
     /// The child at `index` from 0 in document order, elements and texts alike (comments and processing
-    /// instructions are no children); null at or behind the count.
+    /// instructions are not children); null at or after the count.
     [[nodiscard]] const MarkupNode* GetChildAt(uint32_t index) const {
         return index < children_.size() ? children_[index].get() : nullptr;
     }
@@ -58,7 +71,8 @@ public:
 
 private:
     friend class MarkupTree;
-    explicit MarkupElementNode(LumString tagName) : tagName_(std::move(tagName)) {}
+    MarkupElementNode(MarkupPosition position, LumString tagName)
+        : MarkupNode(position), tagName_(std::move(tagName)) {}
 
     const LumString tagName_;
     std::vector<std::unique_ptr<MarkupNode>> children_;
@@ -77,11 +91,11 @@ public:
     MarkupTree& operator=(const MarkupTree&) = delete;
     ~MarkupTree();
 
-    /// Reads the document of a regular file in place of what the tree held. False, the tree then empty and
-    /// the reason one warning of the host's logger (file, line, column, what is wrong), where the file cannot
-    /// be read, is no regular file, is over kMaxFileBytes, is not UTF-8 or is declared to be something else,
-    /// is not well-formed, declares an entity, refers to one other than the five of XML itself, or is nested
-    /// deeper than kMaxDepth.
+    /// Reads the document of a regular file in place of what the tree held, in UTF-8, UTF-16 with a byte
+    /// order mark, US-ASCII or ISO-8859-1. False, the tree then empty and the reason one warning of the
+    /// host's logger (file, line, column, what is wrong), where the file cannot be read, is not a regular
+    /// file, is over kMaxFileBytes, is in another encoding, is not well-formed, declares an entity, refers in
+    /// a text to one other than the five of XML itself, or is nested deeper than kMaxDepth.
     [[nodiscard]] bool ParseFile(const LumString& path);
     /// The same from memory; `name` stands for the file in the warning.
     [[nodiscard]] bool ParseText(const LumString& text, const LumString& name);
