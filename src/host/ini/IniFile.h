@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,8 +11,9 @@
 
 /// An ini file: sections of `key = value` lines; a line that begins with ; or # is a comment. Section and key
 /// names are compared without letter case. Each operation reads the file anew, so an object is no more than a
-/// path and what another process writes is seen at once. A file that is missing reads as empty; one that
-/// cannot be read or is over 4 MiB reads as empty with one warning of the host's logger. An object belongs to
+/// path and what another process writes is seen at once. A file that is missing reads as empty. One that is
+/// there but cannot be read, is not a text or is over 4 MiB gives nothing and changes nothing; an object says
+/// the reason once, as a warning of the host's logger, until it has read the file again. An object belongs to
 /// one thread at a time.
 class LUM_API IniFile {
 public:
@@ -21,8 +23,10 @@ public:
     [[nodiscard]] const LumString& GetPath() const { return path_; }
 
     /// Each reads one key into `value` and answers true. Where the file, the section or the key is missing,
-    /// or the text does not fit, `value` becomes `defaultValue` and the answer is false. A boolean is 1/0,
-    /// true/false, yes/no or on/off in any letter case; an integer is decimal, in the signed 32-bit range.
+    /// or the text does not fit, `value` becomes `defaultValue` and the answer is false. Where the file
+    /// cannot be read at the moment, `value` stays as it is and the answer is false: whoever hands in what is
+    /// in force keeps it. A boolean is 1/0, true/false, yes/no or on/off in any letter case; an integer is
+    /// decimal, in the signed 32-bit range.
     bool GetEntryValue(const LumString& section, const LumString& key, bool& value, bool defaultValue) const;
     bool GetEntryValue(const LumString& section, const LumString& key, int32_t& value,
                        int32_t defaultValue) const;
@@ -30,7 +34,7 @@ public:
                        const LumString& defaultValue) const;
 
     /// All entries of a section, as (key, value) in file order; a key that stands twice is there twice. Empty
-    /// where there is no such section.
+    /// where there is no such section or the file cannot be read.
     [[nodiscard]] std::vector<std::pair<LumString, LumString>> GetEntries(const LumString& section) const;
 
     /// Writes one key: in place of the value it had, else at the end of its section, else in a new section at
@@ -43,5 +47,11 @@ public:
     bool DeleteEntry(const LumString& section, const LumString& key);
 
 private:
+    [[nodiscard]] bool Load(std::string& text) const;
+    template <class T>
+    bool Read(const LumString& section, const LumString& key, T& value, const T& defaultValue,
+              std::optional<T> (*parse)(const LumString&)) const;
+
     LumString path_;
+    mutable LumString lastReason_;  // why the file could not be read, the last time
 };

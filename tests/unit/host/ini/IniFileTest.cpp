@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "host/file/FileDescriptor.h"
 #include "host/ini/IniFile.h"
 #include "support/LogLines.h"
 #include "support/ResourceLimit.h"
@@ -167,8 +168,9 @@ TEST_F(IniFileTest, SaysWhatItCannotRead) {
     EXPECT_EQ(OnlyLine(), where + "Not a text file");
 }
 
-TEST_F(IniFileTest, NeitherReadsNorReplacesWhatIsNoFile) {
-    const std::string where = "warning Host IniFile::Load: " + std::string(ini_.GetPath().View()) + ": ";
+TEST_F(IniFileTest, NeitherReadsNorReplacesWhatIsNotAFile) {
+    const std::string where = "warning Host IniFile::";
+    const std::string path = ": " + std::string(ini_.GetPath().View()) + ": ";
     directory_.MakeDirectory("x.ini");
     EXPECT_EQ(Text("S", "k"), "(none)");
     EXPECT_FALSE(ini_.WriteEntryValue("S", "k", 1));
@@ -176,8 +178,33 @@ TEST_F(IniFileTest, NeitherReadsNorReplacesWhatIsNoFile) {
     ASSERT_EQ(mkfifo(ini_.GetPath().GetString(), 0600), 0);
     EXPECT_THAT(Entries("S"), IsEmpty());
     EXPECT_FALSE(ini_.DeleteEntry("S", "k"));
-    EXPECT_THAT(log_.All(), ElementsAre(where + "Is a directory", where + "Is a directory",
-                                        where + "Not a regular file", where + "Not a regular file"));
+    EXPECT_THAT(log_.All(), ElementsAre(where + "Load" + path + "Is a directory",
+                                        where + "WriteEntryValue" + path + "Is a directory",
+                                        where + "Load" + path + "Not a regular file",
+                                        where + "DeleteEntry" + path + "Not a regular file"));
+}
+
+TEST_F(IniFileTest, WhatCannotBeReadAtTheMomentLeavesEveryValueAsItIs) {
+    directory_.MakeDirectory("x.ini");
+    bool flag = false;
+    int32_t number = 99;
+    LumString text("in force");
+    EXPECT_FALSE(ini_.GetEntryValue("S", "k", flag, true));
+    EXPECT_FALSE(ini_.GetEntryValue("S", "k", number, 7));
+    EXPECT_FALSE(ini_.GetEntryValue("S", "k", text, "default"));
+    EXPECT_FALSE(flag);
+    EXPECT_EQ(number, 99);
+    EXPECT_EQ(text, "in force");
+    const std::string line =
+        "warning Host IniFile::Load: " + std::string(ini_.GetPath().View()) + ": Is a directory";
+    EXPECT_THAT(log_.All(), ElementsAre(line)) << "one warning for three keys";
+
+    fs::remove(directory_.Path() / "x.ini");
+    EXPECT_FALSE(ini_.GetEntryValue("S", "k", flag, true));
+    EXPECT_TRUE(flag) << "a file that is missing gives the default";
+    directory_.MakeDirectory("x.ini");
+    EXPECT_FALSE(ini_.GetEntryValue("S", "k", flag, false));
+    EXPECT_THAT(log_.All(), ElementsAre(line, line)) << "said again, as it could be read in between";
 }
 
 TEST_F(IniFileTest, NeitherReadsNorReplacesAFileThatIsTooLarge) {
@@ -362,8 +389,9 @@ TEST_F(IniFileTest, WritesAFileThatIsNamedWithoutADirectory) {
 
 TEST_F(IniFileTest, WaitsForAnotherWriterOfTheDirectory) {
     Content("[S]\nk = 1\n");
-    const int lock = open(directory_.Path().c_str(), O_RDONLY | O_DIRECTORY);
-    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    const std::string lockPath = directory_.Path() / ".ini-lock";
+    const FileDescriptor lock(open(lockPath.c_str(), O_RDWR | O_CREAT, 0600));
+    ASSERT_EQ(flock(lock.Get(), LOCK_EX), 0);
     std::atomic<bool> written{false};
     std::thread writer([&] {
         EXPECT_TRUE(ini_.WriteEntryValue("S", "k", 2));
@@ -373,10 +401,35 @@ TEST_F(IniFileTest, WaitsForAnotherWriterOfTheDirectory) {
     directory_.Write("x.ini", "[S]\nk = 1\nother = 1\n");
     EXPECT_EQ(Text("S", "other"), "1");
     EXPECT_FALSE(written);
-    flock(lock, LOCK_UN);
+    ASSERT_EQ(unlink(lockPath.c_str()), 0);
+    ASSERT_EQ(flock(lock.Get(), LOCK_UN), 0);
     writer.join();
-    close(lock);
     EXPECT_EQ(Content(), "[S]\nk = 2\nother = 1\n");
+    EXPECT_EQ(directory_.CountEntries(), 1U) << "the lock goes with its holder";
+}
+
+TEST_F(IniFileTest, TakesOverTheLockOfAWriterThatWasKilled) {
+    directory_.Write(".ini-lock", "");
+    EXPECT_TRUE(ini_.WriteEntryValue("S", "k", 2));
+    EXPECT_EQ(Text("S", "k"), "2");
+    EXPECT_EQ(directory_.CountEntries(), 1U);
+}
+
+TEST_F(IniFileTest, WhoMayReadTheDirectoryCannotHoldUpAWriter) {
+    Content("[S]\nk = 1\n");
+    const FileDescriptor directory(open(directory_.Path().c_str(), O_RDONLY | O_DIRECTORY));
+    const FileDescriptor file(open(ini_.GetPath().GetString(), O_RDONLY));
+    ASSERT_EQ(flock(directory.Get(), LOCK_EX), 0);
+    ASSERT_EQ(flock(file.Get(), LOCK_EX), 0);
+    EXPECT_TRUE(ini_.WriteEntryValue("S", "k", 2));
+    EXPECT_EQ(Text("S", "k"), "2");
+}
+
+TEST_F(IniFileTest, SaysWhyTheLockCannotBeHad) {
+    directory_.MakeDirectory(".ini-lock");
+    EXPECT_FALSE(ini_.WriteEntryValue("S", "k", 2));
+    EXPECT_EQ(OnlyLine(), "warning Host IniFile::WriteEntryValue: " + std::string(ini_.GetPath().View()) +
+                              ": Is a directory");
 }
 
 TEST_F(IniFileTest, ThreadsAndProcessesLoseNoKeyOfEachOther) {
