@@ -50,7 +50,7 @@ struct Sizes {
 constexpr Sizes kUsual{4, 1000000, 1000000, 10000, 500};
 constexpr Sizes kTiny{1, 1000, 300, 20, 3};
 
-constexpr uint32_t kFirstDate = 1700000000;
+constexpr LumSeconds kFirstDate = 1700000000;
 
 /// The module and the file store in this process, as the agent would have them.
 class Host {
@@ -123,7 +123,7 @@ void FillEvents(uint32_t events) {
         "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i + 1 < %u) INSERT INTO "
         "Event_Bench (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Application, C_Count, C_Remote, "
         "C_Seconds, "
-        "C_User) SELECT %u + i, 7200, i %% 200, i %% 7, 'program-' || (1000 + i %% 1000), i %% 100000, i %% "
+        "C_User) SELECT %d + i, 7200, i %% 200, i %% 7, 'program-' || (1000 + i %% 1000), i %% 100000, i %% "
         "2, i "
         "/ 8.0, 'user' || (i %% 1000) FROM n",
         events, kFirstDate);
@@ -147,8 +147,8 @@ std::pair<double, double> InTurns(int rounds, const std::function<void()>& prepa
 
 void BenchAggregation(const Sizes& sizes) {
     const auto model = AddModel("Sums", ModelType::kAutomatic, AggregationOperation::kSum);
-    const EventWindow window{static_cast<int32_t>(PeriodStart(Policy::kHourly, kFirstDate)),
-                             static_cast<int32_t>(PeriodStart(Policy::kHourly, kFirstDate + sizes.events))};
+    const EventWindow window{PeriodStart(Policy::kHourly, kFirstDate),
+                             PeriodStart(Policy::kHourly, kFirstDate + sizes.events)};
     const std::string raw = BuildAggregation(*model, window).GetString();
     const auto prepare = [&] {
         Run("DELETE FROM Event_Sums");

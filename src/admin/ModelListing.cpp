@@ -1,7 +1,6 @@
 #include "admin/ModelListing.h"
 
 #include <memory>
-#include <string_view>
 #include <utility>
 
 #include "contract/ContainerKeys.h"
@@ -28,7 +27,7 @@ LumContainer DescribeModel(const Model_t& model) {
 }  // namespace
 
 uint32_t ActionHandler_EventLogManagerGetModelNames(LumContainer* container) {
-    ModuleDebug.PrintWithNL("%S: Entering", std::string_view("ActionHandler_EventLogManagerGetModelNames"));
+    LumRoutine(ModuleDebug, "ActionHandler_EventLogManagerGetModelNames").Print("Entering");
     if (container == nullptr) {
         return kActionRefused;
     }
@@ -46,8 +45,8 @@ uint32_t ActionHandler_EventLogManagerGetModelNames(LumContainer* container) {
 }
 
 uint32_t ActionHandler_EventLogManagerGetModel(LumContainer* container) {
-    constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerGetModel";
-    ModuleDebug.PrintWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerGetModel");
+    kRoutine.Print("Entering");
     return ActionWithValues(container, [=](const LumContainer& values, LumContainer& answer) {
         const std::shared_ptr<Model_t> model = FindNamedModel(values, kRoutine);
         if (model == nullptr) {

@@ -1,7 +1,6 @@
 #include "admin/ModelState.h"
 
 #include <memory>
-#include <string_view>
 #include <utility>
 
 #include "contract/ContainerKeys.h"
@@ -13,35 +12,31 @@
 #include "model/ModelArguments.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 #include "store/ModelRegistry.h"
 
 namespace {
 
-using ModelMessage = LumFormat<std::string_view, LumString>;
+using ModelMessage = LumFormat<LumString>;
 
 /// Where switching on and switching off differ.
 struct Switch {
-    std::string_view routine;
+    LumRoutine routine;
     bool enabled;
-    LumFormat<LumString> statement;
     ModelMessage done;
     ModelMessage failed;
 };
 
-constexpr Switch kEnable{"ActionHandler_EventLogManagerEnableModel", true,
-                         "UPDATE RegisteredModel SET RM_Enabled = 1 WHERE RM_ModelName = '%S';",
-                         "%S: Model '%S' has been enabled with success", "%S: Failed to enable model '%S'"};
-constexpr Switch kDisable{"ActionHandler_EventLogManagerDisableModel", false,
-                          "UPDATE RegisteredModel SET RM_Enabled = 0 WHERE RM_ModelName = '%S';",
-                          "%S: Model '%S' has been disabled with success",
-                          "%S: Failed to disable model '%S'"};
+constexpr Switch kEnable{LumRoutine(ModuleDebug, "ActionHandler_EventLogManagerEnableModel"), true,
+                         "Model '%S' has been enabled with success", "Failed to enable model '%S'"};
+constexpr Switch kDisable{LumRoutine(ModuleDebug, "ActionHandler_EventLogManagerDisableModel"), false,
+                          "Model '%S' has been disabled with success", "Failed to disable model '%S'"};
 
 uint32_t SetEnabled(Model_t& model, const Switch& to) {
     if (model.IsEnabled() == to.enabled) {
         return kActionDone;
     }
-    LumString statement;
-    statement.Printf(to.statement, model.GetName());
+    const LumString statement = UpdateEnabled(model.GetName(), to.enabled);
     DatabaseScope scope(to.routine);
     if (!scope.IsLocked()) {
         return kActionFailed;
@@ -49,16 +44,16 @@ uint32_t SetEnabled(Model_t& model, const Switch& to) {
     const bool stored = scope.Query(statement) != nullptr;
     scope.Unlock();
     if (!stored) {
-        ModuleDebug.ErrorWithNL(to.failed, to.routine, model.GetName());
+        to.routine.Error(to.failed, model.GetName());
         return kActionFailed;
     }
     model.SetEnabled(to.enabled);
-    ModuleDebug.PrintWithNL(to.done, to.routine, model.GetName());
+    to.routine.Print(to.done, model.GetName());
     return kActionDone;
 }
 
 uint32_t SwitchModel(LumContainer* container, const Switch& to) {
-    ModuleDebug.PrintWithNL("%S: Entering", to.routine);
+    to.routine.Print("Entering");
     return ActionWithValues(container, [&to](const LumContainer& values, LumContainer& /*answer*/) {
         const std::shared_ptr<Model_t> model = FindNamedModel(values, to.routine);
         return model != nullptr ? SetEnabled(*model, to) : kActionRefused;
@@ -76,24 +71,24 @@ uint32_t ActionHandler_EventLogManagerDisableModel(LumContainer* container) {
 }
 
 uint32_t ActionHandler_EventLogManagerDeleteModel(LumContainer* container) {
-    constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerDeleteModel";
-    ModuleDebug.PrintWithNL("%S: Entering ", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerDeleteModel");
+    kRoutine.Print("Entering ");
     return ActionWithValues(container, [=](const LumContainer& values, LumContainer& /*answer*/) {
         LumString name;
         if (!values.GetString(keys::kModelName, name)) {
-            ModuleDebug.ErrorWithNL("%S: Failed to get model name", kRoutine);
+            kRoutine.Error("Failed to get model name");
             return kActionFailed;
         }
         if (!RemoveRegisteredModel(name)) {
             return kActionFailed;
         }
-        ModuleDebug.PrintWithNL("%S: Model '%S' has been deleted with success", kRoutine, name);
+        kRoutine.Print("Model '%S' has been deleted with success", name);
         return kActionDone;
     });
 }
 
 uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
-    ModuleDebug.PrintWithNL("%S: Entering", std::string_view("ActionHandler_EventLogManagerDeleteModels"));
+    LumRoutine(ModuleDebug, "ActionHandler_EventLogManagerDeleteModels").Print("Entering");
     return ActionWithValues(container, [](const LumContainer& values, LumContainer& /*answer*/) {
         LumString name;
         for (uint32_t i = 0; values.GetString(keys::kModelName, name, i); ++i) {
@@ -109,11 +104,11 @@ uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
 }
 
 uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container) {
-    constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerReloadModels";
-    ModuleDebug.PrintWithNL("%S: Entering ", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerReloadModels");
+    kRoutine.Print("Entering ");
     LoadUnregisteredModels();
     CheckModels();
-    ModuleDebug.PrintWithNL("%S: Models have been reloaded with success", kRoutine);
+    kRoutine.Print("Models have been reloaded with success");
     if (container != nullptr) {
         container->Clear();
     }

@@ -4,13 +4,15 @@
 #include <array>
 #include <vector>
 
+#include "host/database/Transaction.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 
 namespace {
 
-constexpr std::string_view kRoutine = "AggregateEvents";
+constexpr LumRoutine kRoutine(ModuleDebug, "AggregateEvents");
 
 /// What stands before and behind the source column in a select expression; one row an operation, by its code.
 struct SelectExpression {
@@ -19,28 +21,29 @@ struct SelectExpression {
 };
 
 constexpr std::array<SelectExpression, 16> kSelects = {{
-    {", C_", ""},
-    {", SUM (C_", ")"},
-    {", COUNT (C_", ")"},
-    {", MIN (C_", ")"},
-    {", MAX (C_", ")"},
-    {", AVG (C_", ")"},
-    {", datetime (C_", ",'unixepoch', 'localtime')"},
-    {", date (C_", ",'unixepoch', 'localtime')"},
-    {", time (C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%Y',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%m',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%W',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%d',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%H',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%M',C_", ",'unixepoch', 'localtime')"},
-    {", strftime ('%S',C_", ",'unixepoch', 'localtime')"},
+    {", ", ""},
+    {", SUM (", ")"},
+    {", COUNT (", ")"},
+    {", MIN (", ")"},
+    {", MAX (", ")"},
+    {", AVG (", ")"},
+    {", datetime (", ",'unixepoch', 'localtime')"},
+    {", date (", ",'unixepoch', 'localtime')"},
+    {", time (", ",'unixepoch', 'localtime')"},
+    {", strftime ('%Y',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%m',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%W',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%d',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%H',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%M',", ",'unixepoch', 'localtime')"},
+    {", strftime ('%S',", ",'unixepoch', 'localtime')"},
 }};
 
 void AppendSelect(LumString& selects, const ModelParam_t& param) {
     const auto code = static_cast<std::size_t>(param.GetOperation());
     if (code < kSelects.size()) {
         selects += kSelects[code].before;
+        selects.Append(kParamColumnPrefix);
         selects += param.GetSource();
         selects += kSelects[code].behind;
     }
@@ -48,21 +51,20 @@ void AppendSelect(LumString& selects, const ModelParam_t& param) {
 
 void LogDone(const Model_t& model, bool aggregationEnabled, bool modelEnabled) {
     if (!aggregationEnabled) {
-        ModuleDebug.TraceWithNL("%S: Aggregation is disabled, ignoring events for model '%S'", kRoutine,
-                                model.GetName());
+        kRoutine.Trace("Aggregation is disabled, ignoring events for model '%S'", model.GetName());
     } else if (!modelEnabled) {
-        ModuleDebug.TraceWithNL("%S: Ignoring events for disabled model '%S'", kRoutine, model.GetName());
+        kRoutine.Trace("Ignoring events for disabled model '%S'", model.GetName());
     } else {
-        ModuleDebug.TraceWithNL("%S: Model '%S' has been aggregated into model '%S' with success", kRoutine,
-                                model.GetSource(), model.GetName());
+        kRoutine.Trace("Model '%S' has been aggregated into model '%S' with success", model.GetSource(),
+                       model.GetName());
     }
 }
 
 }  // namespace
 
-std::optional<EventWindow> AggregationWindow(Policy policy, int32_t start, int32_t end, int32_t last) {
-    const EventWindow window{std::max(static_cast<int32_t>(PeriodStart(policy, start)), last),
-                             static_cast<int32_t>(PeriodStart(policy, end))};
+std::optional<EventWindow> AggregationWindow(Policy policy, LumSeconds start, LumSeconds end,
+                                             LumSeconds last) {
+    const EventWindow window{std::max(PeriodStart(policy, start), last), PeriodStart(policy, end)};
     return window.end > last ? std::optional(window) : std::nullopt;
 }
 
@@ -86,11 +88,10 @@ std::string_view BucketExpression(Policy policy) {
 }
 
 LumString BuildAggregation(const Model_t& model, EventWindow window) {
-    LumString columns("E_Date, E_DeviceID, E_GroupID");
+    LumString columns(kDateAndIdColumns);
+    AppendParamColumns(columns, model);
     LumString selects("MAX (E_Date), E_DeviceID, E_GroupID");
-    ForEachParam(model, [&](const ModelParam_t& param, uint32_t) {
-        columns += ", C_";
-        columns += param.GetName();
+    ForEachParam(model, [&selects](const ModelParam_t& param, uint32_t) {
         AppendSelect(selects, param);
         return true;
     });
@@ -100,40 +101,35 @@ LumString BuildAggregation(const Model_t& model, EventWindow window) {
     grouping.Printf("E_GroupID, E_DeviceID, %S", BucketExpression(model.GetAggregationPolicy()));
     std::shared_ptr<ModelParamAgg_t> entry;
     for (uint32_t i = 0; model.GetAggregations().GetAt(i, entry); ++i) {
-        grouping += ", C_";
-        grouping += entry->GetName();
+        AppendParamColumn(grouping, entry->GetName());
     }
     LumString statement;
-    statement.Printf("INSERT INTO Event_%S ( %S ) SELECT %S FROM Event_%S WHERE %S GROUP BY %S",
-                     model.GetName(), columns, selects, model.GetSource(), when, grouping);
+    statement.Printf("INSERT INTO %S ( %S ) SELECT %S FROM %S WHERE %S GROUP BY %S",
+                     EventTable(model.GetName()), columns, selects, EventTable(model.GetSource()), when,
+                     grouping);
     return statement;
 }
 
-bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end,
+bool AggregateEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSeconds end,
                      bool /*scheduled*/) {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     if (model == nullptr) {
         return false;
     }
     const LumString& name = model->GetName();
     if (model->GetType() != ModelType::kAutomatic) {
-        ModuleDebug.WarningWithNL("%S: Aggregation cannot be invoked for non automatic model '%S'", kRoutine,
-                                  name);
+        kRoutine.Warning("Aggregation cannot be invoked for non automatic model '%S'", name);
         return false;
     }
     const std::optional<EventWindow> window =
-        AggregationWindow(model->GetAggregationPolicy(), static_cast<int32_t>(start),
-                          static_cast<int32_t>(end), static_cast<int32_t>(model->GetLastAggregationTime()));
+        AggregationWindow(model->GetAggregationPolicy(), start, end, model->GetLastAggregationTime());
     if (!window.has_value()) {
-        ModuleDebug.TraceWithNL("%S: Nothing to aggregate for model '%S'", kRoutine, name);
+        kRoutine.Trace("Nothing to aggregate for model '%S'", name);
         return true;
     }
     const bool aggregationEnabled = AggregationEnabled.load(std::memory_order_relaxed);
     const bool modelEnabled = model->IsEnabled();
-    std::vector<LumString> statements(1);
-    statements[0].Printf(
-        "UPDATE RegisteredModel SET RM_LastAggregationTimestamp = %ld WHERE RM_ModelName = '%S';",
-        int64_t{window->end}, name);
+    std::vector<LumString> statements = {UpdateLastAggregation(name, window->end)};
     if (aggregationEnabled && modelEnabled) {
         statements.push_back(BuildAggregation(*model, *window));
     }
@@ -143,12 +139,11 @@ bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint
     }
     const bool done = RunInTransaction(scope.Connection(), statements);
     if (done) {
-        model->SetLastAggregationTime(static_cast<uint32_t>(window->end));
+        model->SetLastAggregationTime(window->end);
     }
     scope.Unlock();
     if (!done) {
-        ModuleDebug.ErrorWithNL("%S: Failed to aggregate model '%S' into model '%S', SQL error", kRoutine,
-                                model->GetSource(), name);
+        kRoutine.Error("Failed to aggregate model '%S' into model '%S', SQL error", model->GetSource(), name);
         return false;
     }
     LogDone(*model, aggregationEnabled, modelEnabled);

@@ -11,8 +11,8 @@
 
 /// What an aggregation task covers: both ends cut to the start of their period, the start never before
 /// `last`, up to which the model has been aggregated. Nothing where that leaves no time.
-[[nodiscard]] std::optional<EventWindow> AggregationWindow(Policy policy, int32_t start, int32_t end,
-                                                           int32_t last);
+[[nodiscard]] std::optional<EventWindow> AggregationWindow(Policy policy, LumSeconds start, LumSeconds end,
+                                                           LumSeconds last);
 
 /// What the rows of one aggregated event have in common besides group and device; empty for a policy without
 /// period. The doubled percent sign stands in the text that SQLite gets, so the day of the month does not
@@ -23,12 +23,12 @@
 /// text of its inputs.
 [[nodiscard]] LumString BuildAggregation(const Model_t& model, EventWindow window);
 
-/// Fills the automatic model from the events of its source model between two moments (seconds since 1970 UTC)
-/// and moves its last aggregation time to the end of that window, in one transaction. With aggregation
-/// switched off, or the model disabled, the time moves all the same and the events are passed over for good.
-/// True where the window was dealt with; false for null, for a model that is not automatic and where the
-/// database refused, which leaves the window to the next task. Runs on the processor thread.
-bool AggregateEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end, bool scheduled);
+/// Fills the automatic model from the events of its source model between two moments and moves its last
+/// aggregation time to the end of that window, in one transaction. With aggregation switched off, or the
+/// model disabled, the time moves all the same and the events are passed over for good. True where the window
+/// was dealt with; false for null, for a model that is not automatic and where the database refused, which
+/// leaves the window to the next task. Runs on the processor thread.
+bool AggregateEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSeconds end, bool scheduled);
 
 /// The setting that lets automatic models be filled.
 extern std::atomic<bool> AggregationEnabled;

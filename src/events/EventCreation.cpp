@@ -4,7 +4,6 @@
 #include <ctime>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "contract/ContainerKeys.h"
@@ -17,10 +16,11 @@
 #include "model/ModuleLog.h"
 #include "model/ParamTypes.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 
 namespace {
 
-constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerCreateEvent";
+constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerCreateEvent");
 
 int32_t ReadIdOrZero(const LumContainer& params, const char* key) {
     int32_t id = 0;
@@ -34,12 +34,12 @@ public:
     explicit InsertText(const LumString& modelName) {
         head_.reserve(kUsualLength);
         values_.reserve(kUsualLength);
-        head_.append("INSERT INTO Event_").append(modelName.View());
-        head_.append(" (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId");
+        head_.append("INSERT INTO ").append(kEventTablePrefix).append(modelName.View());
+        head_.append(" (").append(kEventColumns);
     }
 
     void AddFixedValues(const LumContainer& params) {
-        const auto date = static_cast<int32_t>(std::time(nullptr));
+        const LumSeconds date = LumNow();
         const int32_t deviceId = ReadIdOrZero(params, keys::kEventDeviceId);
         const int32_t groupId = ReadIdOrZero(params, keys::kEventGroupId);
         // The offset is that of a second look at the clock.
@@ -54,7 +54,7 @@ public:
 
     /// False where `params` holds no value for the parameter and the parameter has no default.
     bool AddParam(const ModelParam_t& param, const LumContainer& params) {
-        head_.append(", C_").append(param.GetName().View());
+        head_.append(", ").append(kParamColumnPrefix).append(param.GetName().View());
         const ParamTypeTraits* const traits = FindParamType(param.GetType());
         if (traits == nullptr) {
             return true;  // a column without a value: the database refuses the row
@@ -87,8 +87,8 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
     const bool complete = ForEachParam(model, [&](const ModelParam_t& param, uint32_t) {
         const bool added = insert.AddParam(param, params);
         if (!added) {
-            ModuleDebug.ErrorWithNL("%S: Failed to get value for parameter '%S' of model '%S'", kRoutine,
-                                    param.GetName(), model.GetName());
+            kRoutine.Error("Failed to get value for parameter '%S' of model '%S'", param.GetName(),
+                           model.GetName());
         }
         return added;
     });
@@ -101,7 +101,7 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
         return kActionFailed;
     }
     scope.Unlock();
-    ModuleDebug.TraceWithNL("%S: Event created with success for model '%S'", kRoutine, model.GetName());
+    kRoutine.Trace("Event created with success for model '%S'", model.GetName());
     return kActionDone;
 }
 
@@ -112,12 +112,12 @@ uint32_t CreateEvent(const LumContainer& values) {
     }
     const LumString& name = model->GetName();
     if (!model->IsEnabled()) {
-        ModuleDebug.TraceWithNL("%S: Event refers to disabled model '%S'", kRoutine, name);
+        kRoutine.Trace("Event refers to disabled model '%S'", name);
         return kActionDone;
     }
     LumContainer params;
     if (!values.GetContainer(keys::kEventParams, params)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get parameters for model '%S'", kRoutine, name);
+        kRoutine.Error("Failed to get parameters for model '%S'", name);
         return kActionRefused;
     }
     return StoreEvent(*model, params);
@@ -126,7 +126,7 @@ uint32_t CreateEvent(const LumContainer& values) {
 }  // namespace
 
 uint32_t ActionHandler_EventLogManagerCreateEvent(LumContainer* container) {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     return ActionWithValues(
         container, [](const LumContainer& values, LumContainer& /*answer*/) { return CreateEvent(values); });
 }

@@ -1,21 +1,18 @@
 #include "events/EventQuery.h"
 
 #include <memory>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
 #include "host/log/LumDebug.h"
 #include "model/ModelElement.h"
 #include "model/ModuleLog.h"
-#include "model/ParamTypes.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 
 namespace {
 
-constexpr std::string_view kRoutine = "ActionHandler_EventLogManagerGetEvents";
+constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerGetEvents");
 
 /// The columns before the parameters in a select: date, device id, group id.
 constexpr uint32_t kFixedColumns = 3;
@@ -65,7 +62,7 @@ LumString OrderBy(const Model_t& model, const LumString& column) {
     }
     LumString clause;
     if (model.GetParams().Contains(column)) {
-        clause.Printf(" ORDER BY C_%S ", column);
+        clause.Printf(" ORDER BY %S%S ", kParamColumnPrefix, column);
     }
     return clause;
 }
@@ -84,32 +81,16 @@ LumString Ordering(const Model_t& model, const LumContainer& values) {
     return ordering;
 }
 
-int32_t CellAsInt32(const GenSqlResult& rows, uint32_t column) {
-    int64_t value = 0;
-    static_cast<void>(rows.GetColumn(column, value));  // the statement names the column
-    return static_cast<int32_t>(value);
-}
-
 LumContainer BuildResult(const Model_t& model, GenSqlResult& events, const GenSqlResult* count) {
     LumContainer result;
-    result.SetInt32(keys::kEventCount, count != nullptr ? CellAsInt32(*count, 0) : 0);
+    result.SetInt32(keys::kEventCount, count != nullptr ? ReadInt32(*count, 0) : 0);
 
-    std::vector<std::pair<LumString, const ParamTypeTraits*>> params;
-    ForEachParam(model, [&params](const ModelParam_t& param, uint32_t) {
-        params.emplace_back(param.GetName(), FindParamType(param.GetType()));
-        return true;
-    });
+    const ParamCells params(model, kFixedColumns);
     for (uint32_t row = 0; events.SelectRow(row); ++row) {
-        result.SetInt32(keys::kEventDate, CellAsInt32(events, 0), row);
-        result.SetInt32(keys::kEventDeviceId, CellAsInt32(events, 1), row);
-        result.SetInt32(keys::kEventGroupId, CellAsInt32(events, 2), row);
-        uint32_t column = kFixedColumns;
-        for (const auto& [name, traits] : params) {
-            if (traits != nullptr) {
-                traits->copyCell(events, column, result, name, row);
-            }
-            ++column;
-        }
+        result.SetInt32(keys::kEventDate, ReadInt32(events, 0), row);
+        result.SetInt32(keys::kEventDeviceId, ReadInt32(events, 1), row);
+        result.SetInt32(keys::kEventGroupId, ReadInt32(events, 2), row);
+        params.Copy(events, result, row);
     }
     return result;
 }
@@ -117,12 +98,12 @@ LumContainer BuildResult(const Model_t& model, GenSqlResult& events, const GenSq
 uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
     LumString name;
     if (!values.GetString(keys::kModelName, name)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get model name", kRoutine);
+        kRoutine.Error("Failed to get model name");
         return kActionRefused;
     }
     std::shared_ptr<Model_t> model;
     if (!ModelCollection.Get(name, model)) {
-        ModuleDebug.ErrorWithNL("%S: Unknown model '%S'", kRoutine, name);
+        kRoutine.Error("Unknown model '%S'", name);
         return kActionRefused;
     }
     const EventQueryText text = BuildEventQuery(*model, values);
@@ -144,15 +125,13 @@ uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
 
 EventQueryText BuildEventQuery(const Model_t& model, const LumContainer& values) {
     EventQueryText text;
-    text.count.Printf("SELECT COUNT (*) FROM Event_%S;", model.GetName());
-    text.select = "SELECT E_Date, E_DeviceID, E_GroupID";
-    ForEachParam(model, [&text](const ModelParam_t& param, uint32_t) {
-        text.select += ", C_";
-        text.select += param.GetName();
-        return true;
-    });
-    text.select += " FROM Event_";
-    text.select += model.GetName();
+    const LumString table = EventTable(model.GetName());
+    text.count.Printf("SELECT COUNT (*) FROM %S;", table);
+    text.select = "SELECT ";
+    text.select.Append(kDateAndIdColumns);
+    AppendParamColumns(text.select, model);
+    text.select += " FROM ";
+    text.select += table;
     text.select += DateFilter(values);
     text.select += Ordering(model, values);
     text.select += Paging(values);
@@ -161,6 +140,6 @@ EventQueryText BuildEventQuery(const Model_t& model, const LumContainer& values)
 }
 
 uint32_t ActionHandler_EventLogManagerGetEvents(LumContainer* container) {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     return ActionWithValues(container, GetEvents);
 }

@@ -7,14 +7,14 @@
 
 class LumContainer;
 
-/// The moment before which events go: `timestamp` (seconds since 1970 UTC) itself, or, for a scheduled
-/// deletion, the start of the period of `policy` that it lies in.
-[[nodiscard]] int32_t DeletionCutOff(Policy policy, uint32_t timestamp, bool scheduled);
+/// The moment before which events go: `timestamp` itself, or, for a scheduled deletion, the start of the
+/// period of `policy` that it lies in.
+[[nodiscard]] LumSeconds DeletionCutOff(Policy policy, LumSeconds timestamp, bool scheduled);
 
 /// Deletes the events of `model` that are older than the cut-off; an event exactly at it stays. Knows no
 /// exception for a model whose events are never to be deleted: nobody schedules that. False for null, and
 /// where the database could not do it. Runs on the processor thread.
-bool DeleteEvents(const std::shared_ptr<Model_t>& model, uint32_t previousTimestamp, uint32_t timestamp,
+bool DeleteEvents(const std::shared_ptr<Model_t>& model, LumSeconds previousTimestamp, LumSeconds timestamp,
                   bool scheduled);
 
 /// Queues the deletion of all events of one model before a moment. "Values": "ModelName", and "EndDate", the

@@ -1,8 +1,6 @@
 #include "events/EventUpload.h"
 
 #include <algorithm>
-#include <ctime>
-#include <string_view>
 
 #include "contract/ContainerKeys.h"
 #include "events/TaskAction.h"
@@ -14,7 +12,7 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "UploadEvents";
+constexpr LumRoutine kRoutine(ModuleDebug, "UploadEvents");
 constexpr const char* kFileKind = "EventLogManagerEvents";
 constexpr int32_t kFilePriority = 100;
 
@@ -32,9 +30,7 @@ LumContainer DescribeModel(const Model_t& model) {
 /// Copies an integer column of the selected row to `key`; true where it is not 0.
 bool CopyInteger(const GenSqlResult& rows, uint32_t column, LumContainer& file, const char* key,
                  uint32_t index) {
-    int64_t stored = 0;
-    static_cast<void>(rows.GetColumn(column, stored));  // the statement names the column
-    const auto value = static_cast<int32_t>(stored);
+    const int32_t value = ReadInt32(rows, column);
     file.SetInt32(key, value, index);
     return value != 0;
 }
@@ -42,15 +38,12 @@ bool CopyInteger(const GenSqlResult& rows, uint32_t column, LumContainer& file, 
 /// Stores that the window is done with and, with `reads`, reads its events; null where either failed. There
 /// is no transaction around the two: what is stored stays, so that no event leaves twice.
 GenSqlResult* ConsumeWindow(DatabaseScope& scope, const Model_t& model, EventWindow window, bool reads) {
-    LumString update;
-    update.Printf("UPDATE RegisteredModel SET RM_LastUploadTimestamp = %ld WHERE RM_ModelName = '%S';",
-                  int64_t{window.end}, model.GetName());
-    GenSqlResult* const updated = scope.Query(update);
+    GenSqlResult* const updated = scope.Query(UpdateLastUpload(model.GetName(), window.end));
     return updated != nullptr && reads ? scope.Query(BuildUpload(model, window)) : updated;
 }
 
 void LogNothing(const Model_t& model) {
-    ModuleDebug.TraceWithNL("%S: Nothing to upload for model '%S'", kRoutine, model.GetName());
+    kRoutine.Trace("Nothing to upload for model '%S'", model.GetName());
 }
 
 void Send(const Model_t& model, GenSqlResult& rows) {
@@ -64,26 +57,20 @@ void Send(const Model_t& model, GenSqlResult& rows) {
         sent += files.Fill(rows, sent, file);
         FileStoreHandOver(file, kFileKind, kFilePriority);
     }
-    ModuleDebug.TraceWithNL("%S: Events have been uploaded with success for model '%S'", kRoutine,
-                            model.GetName());
+    kRoutine.Trace("Events have been uploaded with success for model '%S'", model.GetName());
 }
 
 }  // namespace
 
-std::optional<EventWindow> UploadWindow(Policy policy, int32_t start, int32_t end, bool scheduled,
-                                        int32_t last) {
-    const EventWindow window{std::max(start, last),
-                             scheduled ? static_cast<int32_t>(PeriodStart(policy, end)) : end};
+std::optional<EventWindow> UploadWindow(Policy policy, LumSeconds start, LumSeconds end, bool scheduled,
+                                        LumSeconds last) {
+    const EventWindow window{std::max(start, last), scheduled ? PeriodStart(policy, end) : end};
     return window.end > last ? std::optional(window) : std::nullopt;
 }
 
 LumString BuildUpload(const Model_t& model, EventWindow window) {
-    LumString columns("E_Date, E_GMT_Offset, E_DeviceId, E_GroupId");
-    ForEachParam(model, [&columns](const ModelParam_t& param, uint32_t) {
-        columns += ", C_";
-        columns += param.GetName();
-        return true;
-    });
+    LumString columns(kEventColumns);
+    AppendParamColumns(columns, model);
     LumString when;
     when.Printf("E_Date >= %ld AND E_Date < %ld", int64_t{window.start}, int64_t{window.end});
     LumString statement;
@@ -91,14 +78,8 @@ LumString BuildUpload(const Model_t& model, EventWindow window) {
     return statement;
 }
 
-UploadFiles::UploadFiles(const Model_t& model) : description_(DescribeModel(model)) {
-    ForEachParam(model, [this](const ModelParam_t& param, uint32_t position) {
-        if (const ParamTypeTraits* const traits = FindParamType(param.GetType())) {
-            params_.push_back({param.GetName(), traits, kFixedColumns + position});
-        }
-        return true;
-    });
-}
+UploadFiles::UploadFiles(const Model_t& model)
+    : description_(DescribeModel(model)), params_(model, kFixedColumns) {}
 
 uint32_t UploadFiles::Fill(GenSqlResult& rows, uint32_t first, LumContainer& file) const {
     file.Clear();
@@ -111,9 +92,7 @@ uint32_t UploadFiles::Fill(GenSqlResult& rows, uint32_t first, LumContainer& fil
         CopyInteger(rows, 1, file, keys::kEventGmtOffset, count);
         hasDeviceId |= CopyInteger(rows, 2, file, keys::kEventDeviceId, count);
         hasGroupId |= CopyInteger(rows, 3, file, keys::kEventGroupId, count);
-        for (const ParamColumn& param : params_) {
-            param.traits->copyCell(rows, param.column, file, param.name, count);
-        }
+        params_.Copy(rows, file, count);
     }
     if (!hasDeviceId) {
         file.ClearName(keys::kEventDeviceId);
@@ -124,14 +103,13 @@ uint32_t UploadFiles::Fill(GenSqlResult& rows, uint32_t first, LumContainer& fil
     return count;
 }
 
-bool UploadEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end, bool scheduled) {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+bool UploadEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSeconds end, bool scheduled) {
+    kRoutine.Trace("Entering");
     if (model == nullptr) {
         return false;
     }
     const std::optional<EventWindow> window =
-        UploadWindow(model->GetUploadPolicy(), static_cast<int32_t>(start), static_cast<int32_t>(end),
-                     scheduled, static_cast<int32_t>(model->GetLastUploadTime()));
+        UploadWindow(model->GetUploadPolicy(), start, end, scheduled, model->GetLastUploadTime());
     if (!window.has_value()) {
         LogNothing(*model);
         return true;
@@ -147,16 +125,16 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_
     GenSqlResult* const rows = ConsumeWindow(scope, *model, *window, uploadEnabled && modelEnabled);
     if (rows == nullptr) {
         scope.Unlock();
-        ModuleDebug.ErrorWithNL("%S: Failed to upload events for model '%S', SQL error", kRoutine, name);
+        kRoutine.Error("Failed to upload events for model '%S', SQL error", name);
         return false;
     }
-    model->SetLastUploadTime(static_cast<uint32_t>(window->end));
+    model->SetLastUploadTime(window->end);
     scope.Unlock();
 
     if (!uploadEnabled) {
-        ModuleDebug.TraceWithNL("%S: Upload is disabled, ignoring events for model '%S'", kRoutine, name);
+        kRoutine.Trace("Upload is disabled, ignoring events for model '%S'", name);
     } else if (!modelEnabled) {
-        ModuleDebug.TraceWithNL("%S: Ignoring events for disabled model '%S'", kRoutine, name);
+        kRoutine.Trace("Ignoring events for disabled model '%S'", name);
     } else {
         Send(*model, *rows);
     }
@@ -164,10 +142,10 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_
 }
 
 uint32_t ActionHandler_EventLogManagerUploadEvents(LumContainer* container) {
-    constexpr std::string_view kActionRoutine = "ActionHandler_EventLogManagerUploadEvents";
-    return QueueTaskAction(
-        container, kActionRoutine, [](const Model_t& model, const LumContainer& /*values*/) {
-            return MakeTask(TaskType::TaskUpload, model.GetName(), model.GetLastUploadTime(),
-                            static_cast<uint32_t>(std::time(nullptr)), false);
-        });
+    constexpr LumRoutine kActionRoutine(ModuleDebug, "ActionHandler_EventLogManagerUploadEvents");
+    return QueueTaskAction(container, kActionRoutine,
+                           [](const Model_t& model, const LumContainer& /*values*/) {
+                               return MakeTask(TaskType::TaskUpload, model.GetName(),
+                                               model.GetLastUploadTime(), LumNow(), false);
+                           });
 }

@@ -3,14 +3,13 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <vector>
 
 #include "events/Period.h"
 #include "host/container/LumContainer.h"
 #include "host/database/Database.h"
 #include "host/text/LumString.h"
 #include "model/Model.h"
-#include "model/ParamTypes.h"
+#include "store/EventTable.h"
 
 /// How many events a file holds at most, so that a backlog becomes many small files.
 inline constexpr uint32_t kUploadFileEvents = 100;
@@ -35,17 +34,11 @@ public:
     [[nodiscard]] uint32_t Fill(GenSqlResult& rows, uint32_t first, LumContainer& file) const;
 
 private:
-    struct ParamColumn {
-        LumString name;
-        const ParamTypeTraits* traits;
-        uint32_t column;
-    };
-
     LumContainer description_;
-    std::vector<ParamColumn> params_;
+    ParamCells params_;
 };
 
-/// Sends the events of one model in a window of time (seconds since 1970 UTC, `end` not included) to the file
+/// Sends the events of one model in a window of time (`end` not included) to the file
 /// store, in files of at most kUploadFileEvents, and moves the model's last upload time to the end of the
 /// window. With upload switched off, or the model disabled, the time moves all the same and the events are
 /// passed over for good.
@@ -53,7 +46,7 @@ private:
 /// The time is stored before the events are read and outside of a transaction, so each event is sent at most
 /// once even if the agent dies in between. True where the window was dealt with; false for null and where the
 /// database refused. Runs on the processor thread.
-bool UploadEvents(const std::shared_ptr<Model_t>& model, uint32_t start, uint32_t end, bool scheduled);
+bool UploadEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSeconds end, bool scheduled);
 
 /// Queues the upload of everything of one model since its last upload. "Values": "ModelName". Answers 0 once
 /// it is queued, 13 for a missing name or an unknown model. May be called from any thread.

@@ -1,8 +1,8 @@
 #include "events/Period.h"
 
-#include "host/time/LumTime.h"
+#include <ctime>
 
-std::time_t PeriodStart(Policy policy, std::time_t time) {
+LumSeconds PeriodStart(Policy policy, LumSeconds time) {
     if (policy < Policy::kMinutely || policy > Policy::kYearly) {
         return time;
     }
@@ -23,5 +23,5 @@ std::time_t PeriodStart(Policy policy, std::time_t time) {
     if (policy == Policy::kYearly) {
         fields.tm_mon = 0;
     }
-    return std::mktime(&fields);
+    return static_cast<LumSeconds>(std::mktime(&fields));
 }

@@ -15,8 +15,8 @@
 /// `makeTask(const Model_t&, const LumContainer& values)` makes. The routine names itself in its messages.
 /// The work itself is done later, on the processor thread; the caller is not told how it ends.
 template <class MakeTaskFor>
-uint32_t QueueTaskAction(LumContainer* container, std::string_view routine, MakeTaskFor&& makeTask) {
-    ModuleDebug.TraceWithNL("%S: Entering", routine);
+uint32_t QueueTaskAction(LumContainer* container, const LumRoutine& routine, MakeTaskFor&& makeTask) {
+    routine.Trace("Entering");
     return ActionWithValues(container, [&](const LumContainer& values, LumContainer& /*answer*/) {
         const std::shared_ptr<Model_t> model = FindNamedModel(values, routine);
         if (model == nullptr) {

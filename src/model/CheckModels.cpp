@@ -11,22 +11,22 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "CheckModels";
+constexpr LumRoutine kRoutine(ModuleDebug, "CheckModels");
 
 /// True where everything that `model` refers to is there; else the first broken reference is reported.
 bool ReferencesHold(const Model_t& model) {
     std::shared_ptr<Model_t> source;
     if (!ModelCollection.Get(model.GetSource(), source)) {
-        ModuleDebug.ErrorWithNL("%S: Model '%S' makes reference to unknown model '%S'", kRoutine,
-                                model.GetName(), model.GetSource());
+        kRoutine.Error("Model '%S' makes reference to unknown model '%S'", model.GetName(),
+                       model.GetSource());
         return false;
     }
     const auto known = [&](const LumString& name) {
         if (source->GetParams().Contains(name)) {
             return true;
         }
-        ModuleDebug.ErrorWithNL("%S: Model '%S' makes reference to unknown parameter '%S' from model '%S'",
-                                kRoutine, model.GetName(), name, model.GetSource());
+        kRoutine.Error("Model '%S' makes reference to unknown parameter '%S' from model '%S'",
+                       model.GetName(), name, model.GetSource());
         return false;
     };
     if (!ForEachParam(model, [&](const ModelParam_t& param, uint32_t) { return known(param.GetSource()); })) {
@@ -43,7 +43,7 @@ bool ReferencesHold(const Model_t& model) {
 
 /// Walks the collection up to the first broken model and removes it; false where there was none to remove.
 bool DropFirstBrokenModel() {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     std::shared_ptr<Model_t> model;
     for (uint32_t i = 0; ModelCollection.GetAt(i, model); ++i) {
         if (model->GetType() != ModelType::kUser && !ReferencesHold(*model)) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "host/text/LumString.h"
+#include "host/time/LumTime.h"
 #include "model/ModelElement.h"
 #include "model/Vocabulary.h"
 
@@ -55,18 +56,17 @@ public:
     [[nodiscard]] bool IsEnabled() const { return enabled_.load(std::memory_order_relaxed); }
     void SetEnabled(bool enabled) { enabled_.store(enabled, std::memory_order_relaxed); }
 
-    /// Seconds since 1970 UTC up to which events have been aggregated (into this model) or uploaded; 0 at
-    /// first.
-    [[nodiscard]] uint32_t GetLastAggregationTime() const {
+    /// Up to when events have been aggregated (into this model) or uploaded; 0 at first.
+    [[nodiscard]] LumSeconds GetLastAggregationTime() const {
         return lastAggregationTime_.load(std::memory_order_relaxed);
     }
-    void SetLastAggregationTime(uint32_t time) {
+    void SetLastAggregationTime(LumSeconds time) {
         lastAggregationTime_.store(time, std::memory_order_relaxed);
     }
-    [[nodiscard]] uint32_t GetLastUploadTime() const {
+    [[nodiscard]] LumSeconds GetLastUploadTime() const {
         return lastUploadTime_.load(std::memory_order_relaxed);
     }
-    void SetLastUploadTime(uint32_t time) { lastUploadTime_.store(time, std::memory_order_relaxed); }
+    void SetLastUploadTime(LumSeconds time) { lastUploadTime_.store(time, std::memory_order_relaxed); }
 
 private:
     const LumString name_;
@@ -83,8 +83,8 @@ private:
     PtrModelElementColl_t aggregations_;
 
     std::atomic<bool> enabled_{true};
-    std::atomic<uint32_t> lastAggregationTime_{0};
-    std::atomic<uint32_t> lastUploadTime_{0};
+    std::atomic<LumSeconds> lastAggregationTime_{0};
+    std::atomic<LumSeconds> lastUploadTime_{0};
 };
 
 /// Calls `visit(const ModelParam_t&, uint32_t position)` for each parameter of `model` in order, until it

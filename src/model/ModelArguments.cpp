@@ -18,15 +18,15 @@ LumContainer DescribeParams(const Model_t& model) {
     return params;
 }
 
-std::shared_ptr<Model_t> FindNamedModel(const LumContainer& values, std::string_view routine) {
+std::shared_ptr<Model_t> FindNamedModel(const LumContainer& values, const LumRoutine& routine) {
     LumString name;
     if (!values.GetString(keys::kModelName, name)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get model name", routine);
+        routine.Error("Failed to get model name");
         return nullptr;
     }
     std::shared_ptr<Model_t> model;
     if (!ModelCollection.Get(name, model)) {
-        ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", routine, name);
+        routine.Error("Failed to get model '%S'", name);
     }
     return model;
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <string_view>
 
 #include "host/container/LumContainer.h"
+#include "host/log/LumDebug.h"
 #include "model/Model.h"
 
 /// The parameters of a model as a container: the name and the type token of each at its position. A parameter
@@ -12,4 +12,4 @@
 
 /// Finds the model that the arguments of an action name under "ModelName". Null after an error line of
 /// `routine` that says whether the name or the model is missing.
-[[nodiscard]] std::shared_ptr<Model_t> FindNamedModel(const LumContainer& values, std::string_view routine);
+[[nodiscard]] std::shared_ptr<Model_t> FindNamedModel(const LumContainer& values, const LumRoutine& routine);

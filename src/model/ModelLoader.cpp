@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <new>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,12 +12,12 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "LoadModel";
+constexpr LumRoutine kRoutine(ModuleDebug, "LoadModel");
 constexpr const char* kRoot = "MODEL";
 
 /// Messages about the file as a whole, and about one text in it.
-using FileMessage = LumFormat<std::string_view, LumString>;
-using TextMessage = LumFormat<std::string_view, LumString, LumString>;
+using FileMessage = LumFormat<LumString>;
+using TextMessage = LumFormat<LumString, LumString>;
 
 /// The text of the element at `path`, names separated by slashes; false, and `text` untouched, where there is
 /// no such element or its first child is no text.
@@ -43,7 +42,7 @@ std::shared_ptr<T> TryMake(const Args&... args) {
     try {
         return std::make_shared<T>(args...);
     } catch (const std::bad_alloc&) {
-        ModuleDebug.ErrorWithNL("%S: Memory error", kRoutine);
+        kRoutine.Error("Memory error");
         return nullptr;
     }
 }
@@ -71,8 +70,7 @@ public:
         }
         const MarkupElementNode* const root = tree_.GetRootNode();
         if (!root->IsNamed(kRoot)) {
-            ModuleDebug.WarningWithNL("%S: While parsing '%S', unexpected root node '%S'", kRoutine, path_,
-                                      root->GetTagName());
+            kRoutine.Warning("While parsing '%S', unexpected root node '%S'", path_, root->GetTagName());
             return false;
         }
         ModelHead head;
@@ -88,7 +86,7 @@ public:
             model.reset();
             return false;
         }
-        ModuleDebug.PrintWithNL("%S: Model '%S' has been loaded with success", kRoutine, model->GetName());
+        kRoutine.Print("Model '%S' has been loaded with success", model->GetName());
         return true;
     }
 
@@ -100,7 +98,7 @@ private:
         if (GetNodeText(tree_, path, text)) {
             return true;
         }
-        ModuleDebug.WarningWithNL(missing, kRoutine, path_);
+        kRoutine.Warning(missing, path_);
         return false;
     }
 
@@ -114,34 +112,32 @@ private:
         }
         code = convert(token);
         if (code == Code{0}) {
-            ModuleDebug.WarningWithNL(unknown, kRoutine, path_, token);
+            kRoutine.Warning(unknown, path_, token);
             return false;
         }
         return true;
     }
 
     bool ReadHead(ModelHead& head) const {
-        return ReadRequired("NAME", "%S: While parsing '%S', failed to get model name", head.name) &&
-               ReadRequired("CLASS", "%S: While parsing '%S', failed to get model class", head.modelClass) &&
-               ReadRequired("NOTE", "%S: While parsing '%S', failed to get model note", head.note) &&
-               ReadRequired("SEVERITY", "%S: While parsing '%S', failed to get model severity",
-                            head.severity) &&
-               ReadToken("TYPE", "%S: While parsing '%S', failed to get model type",
-                         "%S: While parsing '%S', unknown model type '%S'", ModelTypeFromText, head.type) &&
-               ReadToken("UPLOAD-POLICY", "%S: While parsing '%S', failed to get model upload policy",
-                         "%S: While parsing '%S', unknown model upload policy '%S'", UploadPolicyFromText,
+        return ReadRequired("NAME", "While parsing '%S', failed to get model name", head.name) &&
+               ReadRequired("CLASS", "While parsing '%S', failed to get model class", head.modelClass) &&
+               ReadRequired("NOTE", "While parsing '%S', failed to get model note", head.note) &&
+               ReadRequired("SEVERITY", "While parsing '%S', failed to get model severity", head.severity) &&
+               ReadToken("TYPE", "While parsing '%S', failed to get model type",
+                         "While parsing '%S', unknown model type '%S'", ModelTypeFromText, head.type) &&
+               ReadToken("UPLOAD-POLICY", "While parsing '%S', failed to get model upload policy",
+                         "While parsing '%S', unknown model upload policy '%S'", UploadPolicyFromText,
                          head.uploadPolicy) &&
-               ReadToken("DELETION-POLICY", "%S: While parsing '%S', failed to get model deletion policy",
-                         "%S: While parsing '%S', unknown model deletion policy '%S'", DeletionPolicyFromText,
+               ReadToken("DELETION-POLICY", "While parsing '%S', failed to get model deletion policy",
+                         "While parsing '%S', unknown model deletion policy '%S'", DeletionPolicyFromText,
                          head.deletionPolicy) &&
                (head.type != ModelType::kAutomatic || ReadAutomaticHead(head));
     }
 
     bool ReadAutomaticHead(ModelHead& head) const {
-        return ReadRequired("SOURCE", "%S: While parsing '%S', failed to get model source", head.source) &&
-               ReadToken("AGGREGATION-POLICY",
-                         "%S: While parsing '%S', failed to get model aggregation policy",
-                         "%S: While parsing '%S', unknown model aggregation policy '%S'",
+        return ReadRequired("SOURCE", "While parsing '%S', failed to get model source", head.source) &&
+               ReadToken("AGGREGATION-POLICY", "While parsing '%S', failed to get model aggregation policy",
+                         "While parsing '%S', unknown model aggregation policy '%S'",
                          AggregationPolicyFromText, head.aggregationPolicy);
     }
 
@@ -153,8 +149,7 @@ private:
             return false;
         }
         if (!model.ComputeChecksum()) {
-            ModuleDebug.ErrorWithNL("%S: Failed to compute checksum for model '%S'", kRoutine,
-                                    model.GetName());
+            kRoutine.Error("Failed to compute checksum for model '%S'", model.GetName());
             return false;
         }
         return true;
@@ -164,18 +159,18 @@ private:
         LumString name;
         for (uint32_t i = 0; GetParamText(i, "NAME", name); ++i) {
             if (model.GetParams().Contains(name)) {
-                return FailParam("%S: While parsing '%S', multiple definition for parameter '%S'", name);
+                return FailParam("While parsing '%S', multiple definition for parameter '%S'", name);
             }
             const std::shared_ptr<ModelParam_t> param = ReadParam(i, name, model.GetType());
             if (param == nullptr) {
                 return false;
             }
             if (!model.GetParams().Add(param)) {
-                return FailParam("%S: While parsing '%S', failed to add parameter '%S'", name);
+                return FailParam("While parsing '%S', failed to add parameter '%S'", name);
             }
         }
         if (model.GetParams().GetCount() == 0) {
-            ModuleDebug.ErrorWithNL("%S: While parsing '%S', failed to get parameters", kRoutine, path_);
+            kRoutine.Error("While parsing '%S', failed to get parameters", path_);
             return false;
         }
         return true;
@@ -187,12 +182,12 @@ private:
         LumString typeText;
         if (!GetParamText(index, "TYPE", typeText)) {
             // Quotes the type text, which is empty here: readers of the log know the line by that.
-            FailParam("%S: While parsing '%S', failed to get type for parameter '%S'", typeText);
+            FailParam("While parsing '%S', failed to get type for parameter '%S'", typeText);
             return nullptr;
         }
         const ParamType type = ParamTypeFromText(typeText);
         if (type == ParamType::kUnknown) {
-            FailParam("%S: While parsing '%S', unknown parameter type '%S'", typeText);
+            FailParam("While parsing '%S', unknown parameter type '%S'", typeText);
             return nullptr;
         }
         LumString source;
@@ -210,7 +205,7 @@ private:
     bool ReadDerivation(uint32_t index, const LumString& name, LumString& source,
                         AggregationOperation& operation) const {
         if (!GetParamText(index, "SOURCE", source)) {
-            return FailParam("%S: While parsing '%S', failed to get source for parameter '%S'", name);
+            return FailParam("While parsing '%S', failed to get source for parameter '%S'", name);
         }
         LumString operationText;
         if (!GetParamText(index, "OPERATION", operationText)) {
@@ -218,7 +213,7 @@ private:
         }
         operation = OperationFromText(operationText);
         return operation != AggregationOperation::kNone ||
-               FailParam("%S: While parsing '%S', unknown parameter operation '%S'", operationText);
+               FailParam("While parsing '%S', unknown parameter operation '%S'", operationText);
     }
 
     bool ReadAggregations(Model_t& model) const {
@@ -247,7 +242,7 @@ private:
     /// Always false, for a caller that has nothing else to return.
     // NOLINTNEXTLINE(modernize-use-nodiscard): one that has ignores it.
     bool FailParam(TextMessage message, const LumString& text) const {
-        ModuleDebug.ErrorWithNL(message, kRoutine, path_, text);
+        kRoutine.Error(message, path_, text);
         return false;
     }
 
@@ -258,6 +253,6 @@ private:
 }  // namespace
 
 bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model) {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     return Loader(path).Load(model);
 }

@@ -3,8 +3,8 @@
 #include <array>
 
 #include "contract/ParamTypeTokens.h"
+#include "host/database/SqlText.h"
 #include "host/text/LumFormat.h"
-#include "model/SqlText.h"
 
 namespace {
 
@@ -13,7 +13,7 @@ bool AppendText(const LumContainer& values, const LumString& name, std::string& 
     if (text == nullptr) {
         return false;
     }
-    AppendQuoted(sql, text->View());
+    LumAppendQuoted(sql, text->View());
     return true;
 }
 
@@ -48,7 +48,7 @@ bool AppendBoolean(const LumContainer& values, const LumString& name, std::strin
 }
 
 void AppendTextDefault(const LumString& text, std::string& sql) {
-    AppendQuoted(sql, text.View());
+    LumAppendQuoted(sql, text.View());
 }
 
 void AppendPlainDefault(const LumString& text, std::string& sql) {

@@ -45,8 +45,8 @@ void ChangeGap(const LumContainer& values, IniFile& ini) {
 }  // namespace
 
 void LoadConfiguration() {
-    constexpr std::string_view kRoutine = "LoadConfiguration";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "LoadConfiguration");
+    kRoutine.Trace("Entering");
     const IniFile ini(IniFilePath);
     LoadFlag(ini, keys::kEnableUpload, UploadEnabled);
     LoadFlag(ini, keys::kEnableAggregation, AggregationEnabled);
@@ -54,9 +54,9 @@ void LoadConfiguration() {
     ini.GetEntryValue(kSection, keys::kAlertMinimumGap, gap, kDefaultAlertMinimumGap);
     AlertMinimumGap.store(gap, std::memory_order_relaxed);
 
-    ModuleDebug.TraceWithNL("%S: Upload flag is %d", kRoutine, UploadEnabled.load() ? 1 : 0);
-    ModuleDebug.TraceWithNL("%S: Aggregation flag is %d", kRoutine, AggregationEnabled.load() ? 1 : 0);
-    ModuleDebug.TraceWithNL("%S: Alert minimum gap is %u", kRoutine, static_cast<uint32_t>(gap));
+    kRoutine.Trace("Upload flag is %d", UploadEnabled.load() ? 1 : 0);
+    kRoutine.Trace("Aggregation flag is %d", AggregationEnabled.load() ? 1 : 0);
+    kRoutine.Trace("Alert minimum gap is %u", static_cast<uint32_t>(gap));
 }
 
 uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {

@@ -74,7 +74,7 @@ void ModuleUnregister() {
 }
 
 void ModuleInitialise() {
-    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("ModuleInitialise"));
+    LumRoutine(ModuleDebug, "ModuleInitialise").Trace("Entering");
     LumString configDirectory;
     LumString dataDirectory;
     LumAgentGetConfigDir(configDirectory);

@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "TaskProcessorThread::ThreadMain";
+constexpr LumRoutine kRoutine(ModuleDebug, "TaskProcessorThread::ThreadMain");
 constexpr uint32_t kPauseMs = 10000;
 
 /// Gives a task up without destroying it. The record of a task that found no model stays in memory as it was,
@@ -51,7 +51,7 @@ void DrainQueue() {
     for (std::unique_ptr<Task_t> task; TaskQueue.Pop(task);) {
         std::shared_ptr<Model_t> model;
         if (!ModelCollection.Get(task->GetModelName(), model)) {
-            ModuleDebug.ErrorWithNL("%S: Failed to get model '%S'", kRoutine, task->GetModelName());
+            kRoutine.Error("Failed to get model '%S'", task->GetModelName());
             Abandon(std::move(task));
             continue;
         }
@@ -62,7 +62,7 @@ void DrainQueue() {
 }  // namespace
 
 void TaskProcessorThread::ThreadMain() {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     while (!CheckCancelled(false)) {
         DrainQueue();
         if (CheckCancelled(false)) {

@@ -1,7 +1,6 @@
 #include "sched/TaskSchedulerThread.h"
 
 #include <memory>
-#include <string_view>
 
 #include "host/log/LumDebug.h"
 #include "host/time/LumTime.h"
@@ -9,11 +8,12 @@
 #include "model/ModelElement.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 #include "tasks/Task.h"
 
 namespace {
 
-constexpr std::string_view kRoutine = "TaskSchedulerThread::ThreadMain";
+constexpr LumRoutine kRoutine(ModuleDebug, "TaskSchedulerThread::ThreadMain");
 constexpr uint32_t kPauseMs = 10000;
 
 /// The period whose change makes the stored timestamp be written.
@@ -36,7 +36,7 @@ std::array<bool, kPeriodCount> ChangedPeriods(const std::tm& previous, const std
 }
 
 void TaskSchedulerThread::ThreadMain() {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     Initialise();
     while (!CheckCancelled(false)) {
         RunCycle(std::time(nullptr));
@@ -49,22 +49,21 @@ void TaskSchedulerThread::ThreadMain() {
 
 void TaskSchedulerThread::Initialise() {
     if (ReadLastTimestamp(lastTimestamp_)) {
-        ModuleDebug.PrintWithNL("%S: Last timestamp has been read with success (%ld)", kRoutine,
-                                int64_t{lastTimestamp_});
+        kRoutine.Print("Last timestamp has been read with success (%ld)", int64_t{lastTimestamp_});
     } else {
-        ModuleDebug.WarningWithNL("%S: Failed to read last timestamp", kRoutine);
+        kRoutine.Warning("Failed to read last timestamp");
         lastTimestamp_ = 0;
     }
     if (lastTimestamp_ == 0) {
-        lastTimestamp_ = static_cast<int32_t>(std::time(nullptr));
-        ModuleDebug.PrintWithNL("%S: Initializing last timestamp (%ld)", kRoutine, int64_t{lastTimestamp_});
+        lastTimestamp_ = LumNow();
+        kRoutine.Print("Initializing last timestamp (%ld)", int64_t{lastTimestamp_});
         KeepLastTimestamp(lastTimestamp_);
     }
 }
 
 void TaskSchedulerThread::RunCycle(std::time_t now) {
     const std::array<bool, kPeriodCount> changed = ChangedPeriods(LocalTime(lastTimestamp_), LocalTime(now));
-    lastTimestamp_ = static_cast<int32_t>(now);
+    lastTimestamp_ = static_cast<LumSeconds>(now);
     for (uint32_t period = 0; period < kPeriodCount; ++period) {
         if (changed[period]) {
             QueueDueTasks(period);
@@ -75,8 +74,8 @@ void TaskSchedulerThread::RunCycle(std::time_t now) {
     }
 }
 
-bool TaskSchedulerThread::ReadLastTimestamp(int32_t& timestamp) {
-    DatabaseScope scope("ReadLastTimestamp");
+bool TaskSchedulerThread::ReadLastTimestamp(LumSeconds& timestamp) {
+    DatabaseScope scope(LumRoutine(ModuleDebug, "ReadLastTimestamp"));
     if (!scope.IsLocked()) {
         return false;
     }
@@ -85,28 +84,26 @@ bool TaskSchedulerThread::ReadLastTimestamp(int32_t& timestamp) {
     if (rows == nullptr) {
         return false;
     }
-    int64_t stored = 0;
-    static_cast<void>(rows->GetColumn(0, stored));  // a table without its row reads as a first start
-    timestamp = static_cast<int32_t>(stored);
+    timestamp = ReadInt32(*rows, 0);  // a table without its row reads as a first start
     return true;
 }
 
-bool TaskSchedulerThread::WriteLastTimestamp(int32_t timestamp) {
+bool TaskSchedulerThread::WriteLastTimestamp(LumSeconds timestamp) {
     LumString statement;
     statement.Printf("UPDATE Scheduler SET S_Timestamp=%ld;", int64_t{timestamp});
-    DatabaseScope scope("WriteLastTimestamp");
+    DatabaseScope scope(LumRoutine(ModuleDebug, "WriteLastTimestamp"));
     return scope.IsLocked() && scope.Query(statement) != nullptr;
 }
 
-void TaskSchedulerThread::KeepLastTimestamp(int32_t timestamp) {
+void TaskSchedulerThread::KeepLastTimestamp(LumSeconds timestamp) {
     if (!WriteLastTimestamp(timestamp)) {
-        ModuleDebug.WarningWithNL("%S: Failed to write last timestamp (%ld)", kRoutine, int64_t{timestamp});
+        kRoutine.Warning("Failed to write last timestamp (%ld)", int64_t{timestamp});
     }
 }
 
 void TaskSchedulerThread::QueueDueTasks(uint32_t period) const {
     const auto due = static_cast<Policy>(period + 1);
-    const auto now = static_cast<uint32_t>(lastTimestamp_);
+    const LumSeconds now = lastTimestamp_;
     ForEachModel([&](const Model_t& model) {
         if (model.GetAggregationPolicy() == due) {
             TaskQueue.Push(MakeTask(TaskType::TaskAggregate, model.GetName(), model.GetLastAggregationTime(),

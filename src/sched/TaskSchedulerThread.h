@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "host/thread/LumThread.h"
+#include "host/time/LumTime.h"
 
 /// The periods in the order in which they are looked at; each one's policy has the next number.
 inline constexpr uint32_t kPeriodCount = 6;
@@ -34,14 +35,14 @@ public:
     void Initialise();
 
 private:
-    [[nodiscard]] static bool ReadLastTimestamp(int32_t& timestamp);
-    [[nodiscard]] static bool WriteLastTimestamp(int32_t timestamp);
+    [[nodiscard]] static bool ReadLastTimestamp(LumSeconds& timestamp);
+    [[nodiscard]] static bool WriteLastTimestamp(LumSeconds timestamp);
     /// Writes and says where that failed.
-    static void KeepLastTimestamp(int32_t timestamp);
+    static void KeepLastTimestamp(LumSeconds timestamp);
     void QueueDueTasks(uint32_t period) const;
 
-    /// Seconds since 1970 UTC; 0 before the first cycle. Used on the thread alone.
-    int32_t lastTimestamp_ = 0;
+    /// 0 before the first cycle. Used on the thread alone.
+    LumSeconds lastTimestamp_ = 0;
 };
 
 extern TaskSchedulerThread SchedulerThread;

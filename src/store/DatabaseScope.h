@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string_view>
-#include <vector>
-
 #include "host/database/Database.h"
 #include "host/text/LumString.h"
 #include "host/thread/LumMutex.h"
@@ -18,8 +15,8 @@ extern LumMutex DatabaseMutex;
 /// cannot, and has a connection, made after the lock was taken. Belongs to one thread.
 class DatabaseScope {
 public:
-    /// `routine` is the name in the log line "<routine>: Failed to lock database".
-    explicit DatabaseScope(std::string_view routine) LUM_NO_THREAD_SAFETY_ANALYSIS;
+    /// `routine` is the one that says "Failed to lock database".
+    explicit DatabaseScope(const LumRoutine& routine) LUM_NO_THREAD_SAFETY_ANALYSIS;
     DatabaseScope(const DatabaseScope&) = delete;
     DatabaseScope& operator=(const DatabaseScope&) = delete;
     ~DatabaseScope();
@@ -38,7 +35,3 @@ private:
     bool locked_;
     DBConnection connection_;
 };
-
-/// Runs the statements in one transaction, in order, and stops at the first failure: true where all of them
-/// and the commit succeeded; else all is rolled back. The lock is the caller's.
-[[nodiscard]] bool RunInTransaction(DBConnection& connection, const std::vector<LumString>& statements);

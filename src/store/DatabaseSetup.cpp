@@ -1,7 +1,5 @@
 #include "store/DatabaseSetup.h"
 
-#include <string_view>
-
 #include "host/database/Database.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
@@ -10,12 +8,12 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "InitializeDatabase";
+constexpr LumRoutine kRoutine(ModuleDebug, "InitializeDatabase");
 
 }  // namespace
 
 void InitializeDatabase() {
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    kRoutine.Trace("Entering");
     DatabasePool.SetDebug(ModuleDebug);
     DatabasePool.SetDatabase("SQLITE23", "", DatabasePath, "", "", 0);
     DatabasePool.SetSerialConnections(true);

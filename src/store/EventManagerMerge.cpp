@@ -1,9 +1,7 @@
 #include "store/EventManagerMerge.h"
 
-#include <string_view>
-
 #include "host/core/LumAgent.h"
-#include "host/database/Database.h"
+#include "host/database/Transaction.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
@@ -12,13 +10,13 @@
 
 namespace {
 
-constexpr std::string_view kUpgrade1000 = "Upgrade1000";
+constexpr LumRoutine kUpgrade1000(ModuleDebug, "Upgrade1000");
 constexpr const char* kOlderModule = "EventManager";
 
 void RecordVersion() {
     DatabaseScope scope(kUpgrade1000);  // without the lock the version is written all the same
     if (!RunInTransaction(scope.Connection(), VersionStatements(10, 0, 0))) {
-        ModuleDebug.WarningWithNL("%S: Failed finish upgrade.", kUpgrade1000);
+        kUpgrade1000.Warning("Failed finish upgrade.");
     }
 }
 
@@ -37,7 +35,7 @@ bool ReadMergeFlag(DBConnection& connection, MergeFlag& flag) {
 }
 
 void Upgrade1000() {
-    ModuleDebug.TraceWithNL("%S: Entering", kUpgrade1000);
+    kUpgrade1000.Trace("Entering");
     DBConnection connection(DatabasePool);
     MergeFlag flag;
     if (!ReadMergeFlag(connection, flag) || flag.done || !RetireEventManagerModule()) {
@@ -52,7 +50,7 @@ void Upgrade1000() {
 }
 
 bool RetireEventManagerModule() {
-    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("RetireEventManagerModule"));
+    LumRoutine(ModuleDebug, "RetireEventManagerModule").Trace("Entering");
     LumString iniFile;
     LumAgentGetConfigDir(iniFile);
     iniFile += kOlderModule;

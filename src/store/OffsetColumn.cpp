@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "host/text/StringTokeniser.h"
+#include "store/EventTable.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ std::vector<LumString> OffsetStatements(const LumString& table, const LumString&
     if (HasOffsetColumn(creation) || newCreation.IsEmpty()) {
         return {};
     }
-    const LumString transitional = table + "Temp";
+    const LumString transitional = TransitionalTable(table);
     const LumString columns = ColumnList(newCreation);
     std::vector<LumString> statements(6);
     statements[0] = newCreation;

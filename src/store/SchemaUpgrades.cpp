@@ -1,16 +1,19 @@
 #include "store/SchemaUpgrades.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <iterator>
-#include <string>
 #include <string_view>
 #include <utility>
 
 #include "host/database/Database.h"
+#include "host/database/SqlText.h"
+#include "host/database/Transaction.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
-#include "model/SqlText.h"
 #include "store/DatabaseScope.h"
+#include "store/EventTable.h"
 #include "store/ModelRegistry.h"
 #include "store/OffsetColumn.h"
 
@@ -95,24 +98,24 @@ bool ReadVersionField(DBConnection& connection, const LumString& query, int64_t&
 
 /// Runs the statements of one step of rebuilding; all of them or, with the given complaint, none.
 template <class Texts>
-bool RunStep(DatabaseScope& scope, std::string_view routine, const Texts& statements,
+bool RunStep(DatabaseScope& scope, const LumRoutine& routine, const Texts& statements,
              std::string_view complaint) {
     if (RunInTransaction(scope.Connection(), {std::begin(statements), std::end(statements)})) {
         return true;
     }
-    ModuleDebug.WarningWithNL("%S: %S", routine, complaint);
+    routine.Warning("%S", complaint);
     return false;
 }
 
 /// What UpgradeModelsWithGMTOffsetStep1 finds out, one lock at a time, before it changes anything.
 class OffsetPlan {
 public:
-    static constexpr std::string_view kRoutine = "UpgradeModelsWithGMTOffsetStep1";
+    static constexpr LumRoutine kRoutine{ModuleDebug, "UpgradeModelsWithGMTOffsetStep1"};
 
     /// False, after a line in the log, where the database cannot be read.
     [[nodiscard]] bool Make() {
         std::vector<LumString> models;
-        return ReadColumn("SELECT RM_ModelName FROM RegisteredModel", models) &&
+        return ReadColumn(kSelectRegisteredNames, models) &&
                std::all_of(models.begin(), models.end(),
                            [this](const LumString& model) { return Add(model); });
     }
@@ -122,11 +125,12 @@ public:
 
 private:
     [[nodiscard]] bool Add(const LumString& model) {
-        const LumString table = LumString("Event_") + model;
-        std::string query = "SELECT sql FROM sqlite_master where type = 'table' and name = ";
-        AppendQuoted(query, table.View());
+        const LumString table = EventTable(model);
+        LumString query;
+        query.Printf("SELECT sql FROM sqlite_master where type = 'table' and name = %S",
+                     LumQuoted(table.View()));
         std::vector<LumString> creations;
-        if (!ReadColumn(LumString(std::move(query)), creations)) {
+        if (!ReadColumn(query, creations)) {
             return false;
         }
         if (!creations.empty() && HasOffsetColumn(creations.front())) {
@@ -138,7 +142,7 @@ private:
         }
         // One model without a table, or with one that is none of the module's, must not keep the others back.
         if (statements.empty()) {
-            ModuleDebug.WarningWithNL("%S: Model '%S' has no table that can be upgraded", kRoutine, model);
+            kRoutine.Warning("Model '%S' has no table that can be upgraded", model);
         }
         std::move(statements.begin(), statements.end(), std::back_inserter(statements_));
         return true;
@@ -153,7 +157,7 @@ private:
         GenSqlResult* const rows = scope.Query(query);
         scope.Unlock();
         if (rows == nullptr) {
-            ModuleDebug.ErrorWithNL("%S: Failed to upgrade registered models", kRoutine);
+            kRoutine.Error("Failed to upgrade registered models");
             return false;
         }
         for (uint32_t i = 0; rows->SelectRow(i); ++i) {
@@ -170,41 +174,38 @@ private:
 }  // namespace
 
 bool IsSmallerVersion(uint32_t major, uint32_t minor, uint32_t revision) {
-    constexpr std::string_view kRoutine = "IsSmallerVersion";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
-    const struct {
-        const char* name;
-        int64_t limit;
-    } fields[] = {
-        {"DatabaseVersionMajor", major}, {"DatabaseVersionMinor", minor}, {"DatabaseRevision", revision}};
+    constexpr LumRoutine kRoutine(ModuleDebug, "IsSmallerVersion");
+    kRoutine.Trace("Entering");
+    const std::array<int64_t, 3> limits = {major, minor, revision};
     DatabaseScope scope(kRoutine);
-    for (const auto& field : fields) {
+    for (std::size_t i = 0; i < limits.size(); ++i) {
         LumString query;
-        query.Printf("SELECT * FROM %s WHERE %s = '%s'", "DatabaseInformation", "FieldName", field.name);
+        query.Printf("SELECT * FROM %s WHERE %s = '%s'", "DatabaseInformation", "FieldName",
+                     kDatabaseVersionNames[i]);
         int64_t recorded = 0;
         if (!ReadVersionField(scope.Connection(), query, recorded)) {
             return false;
         }
-        if (recorded != field.limit) {
-            return recorded < field.limit;
+        if (recorded != limits[i]) {
+            return recorded < limits[i];
         }
     }
     return false;
 }
 
 std::vector<LumString> VersionStatements(uint32_t major, uint32_t minor, uint32_t revision) {
-    std::vector<LumString> statements(4);
-    constexpr const char* kUpdate = "UPDATE DatabaseInformation SET FieldValue=%u WHERE FieldName='%s'";
-    statements[0].Printf(kUpdate, major, "DatabaseVersionMajor");
-    statements[1].Printf(kUpdate, minor, "DatabaseVersionMinor");
-    statements[2].Printf(kUpdate, revision, "DatabaseRevision");
-    statements[3].Printf(kUpdate, 0U, "DatabaseBuildNumber");
+    const std::array<uint32_t, kDatabaseVersionNames.size()> numbers = {major, minor, revision, 0};
+    std::vector<LumString> statements(numbers.size());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        statements[i].Printf("UPDATE DatabaseInformation SET FieldValue=%u WHERE FieldName='%s'", numbers[i],
+                             kDatabaseVersionNames[i]);
+    }
     return statements;
 }
 
 void UpgradeSoftwareDistributionModelStep1() {
-    constexpr std::string_view kRoutine = "UpgradeSoftwareDistributionModelStep1";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeSoftwareDistributionModelStep1");
+    kRoutine.Trace("Entering");
     if (!IsSmallerVersion(5, 3, 3)) {
         return;
     }
@@ -217,8 +218,8 @@ void UpgradeSoftwareDistributionModelStep1() {
 }
 
 void UpgradeSoftwareDistributionModelStep2() {
-    constexpr std::string_view kRoutine = "UpgradeSoftwareDistributionModelStep2";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeSoftwareDistributionModelStep2");
+    kRoutine.Trace("Entering");
     if (!IsSmallerVersion(5, 3, 3)) {
         return;
     }
@@ -234,15 +235,15 @@ void UpgradeSoftwareDistributionModelStep2() {
 }
 
 void Upgrade620_Step1() {
-    ModuleDebug.TraceWithNL("%S: Entering", std::string_view("Upgrade620_Step1"));
+    LumRoutine(ModuleDebug, "Upgrade620_Step1").Trace("Entering");
     if (IsSmallerVersion(6, 2, 0)) {
         UpgradeManagedApplicationModelsStep1();
     }
 }
 
 void Upgrade620_Step2() {
-    constexpr std::string_view kRoutine = "Upgrade620_Step2";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "Upgrade620_Step2");
+    kRoutine.Trace("Entering");
     if (!IsSmallerVersion(6, 2, 0)) {
         return;
     }
@@ -254,8 +255,8 @@ void Upgrade620_Step2() {
 }
 
 void UpgradeManagedApplicationModelsStep1() {
-    constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep1";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeManagedApplicationModelsStep1");
+    kRoutine.Trace("Entering");
     DatabaseScope scope(kRoutine);
     if (RunStep(scope, kRoutine, kSaveManagedApplications, kNotSaved)) {
         RemoveRegisteredModel(kProhibitedApplication);
@@ -264,14 +265,14 @@ void UpgradeManagedApplicationModelsStep1() {
 }
 
 void UpgradeManagedApplicationModelsStep2() {
-    constexpr std::string_view kRoutine = "UpgradeManagedApplicationModelsStep2";
-    ModuleDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeManagedApplicationModelsStep2");
+    kRoutine.Trace("Entering");
     DatabaseScope scope(kRoutine);
     static_cast<void>(RunStep(scope, kRoutine, kPutManagedApplicationsBack, kNotSaved));
 }
 
 void UpgradeModelsWithGMTOffsetStep1() {
-    ModuleDebug.TraceWithNL("%S: Entering", OffsetPlan::kRoutine);
+    OffsetPlan::kRoutine.Trace("Entering");
     OffsetPlan plan;
     if (!IsSmallerVersion(6, 2, 0) || !plan.Make()) {
         return;

@@ -1,15 +1,13 @@
 #include "store/UpgradeRecord.h"
 
 #include <algorithm>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/database/Database.h"
+#include "host/database/SqlText.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
-#include "model/SqlText.h"
 #include "store/DatabaseScope.h"
 #include "store/DirectoryListing.h"
 #include "store/EventManagerMerge.h"
@@ -18,7 +16,7 @@
 
 namespace {
 
-constexpr std::string_view kRoutine = "UpgradeRecord";
+constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeRecord");
 
 bool IsUpgradeDue() {
     bool holdsEvents = false;
@@ -42,19 +40,16 @@ bool IsUpgradeDue() {
 /// The recorded version; a field that is missing is 0.
 LumString VersionText() {
     DatabaseScope scope(kRoutine);
-    const GenSqlResult* const row = scope.Query(
-        "SELECT (SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMajor'), "
-        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMinor'), "
-        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseRevision'), "
-        "(SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseBuildNumber')");
     LumString text;
-    for (uint32_t i = 0; i < 4; ++i) {
+    for (const char* const name : kDatabaseVersionNames) {
+        LumString query;
+        query.Printf("SELECT FieldValue FROM DatabaseInformation WHERE FieldName = '%s'", name);
         int64_t number = 0;
-        if (row != nullptr) {
-            static_cast<void>(row->GetColumn(i, number));  // the statement names all four columns
+        if (const GenSqlResult* const row = scope.Query(query)) {
+            static_cast<void>(row->GetColumn(0, number));  // there may be no such row
         }
         LumString field;
-        field.Printf("%s%ld", i > 0 ? "." : "", number);
+        field.Printf("%s%ld", text.IsEmpty() ? "" : ".", number);
         text += field;
     }
     return text;
@@ -91,10 +86,10 @@ bool CopyDatabase(const LumString& copy) {
     if (!FileDelete(unfinished, true) || !FileReplace(unfinished, "", error)) {
         return false;
     }
-    std::string sql = "VACUUM INTO ";
-    AppendQuoted(sql, unfinished.View());
+    LumString sql;
+    sql.Printf("VACUUM INTO %S", LumQuoted(unfinished.View()));
     DatabaseScope scope(kRoutine);
-    if (scope.Query(LumString(std::move(sql))) != nullptr && FileMove(unfinished, copy)) {
+    if (scope.Query(sql) != nullptr && FileMove(unfinished, copy)) {
         return true;
     }
     FileDelete(unfinished, true);
@@ -104,7 +99,7 @@ bool CopyDatabase(const LumString& copy) {
 void KeepCopy(const LumString& version) {
     const LumString copy = DatabaseCopy(version);
     if (IsRegularFile(copy)) {
-        ModuleDebug.PrintWithNL("%S: A copy from before the upgrade is kept in '%S' already", kRoutine, copy);
+        kRoutine.Print("A copy from before the upgrade is kept in '%S' already", copy);
         return;
     }
     // The database comes last: once its copy is there, everything is.
@@ -112,12 +107,12 @@ void KeepCopy(const LumString& version) {
     const auto copyDefinitions = [&](const char* model) { return CopyFiledDefinitions(model, modelsCopy); };
     const char* const models[] = {kSoftwareDistribution, kProhibitedApplication, kMonitoredApplication};
     if (!std::all_of(std::begin(models), std::end(models), copyDefinitions)) {
-        ModuleDebug.WarningWithNL("%S: Failed to copy the filed definitions to '%S'", kRoutine, modelsCopy);
+        kRoutine.Warning("Failed to copy the filed definitions to '%S'", modelsCopy);
     }
     if (CopyDatabase(copy)) {
-        ModuleDebug.PrintWithNL("%S: The database of before the upgrade is kept in '%S'", kRoutine, copy);
+        kRoutine.Print("The database of before the upgrade is kept in '%S'", copy);
     } else {
-        ModuleDebug.WarningWithNL("%S: Failed to copy the database to '%S'", kRoutine, copy);
+        kRoutine.Warning("Failed to copy the database to '%S'", copy);
     }
 }
 
@@ -129,12 +124,12 @@ void UpgradeRecord::Begin() {
         return;
     }
     const LumString version = VersionText();
-    ModuleDebug.PrintWithNL("%S: Found a database of version %S, which is upgraded", kRoutine, version);
+    kRoutine.Print("Found a database of version %S, which is upgraded", version);
     KeepCopy(version);
 }
 
 void UpgradeRecord::End() const {
     if (upgrading_) {
-        ModuleDebug.PrintWithNL("%S: The database is at version %S", kRoutine, VersionText());
+        kRoutine.Print("The database is at version %S", VersionText());
     }
 }

@@ -2,8 +2,8 @@
 
 #include <new>
 
-std::unique_ptr<Task_t> MakeTask(TaskType type, const LumString& modelName, uint32_t previousTimestamp,
-                                 uint32_t timestamp, bool scheduled) {
+std::unique_ptr<Task_t> MakeTask(TaskType type, const LumString& modelName, LumSeconds previousTimestamp,
+                                 LumSeconds timestamp, bool scheduled) {
     try {
         return std::make_unique<Task_t>(type, modelName, previousTimestamp, timestamp, scheduled);
     } catch (const std::bad_alloc&) {

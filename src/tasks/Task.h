@@ -5,6 +5,7 @@
 
 #include "host/collection/NodeList.h"
 #include "host/text/LumString.h"
+#include "host/time/LumTime.h"
 
 /// The kinds of periodic work.
 enum class TaskType : int32_t {
@@ -15,10 +16,10 @@ enum class TaskType : int32_t {
 
 /// One piece of work on the events of one model. Constant after construction.
 struct Task_t {
-    /// Times are seconds since 1970 UTC. `previousTimestamp` is the model's last aggregation or upload time,
+    /// `previousTimestamp` is the model's last aggregation or upload time,
     /// or 0 for a deletion; `timestamp` the moment the task stands for; `scheduled` tells the scheduler's
     /// tasks, which are cut to whole periods, from those of an action, which are not.
-    Task_t(TaskType type, const LumString& modelName, uint32_t previousTimestamp, uint32_t timestamp,
+    Task_t(TaskType type, const LumString& modelName, LumSeconds previousTimestamp, LumSeconds timestamp,
            bool scheduled)
         : type_(type),
           modelName_(modelName),
@@ -31,22 +32,22 @@ struct Task_t {
 
     [[nodiscard]] TaskType GetType() const { return type_; }
     [[nodiscard]] const LumString& GetModelName() const { return modelName_; }
-    [[nodiscard]] uint32_t GetPreviousTimestamp() const { return previousTimestamp_; }
-    [[nodiscard]] uint32_t GetTimestamp() const { return timestamp_; }
+    [[nodiscard]] LumSeconds GetPreviousTimestamp() const { return previousTimestamp_; }
+    [[nodiscard]] LumSeconds GetTimestamp() const { return timestamp_; }
     [[nodiscard]] bool IsScheduled() const { return scheduled_; }
 
 private:
     const TaskType type_;
     const LumString modelName_;
-    const uint32_t previousTimestamp_;
-    const uint32_t timestamp_;
+    const LumSeconds previousTimestamp_;
+    const LumSeconds timestamp_;
     const bool scheduled_;
 };
 
 /// A new task, or null where there is no memory for it: the queue refuses that, and a due task is lost in
 /// silence.
 [[nodiscard]] std::unique_ptr<Task_t> MakeTask(TaskType type, const LumString& modelName,
-                                               uint32_t previousTimestamp, uint32_t timestamp,
+                                               LumSeconds previousTimestamp, LumSeconds timestamp,
                                                bool scheduled);
 
 /// Tasks in the order in which they were pushed. Push may be called from any thread, Pop from one: what Pop

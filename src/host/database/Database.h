@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -82,6 +83,10 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
+/// The rows in which a database keeps its version, by name, the number that weighs most first.
+inline constexpr std::array<const char*, 4> kDatabaseVersionNames = {
+    "DatabaseVersionMajor", "DatabaseVersionMinor", "DatabaseRevision", "DatabaseBuildNumber"};
+
 /// A connection for the time of one routine. Belongs to one thread at a time.
 class LUM_API DBConnection {
 public:
@@ -112,10 +117,9 @@ public:
 
     /// Brings a database up by the entries of an ini section, named major.minor.revision.build with an
     /// optional -label. Entries above the recorded version run in ascending order; all entries of one
-    /// version, and the write of that version to the rows DatabaseVersionMajor, DatabaseVersionMinor,
-    /// DatabaseRevision and DatabaseBuildNumber of `table`, are one transaction. The first failure stops the
-    /// run and is logged. Where no version is recorded nothing runs, with one warning. `progress` may be
-    /// null. True where nothing failed.
+    /// version, and the write of that version to the rows kDatabaseVersionNames of `table`, are one
+    /// transaction. The first failure stops the run and is logged. Where no version is recorded nothing runs,
+    /// with one warning. `progress` may be null. True where nothing failed.
     bool RunUpgrade(const LumString& table, const LumString& nameColumn, const LumString& valueColumn,
                     const LumString& iniPath, const LumString& section, UpgradeProgress progress);
 

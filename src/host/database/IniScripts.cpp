@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "host/database/SqlText.h"
+#include "host/database/Transaction.h"
 #include "host/ini/IniFile.h"
 #include "host/text/LumMd5.h"
 
@@ -19,29 +21,6 @@ constexpr const char* kCreateLog =
     "CREATE TABLE IF NOT EXISTS IniScriptLog (Section TEXT NOT NULL COLLATE NOCASE, "
     "Name TEXT NOT NULL COLLATE NOCASE, Checksum TEXT NOT NULL, RunTime INTEGER NOT NULL, "
     "PRIMARY KEY (Section, Name))";
-
-constexpr std::array<const char*, 4> kVersionNames = {"DatabaseVersionMajor", "DatabaseVersionMinor",
-                                                      "DatabaseRevision", "DatabaseBuildNumber"};
-
-/// The text as it stands between single quotes.
-LumString Quoted(LumString text) {
-    text.ReplaceAll("'", "''");
-    return text;
-}
-
-/// Runs what `body` runs as one transaction: all of it, or nothing.
-template <class Body>
-bool InTransaction(DBConnection& connection, const Body& body) {
-    if (!connection.BeginTransaction()) {
-        return false;
-    }
-    if (body() && connection.CommitTransaction()) {
-        return true;
-    }
-    // The failure that led here was reported; a rollback that fails too has a line of its own.
-    static_cast<void>(connection.RollbackTransaction());
-    return false;
-}
 
 /// All of `text` as a whole number.
 bool ParseNumber(std::string_view text, uint32_t& number) {
@@ -87,8 +66,8 @@ bool IniScripts::Run(const LumString& iniPath, const LumString& section, bool on
 
 bool IniScripts::RunOnce(const LumString& section, const LumString& name, const LumString& statement) {
     LumString sql;
-    sql.Printf("SELECT Checksum FROM IniScriptLog WHERE Section = '%S' AND Name = '%S'", Quoted(section),
-               Quoted(name));
+    sql.Printf("SELECT Checksum FROM IniScriptLog WHERE Section = %S AND Name = %S",
+               LumQuoted(section.View()), LumQuoted(name.View()));
     GenSqlResult* const remembered = connection_.Query(sql);
     if (remembered == nullptr) {
         return false;
@@ -109,9 +88,9 @@ bool IniScripts::RunOnce(const LumString& section, const LumString& name, const 
 bool IniScripts::RunAndRemember(const LumString& section, const LumString& name, const LumString& statement,
                                 const LumString& checksum) {
     LumString remember;
-    remember.Printf(
-        "INSERT INTO IniScriptLog (Section, Name, Checksum, RunTime) VALUES ('%S', '%S', '%S', %ld)",
-        Quoted(section), Quoted(name), checksum, static_cast<int64_t>(std::time(nullptr)));
+    remember.Printf("INSERT INTO IniScriptLog (Section, Name, Checksum, RunTime) VALUES (%S, %S, '%S', %ld)",
+                    LumQuoted(section.View()), LumQuoted(name.View()), checksum,
+                    static_cast<int64_t>(std::time(nullptr)));
     return InTransaction(connection_, [&] {
         return connection_.Query(statement) != nullptr && connection_.Query(remember) != nullptr;
     });
@@ -147,8 +126,8 @@ bool IniUpgrade::Run(const LumString& iniPath, const LumString& section,
 
 IniUpgrade::Found IniUpgrade::ReadVersion(Version& version) {
     LumString sql;
-    sql.Printf("SELECT 1 FROM sqlite_master WHERE type IN ('table', 'view') AND name = '%S' COLLATE NOCASE",
-               Quoted(table_.table));
+    sql.Printf("SELECT 1 FROM sqlite_master WHERE type IN ('table', 'view') AND name = %S COLLATE NOCASE",
+               LumQuoted(table_.table.View()));
     const GenSqlResult* const table = connection_.Query(sql);
     if (table == nullptr) {
         return Found::kFailed;
@@ -157,7 +136,7 @@ IniUpgrade::Found IniUpgrade::ReadVersion(Version& version) {
         return Found::kNone;
     }
     for (std::size_t i = 0; i < version.size(); ++i) {
-        const Found found = ReadNumber(kVersionNames[i], version[i]);
+        const Found found = ReadNumber(kDatabaseVersionNames[i], version[i]);
         if (found != Found::kVersion) {
             return found;
         }
@@ -213,7 +192,7 @@ bool IniUpgrade::WriteVersion(const Version& version) {
     for (std::size_t i = 0; i < version.size(); ++i) {
         LumString sql;
         sql.Printf("UPDATE %S SET %S = %u WHERE %S = '%s'", table_.table, table_.valueColumn, version[i],
-                   table_.nameColumn, kVersionNames[i]);
+                   table_.nameColumn, kDatabaseVersionNames[i]);
         if (connection_.Query(sql) == nullptr) {
             return false;
         }

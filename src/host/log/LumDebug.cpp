@@ -260,8 +260,10 @@ void LumDebug::SetContext(LumDebugContext* context) {
     context_.store(context != nullptr ? context : &LumDebugContext::Default(), std::memory_order_release);
 }
 
-void LumDebug::WriteLine(LumLogLevel level, std::string_view format, const LumFormatArg* args) {
-    std::string text;
+void LumDebug::WriteLine(std::string_view routine, LumLogLevel level, std::string_view format,
+                         const LumFormatArg* args) {
+    std::string text(routine);
+    text += routine.empty() ? "" : ": ";
     LumAppendFormatted(text, format, args);
     context_.load(std::memory_order_acquire)->Write(level, name_.View(), text);
     if (level == LumLogLevel::kError) {

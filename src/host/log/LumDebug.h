@@ -93,19 +93,56 @@ public:
     }
 
 private:
+    friend class LumRoutine;
+
     template <class... Args>
     void Log(LumLogLevel level, std::string_view format, const Args&... args) {
+        LogFor(std::string_view(), level, format, args...);
+    }
+    template <class... Args>
+    void LogFor(std::string_view routine, LumLogLevel level, std::string_view format, const Args&... args) {
         if (context_.load(std::memory_order_acquire)->IsEnabled(level)) {
             const LumFormatArg list[] = {LumMakeFormatArg(args)..., LumMakeFormatArg(0)};
-            WriteLine(level, format, list);
+            WriteLine(routine, level, format, list);
         }
     }
-    void WriteLine(LumLogLevel level, std::string_view format, const LumFormatArg* args);
+    void WriteLine(std::string_view routine, LumLogLevel level, std::string_view format,
+                   const LumFormatArg* args);
 
     const LumString name_;
     const LumString description_;
     std::atomic<LumDebugContext*> context_;
     std::atomic<ErrorAction> errorAction_{nullptr};
+};
+
+/// One routine's way to a logger: each line begins with the routine's name and ": ". A constant, made where
+/// the routine is; the logger must outlive it and need not be there before it.
+class LumRoutine {
+public:
+    constexpr LumRoutine(LumDebug& debug, std::string_view name) : debug_(debug), name_(name) {}
+
+    [[nodiscard]] constexpr std::string_view GetName() const { return name_; }
+
+    template <class... Args>
+    void Trace(LumFormatFor<Args...> format, const Args&... args) const {
+        debug_.LogFor(name_, LumLogLevel::kTrace, format.Text(), args...);
+    }
+    template <class... Args>
+    void Print(LumFormatFor<Args...> format, const Args&... args) const {
+        debug_.LogFor(name_, LumLogLevel::kPrint, format.Text(), args...);
+    }
+    template <class... Args>
+    void Warning(LumFormatFor<Args...> format, const Args&... args) const {
+        debug_.LogFor(name_, LumLogLevel::kWarning, format.Text(), args...);
+    }
+    template <class... Args>
+    void Error(LumFormatFor<Args...> format, const Args&... args) const {
+        debug_.LogFor(name_, LumLogLevel::kError, format.Text(), args...);
+    }
+
+private:
+    LumDebug& debug_;
+    std::string_view name_;
 };
 
 /// The logger of the host libraries themselves ("Host"): for what a library has to say where no caller's

@@ -5,6 +5,15 @@
 
 #include "host/text/LumApi.h"
 
+/// A moment as events, tasks and the database hold it: seconds since 1970 UTC in 32 bits. What the clock or a
+/// column gives is cut to them where it comes in.
+using LumSeconds = int32_t;
+
+/// The current moment.
+[[nodiscard]] inline LumSeconds LumNow() {
+    return static_cast<LumSeconds>(std::time(nullptr));
+}
+
 /// The UTC calendar fields of `seconds` since 1970; all 0 where the year does not fit.
 [[nodiscard]] LUM_API std::tm GmTime(std::time_t seconds);
 

@@ -27,7 +27,7 @@ class PeriodTable : public testing::TestWithParam<Moment> {};
 TEST_P(PeriodTable, StartsWhereTheLocalCalendarSays) {
     const Moment& moment = GetParam();
     const TimeZone zone(moment.zone);
-    EXPECT_EQ(PeriodStart(moment.policy, moment.time), moment.start) << moment.zone;
+    EXPECT_EQ(PeriodStart(moment.policy, static_cast<LumSeconds>(moment.time)), moment.start) << moment.zone;
 }
 
 constexpr const char* kBerlin = "Europe/Berlin";

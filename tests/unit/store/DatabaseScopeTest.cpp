@@ -8,8 +8,8 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
+
+constexpr LumRoutine kRoutine(ModuleDebug, "Routine");
 
 class DatabaseScopeTest : public testing::Test {
 protected:
@@ -37,7 +37,7 @@ protected:
 
 TEST_F(DatabaseScopeTest, HoldsTheLockUntilItEnds) {
     {
-        const DatabaseScope scope("Routine");
+        const DatabaseScope scope(kRoutine);
         EXPECT_TRUE(scope.IsLocked());
         EXPECT_EQ(Held(), 1U);
     }
@@ -45,9 +45,9 @@ TEST_F(DatabaseScopeTest, HoldsTheLockUntilItEnds) {
 }
 
 TEST_F(DatabaseScopeTest, GivesTheLockBackOnce) {
-    DatabaseScope outer("Routine");
+    DatabaseScope outer(kRoutine);
     {
-        DatabaseScope inner("Routine");
+        DatabaseScope inner(kRoutine);
         EXPECT_EQ(Held(), 2U);
         inner.Unlock();
         EXPECT_FALSE(inner.IsLocked());
@@ -58,7 +58,7 @@ TEST_F(DatabaseScopeTest, GivesTheLockBackOnce) {
 }
 
 TEST_F(DatabaseScopeTest, KeepsResultsReadableAfterTheLock) {
-    DatabaseScope scope("Routine");
+    DatabaseScope scope(kRoutine);
     GenSqlResult* const rows = scope.Query("SELECT 'kept'");
     scope.Unlock();
     ASSERT_NE(rows, nullptr);
@@ -70,7 +70,7 @@ TEST_F(DatabaseScopeTest, KeepsResultsReadableAfterTheLock) {
 TEST_F(DatabaseScopeTest, SaysThatTheLockCannotBeHadAndStillConnects) {
     {
         const DatabaseLockout lockout;
-        DatabaseScope scope("Routine");
+        DatabaseScope scope(kRoutine);
         EXPECT_FALSE(scope.IsLocked());
         EXPECT_NE(scope.Query("SELECT 1"), nullptr);
         // Gives back nothing that it did not take.
@@ -78,42 +78,6 @@ TEST_F(DatabaseScopeTest, SaysThatTheLockCannotBeHadAndStillConnects) {
         EXPECT_EQ(Held(), LumMutex::kMaxDepth);
     }
     EXPECT_THAT(Said(), ElementsAre("error Routine: Failed to lock database"));
-}
-
-TEST_F(DatabaseScopeTest, CommitsWhatSucceedsAsAWhole) {
-    DatabaseScope scope("Routine");
-    EXPECT_TRUE(RunInTransaction(
-        scope.Connection(), {"CREATE TABLE T (a)", "INSERT INTO T VALUES (1)", "INSERT INTO T VALUES (2)"}));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM T"), "2");
-    EXPECT_THAT(Said(), IsEmpty());
-}
-
-TEST_F(DatabaseScopeTest, RollsBackAtTheFirstFailure) {
-    DatabaseScope scope("Routine");
-    EXPECT_FALSE(RunInTransaction(
-        scope.Connection(), {"CREATE TABLE T (a)", "INSERT INTO Nowhere VALUES (1)", "CREATE TABLE U (a)"}));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name IN ('T', 'U')"), "0");
-    EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: no such table: Nowhere")));
-}
-
-TEST_F(DatabaseScopeTest, RollsBackWhereTheCommitFails) {
-    DatabaseScope scope("Routine");
-    // A reference that is only looked at when the transaction ends.
-    ASSERT_NE(scope.Query("PRAGMA foreign_keys = ON"), nullptr);
-    ASSERT_NE(scope.Query("CREATE TABLE P (id INTEGER PRIMARY KEY)"), nullptr);
-    ASSERT_NE(scope.Query("CREATE TABLE C (p REFERENCES P (id) DEFERRABLE INITIALLY DEFERRED)"), nullptr);
-    EXPECT_FALSE(RunInTransaction(scope.Connection(), {"INSERT INTO C VALUES (7)"}));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM C"), "0");
-    EXPECT_TRUE(
-        RunInTransaction(scope.Connection(), {"INSERT INTO P VALUES (7)", "INSERT INTO C VALUES (7)"}));
-}
-
-TEST_F(DatabaseScopeTest, RunsNothingWhereNoTransactionCanBegin) {
-    DatabaseScope scope("Routine");
-    ASSERT_TRUE(scope.Connection().BeginTransaction());
-    EXPECT_FALSE(RunInTransaction(scope.Connection(), {"CREATE TABLE T (a)"}));
-    EXPECT_TRUE(scope.Connection().CommitTransaction());
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name = 'T'"), "0");
 }
 
 }  // namespace

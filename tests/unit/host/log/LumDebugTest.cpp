@@ -91,6 +91,17 @@ TEST_F(LumDebugTest, DropsWhatIsBelowTheLevel) {
     EXPECT_FALSE(lines_.Context().IsEnabled(LumLogLevel::kPrint));
 }
 
+TEST_F(LumDebugTest, ARoutineBeginsEachOfItsLinesWithItsName) {
+    const LumRoutine routine(logger_, "Routine");
+    lines_.Context().SetLevel(LumLogLevel::kTrace);
+    routine.Trace("Entering");
+    routine.Print("%S and %d", LumString("one"), 2);
+    routine.Warning("three");
+    routine.Error("100%%");
+    EXPECT_THAT(lines_.All(), ElementsAre("trace Module Routine: Entering", "print Module Routine: one and 2",
+                                          "warning Module Routine: three", "error Module Routine: 100%"));
+}
+
 TEST(LumDebugContext, LeavesOutTraceAtFirst) {
     const LumDebugContext context;
     EXPECT_FALSE(context.IsEnabled(LumLogLevel::kTrace));

@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
-#include "model/SqlText.h"
+#include "host/database/SqlText.h"
 
 namespace {
 
 std::string Quoted(std::string_view text) {
     std::string sql = "x = ";
-    AppendQuoted(sql, text);
+    LumAppendQuoted(sql, text);
+    EXPECT_EQ(LumQuoted(text).View(), sql.substr(4));
     return sql.substr(4);
 }
 

@@ -1,6 +1,8 @@
-#include "model/SqlText.h"
+#include "host/database/SqlText.h"
 
-void AppendQuoted(std::string& sql, std::string_view text) {
+#include <utility>
+
+void LumAppendQuoted(std::string& sql, std::string_view text) {
     sql.push_back('\'');
     std::size_t from = 0;
     for (std::size_t quote = text.find('\''); quote != std::string_view::npos;
@@ -9,4 +11,10 @@ void AppendQuoted(std::string& sql, std::string_view text) {
         from = quote + 1;
     }
     sql.append(text.substr(from)).push_back('\'');
+}
+
+LumString LumQuoted(std::string_view text) {
+    std::string quoted;
+    LumAppendQuoted(quoted, text);
+    return LumString(std::move(quoted));
 }
