@@ -19,6 +19,7 @@
 #include "agent/Settings.h"
 #include "host/core/LumAgent.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumSystemError.h"
 
 namespace {
 
@@ -124,8 +125,7 @@ int Agent::Run() {
 bool Agent::Prepare(LumString& error) {
     dataDirectory_ = LumString(std::string_view(commandLine_.dataDirectory));
     if (!PathCreate(dataDirectory_)) {
-        error.Printf("Cannot make the directory '%S': %S", dataDirectory_,
-                     LumString(std::system_category().message(errno)));
+        error.Printf("Cannot make the directory '%S': %S", dataDirectory_, LumSystemErrorText());
         return false;
     }
     dataDirectory_ += "/";
@@ -145,8 +145,7 @@ bool Agent::OpenLog(LumString& error) {
     const LumString directory = dataDirectory_ + "log";
     const LumString path = directory + "/agent.log";
     if (!PathCreate(directory)) {
-        error.Printf("Cannot make the directory '%S': %S", directory,
-                     LumString(std::system_category().message(errno)));
+        error.Printf("Cannot make the directory '%S': %S", directory, LumSystemErrorText());
         return false;
     }
     LumDebugContext& context = *LumAgentGetDebugContext(nullptr);

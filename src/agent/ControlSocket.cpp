@@ -13,14 +13,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "host/text/LumSystemError.h"
+
 namespace {
 
 constexpr mode_t kOwnerOnly = 0600;
 constexpr mode_t kOwnerAndGroup = 0660;
-
-LumString LastError() {
-    return LumString(std::system_category().message(errno));
-}
 
 /// False, with the reason, where the path does not fit into an address.
 bool MakeAddress(const LumString& path, sockaddr_un& address, LumString& error) {
@@ -63,7 +61,7 @@ bool ControlSocket::Check(const LumString& path, LumString& error) {
         if (errno == ENOENT) {
             return true;
         }
-        error.Printf("Cannot make the control socket %S: %S", path, LastError());
+        error.Printf("Cannot make the control socket %S: %S", path, LumSystemErrorText());
         return false;
     }
     if (!S_ISSOCK(status.st_mode)) {
@@ -101,13 +99,13 @@ bool ControlSocket::Bind(LumString& error) {
     struct stat status = {};
     if (!listener_.IsOpen() || ::fchmod(listener_.Get(), kOwnerOnly) != 0 ||
         WithAddress(::bind, listener_.Get(), address) != 0 || ::lstat(path_.GetString(), &status) != 0) {
-        error.Printf("Cannot make the control socket %S: %S", path_, LastError());
+        error.Printf("Cannot make the control socket %S: %S", path_, LumSystemErrorText());
         return false;
     }
     device_ = status.st_dev;
     inode_ = status.st_ino;
     if (::listen(listener_.Get(), SOMAXCONN) != 0) {
-        error.Printf("Cannot listen on the control socket %S: %S", path_, LastError());
+        error.Printf("Cannot listen on the control socket %S: %S", path_, LumSystemErrorText());
         return false;
     }
     return true;
@@ -117,7 +115,7 @@ bool ControlSocket::OpenToGroup(gid_t group, LumString& error) const {
     constexpr auto sameOwner = static_cast<uid_t>(-1);
     if (::lchown(path_.GetString(), sameOwner, group) != 0 ||
         ::chmod(path_.GetString(), kOwnerAndGroup) != 0) {
-        error.Printf("Cannot open the control socket %S to its group: %S", path_, LastError());
+        error.Printf("Cannot open the control socket %S to its group: %S", path_, LumSystemErrorText());
         return false;
     }
     return true;

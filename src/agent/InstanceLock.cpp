@@ -8,6 +8,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "host/text/LumSystemError.h"
+
 namespace {
 
 /// The process number that the holder of the lock has left in its file, or 0.
@@ -23,7 +25,7 @@ bool InstanceLock::Take(const LumString& dataDirectory, LumString& error) {
     const LumString path = dataDirectory + "agent.lock";
     FileDescriptor file(::open(path.GetString(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!file.IsOpen()) {
-        error.Printf("Cannot open %S: %S", path, LumString(std::system_category().message(errno)));
+        error.Printf("Cannot open %S: %S", path, LumSystemErrorText());
         return false;
     }
     if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
@@ -32,7 +34,7 @@ bool InstanceLock::Take(const LumString& dataDirectory, LumString& error) {
             error.Printf("Another agent (process %d) is running on the data directory %S",
                          ReadHolder(file.Get()), dataDirectory);
         } else {
-            error.Printf("Cannot lock %S: %S", path, LumString(std::system_category().message(reason)));
+            error.Printf("Cannot lock %S: %S", path, LumSystemErrorText(reason));
         }
         return false;
     }

@@ -10,6 +10,8 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include "host/text/LumSystemError.h"
+
 namespace {
 
 struct CloseLibrary {
@@ -25,7 +27,7 @@ LumString PathOf(const LumString& file, const LumString& moduleDirectory) {
 bool IsLoadable(const LumString& path, LumString& error) {
     struct stat status = {};
     if (::stat(path.GetString(), &status) != 0) {
-        error = LumString(std::system_category().message(errno));
+        error = LumSystemErrorText();
         return false;
     }
     if (!S_ISREG(status.st_mode)) {

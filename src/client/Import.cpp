@@ -12,6 +12,7 @@
 #include "client/ProgressBar.h"
 #include "client/Requests.h"
 #include "contract/Actions.h"
+#include "host/text/LumSystemError.h"
 
 namespace {
 
@@ -101,7 +102,7 @@ ExitStatus ImportEvents(CommandContext& context, const std::string& model, const
         }
         file.open(path, std::ios::binary);
         if (!file) {
-            return Fail(context, ExitStatus::kFailed, path + ": " + std::strerror(errno));
+            return Fail(context, ExitStatus::kFailed, path + ": " + std::string(LumSystemErrorText().View()));
         }
         const uintmax_t size = std::filesystem::file_size(path, noSize);
         totalBytes = noSize ? 0 : size;  // a pipe has none, and then the bar shows the count alone

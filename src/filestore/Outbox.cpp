@@ -14,25 +14,22 @@
 #include <unistd.h>
 
 #include "contract/FileStore.h"
-#include "filestore/Checksum.h"
 #include "filestore/FileNames.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumSha256.h"
+#include "host/text/LumSystemError.h"
 
 namespace {
 
 /// What the host's file routines call a file that is not whole yet.
 constexpr std::string_view kUnfinishedPrefix = ".lum-";
 
-std::string ReasonText(int reason) {
-    return std::generic_category().message(reason);
-}
-
 /// "<path>: <what>", with the reason that `reason` gives where it is not 0.
 LumString Sentence(const LumString& path, std::string_view what, int reason = 0) {
     LumString text;
     text.Printf("%S: %S%s%S", path, what, reason != 0 ? ": " : "",
-                LumString(reason != 0 ? ReasonText(reason) : std::string()));
+                reason != 0 ? LumSystemErrorText(reason) : LumString());
     return text;
 }
 
@@ -41,34 +38,24 @@ bool Exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
-/// The open file, if it is a regular one that lies at `path` itself; -1 with the reason in `error`. Neither a
-/// pipe nor a device is waited for.
-int OpenSource(const LumString& path, struct stat& status, LumString& error) {
+/// The open file, if it is a regular one that lies at `path` itself; a closed one with the reason in `error`.
+/// Neither a pipe nor a device is waited for.
+FileDescriptor OpenSource(const LumString& path, struct stat& status, LumString& error) {
     if (!path.View().starts_with('/') || path.View().find('\0') != std::string_view::npos) {
         error = Sentence(path, "it is no absolute path");
-        return -1;
+        return {};
     }
-    const int fd = open(path.GetString(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (fd < 0) {
+    FileDescriptor file(open(path.GetString(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file.IsOpen()) {
         error = errno == ELOOP ? Sentence(path, "it is a symbolic link")
                                : Sentence(path, "it cannot be opened", errno);
-        return -1;
+        return {};
     }
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         error = Sentence(path, "it is no regular file");
-        close(fd);
-        return -1;
+        return {};
     }
-    return fd;
-}
-
-/// Renames unless the target exists; false with errno.
-bool RenameNew(const char* from, const char* to) {
-    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    // Not every file system knows the flag; a second name is as good, as it is never given over another.
-    return errno == EINVAL && link(from, to) == 0 && unlink(from) == 0;
+    return file;
 }
 
 /// A file that was brought into the outbox, and taken out again unless it was kept.
@@ -81,7 +68,7 @@ public:
 
     /// Moves the file, or copies it where the outbox is on another file system.
     bool Place(const struct stat& source, LumString& error) {
-        if (RenameNew(from_.GetString(), to_.c_str())) {
+        if (FileRenameNew(from_.GetString(), to_.c_str())) {
             struct stat placed {};
             // Whoever owns the source's directory may have put something else in its place meanwhile.
             if (lstat(to_.c_str(), &placed) != 0 || placed.st_ino != source.st_ino ||
@@ -105,7 +92,7 @@ public:
     void Undo(LumString& error) {
         if (copied_) {
             unlink(to_.c_str());
-        } else if (!RenameNew(to_.c_str(), from_.GetString())) {
+        } else if (!FileRenameNew(to_.c_str(), from_.GetString())) {
             error += LumString("; it stays at " + to_);
         }
     }
@@ -192,10 +179,10 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     const LumString path(PathOf(name));
     LumString error;
     struct stat status {};
-    const FileDescriptor source(OpenSource(path, status, error));
+    const FileDescriptor source = OpenSource(path, status, error);
     std::string checksum;
-    if (source.Get() < 0 || !Sha256OfFile(source.Get(), checksum)) {
-        leftOvers.errors.push_back(source.Get() < 0 ? error : Sentence(path, "it cannot be read", errno));
+    if (!source.IsOpen() || !Sha256OfFile(source.Get(), checksum)) {
+        leftOvers.errors.push_back(!source.IsOpen() ? error : Sentence(path, "it cannot be read", errno));
         return;
     }
     ReceivedFile file;
@@ -234,8 +221,8 @@ bool Outbox::Receive(const ReceivedFile& file, LumString& storedPath, LumString&
 bool Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, std::string_view receivedAt,
                        LumString& storedPath, LumString& error) {
     struct stat status {};
-    const FileDescriptor source(OpenSource(file.movePath, status, error));
-    if (source.Get() < 0) {
+    const FileDescriptor source = OpenSource(file.movePath, status, error);
+    if (!source.IsOpen()) {
         return false;
     }
     const LumString descriptionPath(PathOf(DescriptionName(name)));

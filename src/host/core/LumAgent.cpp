@@ -8,6 +8,7 @@
 
 #include "host/database/Database.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumSystemError.h"
 #include "host/thread/LumMutex.h"
 #include "host/thread/LumThreadSafety.h"
 
@@ -50,7 +51,7 @@ bool MakeDirectory(const LumString& path, LumString& error) {
     if (!path.IsEmpty() && PathCreate(path)) {
         return true;
     }
-    const LumString reason(path.IsEmpty() ? "the path is empty" : std::system_category().message(errno));
+    const LumString reason = path.IsEmpty() ? LumString("the path is empty") : LumSystemErrorText();
     error.Printf("Cannot make the directory '%S': %S", path, reason);
     return false;
 }
@@ -83,6 +84,8 @@ bool LumAgentSetUp(const LumAgentOptions& options, LumString& error) {
         return false;
     }
     SetTempDirectory(tempDirectory);
+    DirRemoveLeftovers(core.dataDirectory);
+    IniFile::RemoveLeftovers(core.configDirectory);
 
     const LumMutexLock guard(core.iniMutex);
     core.ini = IniFile(core.configDirectory + "agent.ini");

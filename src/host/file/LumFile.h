@@ -4,14 +4,15 @@
 #include <string>
 #include <string_view>
 
+#include "host/file/FileDescriptor.h"
 #include "host/text/LumApi.h"
 #include "host/text/LumString.h"
 
 /// Files and directories. Every routine may be called from any thread, and none throws: a failure is a false,
 /// a null or an empty text, with errno as the system left it.
 
-/// Makes the directory `path` and its missing parents, each with mode 0700. True also where it is there
-/// already.
+/// Makes the directory `path` and its missing parents, each with mode 0700 and its own entry synced. True
+/// also where it is there already.
 LUM_API bool PathCreate(const LumString& path);
 
 /// True where `path` is a directory, or a symbolic link to one.
@@ -22,6 +23,16 @@ LUM_API bool PathCreate(const LumString& path);
 /// directory that does not exist counts as deleted. An empty path, "/", and a path with a ".." component are
 /// refused.
 LUM_API bool DirDelete(const LumString& path, bool recursive, bool force);
+
+/// Deletes the files that FileCopy and FileReplace left unfinished in the directory `path` when their process
+/// was killed. For whoever owns the directory, at its start: nobody may be writing there.
+LUM_API void DirRemoveLeftovers(const LumString& path);
+
+/// Writes all of `content` to an open file; false with errno.
+[[nodiscard]] LUM_API bool FileWriteAll(int fd, std::string_view content);
+
+/// Renames within a file system unless `to` exists; false with errno.
+[[nodiscard]] LUM_API bool FileRenameNew(const char* from, const char* to);
 
 /// Copies the regular file `from`. The target appears whole or not at all, with mode 0600, synced; an
 /// existing one is replaced, or with `failIfExists` kept and the call fails.
@@ -59,11 +70,12 @@ LUM_API void CloseDirectory(LumDirectory* directory);
 /// False, with the reason in `error` and the old file in place, where any of that fails.
 [[nodiscard]] LUM_API bool FileReplace(const LumString& path, std::string_view content, LumString& error);
 
-/// Where SaveToTempFile puts its files: an existing directory, without trailing separator. At first it is the
-/// system's temporary directory; the agent sets its own at start, before any module is loaded.
+/// Where SaveToTempFile puts its files: a directory, without trailing separator, which is made again when it
+/// is missing. At first it is the system's temporary directory; the agent sets its own at start, before any
+/// module is loaded.
 LUM_API void SetTempDirectory(const LumString& path);
 [[nodiscard]] LUM_API LumString GetTempDirectory();
 
-/// Creates a new empty file of mode 0600 in the temporary directory and returns its open descriptor with the
-/// path in `path`; -1, with errno, where that fails.
-[[nodiscard]] LUM_API int OpenTempFile(LumString& path);
+/// Creates a new empty file of mode 0600 in the temporary directory and returns it open with the path in
+/// `path`; a closed descriptor, with errno, where that fails.
+[[nodiscard]] LUM_API FileDescriptor OpenTempFile(LumString& path);

@@ -170,6 +170,13 @@ bool IniFile::WriteEntryValue(const LumString& section, const LumString& key, co
     return Edit(kWriteRoutine, path_, section, key, value);
 }
 
+void IniFile::RemoveLeftovers(const LumString& directory) {
+    const IniLock lock(std::string(directory.View()));
+    if (lock.IsHeld()) {
+        DirRemoveLeftovers(directory);  // nobody is writing now
+    }
+}
+
 bool IniFile::DeleteEntry(const LumString& section, const LumString& key) {
     return Edit(kDeleteRoutine, path_, section, key, std::nullopt);
 }

@@ -46,6 +46,9 @@ public:
     /// Removes a key with its line, the same way. True also where there was none.
     bool DeleteEntry(const LumString& section, const LumString& key);
 
+    /// Deletes what writers that were killed have left unfinished in `directory`.
+    static void RemoveLeftovers(const LumString& directory);
+
 private:
     [[nodiscard]] bool Load(std::string& text) const;
     template <class T>

@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/text/LumSystemError.h"
 #include "host/text/LumUtf8.h"
 
 namespace {
@@ -220,7 +221,7 @@ bool LumDebugContext::OpenFile(const LumString& path, std::size_t maxBytes, std:
                                LumString& error) {
     auto file = std::make_shared<RotatedFile>(std::string(path.View()), maxBytes, maxFiles);
     if (!file->Open()) {
-        error = LumString(std::generic_category().message(errno));
+        error = LumSystemErrorText();
         return false;
     }
     const std::lock_guard<std::mutex> guard(sinks_->mutex);

@@ -83,12 +83,27 @@ TEST_F(LumContainerFile, ALargeContainerIsWrittenWhole) {
     EXPECT_EQ(read, container_);
 }
 
-TEST_F(LumContainerFile, ADirectoryThatIsGoneIsOneErrorLineAndAnEmptyPath) {
+TEST_F(LumContainerFile, ADirectoryThatIsGoneIsMadeAgain) {
     SetTempDirectory(directory_.At("gone"));
+    EXPECT_TRUE(IsRegularFile(container_.SaveToTempFile()));
+    EXPECT_THAT(log_.All(), IsEmpty());
+}
+
+TEST_F(LumContainerFile, ADirectoryThatCannotBeIsOneErrorLineAndAnEmptyPath) {
+    directory_.Write("file", "");
+    SetTempDirectory(directory_.At("file"));
     EXPECT_EQ(container_.SaveToTempFile(), "");
     EXPECT_THAT(log_.All(),
                 ElementsAre("error Host LumContainer::SaveToTempFile: Failed to create a file in '" +
-                            (directory_ / "gone") + "': No such file or directory"));
+                            (directory_ / "file") + "': Not a directory"));
+}
+
+TEST_F(LumContainerFile, NothingIsWrittenThatCouldNotBeReadAgain) {
+    container_.SetString("Large", LumString(std::string(std::size_t{64} << 20U, 'x')));
+    EXPECT_EQ(container_.SaveToTempFile(), "");
+    EXPECT_EQ(directory_.CountEntries(), 0U);
+    ASSERT_EQ(log_.All().size(), 1U);
+    EXPECT_THAT(log_.All()[0], HasSubstr(" bytes are more than the 67108864 that a file may have"));
 }
 
 TEST_F(LumContainerFile, AFullDiskIsOneErrorLineAndLeavesNoFile) {

@@ -47,6 +47,19 @@ TEST_F(LumAgent, MakesItsDirectoriesForTheOwnerAlone) {
     EXPECT_EQ(ModeOf(scratch_ / "b/data/tmp"), 0700U);
 }
 
+TEST_F(LumAgent, RemovesWhatAKilledOneLeftUnfinished) {
+    for (const char* directory : {"config", "data"}) {
+        scratch_.MakeDirectory(directory);
+        scratch_.Write(directory + std::string("/.lum-a1b2c3"), "half");
+        scratch_.Write(directory + std::string("/kept"), "");
+    }
+    ASSERT_TRUE(SetUpAgent());
+    for (const char* directory : {"config", "data"}) {
+        EXPECT_FALSE(scratch_.Has(directory + std::string("/.lum-a1b2c3")));
+        EXPECT_TRUE(scratch_.Has(directory + std::string("/kept")));
+    }
+}
+
 TEST_F(LumAgent, HandsDirectoriesOutWithOneTrailingSeparator) {
     LumString directory;
     ASSERT_TRUE(SetUpAgent("config", "data/"));

@@ -16,6 +16,7 @@
 #include "host/file/LumFile.h"
 #include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
+#include "support/shim/FaultPlan.h"
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
@@ -78,6 +79,25 @@ TEST(PathCreate, FailsWhereAFileIsInTheWay) {
     EXPECT_FALSE(PathCreate(""));
     EXPECT_FALSE(PathCreate(WithNull(directory.At("null"))));
     EXPECT_FALSE(directory.Has("null"));
+}
+
+TEST(PathCreate, SyncsTheEntryOfEachDirectoryThatItMakes) {
+    const TempDirectory directory;
+    FaultPlan plan;
+    plan.Watch(directory.Path().string());
+    FaultShimUse(&plan);
+    // The first call is for the directory that is there already, whatever comes of it.
+    for (uint64_t nth = 2; nth <= 5; ++nth) {
+        plan.Arm(FaultPlan::Kind::kBroken, nth);
+        EXPECT_FALSE(PathCreate(directory.At("a/b"))) << nth;
+        EXPECT_EQ(errno, EIO) << nth;
+        plan.Disarm();
+        fs::remove_all(directory.Path() / "a");
+    }
+    plan.Arm(FaultPlan::Kind::kBroken, 1);
+    EXPECT_TRUE(PathCreate(directory.At("a/b")));
+    EXPECT_EQ(plan.Disarm(), 5U) << "two made, two synced";
+    FaultShimUse(nullptr);
 }
 
 TEST(DirExists, TellsDirectoriesFromTheRest) {
@@ -198,6 +218,29 @@ TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
         ASSERT_TRUE(directory.Has("outside/kept"));
         fs::remove_all(directory.Path() / "tree");
         fs::remove_all(directory.Path() / "swap");
+    }
+}
+
+TEST(DirDelete, IsNotTrueForADirectoryThatIsStillThere) {
+    const TempDirectory directory;
+    constexpr int kFiles = 3'000;
+    const LumString tree = directory.At("tree");
+    for (int round = 0; round < 5; ++round) {
+        directory.MakeDirectory("tree");
+        for (int i = 0; i < kFiles; ++i) {
+            directory.Write("tree/" + std::to_string(i), "");
+        }
+        // Somebody else deletes the same entries, so that some are gone between being listed and being
+        // deleted.
+        std::thread other([&] {
+            for (int i = 0; i < kFiles; ++i) {
+                unlink((directory.Path() / "tree" / std::to_string(i)).c_str());
+            }
+        });
+        EXPECT_TRUE(DirDelete(tree, true, true));
+        EXPECT_FALSE(DirExists(tree));
+        other.join();
+        fs::remove_all(tree.GetString());
     }
 }
 
@@ -479,34 +522,58 @@ TEST(FileReplace, KeepsTheOldFileWhereItFails) {
     EXPECT_EQ(directory.CountEntries(), 3U);
 }
 
-TEST(TempFile, LiesInTheTemporaryDirectoryForTheOwnerAlone) {
+TEST(FileReplace, LeavesUnfinishedFilesToWhoeverOwnsTheDirectory) {
     const TempDirectory directory;
-    const LumString before = GetTempDirectory();
-    EXPECT_EQ(before, fs::temp_directory_path().c_str());
-    SetTempDirectory(directory.At("").GetSubstring(0, directory.At("").GetLength() - 1));
-    LumString first;
-    LumString second;
-    const int firstFile = OpenTempFile(first);
-    const int secondFile = OpenTempFile(second);
-    SetTempDirectory(before);
-    ASSERT_GE(firstFile, 0);
-    ASSERT_GE(secondFile, 0);
-    EXPECT_EQ(write(firstFile, "x", 1), 1);
-    close(firstFile);
-    close(secondFile);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(fs::path(first.View()).parent_path(), directory.Path());
-    EXPECT_EQ(ModeOf(first), 0600U);
+    directory.Write(".lum-a1b2c3", "half");
+    directory.Write("lum-a1b2c3", "whole");
+    directory.MakeDirectory(".lum-directory");
+    DirRemoveLeftovers(directory.At(""));
+    EXPECT_FALSE(directory.Has(".lum-a1b2c3"));
     EXPECT_EQ(directory.CountEntries(), 2U);
+    DirRemoveLeftovers(directory.At("missing"));
+    DirRemoveLeftovers("");
 }
 
-TEST(TempFile, CannotBeMadeInAMissingDirectory) {
-    const TempDirectory directory;
-    const LumString before = GetTempDirectory();
-    SetTempDirectory(directory.At("missing"));
+namespace {
+
+/// A temporary directory that files are made in while the object lives.
+class TempFile : public testing::Test {
+protected:
+    TempFile() { SetTempDirectory(directory_.At("tmp")); }
+    ~TempFile() override { SetTempDirectory(before_); }
+
+    const TempDirectory directory_;
+    const LumString before_ = GetTempDirectory();
+};
+
+}  // namespace
+
+TEST_F(TempFile, LiesInTheTemporaryDirectoryForTheOwnerAlone) {
+    EXPECT_EQ(before_, fs::temp_directory_path().c_str());
+    directory_.MakeDirectory("tmp");
+    LumString first;
+    LumString second;
+    const FileDescriptor firstFile = OpenTempFile(first);
+    const FileDescriptor secondFile = OpenTempFile(second);
+    ASSERT_TRUE(firstFile.IsOpen());
+    ASSERT_TRUE(secondFile.IsOpen());
+    EXPECT_TRUE(FileWriteAll(firstFile.Get(), "x"));
+    EXPECT_NE(first, second);
+    EXPECT_EQ(fs::path(first.View()).parent_path(), directory_.Path() / "tmp");
+    EXPECT_EQ(ModeOf(first), 0600U);
+}
+
+TEST_F(TempFile, MakesTheDirectoryAgainWhenItIsMissing) {
+    LumString path;
+    EXPECT_TRUE(OpenTempFile(path).IsOpen());
+    EXPECT_EQ(ModeOf(directory_.At("tmp")), 0700U);
+    EXPECT_TRUE(fs::exists(path.GetString()));
+}
+
+TEST_F(TempFile, CannotBeMadeWhereAFileIsInTheWay) {
+    directory_.Write("tmp", "");
     LumString path = "kept";
-    EXPECT_EQ(OpenTempFile(path), -1);
-    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(OpenTempFile(path).IsOpen());
+    EXPECT_EQ(errno, ENOTDIR);
     EXPECT_EQ(path, "kept");
-    SetTempDirectory(before);
 }

@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "filestore/Checksum.h"
 #include "host/file/FileDescriptor.h"
+#include "host/text/LumSha256.h"
 #include "support/TempDirectory.h"
 
 namespace {
 
-class Checksum : public testing::Test {
+class LumSha256 : public testing::Test {
 protected:
     /// The digest of a file with this content.
     std::string Of(const std::string& content) {
@@ -25,14 +25,14 @@ protected:
 };
 
 // The examples of FIPS 180-4.
-TEST_F(Checksum, IsThatOfTheStandardsExamples) {
+TEST_F(LumSha256, IsThatOfTheStandardsExamples) {
     EXPECT_EQ(Of("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(Of(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(Of(std::string(1000000, 'a')),
               "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
-TEST_F(Checksum, LeavesThePositionWhereItIs) {
+TEST_F(LumSha256, LeavesThePositionWhereItIs) {
     const FileDescriptor file(open(directory_.Write("file", "abc").c_str(), O_RDONLY));
     ASSERT_EQ(lseek(file.Get(), 2, SEEK_SET), 2);
     std::string digest;
@@ -41,7 +41,7 @@ TEST_F(Checksum, LeavesThePositionWhereItIs) {
     EXPECT_EQ(lseek(file.Get(), 0, SEEK_CUR), 2);
 }
 
-TEST_F(Checksum, FailsForWhatCannotBeRead) {
+TEST_F(LumSha256, FailsForWhatCannotBeRead) {
     const FileDescriptor directory(open(directory_.Path().c_str(), O_RDONLY | O_DIRECTORY));
     std::string digest;
     errno = 0;

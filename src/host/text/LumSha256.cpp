@@ -1,4 +1,4 @@
-#include "filestore/Checksum.h"
+#include "host/text/LumSha256.h"
 
 #include <array>
 #include <cerrno>

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "host/text/LumApi.h"
+
 /// The SHA-256 digest (FIPS 180-4) of the whole file that is open as `fd`, as 64 hexadecimal digits in lower
 /// case. The descriptor's position stays where it is. False, with errno, where the file cannot be read.
-[[nodiscard]] bool Sha256OfFile(int fd, std::string& digest);
+[[nodiscard]] LUM_API bool Sha256OfFile(int fd, std::string& digest);
