@@ -8,12 +8,12 @@ set(LUM_INSTALL_SYSCONFDIR /etc/lumagent)
 
 set_target_properties(lumagent lumctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${LUM_INSTALL_LIBDIR}")
 set_target_properties(lum lumcore PROPERTIES INSTALL_RPATH "$ORIGIN")
-set_target_properties(EventLogManager FileStore PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+set_target_properties(EventLogManager FileStore MachineEvents PROPERTIES INSTALL_RPATH "$ORIGIN/..")
 
 install(TARGETS lumagent lumctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS lum lumcore LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR})
-install(TARGETS EventLogManager FileStore LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
-install(FILES etc/agent.ini etc/EventLogManager.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}
+install(TARGETS EventLogManager FileStore MachineEvents LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
+install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}
     PERMISSIONS OWNER_READ OWNER_WRITE)
 install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES_MATCHING PATTERN "*.xml")
 install(FILES packaging/lumagent.service DESTINATION /lib/systemd/system)

@@ -2,10 +2,12 @@
 
 #include <string_view>
 
+#include "contract/Directories.h"
+
 namespace {
 
 constexpr const char* kSeparator = "/";
-constexpr const char* kModuleName = "EventLogManager";
+constexpr const char* kModuleName = kEventLogManagerName;
 
 }  // namespace
 
@@ -14,7 +16,7 @@ ModulePaths BuildModulePaths(const LumString& configDirectory, const LumString& 
     paths.iniFile = configDirectory + kModuleName + ".ini";
     paths.dataDirectory = dataDirectory + kModuleName;
     paths.database = paths.dataDirectory + kSeparator + kModuleName + ".sqlite3";
-    paths.modelsDirectory = paths.dataDirectory + kSeparator + "models" + kSeparator;
+    paths.modelsDirectory = paths.dataDirectory + kSeparator + kModelsDirectoryName + kSeparator;
     return paths;
 }
 

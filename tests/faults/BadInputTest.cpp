@@ -22,8 +22,7 @@ constexpr const char* kCreate = "/actions/EventLogManagerCreateEvent";
 class BadInput : public testing::Test {
 protected:
     BadInput() {
-        agent_.WriteIni(Shipped("agent.ini"));
-        WriteModuleIni(Shipped("EventLogManager.ini"));
+        agent_.WriteShippedSettings();
         agent_.GetScratch().Write("data/EventLogManager/models/Note.xml", kDefinition);
     }
 

@@ -109,10 +109,7 @@ std::vector<std::string> Column(const std::string& databasePath, const std::stri
 class KillTest {
 public:
     KillTest() {
-        const std::string shipped = LUM_SOURCE_DIR "/etc/";
-        agent_.WriteIni(ReadWholeFile(shipped + "agent.ini"));
-        agent_.GetScratch().Write("config/EventLogManager.ini",
-                                  ReadWholeFile(shipped + "EventLogManager.ini"));
+        agent_.WriteShippedSettings();
         agent_.GetScratch().Write("data/EventLogManager/models/Kill.xml", kDefinition);
     }
 

@@ -27,7 +27,7 @@ constexpr const char* kUploadUsage = R"({"Values":{"ModelName":"DiskUsage"}})";
 constexpr std::array kCalls = {
     Call{
         "EventLogManagerCreateEvent",
-        R"({"Values":{"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","LogonTime":5,"EventDeviceId":3}}})",
+        R"({"Values":{"ModelName":"Logon","EventParams":{"User":"ann","Outcome":"success","Time":5,"EventDeviceId":3}}})",
         30},
     // A model that stays, so that there is something to upload.
     Call{"EventLogManagerCreateEvent", kCreateUsage, 10},

@@ -51,6 +51,14 @@ void AgentProcess::Execute() const {
     ::_exit(127);
 }
 
+void AgentProcess::WriteShippedSettings() const {
+    const std::string shipped = LUM_SOURCE_DIR "/etc/";
+    std::string ini = ReadWholeFile(shipped + "agent.ini");
+    ini.erase(ini.find("MachineEvents = "));
+    WriteIni(ini);
+    scratch_.Write("config/EventLogManager.ini", ReadWholeFile(shipped + "EventLogManager.ini"));
+}
+
 void AgentProcess::Start() {
     process_ = ::fork();
     if (process_ == 0) {

@@ -37,6 +37,10 @@ public:
     /// Writes agent.ini.
     void WriteIni(std::string_view content) const { scratch_.Write("config/agent.ini", content); }
 
+    /// Writes the shipped settings of the agent and of EventLogManager. MachineEvents is left out: it fills
+    /// tables by itself, which is for its own tests alone.
+    void WriteShippedSettings() const;
+
     void Start();
     /// Waits until it serves its socket; false where it has ended.
     [[nodiscard]] bool WaitUntilServing() const;

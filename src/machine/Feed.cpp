@@ -1,0 +1,173 @@
+#include "machine/Feed.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "machine/MachineLog.h"
+#include "machine/RecordId.h"
+
+namespace {
+
+/// A turn is short, so that a source with a long backlog does not keep the others from being heard.
+constexpr std::size_t kBatchEvents = 100;
+/// How many of the last events of a model are looked through for those of an interrupted batch: enough for
+/// what others stored in between.
+constexpr uint32_t kRecentEvents = 20 * kBatchEvents;
+constexpr uint32_t kAllEvents = 1'000'000;
+
+/// Stands before a position that comparesAll_ goes with.
+constexpr char kComparesAll = '!';
+
+constexpr uint32_t kStoreRetryMs = 5000;
+constexpr uint32_t kModelsRetryMs = 300'000;
+
+}  // namespace
+
+Feed::Feed(std::unique_ptr<Source> source, const LumString& positionPath, uint32_t retryMs)
+    : source_(std::move(source)), retryMs_(retryMs), file_(positionPath), due_(Clock::now()) {}
+
+int Feed::GetDescriptor() const {
+    return isOpen_ && !isResting_ ? source_->GetDescriptor() : -1;
+}
+
+bool Feed::Work(const std::function<bool()>& isStopping) {
+    if (!EnsureModels() || !EnsureOpen() || !EnsurePosition()) {
+        return false;
+    }
+    SourceBatch batch;
+    LumString error;
+    if (!source_->ReadSince(position_, kBatchEvents, batch, error)) {
+        isOpen_ = false;
+        Rest(retryMs_, error);
+        return false;
+    }
+    if (batch.begunAnew) {
+        comparesAll_ = true;
+        if (!LearnRecords()) {
+            return false;
+        }
+    }
+    if (!StoreBatch(batch, isStopping)) {
+        return false;
+    }
+    const bool isCaughtUp = comparesAll_ && !batch.more;
+    comparesAll_ = comparesAll_ && batch.more;
+    if (isCaughtUp || batch.position != position_) {
+        position_ = batch.position;
+        SavePosition();
+    }
+    if (!batch.more) {
+        known_.Clear();
+        SetDue(source_->GetWaitMs());
+    }
+    return batch.more;
+}
+
+bool Feed::EnsureModels() {
+    if (!models_.empty()) {
+        return true;
+    }
+    std::set<std::string> registered;
+    if (!ListModels(registered)) {
+        Rest(kStoreRetryMs, "the event log does not answer");
+        return false;
+    }
+    LumString reason("none of its models is registered");
+    for (const char* const model : source_->GetModels()) {
+        if (!registered.contains(model)) {
+            continue;
+        }
+        if (ListParams(model).contains(kTimeParam)) {
+            models_.insert(model);
+        } else {
+            reason.Printf("model '%s' is another than the one that comes with the module", model);
+        }
+    }
+    if (models_.empty()) {
+        Rest(kModelsRetryMs, reason);
+    }
+    return !models_.empty();
+}
+
+bool Feed::EnsureOpen() {
+    LumString error;
+    if (!isOpen_ && !source_->Open(error)) {
+        Rest(retryMs_, error);
+        return false;
+    }
+    if (isResting_) {
+        MachineDebug.PrintWithNL("%s: is read again", GetName());
+    }
+    isOpen_ = true;
+    isResting_ = false;
+    return true;
+}
+
+bool Feed::EnsurePosition() {
+    if (!isPositionKnown_) {
+        comparesAll_ = !file_.Load(position_);
+        if (position_.starts_with(kComparesAll)) {
+            comparesAll_ = true;
+            position_.erase(0, 1);
+        }
+        isPositionKnown_ = true;
+    }
+    return hasAskedStore_ || LearnRecords();
+}
+
+void Feed::SavePosition() {
+    file_.Save(comparesAll_ ? kComparesAll + position_ : position_);
+}
+
+bool Feed::LearnRecords() {
+    known_.Clear();
+    hasAskedStore_ = std::all_of(models_.begin(), models_.end(), [&](const std::string& model) {
+        return ReadRecords(model.c_str(), comparesAll_ ? kAllEvents : kRecentEvents, known_);
+    });
+    if (!hasAskedStore_) {
+        Rest(kStoreRetryMs, "the event log does not say what it holds");
+    }
+    return hasAskedStore_;
+}
+
+bool Feed::StoreBatch(const SourceBatch& batch, const std::function<bool()>& isStopping) {
+    for (const MachineEvent& event : batch.events) {
+        if (isStopping()) {
+            hasAskedStore_ = false;
+            return false;
+        }
+        if (!models_.contains(event.model) || (event.record != 0 && known_.Contains(event.record))) {
+            continue;
+        }
+        if (!HandleResult(StoreEvent(event))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Feed::HandleResult(StoreResult result) {
+    switch (result) {
+        case StoreResult::kStored:
+            return true;
+        case StoreResult::kRefused:
+            models_.clear();
+            break;
+        case StoreResult::kFailed:
+            Rest(kStoreRetryMs, "the event log could not store an event");
+            break;
+    }
+    // A part of the batch may be stored by now: the store has to be asked before it is read again.
+    hasAskedStore_ = false;
+    return false;
+}
+
+void Feed::Rest(uint32_t milliseconds, const LumString& reason) {
+    if (!isResting_) {
+        MachineDebug.WarningWithNL("%s: cannot be read at the moment and is looked for again: %S", GetName(),
+                                   reason);
+    }
+    isResting_ = true;
+    SetDue(milliseconds);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "host/text/LumString.h"
+#include "machine/EventStore.h"
+#include "machine/PositionFile.h"
+#include "machine/Source.h"
+
+/// Carries what a source has to say into the event log: reads a batch, leaves out what the log holds already,
+/// stores the rest in order, and only then keeps the position. So a kill at any moment leaves at most a part
+/// of one batch stored beyond the position, and that part is found in the log by its record numbers when the
+/// source is read on. An object belongs to one thread at a time.
+class Feed {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// `positionPath` is the file that keeps the position. A source that is not there is left alone for
+    /// `retryMs`.
+    Feed(std::unique_ptr<Source> source, const LumString& positionPath, uint32_t retryMs);
+
+    /// Does one turn: a batch of events at most. Ends early once `isStopping` answers true. True where there
+    /// is more to do at once.
+    bool Work(const std::function<bool()>& isStopping);
+
+    /// What to wait for before the next turn: the descriptor, -1 for none, or the moment.
+    [[nodiscard]] int GetDescriptor() const;
+    [[nodiscard]] Clock::time_point GetDue() const { return due_; }
+    [[nodiscard]] const char* GetName() const { return source_->GetName(); }
+
+private:
+    [[nodiscard]] bool EnsureOpen();
+    [[nodiscard]] bool EnsureModels();
+    [[nodiscard]] bool EnsurePosition();
+    /// Reads which records the models hold: all where comparesAll_ says so, else those that a kill may have
+    /// left beyond the position.
+    [[nodiscard]] bool LearnRecords();
+    void SavePosition();
+    [[nodiscard]] bool StoreBatch(const SourceBatch& batch, const std::function<bool()>& isStopping);
+    bool HandleResult(StoreResult result);
+    /// Leaves the source alone for `milliseconds`; says why, once.
+    void Rest(uint32_t milliseconds, const LumString& reason);
+    void SetDue(uint32_t milliseconds) { due_ = Clock::now() + std::chrono::milliseconds(milliseconds); }
+
+    const std::unique_ptr<Source> source_;
+    const uint32_t retryMs_;
+    PositionFile file_;
+
+    std::string position_;
+    bool isPositionKnown_ = false;
+    bool isOpen_ = false;
+    std::set<std::string> models_;  ///< those of the source's models that are registered
+    RecordSet known_;
+    /// Until the source has been read to its end once: what it gives may be stored since long ago, as the
+    /// position was lost, or leads nowhere. Kept with the position.
+    bool comparesAll_ = false;
+    bool hasAskedStore_ = false;
+    bool isResting_ = false;
+    Clock::time_point due_;
+};
