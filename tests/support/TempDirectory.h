@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/text/LumString.h"
 
@@ -17,22 +18,10 @@ inline std::string ReadWholeFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// A directory of a test's own, deleted with everything in it at the end.
-class TempDirectory {
+/// A directory that a test works in. It is neither made nor deleted.
+class TestDirectory {
 public:
-    TempDirectory() {
-        std::string made = (std::filesystem::temp_directory_path() / "lum-test-XXXXXX").string();
-        if (mkdtemp(made.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-        path_ = made;
-    }
-    TempDirectory(const TempDirectory&) = delete;
-    TempDirectory& operator=(const TempDirectory&) = delete;
-    ~TempDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
+    explicit TestDirectory(std::filesystem::path path) : path_(std::move(path)) {}
 
     [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
     /// The path of `name` in the directory.
@@ -65,5 +54,26 @@ public:
     }
 
 private:
-    std::filesystem::path path_;
+    const std::filesystem::path path_;
+};
+
+/// A directory of a test's own, deleted with everything in it at the end.
+class TempDirectory : public TestDirectory {
+public:
+    TempDirectory() : TestDirectory(Make()) {}
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+    ~TempDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(Path(), ignored);
+    }
+
+private:
+    static std::string Make() {
+        std::string made = (std::filesystem::temp_directory_path() / "lum-test-XXXXXX").string();
+        if (mkdtemp(made.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory");
+        }
+        return made;
+    }
 };

@@ -33,7 +33,7 @@ public:
     [[nodiscard]] LumDebug& Debug() { return debug_; }
     [[nodiscard]] const TempDirectory& Directory() const { return directory_; }
     [[nodiscard]] const LumString& Path() const { return path_; }
-    [[nodiscard]] std::vector<std::string> Lines() const { return lines_.All(); }
+    [[nodiscard]] std::vector<std::string> Lines() const { return lines_.Said(); }
 
     /// Runs a statement on a connection of its own; true where it worked.
     bool Run(const LumString& sql) {

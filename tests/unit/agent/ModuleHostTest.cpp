@@ -32,8 +32,8 @@ protected:
     /// Expects that the module was refused with one error line that names the file and ends with the reason.
     void ExpectRefusal(const std::string& name, const std::string& path, const std::string& reason) const {
         EXPECT_EQ(log_.Count("error Agent Module '" + name + "' is not loaded from " + path + ": "), 1U)
-            << log_.Text();
-        EXPECT_EQ(log_.Count(reason + "\n"), 1U) << log_.Text();
+            << testing::PrintToString(log_.Said());
+        EXPECT_EQ(log_.Count(reason + "\n"), 1U) << testing::PrintToString(log_.Said());
     }
 
     /// What the modules have said, without the times.

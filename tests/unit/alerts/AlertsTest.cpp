@@ -50,10 +50,10 @@ TEST_F(Alerts, AnswerWithoutAContainer) {
 }
 
 TEST_F(Alerts, HandTheFileOverUpstreamAndWithoutAPriority) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     EXPECT_EQ(Create("disk full", LumContainer()), kActionDone);
-    ASSERT_EQ(ReceivedFiles::Requests().size(), 1U);
-    const LumContainer& request = ReceivedFiles::Requests().front();
+    ASSERT_EQ(received.Requests().size(), 1U);
+    const LumContainer request = received.Requests().front();
     EXPECT_EQ(TextOf(request, "FileType"), "EventManagerEvent");
     EXPECT_EQ(TextOf(request, "FileLabel"), "EventManagerEvent");
     LumString name("unset");
@@ -81,17 +81,17 @@ TEST_F(Alerts, PassAtTheGapAndBecomeTheReference) {
 
 TEST_F(Alerts, AreSentEachTimeWithoutAGap) {
     AlertMinimumGap = 0;
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     Create("disk full", LumContainer());
     Create("disk full", LumContainer());
-    EXPECT_EQ(ReceivedFiles::Files().size(), 2U);
+    EXPECT_EQ(received.Files().size(), 2U);
 }
 
 TEST_F(Alerts, TakeNothingThatNamesTheAlertForEventManagerEvent) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     EXPECT_EQ(Create("", LumContainer()), kActionDone);
     EXPECT_EQ(Create("EventManagerEvent", LumContainer()), kActionDone);
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
 }
 
 TEST_F(Alerts, CarryAMillionVariables) {
@@ -103,22 +103,22 @@ TEST_F(Alerts, CarryAMillionVariables) {
     }
     LumContainer values;
     values.SetContainer("EventManagerVariables", variables);
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     EXPECT_EQ(Create("", values), kActionDone);
-    ASSERT_EQ(ReceivedFiles::Files().size(), 1U);
+    ASSERT_EQ(received.Files().size(), 1U);
     LumContainer sent;
-    ASSERT_TRUE(ReceivedFiles::Files().front().GetContainer("EventManagerVariables", sent));
+    ASSERT_TRUE(received.Files().front().GetContainer("EventManagerVariables", sent));
     EXPECT_EQ(sent.CountValues("EventManagerVariableEntry"), 1000000U);
     EXPECT_EQ(Create("", values), kActionDone);
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
 }
 
 TEST_F(Alerts, CarryADescriptionOfAMegabyte) {
     const std::string description(std::size_t{1} << 20U, 'd');
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     EXPECT_EQ(Create(description.c_str(), LumContainer()), kActionDone);
-    ASSERT_EQ(ReceivedFiles::Files().size(), 1U);
-    EXPECT_EQ(TextOf(ReceivedFiles::Files().front(), "Description"), LumString(description));
+    ASSERT_EQ(received.Files().size(), 1U);
+    EXPECT_EQ(TextOf(received.Files().front(), "Description"), LumString(description));
 }
 
 TEST_F(Alerts, AreGivenUpWhereNobodyStoresThem) {
@@ -167,39 +167,39 @@ TEST_F(Alerts, DoNotWaitForTheStoreOfAnother) {
 }
 
 TEST_F(Alerts, ComeOfAnErrorLineOnce) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
-    ASSERT_EQ(ReceivedFiles::Files().size(), 1U);
-    EXPECT_EQ(TextOf(ReceivedFiles::Files().front(), "Description"), "Routine: Failed to do it");
-    EXPECT_EQ(TextOf(ReceivedFiles::Files().front(), "EventManagerType"), "_DB_EVENTTYPE_ERRORONCLIENT_");
+    ASSERT_EQ(received.Files().size(), 1U);
+    EXPECT_EQ(TextOf(received.Files().front(), "Description"), "Routine: Failed to do it");
+    EXPECT_EQ(TextOf(received.Files().front(), "EventManagerType"), "_DB_EVENTTYPE_ERRORONCLIENT_");
     ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
     ModuleDebug.WarningWithNL("%S: Did not do it", std::string_view("Routine"));
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
 }
 
 TEST_F(Alerts, SayThatTheErrorIsOnTheServer) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     LumAgentHandle server{"Server"};
     ActionDbRegisterAction("MasterReceiveFile (container)", Refuse, &server);
     ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
     ActionDbUnregisterModule(&server);
-    ASSERT_EQ(ReceivedFiles::Files().size(), 1U);
-    EXPECT_EQ(TextOf(ReceivedFiles::Files().front(), "EventManagerType"), "_DB_EVENTTYPE_ERRORONSERVER_");
+    ASSERT_EQ(received.Files().size(), 1U);
+    EXPECT_EQ(TextOf(received.Files().front(), "EventManagerType"), "_DB_EVENTTYPE_ERRORONSERVER_");
 }
 
 TEST_F(Alerts, ComeOfAnErrorUnderTheDatabaseLock) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     const LumMutexLock lock(DatabaseMutex);
     ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
 }
 
 TEST_F(Alerts, ComeOfAnErrorThatTheLockIsMissing) {
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     const ExhaustedDatabaseMutex exhausted;
     ModuleDebug.ErrorWithNL("%S: Failed to lock database", std::string_view("Routine"));
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);
+    EXPECT_EQ(received.Files().size(), 1U);
 }
 
 uint32_t calls = 0;
@@ -224,7 +224,7 @@ TEST_F(Alerts, DoNotComeOfAnErrorWhileOneIsMade) {
 /// reverse order anywhere in these calls is a report.
 TEST_F(Alerts, TakeTheirOwnLockInsideTheDatabaseLock) {
     AlertMinimumGap = 0;
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     std::thread checks([] {
         for (uint32_t i = 0; i < 200; ++i) {
             static_cast<void>(Check(i));
@@ -235,7 +235,7 @@ TEST_F(Alerts, TakeTheirOwnLockInsideTheDatabaseLock) {
         ModuleDebug.ErrorWithNL("%S: Failed %u", std::string_view("Routine"), i);
     }
     checks.join();
-    EXPECT_EQ(ReceivedFiles::Files().size(), 200U);
+    EXPECT_EQ(received.Files().size(), 200U);
 }
 
 }  // namespace

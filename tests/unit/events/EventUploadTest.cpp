@@ -37,7 +37,7 @@ protected:
                            "SELECT i, 3600, " +
                            device + ", " + group + ", 'user' || i FROM n");
     }
-    static std::vector<LumContainer>& Files() { return ReceivedFiles::Files(); }
+    [[nodiscard]] std::vector<LumContainer> Files() const { return received_.Files(); }
     static std::string Stored() { return ModuleHarness::StoredTime("RM_LastUploadTimestamp", "Logon"); }
     [[nodiscard]] int64_t Success() const {
         return module_.ModuleLines("trace",
@@ -54,7 +54,7 @@ protected:
     }
 
     ModuleHarness module_;
-    ReceivedFiles received_;
+    FileStoreStandIn received_;
 };
 
 TEST_F(Upload, SendsAHundredEventsAFileAndEachEventOnce) {
@@ -65,7 +65,7 @@ TEST_F(Upload, SendsAHundredEventsAFileAndEachEventOnce) {
     std::set<int32_t> dates;
     const uint32_t counts[] = {100, 100, 50};
     for (std::size_t f = 0; f < 3; ++f) {
-        const LumContainer& file = Files()[f];
+        const LumContainer file = Files()[f];
         EXPECT_EQ(file.CountValues("EventDate"), counts[f]);
         EXPECT_EQ(file.CountValues("User"), counts[f]);
         EXPECT_TRUE(file.Contains("ModelDef"));
@@ -138,8 +138,8 @@ TEST_F(Upload, HandsEachFileOverWithTheSameFields) {
     const auto model = AddLogon();
     Events(1);
     EXPECT_TRUE(UploadEvents(model, 0, 10, false));
-    ASSERT_EQ(ReceivedFiles::Requests().size(), 1U);
-    LumContainer request = ReceivedFiles::Requests()[0];
+    ASSERT_EQ(received_.Requests().size(), 1U);
+    LumContainer request = received_.Requests()[0];
     LumString path;
     ASSERT_TRUE(request.GetString("MovePath", path));
     EXPECT_EQ(path.View().substr(0, GetTempDirectory().GetLength()), GetTempDirectory().View());
@@ -261,7 +261,7 @@ TEST_F(Upload, GoesOnWithoutATemporaryDirectory) {
     std::filesystem::remove_all(GetTempDirectory().GetString());
     EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
     EXPECT_TRUE(Files().empty());
-    EXPECT_EQ(ReceivedFiles::Requests().size(), 3U);  // with an empty path, which the store refuses
+    EXPECT_EQ(received_.Requests().size(), 3U);  // with an empty path, which the store refuses
     EXPECT_EQ(Success(), 1);
     EXPECT_EQ(Stored(), "1000");
 }

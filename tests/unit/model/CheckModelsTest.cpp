@@ -20,7 +20,7 @@ protected:
     }
     /// An automatic model with a parameter "P" over the parameter `from` of `source`.
     static void AddAutomatic(const char* name, const char* source, const char* from,
-                             std::vector<const char*> groupedBy = {}) {
+                             std::vector<std::string> groupedBy = {}) {
         ASSERT_TRUE(ModelCollection.Add(MakeModel({.name = name,
                                                    .type = ModelType::kAutomatic,
                                                    .source = source,

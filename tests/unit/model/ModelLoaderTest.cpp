@@ -42,7 +42,7 @@ protected:
         const std::string prefix = "EventLogManager LoadModel: ";
         const std::string file = "While parsing '" + std::string(path_.View()) + "', ";
         std::vector<std::string> said;
-        for (std::string line : lines_.All()) {
+        for (std::string line : lines_.Said()) {
             if (line.starts_with("trace ")) {
                 continue;
             }
@@ -89,7 +89,8 @@ TEST_F(ModelLoader, LoadsAUserModel) {
     EXPECT_TRUE(param->GetDefault().IsEmpty());
     EXPECT_FALSE(model->GetChecksum().IsEmpty());
     EXPECT_THAT(Said(), ElementsAre("print Model 'Logon' has been loaded with success"));
-    EXPECT_THAT(lines_.All(), testing::Contains("trace EventLogManager LoadModel: Entering"));
+    EXPECT_THAT(lines_.Said(LumLogLevel::kTrace),
+                testing::Contains("trace EventLogManager LoadModel: Entering"));
 }
 
 TEST_F(ModelLoader, LoadsAnAutomaticModel) {
@@ -152,7 +153,7 @@ TEST_F(ModelLoader, SaysNothingOfAFileThatIsNoDocument) {
     HostLogLines host;
     EXPECT_EQ(Load("<MODEL><NAME>x</MODEL>"), nullptr);
     EXPECT_THAT(Said(), IsEmpty());
-    EXPECT_EQ(host.All().size(), 1U);
+    EXPECT_EQ(host.Said().size(), 1U);
 }
 
 TEST_F(ModelLoader, LeavesThePointerAloneWhereTheHeadFails) {

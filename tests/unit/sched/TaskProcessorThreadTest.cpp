@@ -29,7 +29,7 @@ protected:
 TEST_F(Processor, RunsTheTasksOfAModelInTheirOrder) {
     const auto model = module_.Add({.name = "A"});
     ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
-    const ReceivedFiles received;
+    const FileStoreStandIn received;
     Queue(TaskType::TaskAggregate, "A");
     Queue(TaskType::TaskUpload, "A");
     Queue(TaskType::TaskDelete, "A");
@@ -37,7 +37,7 @@ TEST_F(Processor, RunsTheTasksOfAModelInTheirOrder) {
     EXPECT_EQ(module_.ModuleLines(
                   "warning", "AggregateEvents: Aggregation cannot be invoked for non automatic model 'A'"),
               1);
-    EXPECT_EQ(ReceivedFiles::Files().size(), 1U);  // read before they were deleted
+    EXPECT_EQ(received.Files().size(), 1U);  // read before they were deleted
     EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
 }
 

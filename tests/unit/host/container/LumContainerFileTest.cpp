@@ -56,7 +56,7 @@ TEST_F(LumContainerFile, HoldsTheWholeEncodingForTheOwnerAlone) {
     EXPECT_TRUE(S_ISREG(status.st_mode));
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     EXPECT_EQ(ReadWholeFile(path.GetString()), container_.ToCbor());
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(LumContainerFile, EachSaveMakesAFileOfItsOwn) {
@@ -93,7 +93,7 @@ TEST_F(LumContainerFile, ADirectoryThatCannotBeIsOneErrorLineAndAnEmptyPath) {
     directory_.Write("file", "");
     SetTempDirectory(directory_.At("file"));
     EXPECT_EQ(container_.SaveToTempFile(), "");
-    EXPECT_THAT(log_.All(),
+    EXPECT_THAT(log_.Said(),
                 ElementsAre("error Host LumContainer::SaveToTempFile: Failed to create a file in '" +
                             (directory_ / "file") + "': Not a directory"));
 }
@@ -113,7 +113,7 @@ TEST_F(LumContainerFile, AFullDiskIsOneErrorLineAndLeavesNoFile) {
         EXPECT_EQ(container_.SaveToTempFile(), "");
     }
     EXPECT_EQ(directory_.CountEntries(), 0U);
-    const std::vector<std::string> lines = log_.All();
+    const std::vector<std::string> lines = log_.Said();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_THAT(lines[0], StartsWith("error Host LumContainer::SaveToTempFile: Failed to write '" +
                                      directory_.Path().string() + "/"));

@@ -34,7 +34,7 @@ TEST(DBConnectionPool, ReportsToTheHostUntilItHasALogger) {
     DBConnectionPool pool;
     DBConnection connection(pool);
     EXPECT_EQ(connection.Query("SELECT 1"), nullptr);
-    EXPECT_EQ(lines.All(), Lines{"error Host DBConnection: no database is selected in statement: SELECT 1"});
+    EXPECT_EQ(lines.Said(), Lines{"error Host DBConnection: no database is selected in statement: SELECT 1"});
 }
 
 TEST(DBConnectionPool, OpensNothingBeforeTheFirstStatement) {

@@ -58,7 +58,7 @@ protected:
     }
     /// The one line that was logged.
     [[nodiscard]] std::string OnlyLine() const {
-        const std::vector<std::string> lines = log_.All();
+        const std::vector<std::string> lines = log_.Said();
         return lines.size() == 1 ? lines.front() : std::to_string(lines.size()) + " lines";
     }
 
@@ -86,7 +86,7 @@ TEST_F(IniFileTest, ReadsTextAsItStands) {
     EXPECT_EQ(Text("S", ""), "(none)");
     EXPECT_EQ(Text("s", "PLAIN"), "value");
     EXPECT_EQ(Text("T", "plain"), "(none)");
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(IniFileTest, TellsKeysOfOneSectionFromThoseOfAnother) {
@@ -113,7 +113,7 @@ TEST_F(IniFileTest, AFileThatIsMissingOrEmptyReadsAsEmpty) {
     EXPECT_FALSE(IniFile().GetEntryValue("S", "k", value, "default"));
     EXPECT_EQ(value, "default");
     EXPECT_EQ(ini_.GetPath(), directory_.At("x.ini"));
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(IniFileTest, ReadsIntegersStrictly) {
@@ -178,10 +178,10 @@ TEST_F(IniFileTest, NeitherReadsNorReplacesWhatIsNotAFile) {
     ASSERT_EQ(mkfifo(ini_.GetPath().GetString(), 0600), 0);
     EXPECT_THAT(Entries("S"), IsEmpty());
     EXPECT_FALSE(ini_.DeleteEntry("S", "k"));
-    EXPECT_THAT(log_.All(), ElementsAre(where + "Load" + path + "Is a directory",
-                                        where + "WriteEntryValue" + path + "Is a directory",
-                                        where + "Load" + path + "Not a regular file",
-                                        where + "DeleteEntry" + path + "Not a regular file"));
+    EXPECT_THAT(log_.Said(), ElementsAre(where + "Load" + path + "Is a directory",
+                                         where + "WriteEntryValue" + path + "Is a directory",
+                                         where + "Load" + path + "Not a regular file",
+                                         where + "DeleteEntry" + path + "Not a regular file"));
 }
 
 TEST_F(IniFileTest, WhatCannotBeReadAtTheMomentLeavesEveryValueAsItIs) {
@@ -197,14 +197,14 @@ TEST_F(IniFileTest, WhatCannotBeReadAtTheMomentLeavesEveryValueAsItIs) {
     EXPECT_EQ(text, "in force");
     const std::string line =
         "warning Host IniFile::Load: " + std::string(ini_.GetPath().View()) + ": Is a directory";
-    EXPECT_THAT(log_.All(), ElementsAre(line)) << "one warning for three keys";
+    EXPECT_THAT(log_.Said(), ElementsAre(line)) << "one warning for three keys";
 
     fs::remove(directory_.Path() / "x.ini");
     EXPECT_FALSE(ini_.GetEntryValue("S", "k", flag, true));
     EXPECT_TRUE(flag) << "a file that is missing gives the default";
     directory_.MakeDirectory("x.ini");
     EXPECT_FALSE(ini_.GetEntryValue("S", "k", flag, false));
-    EXPECT_THAT(log_.All(), ElementsAre(line, line)) << "said again, as it could be read in between";
+    EXPECT_THAT(log_.Said(), ElementsAre(line, line)) << "said again, as it could be read in between";
 }
 
 TEST_F(IniFileTest, NeitherReadsNorReplacesAFileThatIsTooLarge) {
@@ -286,7 +286,7 @@ TEST_F(IniFileTest, WritesAnyValueThatFitsOneLine) {
         EXPECT_TRUE(ini_.WriteEntryValue("S", "k", value));
         EXPECT_EQ(Text("S", "k"), value);
     }
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(IniFileTest, RefusesWhatWouldBeReadBackAsSomethingElse) {
@@ -305,7 +305,7 @@ TEST_F(IniFileTest, RefusesWhatWouldBeReadBackAsSomethingElse) {
         EXPECT_FALSE(ini_.WriteEntryValue("S", "k", value)) << value.GetString();
     }
     EXPECT_EQ(Content(), "[S]\nk = 1\n");
-    EXPECT_EQ(log_.All().size(), std::size(names) + 5);
+    EXPECT_EQ(log_.Said().size(), std::size(names) + 5);
     EXPECT_EQ(directory_.CountEntries(), 1U);
 }
 
@@ -314,12 +314,12 @@ TEST_F(IniFileTest, SaysWhyANameIsRefused) {
     EXPECT_FALSE(ini_.DeleteEntry("S\n", "k"));
     EXPECT_FALSE(ini_.WriteEntryValue("S", "a=b", 1));
     const std::string path(ini_.GetPath().View());
-    EXPECT_THAT(log_.All(), ElementsAre("warning Host IniFile::WriteEntryValue: " + path +
-                                            ": A line break or null byte in a name or value",
-                                        "warning Host IniFile::DeleteEntry: " + path +
-                                            ": A line break or null byte in a name or value",
-                                        "warning Host IniFile::WriteEntryValue: " + path +
-                                            ": The name or value would not be read back as it is"));
+    EXPECT_THAT(log_.Said(), ElementsAre("warning Host IniFile::WriteEntryValue: " + path +
+                                             ": A line break or null byte in a name or value",
+                                         "warning Host IniFile::DeleteEntry: " + path +
+                                             ": A line break or null byte in a name or value",
+                                         "warning Host IniFile::WriteEntryValue: " + path +
+                                             ": The name or value would not be read back as it is"));
 }
 
 TEST_F(IniFileTest, KeysBelowABrokenHeadingBelongToNoSection) {
@@ -364,7 +364,7 @@ TEST_F(IniFileTest, SaysWhyAFileCannotBeWritten) {
     EXPECT_EQ(Content(), "[S]\nk = 1\n");
     EXPECT_FALSE(IniFile().WriteEntryValue("S", "k", 1));
     // A limited disk takes no log line either, so its reason is on standard error alone.
-    const std::vector<std::string> lines = log_.All();
+    const std::vector<std::string> lines = log_.Said();
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.front(), "warning Host IniFile::WriteEntryValue: " +
                                  std::string(missing.GetPath().View()) + ": No such file or directory");

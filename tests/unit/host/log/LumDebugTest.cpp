@@ -76,8 +76,9 @@ TEST_F(LumDebugTest, WritesEachLevelWithItsName) {
     logger_.PrintWithNL("%d of %u", -1, 2U);
     logger_.WarningWithNL("100%%");
     logger_.ErrorWithNL("%s", "text");
-    EXPECT_THAT(lines_.All(), ElementsAre("trace Module LoadModel: Entering", "print Module -1 of 2",
-                                          "warning Module 100%", "error Module text"));
+    EXPECT_THAT(lines_.Said(LumLogLevel::kTrace),
+                ElementsAre("trace Module LoadModel: Entering", "print Module -1 of 2", "warning Module 100%",
+                            "error Module text"));
     EXPECT_EQ(logger_.GetName(), "Module");
     EXPECT_EQ(logger_.GetDescription(), "A module");
 }
@@ -87,7 +88,7 @@ TEST_F(LumDebugTest, DropsWhatIsBelowTheLevel) {
     logger_.TraceWithNL("a");
     logger_.PrintWithNL("b");
     logger_.WarningWithNL("c");
-    EXPECT_THAT(lines_.All(), ElementsAre("warning Module c"));
+    EXPECT_THAT(lines_.Said(), ElementsAre("warning Module c"));
     EXPECT_FALSE(lines_.Context().IsEnabled(LumLogLevel::kPrint));
 }
 
@@ -110,19 +111,19 @@ TEST(LumDebugContext, LeavesOutTraceAtFirst) {
 
 TEST_F(LumDebugTest, AMessageIsAlwaysOneLine) {
     logger_.PrintWithNL("%S", LumString(std::string_view("a\nb\rc\td\0e\x1b[0mf\x7f", 15)));
-    EXPECT_THAT(lines_.All(), ElementsAre("print Module a\\nb\\rc\\td\\x00e\\x1b[0mf\\x7f"));
+    EXPECT_THAT(lines_.Said(), ElementsAre("print Module a\\nb\\rc\\td\\x00e\\x1b[0mf\\x7f"));
 }
 
 TEST_F(LumDebugTest, KeepsUtf8AndEscapesTheRest) {
     logger_.PrintWithNL("M\u00fcller \u20ac \U0001F600 \u009b \xff\xc3 \ufffd");
-    EXPECT_THAT(lines_.All(),
+    EXPECT_THAT(lines_.Said(),
                 ElementsAre("print Module M\u00fcller \u20ac \U0001F600 \\xc2\\x9b \\xff\\xc3 \ufffd"));
 }
 
 TEST_F(LumDebugTest, ALongMessageIsWrittenWhole) {
     const LumString text(std::string(kMegabyte, 'x'));
     logger_.PrintWithNL("%S", text);
-    EXPECT_THAT(lines_.All(), ElementsAre("print Module " + std::string(text.View())));
+    EXPECT_THAT(lines_.Said(), ElementsAre("print Module " + std::string(text.View())));
 }
 
 TEST(LumDebugContext, StampsTheLocalTimeWithItsZone) {
@@ -177,7 +178,7 @@ TEST_F(LumDebugTest, CallsTheActionAfterTheLineIsWritten) {
     static const LogLines* lines = nullptr;
     static std::size_t before = 0;
     lines = &lines_;
-    logger_.SetErrorActionInvokeAddress([](const LumString&) { before = lines->All().size(); });
+    logger_.SetErrorActionInvokeAddress([](const LumString&) { before = lines->Said().size(); });
     logger_.ErrorWithNL("a");
     EXPECT_EQ(before, 1U);
 }
@@ -187,8 +188,8 @@ TEST_F(LumDebugTest, AnActionThatFailsIsNotCalledForThat) {
     logger_.ErrorWithNL("a");
     logger_.ErrorWithNL("b");
     EXPECT_THAT(heard, ElementsAre("a", "b"));
-    EXPECT_THAT(lines_.All(), ElementsAre("error Module a", "error Module failed on: a", "error Module b",
-                                          "error Module failed on: b"));
+    EXPECT_THAT(lines_.Said(), ElementsAre("error Module a", "error Module failed on: a", "error Module b",
+                                           "error Module failed on: b"));
 }
 
 TEST_F(LumDebugTest, TwoActionsThatFailDoNotCallEachOtherForEver) {
@@ -201,7 +202,7 @@ TEST_F(LumDebugTest, TwoActionsThatFailDoNotCallEachOtherForEver) {
     });
     other.ErrorWithNL("first");
     EXPECT_THAT(heard, ElementsAre("other: first", "back"));
-    EXPECT_THAT(lines_.All(), SizeIs(3));
+    EXPECT_THAT(lines_.Said(), SizeIs(3));
 }
 
 TEST_F(LumDebugTest, AnActionOnOneThreadHidesNoErrorOfAnother) {
@@ -324,13 +325,13 @@ TEST_F(LumDebugTest, ManyThreadsMixNoLines) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_THAT(lines_.All(), SizeIs(200));
-    EXPECT_THAT(lines_.All(), testing::Each("print Module 0123456789"));
+    EXPECT_THAT(lines_.Said(), SizeIs(200));
+    EXPECT_THAT(lines_.Said(), testing::Each("print Module 0123456789"));
 }
 
 TEST(LumHostDebug, IsTheLoggerOfTheHost) {
     EXPECT_EQ(LumHostDebug().GetName(), "Host");
     const HostLogLines lines;
     LumHostDebug().WarningWithNL("text");
-    EXPECT_THAT(lines.All(), ElementsAre("warning Host text"));
+    EXPECT_THAT(lines.Said(), ElementsAre("warning Host text"));
 }

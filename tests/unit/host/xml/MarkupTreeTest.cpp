@@ -21,10 +21,10 @@ protected:
 
     /// The warning's text behind the routine and the file, of a document that must be refused.
     std::string Refusal(std::string_view text) {
-        const std::size_t before = log_.All().size();
+        const std::size_t before = log_.Said().size();
         EXPECT_FALSE(Parse(text));
         EXPECT_EQ(tree_.GetRootNode(), nullptr);
-        const std::vector<std::string> lines = log_.All();
+        const std::vector<std::string> lines = log_.Said();
         const std::string start = "warning Host MarkupTree::ParseText: x.xml: ";
         if (lines.size() != before + 1 || !lines.back().starts_with(start)) {
             return "unexpected: " + (lines.empty() ? "" : lines.back());
@@ -99,7 +99,7 @@ TEST_F(MarkupTreeTest, ReadsAModelDefinition) {
     EXPECT_EQ(FirstText("MODEL/PARAMS/PARAM@0/NAME"), "User");
     EXPECT_EQ(FirstText("MODEL/PARAMS/PARAM@1/NAME"), "Count");
     EXPECT_EQ(Fetch("MODEL/PARAMS/PARAM@2/NAME"), nullptr);
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(MarkupTreeTest, KeepsTextAsTheDocumentSpellsIt) {
@@ -344,7 +344,7 @@ TEST_F(MarkupTreeTest, SaysWhyAFileIsRefused) {
     for (const char* name : {"broken.xml", "large.xml", "directory.xml", "pipe.xml", "missing.xml"}) {
         EXPECT_FALSE(tree_.ParseFile(directory.At(name)));
     }
-    EXPECT_THAT(log_.All(),
+    EXPECT_THAT(log_.Said(),
                 ElementsAre(start + "broken.xml: line 2, column 3: mismatched tag",
                             start + "large.xml: Larger than 4194304 bytes",
                             start + "directory.xml: Is a directory", start + "pipe.xml: Not a regular file",
