@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "BuildPaths.h"
 #include "agent/RequestRouter.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "BuildPaths.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"

@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
+#include "BuildPaths.h"
 #include "contract/FileStore.h"
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "BuildPaths.h"
 #include "support/AgentProcess.h"
 #include "support/LogLines.h"
 

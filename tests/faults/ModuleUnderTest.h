@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <stdlib.h>
 
+#include "BuildPaths.h"
 #include "contract/FileStore.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"

@@ -23,6 +23,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "BuildPaths.h"
 #include "faults/ModuleUnderTest.h"
 #include "support/FaultVfs.h"
 #include "support/TempDirectory.h"

@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <sqlite3.h>
 
+#include "BuildPaths.h"
 #include "contract/FileStore.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "BuildPaths.h"
 #include "support/WaitFor.h"
 
 AgentProcess::~AgentProcess() {

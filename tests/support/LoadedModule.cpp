@@ -4,6 +4,8 @@
 
 #include <dlfcn.h>
 
+#include "BuildPaths.h"
+
 namespace {
 
 constexpr const char* kPath = LUM_BINARY_DIR "/modules/EventLogManager.so";

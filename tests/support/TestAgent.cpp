@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "BuildPaths.h"
 #include "host/container/LumContainer.h"
 #include "host/core/LumAgent.h"
 #include "host/log/LumDebug.h"

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include "BuildPaths.h"
 #include "host/database/Database.h"
 #include "model/Model.h"
 #include "model/ModelElement.h"
