@@ -6,11 +6,11 @@ set(LUM_INSTALL_LIBDIR lib/lumagent)
 set(LUM_INSTALL_MODULEDIR ${LUM_INSTALL_LIBDIR}/modules)
 set(LUM_INSTALL_SYSCONFDIR /etc/lumagent)
 
-set_target_properties(lumagent lumctl PROPERTIES INSTALL_RPATH "$ORIGIN/../${LUM_INSTALL_LIBDIR}")
+set_target_properties(lumagent lumctl lumforward lumcollect PROPERTIES INSTALL_RPATH "$ORIGIN/../${LUM_INSTALL_LIBDIR}")
 set_target_properties(lum lumcore PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(EventLogManager FileStore MachineEvents PROPERTIES INSTALL_RPATH "$ORIGIN/..")
 
-install(TARGETS lumagent lumctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS lumagent lumctl lumforward lumcollect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS lum lumcore LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR})
 install(TARGETS EventLogManager FileStore MachineEvents LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
 install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}

@@ -30,3 +30,11 @@ bool Sha256OfFile(int fd, std::string& digest) {
     digest = SHA256End(&state, text.data());
     return true;
 }
+
+std::string Sha256Hex(std::string_view bytes) {
+    SHA2_CTX state;
+    SHA256Init(&state);
+    SHA256Update(&state, reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    std::array<char, SHA256_DIGEST_STRING_LENGTH> text{};
+    return SHA256End(&state, text.data());
+}

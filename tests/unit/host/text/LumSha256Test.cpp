@@ -32,6 +32,11 @@ TEST_F(LumSha256, IsThatOfTheStandardsExamples) {
               "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
+TEST_F(LumSha256, OfBytesIsThatOfAFileWithThem) {
+    EXPECT_EQ(Sha256Hex("abc"), Of("abc"));
+    EXPECT_EQ(Sha256Hex(""), Of(""));
+}
+
 TEST_F(LumSha256, LeavesThePositionWhereItIs) {
     const FileDescriptor file(open(directory_.Write("file", "abc").c_str(), O_RDONLY));
     ASSERT_EQ(lseek(file.Get(), 2, SEEK_SET), 2);

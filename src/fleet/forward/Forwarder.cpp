@@ -1,0 +1,384 @@
+#include "fleet/forward/Forwarder.h"
+
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "fleet/service/StopSignal.h"
+#include "fleet/wire/BatchHeaders.h"
+#include "fleet/wire/Subjects.h"
+#include "host/file/LumFile.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumSha256.h"
+
+namespace {
+
+LumDebug ForwardDebug("lumforward", "Forwarder of the outbox");
+
+constexpr int32_t kInboxBytes = 2'000'000;
+constexpr std::size_t kWindowBytes = 1'000'000;
+constexpr std::size_t kNamesAtOnce = 4096;
+constexpr std::size_t kMaxStaying = 4096;
+constexpr int64_t kIdleMs = 250;
+constexpr int64_t kAcknowledgeWithinMs = 30'000;
+constexpr int64_t kRescanMs = 30'000;
+constexpr int64_t kReportMs = 5'000;
+constexpr int64_t kReportPart = 50;
+/// The stream's own limit of a message is lower than the broker's.
+constexpr int64_t kMessageTooLarge = 10'054;
+
+LumString Text(const std::string& text) {
+    return LumString(std::string_view(text));
+}
+
+}  // namespace
+
+Forwarder::Forwarder(const ForwardSettings& settings, ForwardState& state)
+    : settings_(settings),
+      state_(state),
+      outbox_(settings.outbox),
+      reconnect_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()),
+      refused_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()) {}
+
+int64_t Forwarder::NowMs() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void Forwarder::Run() {
+    while (!StopSignal::IsSet()) {
+        if (broker_.IsConnected() || Connect()) {
+            Work();
+        } else {
+            ReportState();
+            StopSignal::Wait(reconnect_.Next());
+        }
+    }
+    // What the broker has is safe there; what it has not is found again in the outbox.
+    static_cast<void>(broker_.Flush(1'000));
+    broker_.Close();
+    reportNotBeforeMs_ = 0;
+    state_.connected = false;
+    ReportState();
+}
+
+bool Forwarder::Connect() {
+    std::string error;
+    if (!broker_.Connect(settings_.broker, error) ||
+        !broker_.Subscribe(DeviceInbox(settings_.device), "", kInboxBytes, error)) {
+        Complain(error);
+        broker_.Close();
+        return false;
+    }
+    ForwardDebug.PrintWithNL("Connected to the broker as device %S", Text(settings_.device));
+    lastError_.clear();
+    state_.connected = true;
+    ++state_.connects;
+    reconnect_.Reset();
+    StartPass();
+    return true;
+}
+
+void Forwarder::StartPass() {
+    passDone_ = false;
+    cursor_.clear();
+    next_.clear();
+}
+
+void Forwarder::Disconnect(const std::string& reason) {
+    Complain(reason);
+    broker_.Close();
+    state_.connected = false;
+    ledger_.ForgetUnacknowledged();
+    // A broker that took the connection and dropped it is not to be hammered either.
+    StopSignal::Wait(reconnect_.Next());
+}
+
+void Forwarder::Complain(const std::string& reason) {
+    // An outage is one line, however long it lasts.
+    if (reason != lastError_) {
+        ForwardDebug.WarningWithNL("%S", Text(reason));
+        lastError_ = reason;
+    }
+}
+
+void Forwarder::Work() {
+    PublishWhatFits();
+    const bool busy = HasRoom() && !next_.empty();
+    TakeMessages(busy ? 0 : kIdleMs);
+    if (!broker_.IsConnected()) {
+        return;
+    }
+    const int64_t now = NowMs();
+    if (ledger_.ForgetUnacknowledgedBefore(now - kAcknowledgeWithinMs) > 0) {
+        StartPass();
+        Complain("The broker does not acknowledge what is sent to it");
+    }
+    AskForReceipts();
+    ReportState();
+}
+
+void Forwarder::TakeMessages(int64_t timeoutMs) {
+    std::optional<BrokerMessage> message;
+    for (int64_t wait = timeoutMs;; wait = 0) {
+        const ReceiveResult result = broker_.Receive(wait, message);
+        if (result == ReceiveResult::kDisconnected) {
+            Disconnect("The connection to the broker is lost");
+            return;
+        }
+        if (result == ReceiveResult::kNothing) {
+            return;
+        }
+        uint64_t number = 0;
+        if (ParseAckSubject(message->Subject(), number)) {
+            TakeAcknowledgement(number, message->Data());
+        } else {
+            TakeReceipt(message->Data());
+        }
+    }
+}
+
+void Forwarder::TakeAcknowledgement(uint64_t number, std::string_view data) {
+    // An answer without content is the broker's for a subject that no stream takes.
+    const nlohmann::json json =
+        data.empty() ? nlohmann::json::object() : nlohmann::json::parse(data, nullptr, false);
+    const auto sequence = json.is_object() ? json.find("seq") : json.end();
+    if (sequence != json.end() && sequence->is_number_unsigned()) {
+        const int64_t askAfterMs = settings_.askAfterSeconds * 1'000;
+        ledger_.Acknowledge(number, sequence->get<uint64_t>(), NowMs() + askAfterMs);
+        ++state_.acknowledged;
+        if (!state_.brokerTakes.exchange(true)) {
+            ForwardDebug.PrintWithNL("The broker takes batches again");
+            lastError_.clear();
+        }
+        refused_.Reset();
+        return;
+    }
+    std::string reason = "no stream takes it";
+    int64_t code = 0;
+    if (json.is_object() && json.contains("error") && json["error"].is_object()) {
+        reason = json["error"].value("description", "it gives no reason");
+        code = json["error"].value("err_code", int64_t{0});
+    }
+    Refused(number, reason, code);
+}
+
+void Forwarder::Refused(uint64_t number, const std::string& reason, int64_t code) {
+    const std::string name = ledger_.Refuse(number);
+    if (name.empty()) {
+        return;
+    }
+    if (code == kMessageTooLarge) {
+        SetAside(name, name + ": it is larger than the stream takes");
+        return;
+    }
+    Complain("The broker refuses a batch: " + reason);
+    state_.brokerTakes = false;
+    // All that was under way meets the same refusal: one wait for all of them.
+    if (publishNotBeforeMs_ <= NowMs()) {
+        publishNotBeforeMs_ = NowMs() + refused_.Next();
+    }
+    StartPass();
+}
+
+void Forwarder::TakeReceipt(std::string_view data) {
+    std::vector<ReceiptLine> lines;
+    if (!ParseReceipt(data, lines)) {
+        Complain("A message came that is not a receipt");
+        return;
+    }
+    state_.lastReceipt = std::time(nullptr);
+    for (const ReceiptLine& line : lines) {
+        Settle(line);
+    }
+}
+
+void Forwarder::Settle(const ReceiptLine& line) {
+    for (const std::string& name : ledger_.NamesOf(line.digest)) {
+        switch (line.fate) {
+            case BatchFate::kHeld:
+                Confirm(name);
+                break;
+            case BatchFate::kRejected:
+                ledger_.Forget(name);
+                SetAside(name, name + ": refused, " + line.reason);
+                break;
+            case BatchFate::kMissing:
+                ledger_.Forget(name);
+                StartPass();
+                break;
+            case BatchFate::kWaiting:
+                break;
+        }
+    }
+}
+
+void Forwarder::Confirm(const std::string& name) {
+    std::string error;
+    if (!outbox_.Remove(name, error)) {
+        // It stays in the ledger, so the next answer tries again.
+        Complain(error);
+        return;
+    }
+    ledger_.Forget(name);
+    ++state_.confirmed;
+}
+
+void Forwarder::SetAside(const std::string& name, const std::string& reason) {
+    std::string error;
+    if (!outbox_.SetAside(name, error)) {
+        Complain(error);
+        return;
+    }
+    ++state_.setAside;
+    ForwardDebug.WarningWithNL("Set aside in %s: %S", OutboxDirectory::kSetAside, Text(reason));
+}
+
+bool Forwarder::HasRoom() const {
+    return ledger_.CountUnacknowledged() < static_cast<std::size_t>(settings_.window) &&
+           ledger_.UnacknowledgedBytes() < kWindowBytes &&
+           ledger_.CountAll() < static_cast<std::size_t>(settings_.maxUnconfirmed) &&
+           NowMs() >= publishNotBeforeMs_;
+}
+
+void Forwarder::PublishWhatFits() {
+    std::string description;
+    while (HasRoom() && NextDescription(description)) {
+        if (!PublishEntry(description)) {
+            return;
+        }
+    }
+}
+
+bool Forwarder::NextDescription(std::string& name) {
+    if (next_.empty()) {
+        ReadNextNames();
+    }
+    if (next_.empty()) {
+        return false;
+    }
+    name = std::move(next_.front());
+    next_.pop_front();
+    cursor_ = name;
+    return true;
+}
+
+void Forwarder::ReadNextNames() {
+    const int64_t stamp = outbox_.ChangeStamp();
+    const int64_t now = NowMs();
+    if (passDone_) {
+        // Nothing new, and nothing that could not be read a while ago.
+        if (stamp == passStamp_ && now < rescanNotBeforeMs_) {
+            return;
+        }
+        passDone_ = false;
+        cursor_.clear();
+    }
+    if (cursor_.empty()) {
+        passStamp_ = stamp;
+        rescanNotBeforeMs_ = now + kRescanMs;
+    }
+    // The ledger knows contents by their name, which only the description tells for certain; the usual one is
+    // good enough to keep what is under way from being read again and again.
+    const auto isWanted = [this](const std::string& description) {
+        const std::string stem = description.substr(0, description.rfind('.'));
+        return !ledger_.Holds(stem + ".cbor") && staying_.count(description) == 0;
+    };
+    std::vector<std::string> names;
+    std::string error;
+    if (!outbox_.NextDescriptions(cursor_, kNamesAtOnce, isWanted, names, error)) {
+        state_.outboxReadable = false;
+        Complain(error);
+        passDone_ = true;
+        return;
+    }
+    state_.outboxReadable = true;
+    passDone_ = names.empty();
+    next_.assign(names.begin(), names.end());
+}
+
+bool Forwarder::PublishEntry(const std::string& description) {
+    OutboxEntry entry;
+    std::string reason;
+    switch (outbox_.Load(description, broker_.MaxPayload(), entry, reason)) {
+        case LoadResult::kReady:
+            break;
+        case LoadResult::kGone:
+            return true;
+        case LoadResult::kStays:
+            if (staying_.size() < kMaxStaying) {
+                staying_.insert(description);
+            }
+            return true;
+        case LoadResult::kBad:
+            SetAside(description, reason);
+            return true;
+        case LoadResult::kUnreadable:
+            Complain(reason);
+            return true;
+    }
+    if (!ledger_.Holds(entry.name)) {
+        Send(entry);
+    }
+    return broker_.IsConnected();
+}
+
+void Forwarder::Send(const OutboxEntry& entry) {
+    BatchInfo batch;
+    batch.key = {settings_.device, Sha256Hex(entry.content)};
+    batch.name = entry.name;
+    batch.label = entry.label;
+    batch.receivedAt = entry.receivedAt;
+    const uint64_t number = nextNumber_++;
+    std::string error;
+    ledger_.Add(entry.name, batch.key.digest, entry.content.size(), number, NowMs());
+    if (!broker_.Publish(BatchSubject(settings_.device, entry.label), AckSubject(settings_.device, number),
+                         MakeHeaders(batch), entry.content, error)) {
+        Disconnect(error);
+        return;
+    }
+    ++state_.published;
+    state_.publishedBytes += entry.content.size();
+}
+
+void Forwarder::AskForReceipts() {
+    const int64_t now = NowMs();
+    if (now < askNotBeforeMs_) {
+        return;
+    }
+    askNotBeforeMs_ = now + 1'000;
+    const int64_t again = now + settings_.askAfterSeconds * 1'000;
+    const std::vector<AskLine> questions = ledger_.TakeQuestions(now, again);
+    std::string error;
+    if (!questions.empty() &&
+        !broker_.Publish(AskSubject(settings_.device), "", {}, AskText(questions), error)) {
+        Disconnect(error);
+    }
+}
+
+void Forwarder::ReportState() {
+    state_.unconfirmed = ledger_.CountAll();
+    state_.underWay = ledger_.CountUnacknowledged();
+    const int64_t now = NowMs();
+    if (now < reportNotBeforeMs_) {
+        return;
+    }
+    reportNotBeforeMs_ = now + kReportMs;
+    OutboxSize size;
+    std::string error;
+    state_.outboxReadable = outbox_.Measure(size, error);
+    if (!state_.outboxReadable) {
+        Complain(error);
+        return;
+    }
+    state_.waiting = size.entries;
+    state_.waitingBytes = size.bytes;
+    state_.oldest = size.oldest;
+    // Counting a large backlog takes a while: it gets a small part of the time.
+    reportNotBeforeMs_ = now + std::max(kReportMs, (NowMs() - now) * kReportPart);
+    LumString reason;
+    const std::string text = ForwardStateJson(state_, settings_.device, lastError_, std::time(nullptr));
+    if (!FileReplace(Text(settings_.stateFile), text, reason)) {
+        Complain(settings_.stateFile + ": " + std::string(reason.View()));
+    }
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "fleet/broker/Broker.h"
+#include "fleet/forward/ForwardSettings.h"
+#include "fleet/forward/ForwardState.h"
+#include "fleet/forward/Ledger.h"
+#include "fleet/forward/OutboxDirectory.h"
+#include "fleet/service/Backoff.h"
+
+/// Sends the entries of an outbox in the order of their names and removes each once a receipt says that the
+/// database holds it. Nothing else ever deletes one: what cannot be sent is set aside. One thread runs it;
+/// `state` may be read by others meanwhile.
+class Forwarder {
+public:
+    Forwarder(const ForwardSettings& settings, ForwardState& state);
+
+    /// Works until the process is asked to stop.
+    void Run();
+
+private:
+    [[nodiscard]] bool Connect();
+    void Disconnect(const std::string& reason);
+    /// One round of everything, about a quarter of a second when there is nothing to do.
+    void Work();
+    /// Handles what has come; waits up to `timeoutMs` for the first message.
+    void TakeMessages(int64_t timeoutMs);
+    void TakeAcknowledgement(uint64_t number, std::string_view data);
+    void TakeReceipt(std::string_view data);
+    void Settle(const ReceiptLine& line);
+    void Confirm(const std::string& name);
+    void SetAside(const std::string& name, const std::string& reason);
+    void PublishWhatFits();
+    [[nodiscard]] bool HasRoom() const;
+    [[nodiscard]] bool NextDescription(std::string& name);
+    void ReadNextNames();
+    /// Looks at the outbox from its first name on.
+    void StartPass();
+    [[nodiscard]] bool PublishEntry(const std::string& description);
+    void Send(const OutboxEntry& entry);
+    void Refused(uint64_t number, const std::string& reason, int64_t code);
+    void AskForReceipts();
+    void ReportState();
+    void Complain(const std::string& reason);
+    [[nodiscard]] int64_t NowMs() const;
+
+    const ForwardSettings settings_;
+    ForwardState& state_;
+    const OutboxDirectory outbox_;
+    Broker broker_;
+    Ledger ledger_;
+    Backoff reconnect_;
+    Backoff refused_;
+    std::deque<std::string> next_;   ///< descriptions to be published
+    std::string cursor_;             ///< the last description that was looked at in this pass
+    bool passDone_ = false;          ///< the pass has seen all names
+    int64_t passStamp_ = -1;         ///< the outbox's stamp when the pass began
+    std::set<std::string> staying_;  ///< descriptions of entries that are not to be sent
+    uint64_t nextNumber_ = 1;
+    int64_t publishNotBeforeMs_ = 0;
+    int64_t rescanNotBeforeMs_ = 0;
+    int64_t askNotBeforeMs_ = 0;
+    int64_t reportNotBeforeMs_ = 0;
+    std::string lastError_;
+};

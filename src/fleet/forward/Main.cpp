@@ -1,0 +1,36 @@
+#include <exception>
+#include <iostream>
+
+#include "fleet/forward/Forwarder.h"
+#include "fleet/service/StatusServer.h"
+#include "fleet/service/StopSignal.h"
+
+namespace {
+
+int RunForwarder(const ForwardSettings& settings) {
+    const StopSignal signals;
+    ForwardState state;
+    StatusServer server;
+    std::string error;
+    if (!server.Start(settings.listen,
+                      {[&state] { return ForwardHealth(state); }, [&state] { return ForwardMetrics(state); }},
+                      error)) {
+        std::cerr << "lumforward: " << error << '\n';
+        return 1;
+    }
+    Forwarder(settings, state).Run();
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        ForwardSettings settings;
+        const std::optional<int> status = ReadForwardSettings(argc, argv, settings);
+        return status.has_value() ? *status : RunForwarder(settings);
+    } catch (const std::exception& error) {
+        std::cerr << "lumforward: " << error.what() << '\n';
+        return 1;
+    }
+}

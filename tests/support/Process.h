@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+/// A program that a test starts and ends. What it writes goes to a file.
+class Process {
+public:
+    Process() = default;
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    /// Kills what still runs.
+    ~Process();
+
+    /// Starts `words`; its output is appended to `outputPath`. `unprivileged`: where the test is root, as the
+    /// user nobody.
+    void Start(const std::vector<std::string>& words, const std::string& outputPath,
+               bool unprivileged = false);
+    [[nodiscard]] bool IsRunning() const;
+    void Signal(int signal) const;
+    /// Waits for its end: the exit status, or minus the signal that killed it.
+    int Wait();
+    int Stop();
+    int Kill();
+    [[nodiscard]] pid_t GetId() const { return process_; }
+    /// Its resident memory, in bytes.
+    [[nodiscard]] std::size_t ResidentBytes() const;
+    /// The most of it so far, in bytes.
+    [[nodiscard]] std::size_t PeakBytes() const;
+
+private:
+    [[nodiscard]] std::size_t StatusBytes(const std::string& key) const;
+
+    pid_t process_ = 0;
+};
+
+/// A port of the loopback interface that nobody listens on.
+[[nodiscard]] int FreePort();
