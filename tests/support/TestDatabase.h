@@ -33,7 +33,12 @@ public:
     [[nodiscard]] LumDebug& Debug() { return debug_; }
     [[nodiscard]] const TempDirectory& Directory() const { return directory_; }
     [[nodiscard]] const LumString& Path() const { return path_; }
-    [[nodiscard]] std::vector<std::string> Lines() const { return lines_.Said(); }
+    /// What was said, without the traces, which repeat a failed statement with its values.
+    [[nodiscard]] std::vector<std::string> Lines() const {
+        std::vector<std::string> lines = lines_.Said();
+        std::erase_if(lines, [](const std::string& line) { return line.starts_with("trace "); });
+        return lines;
+    }
 
     /// Runs a statement on a connection of its own; true where it worked.
     bool Run(const LumString& sql) {

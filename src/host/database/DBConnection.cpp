@@ -3,20 +3,11 @@
 
 #include "host/database/IniScripts.h"
 #include "host/database/internal/DBConnectionPoolImpl.h"
-#include "host/text/LumUtf8.h"
+#include "host/database/internal/StatementText.h"
 
 namespace {
 
 constexpr std::size_t kMaxReportedCharacters = 500;
-
-/// The start of a statement, as much of it as a log line takes.
-std::string_view Reported(std::string_view sql) {
-    std::size_t at = 0;
-    for (std::size_t characters = 0; characters < kMaxReportedCharacters && at < sql.size(); ++characters) {
-        LumNextUtf8(sql, at);
-    }
-    return sql.substr(0, at);
-}
 
 }  // namespace
 
@@ -30,12 +21,15 @@ public:
         pool_.GiveBack(std::move(handle_));
     }
 
-    [[nodiscard]] GenSqlResult* Query(const LumString& sql, bool quiet) {
+    /// `watch` may be null.
+    [[nodiscard]] GenSqlResult* Query(const LumString& sql, bool quiet, const Watch* watch) {
         std::unique_ptr<GenSqlResultBuffer> rows;
-        std::string error;
-        if (!handle_->Run(this, sql, rows, error)) {
-            if (!quiet) {
-                Report(error, sql.View());
+        DBOutcome outcome;
+        const bool done = handle_->Run(this, sql, watch, rows, outcome);
+        pool_.NoteChange(outcome, done);
+        if (!done) {
+            if (!quiet && !outcome.wasStopped) {
+                Report(outcome.error, sql.View());
             }
             return nullptr;
         }
@@ -65,20 +59,26 @@ public:
         return ended || Control(DBHandle::Control::kRollback);
     }
 
+    bool CutLogBack() { return handle_->CutLogBack(); }
+
     [[nodiscard]] LumDebug& Debug() const { return pool_.Debug(); }
 
 private:
     [[nodiscard]] bool Control(DBHandle::Control control) {
-        std::string error;
-        if (!handle_->RunControl(this, control, error)) {
-            Report(error, DBHandle::ControlText(control));
-            return false;
+        DBOutcome outcome;
+        const bool done = handle_->RunControl(this, control, outcome);
+        pool_.NoteChange(outcome, done);
+        if (!done) {
+            Report(outcome.error, DBHandle::ControlText(control));
         }
-        return true;
+        return done;
     }
 
     void Report(const std::string& error, std::string_view sql) const {
-        Debug().ErrorWithNL("DBConnection: %S in statement: %S", std::string_view(error), Reported(sql));
+        const std::string shown = StatementWithoutValues(sql, kMaxReportedCharacters);
+        Debug().ErrorWithNL("DBConnection: %S in statement: %S", std::string_view(error),
+                            std::string_view(shown));
+        Debug().TraceWithNL("DBConnection: the statement as it stands: %S", sql);
     }
 
     DBConnectionPool::Impl& pool_;
@@ -93,7 +93,15 @@ DBConnection::DBConnection(DBConnectionPool& pool) : impl_(std::make_unique<Impl
 DBConnection::~DBConnection() = default;
 
 GenSqlResult* DBConnection::Query(const LumString& sql, bool quiet) {
-    return impl_->Query(sql, quiet);
+    return impl_->Query(sql, quiet, nullptr);
+}
+
+GenSqlResult* DBConnection::QueryWatched(const LumString& sql, const Watch& watch) {
+    return impl_->Query(sql, false, &watch);
+}
+
+bool DBConnection::CutLogBack() {
+    return impl_->CutLogBack();
 }
 
 bool DBConnection::BeginTransaction() {

@@ -13,6 +13,17 @@ LumDebug& DBConnectionPool::Impl::Debug() const {
     return debug != nullptr ? *debug : LumHostDebug();
 }
 
+void DBConnectionPool::Impl::NoteChange(const DBOutcome& outcome, bool done) {
+    const bool failed = !done && outcome.byMachine && !outcome.wasStopped;
+    if (!outcome.isChange || (!failed && (!done || !changesFail_.load(std::memory_order_relaxed)))) {
+        return;
+    }
+    changesFail_.store(failed, std::memory_order_relaxed);
+    if (const ChangeAction action = changeAction_.load()) {
+        action(LumString(outcome.error.c_str()));
+    }
+}
+
 void DBConnectionPool::Impl::SetPath(const LumString& path) {
     path_ = path;
     shared_ = std::make_shared<DBHandle>(path);
@@ -49,6 +60,14 @@ DBConnectionPool::~DBConnectionPool() = default;
 
 void DBConnectionPool::SetDebug(LumDebug& debug) {
     impl_->SetDebug(debug);
+}
+
+void DBConnectionPool::SetChangeAction(ChangeAction action) {
+    impl_->SetChangeAction(action);
+}
+
+uint32_t DBConnectionPool::GetOpenCount() const {
+    return impl_->GetOpenCount();
 }
 
 bool DBConnectionPool::SetDatabase(const LumString& type, const LumString& /*server*/,

@@ -1,18 +1,16 @@
 #include "host/database/internal/DBHandle.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <climits>
-#include <cstring>
-#include <mutex>
+#include <iterator>
 #include <new>
 #include <string_view>
-#include <system_error>
 
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
-#include <unistd.h>
+
+#include "host/database/internal/SqliteSetup.h"
+#include "host/database/internal/WatchedStatement.h"
 
 namespace {
 
@@ -26,42 +24,8 @@ constexpr const char* kTakeInLog = "PRAGMA wal_autocheckpoint = 2500";
 
 std::atomic<DBSynchronous> wantedSynchronous{DBSynchronous::kFull};
 
-/// SQLite's count of its memory costs every allocation a lock, and nobody reads it.
-void SetUpSqliteOnce() {
-    static std::once_flag once;
-    std::call_once(once, [] { sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0); });
-}
-
 bool IsBlankTail(std::string_view tail) {
     return tail.find_first_not_of(" \t\n\r\f") == std::string_view::npos;
-}
-
-std::string SystemReason(int error) {
-    return std::generic_category().message(error);
-}
-
-/// Makes an empty file that its owner alone may read, and where there is a file sees that it is a regular
-/// one: SQLite would give a new one the mode of the process, and a pipe could hold it for ever.
-bool PrepareFile(const std::string& path, std::string& reason) {
-    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    if (file >= 0) {
-        close(file);
-        return true;
-    }
-    struct stat status {};
-    if (errno != EEXIST || stat(path.c_str(), &status) != 0) {
-        reason = SystemReason(errno);
-        return false;
-    }
-    if (S_ISDIR(status.st_mode)) {
-        reason = SystemReason(EISDIR);
-        return false;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        reason = "Not a regular file";
-        return false;
-    }
-    return true;
 }
 
 /// A path that SQLite takes for one: relative names could mean a database in memory or an address.
@@ -98,13 +62,21 @@ bool Bind(sqlite3_stmt* statement, const StatementShape& shape) {
     return true;
 }
 
+/// True where the disk, the file or another process is to blame, rather than what the statement says.
+bool IsOfMachine(int code) {
+    constexpr int kCodes[] = {SQLITE_FULL,    SQLITE_IOERR,  SQLITE_CANTOPEN, SQLITE_READONLY,
+                              SQLITE_CORRUPT, SQLITE_NOTADB, SQLITE_PROTOCOL, SQLITE_PERM,
+                              SQLITE_BUSY,    SQLITE_NOMEM};
+    return std::find(std::begin(kCodes), std::end(kCodes), code) != std::end(kCodes);
+}
+
 }  // namespace
 
 void DBHandle::Closer::operator()(sqlite3* database) const {
     sqlite3_close(database);
 }
 
-DBHandle::DBHandle(const LumString& path) : path_(FilePath(path)) {}
+DBHandle::DBHandle(const LumString& path) : path_(FilePath(path)), files_(path_) {}
 
 DBHandle::~DBHandle() = default;
 
@@ -125,35 +97,106 @@ void DBHandle::SetSynchronous(DBSynchronous synchronous) {
     wantedSynchronous.store(synchronous, std::memory_order_relaxed);
 }
 
-bool DBHandle::Run(const void* user, const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
-                   std::string& error) {
+bool DBHandle::Run(const void* user, const LumString& sql, const DBConnection::Watch* watch,
+                   std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome) {
     const std::string_view text = sql.View();
     if (text.find('\0') != std::string_view::npos) {
-        error = "null byte";
+        outcome.error = "null byte";
         return false;
     }
     if (text.size() >= INT_MAX) {
-        error = "text too long";
+        outcome.error = "text too long";
         return false;
     }
     StatementShape shape;
     const bool shaped = shape.Recognise(text);
     const LumMutexLock lock(mutex_);
-    if (!EnsureOpen(error)) {
+    if (!EnsureOpen(outcome)) {
         return false;
     }
-    int status = SQLITE_DONE;
-    if (shaped && RunShaped(shape, status)) {
-        if (status == SQLITE_DONE) {
-            return true;
-        }
-        error = sqlite3_errmsg(database_.get());
-        NoteTransaction(user);
-        return false;
+    bool done = false;
+    {
+        const WatchedStatement watched(database_.get(), watch);
+        done = RunOnce(sql, shaped ? &shape : nullptr, rows, outcome);
+        outcome.wasStopped = watched.WasStopped();
     }
-    const bool done = RunPlain(sql, rows, error);
-    NoteTransaction(user);
+    // A log that outgrew its use may be what fills the disk.
+    if (!done && shaped && outcome.isFull && !IsInAnyTransaction() && CutBack()) {
+        outcome = {};
+        done = RunOnce(sql, &shape, rows, outcome);
+    }
+    Finish(user, done, outcome);
     return done;
+}
+
+bool DBHandle::RunOnce(const LumString& sql, const StatementShape* shape,
+                       std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome) {
+    if (shape == nullptr) {
+        return RunPlain(sql, rows, outcome);
+    }
+    if (!IsInAnyTransaction() && !MayChange(outcome)) {
+        return false;
+    }
+    outcome.isChange = true;
+    int status = SQLITE_DONE;
+    if (!RunShaped(*shape, status)) {
+        return RunPlain(sql, rows, outcome);
+    }
+    return status == SQLITE_DONE || Fail(outcome);
+}
+
+bool DBHandle::IsInAnyTransaction() const {
+    return sqlite3_get_autocommit(database_.get()) == 0;
+}
+
+bool DBHandle::MayChange(DBOutcome& outcome) {
+    outcome.isChange = true;
+    if (files_.AreInPlace()) {
+        return true;
+    }
+    outcome.error = "the database '" + path_ + "' was removed or replaced while it was in use";
+    outcome.byMachine = true;
+    outcome.filesAreGone = true;
+    return false;
+}
+
+bool DBHandle::Fail(DBOutcome& outcome) {
+    outcome.error = sqlite3_errmsg(database_.get());
+    const int code = sqlite3_errcode(database_.get());
+    outcome.isFull = code == SQLITE_FULL;
+    outcome.isLocked = code == SQLITE_BUSY;
+    outcome.byMachine = IsOfMachine(code);
+    return false;
+}
+
+void DBHandle::Finish(const void* user, bool done, const DBOutcome& outcome) {
+    if (outcome.filesAreGone) {
+        // What lies in the log belongs to the database that was open, wherever that is now, and not to the
+        // one that may have taken its place.
+        static_cast<void>(CutBack());
+        Close();
+        return;
+    }
+    if (outcome.isChange && (done || outcome.isLocked)) {
+        patience_.NoteEnd(outcome.isLocked);
+    }
+    NoteTransaction(user);
+    cutBackIsDue_ = cutBackIsDue_ || outcome.isFull;
+    if (cutBackIsDue_ && !IsInAnyTransaction()) {
+        cutBackIsDue_ = false;
+        static_cast<void>(CutBack());  // the next change that finds the disk full has it done again
+    }
+}
+
+bool DBHandle::CutLogBack() {
+    const LumMutexLock lock(mutex_);
+    DBOutcome outcome;
+    return EnsureOpen(outcome) && CutBack();
+}
+
+bool DBHandle::CutBack() {
+    return sqlite3_wal_checkpoint_v2(database_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
+                                     nullptr) == SQLITE_OK;
 }
 
 bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
@@ -166,9 +209,13 @@ bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
     return true;
 }
 
-bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows, std::string& error) {
-    const OwnedStatement statement = Prepare(sql.View(), error);
+bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome) {
+    const OwnedStatement statement = Prepare(sql.View(), outcome);
     if (statement == nullptr) {
+        return false;
+    }
+    outcome.isChange = sqlite3_stmt_readonly(statement.get()) == 0;
+    if (outcome.isChange && !IsInAnyTransaction() && !MayChange(outcome)) {
         return false;
     }
     try {
@@ -182,57 +229,61 @@ bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer
         if (status == SQLITE_DONE) {
             return true;
         }
-        error = status == SQLITE_ROW ? sqlite3_errstr(SQLITE_NOMEM) : sqlite3_errmsg(database_.get());
+        static_cast<void>(Fail(outcome));
+        if (status == SQLITE_ROW) {
+            outcome.error = sqlite3_errstr(SQLITE_NOMEM);
+        }
     } catch (const std::bad_alloc&) {
-        error = sqlite3_errstr(SQLITE_NOMEM);
+        outcome.error = sqlite3_errstr(SQLITE_NOMEM);
     }
     rows.reset();
     return false;
 }
 
-OwnedStatement DBHandle::Prepare(std::string_view sql, std::string& error) {
+OwnedStatement DBHandle::Prepare(std::string_view sql, DBOutcome& outcome) {
     sqlite3_stmt* prepared = nullptr;
     const char* tail = nullptr;
     const int size = static_cast<int>(sql.size()) + 1;
     if (sqlite3_prepare_v2(database_.get(), sql.data(), size, &prepared, &tail) != SQLITE_OK) {
-        error = sqlite3_errmsg(database_.get());
+        static_cast<void>(Fail(outcome));
         return nullptr;
     }
     OwnedStatement statement(prepared);
     if (statement == nullptr) {
-        error = "no statement";
+        outcome.error = "no statement";
         return nullptr;
     }
     if (!IsBlankTail(tail)) {
-        error = "more than one statement";
+        outcome.error = "more than one statement";
         return nullptr;
     }
     return statement;
 }
 
-bool DBHandle::RunControl(const void* user, Control control, std::string& error) {
+bool DBHandle::RunControl(const void* user, Control control, DBOutcome& outcome) {
     const LumMutexLock lock(mutex_);
-    if (!EnsureOpen(error)) {
+    if (!EnsureOpen(outcome)) {
         return false;
     }
-    OwnedStatement& statement = controls_[static_cast<std::size_t>(control)];
-    if (statement == nullptr) {
-        statement = Prepare(ControlText(control), error);
-    }
-    if (statement == nullptr) {
-        return false;
-    }
-    const StatementReset reset(statement.get());
-    const bool done = sqlite3_step(statement.get()) == SQLITE_DONE;
-    if (!done) {
-        error = sqlite3_errmsg(database_.get());
-    }
-    NoteTransaction(user);
+    const bool done = RunControlOnce(control, outcome);
+    Finish(user, done, outcome);
     return done;
 }
 
+bool DBHandle::RunControlOnce(Control control, DBOutcome& outcome) {
+    OwnedStatement& statement = controls_[static_cast<std::size_t>(control)];
+    if (statement == nullptr) {
+        statement = Prepare(ControlText(control), outcome);
+    }
+    if (statement == nullptr || (control != Control::kRollback && !MayChange(outcome))) {
+        return false;
+    }
+    const StatementReset reset(statement.get());
+    return sqlite3_step(statement.get()) == SQLITE_DONE || Fail(outcome);
+}
+
 void DBHandle::NoteTransaction(const void* user) {
-    if (sqlite3_get_autocommit(database_.get()) != 0) {
+    if (!IsInAnyTransaction()) {
         transactionUser_.store(nullptr, std::memory_order_relaxed);
     } else if (IsInTransaction(nullptr)) {
         transactionUser_.store(user, std::memory_order_relaxed);
@@ -241,34 +292,47 @@ void DBHandle::NoteTransaction(const void* user) {
 
 void DBHandle::Leave(const void* user) {
     if (IsInTransaction(user)) {
-        std::string error;
+        DBOutcome outcome;
         // SQLite rolls back by itself whatever a failure here would leave.
-        static_cast<void>(RunControl(user, Control::kRollback, error));
+        static_cast<void>(RunControl(user, Control::kRollback, outcome));
     }
 }
 
-bool DBHandle::EnsureOpen(std::string& error) {
+void DBHandle::Close() {
+    for (OwnedStatement& control : controls_) {
+        control.reset();
+    }
+    cache_.Clear();
+    database_.reset();
+    transactionUser_.store(nullptr, std::memory_order_relaxed);
+}
+
+bool DBHandle::EnsureOpen(DBOutcome& outcome) {
     if (database_ != nullptr) {
         return true;
     }
     if (path_.empty()) {
-        error = "no database is selected";
+        outcome.error = "no database is selected";
         return false;
     }
     std::string reason;
     if (OpenFile(reason) && Configure(reason)) {
+        files_.Remember();
+        openCount_.fetch_add(1, std::memory_order_relaxed);
         return true;
     }
-    error = "cannot open database '" + path_ + "': " + reason;
-    database_.reset();
+    outcome.error = "cannot open database '" + path_ + "': " + reason;
+    outcome.isChange = true;  // it is not known, and no change could be made either
+    outcome.byMachine = true;
+    Close();
     return false;
 }
 
 bool DBHandle::OpenFile(std::string& error) {
-    if (!PrepareFile(path_, error)) {
+    if (!files_.Prepare(error)) {
         return false;
     }
-    SetUpSqliteOnce();
+    SetUpSqlite();
     sqlite3* opened = nullptr;
     const int status =
         sqlite3_open_v2(path_.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -282,7 +346,7 @@ bool DBHandle::OpenFile(std::string& error) {
 
 bool DBHandle::Configure(std::string& error) {
     sqlite3* const database = database_.get();
-    sqlite3_busy_timeout(database, DBConnectionPool::kBusyTimeoutMs);
+    patience_.GiveTo(database);
     const bool full = wantedSynchronous.load(std::memory_order_relaxed) == DBSynchronous::kFull;
     for (const char* const setting : {kUseLog, kLimitLog, kTakeInLog,
                                       full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL"}) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -46,12 +47,21 @@ public:
 
 /// One database and what it takes to reach it. Configured once, before connections are made; from then on any
 /// number of threads may make connections at once. Must outlive its connections. Nothing is opened before the
-/// first statement, and a database that could not be opened is tried again by the next one.
+/// first statement, and a database that could not be opened is tried again by the next one. Where the file,
+/// its log or the log's index was removed or replaced, the next change fails and says so, and the statement
+/// after it opens what is there. A change that finds the disk full is tried once more after the log has been
+/// cut back.
 class LUM_API DBConnectionPool {
 public:
-    /// How long a statement waits for another process that holds the database before it fails, in
-    /// milliseconds.
+    /// How long statements wait for another process that holds the database before they fail, in
+    /// milliseconds. Statements that queue up meanwhile do not wait as long each: once one has waited in vain
+    /// the others fail soon, for as long as the database is held.
     static constexpr int kBusyTimeoutMs = 5000;
+
+    /// Told how changes go, on the thread that made the change and after the statement's locks are free.
+    /// `reason` says why one failed on account of the machine (a full disk, a file that is gone, another
+    /// process that holds the database); it is empty for the first that succeeds after that.
+    using ChangeAction = void (*)(const LumString& reason);
 
     DBConnectionPool();
     DBConnectionPool(const DBConnectionPool&) = delete;
@@ -60,6 +70,13 @@ public:
 
     /// The logger, which must outlive the pool, that gets one error line for each statement that fails.
     void SetDebug(LumDebug& debug);
+
+    /// To be set before there are connections; null for none.
+    void SetChangeAction(ChangeAction action);
+
+    /// How often the shared file of serial connections was opened: more than before where it was another file
+    /// in the meantime, or could not be used any more.
+    [[nodiscard]] uint32_t GetOpenCount() const;
 
     /// Selects the database. `type` "SQLITE23" is SQLite 3 and the only one; `database` is the path of its
     /// file, which is made with mode 0600 if missing. The other arguments have no meaning for it. False, with
@@ -99,11 +116,22 @@ public:
     /// Rolls an open transaction of this connection back and frees its results.
     ~DBConnection();
 
+    /// Asked every so often while a statement runs: the share of the database that it has read so far, in
+    /// percent. False ends the statement.
+    using Watch = std::function<bool(uint32_t percent)>;
+
     /// Runs exactly one statement. Null where it fails, and then one error line of the pool's logger says
-    /// why, with the statement cut at 500 characters (no line where `quiet`). Else its rows, none for a
-    /// statement that returns none; owned by this connection. Refused: a null byte in the text, and anything
-    /// but blanks and one semicolon behind the statement.
+    /// why, with the statement cut at 500 characters and a question mark for each value in it, and a trace
+    /// line shows it as it stands (no line where `quiet`). Else its rows, none for a statement that returns
+    /// none; owned by this connection. Refused: a null byte in the text, and anything but blanks and one
+    /// semicolon after the statement.
     [[nodiscard]] GenSqlResult* Query(const LumString& sql, bool quiet = false);
+    /// The same for a statement that takes long. Null, and no line, where `watch` has ended it.
+    [[nodiscard]] GenSqlResult* QueryWatched(const LumString& sql, const Watch& watch);
+
+    /// Takes the write-ahead log into the database and cuts it back to nothing. False where others read from
+    /// it, or the database cannot be written; without a line in the log.
+    bool CutLogBack();
 
     [[nodiscard]] bool BeginTransaction();
     [[nodiscard]] bool CommitTransaction();

@@ -110,7 +110,7 @@ TEST_F(EventManagerMerge, StopsWhereTheFlagCannotBeRead) {
     EXPECT_TRUE(Has(kOlderData));
     EXPECT_THAT(Said(), ElementsAre("error DBConnection: no such table: DatabaseInformation in statement: "
                                     "SELECT FieldValue FROM DatabaseInformation WHERE "
-                                    "FieldName='EventManagerMerge'"));
+                                    "FieldName=?"));
 }
 
 TEST_F(EventManagerMerge, StopsAtTheIniFileAndTriesAgain) {
@@ -161,7 +161,7 @@ TEST_F(EventManagerMerge, WritesTheVersionAllOrNothing) {
     Upgrade1000();
     EXPECT_THAT(Said(),
                 ElementsAre("error DBConnection: refused in statement: UPDATE DatabaseInformation SET "
-                            "FieldValue=0 WHERE FieldName='DatabaseRevision'",
+                            "FieldValue=? WHERE FieldName=?",
                             "warning Upgrade1000: Failed finish upgrade."));
     EXPECT_EQ(Flag(), "1");
     EXPECT_EQ(Version(), "6.2.0.0");

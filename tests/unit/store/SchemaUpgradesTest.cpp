@@ -192,8 +192,7 @@ TEST_F(SchemaUpgrades, DoNotRunWhereTheVersionCannotBeRead) {
     Change("DROP TABLE DatabaseInformation");
     EXPECT_FALSE(IsSmallerVersion(6, 2, 0));
     EXPECT_THAT(Said(), ElementsAre("error DBConnection: no such table: DatabaseInformation in statement: "
-                                    "SELECT * FROM DatabaseInformation WHERE FieldName = "
-                                    "'DatabaseVersionMajor'"));
+                                    "SELECT * FROM DatabaseInformation WHERE FieldName = ?"));
 }
 
 TEST_F(SchemaUpgrades, ReadTheVersionEvenWithoutTheLock) {
@@ -535,7 +534,7 @@ TEST_F(SchemaUpgrades, SayThatATableCannotBeRead) {
     }
     faults_.Reset();
     EXPECT_THAT(Said(), Contains("error DBConnection: disk I/O error in statement: SELECT sql FROM "
-                                 "sqlite_master where type = 'table' and name = 'Event_A'"));
+                                 "sqlite_master where type = ? and name = ?"));
     EXPECT_THAT(ModuleSaid(), Contains("error UpgradeModelsWithGMTOffsetStep1: Failed to upgrade registered "
                                        "models"));
     EXPECT_EQ(host_.Rows("SELECT * FROM Event_A"), "7|100|2|3|A\n9|101|2|3|NULL");

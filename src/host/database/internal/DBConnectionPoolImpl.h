@@ -16,6 +16,12 @@ public:
     void SetDebug(LumDebug& debug) { debug_.store(&debug, std::memory_order_release); }
     [[nodiscard]] LumDebug& Debug() const;
 
+    void SetChangeAction(ChangeAction action) { changeAction_.store(action); }
+    /// Tells the action of a change that the machine has failed, and of the first that succeeds after that.
+    void NoteChange(const DBOutcome& outcome, bool done);
+
+    [[nodiscard]] uint32_t GetOpenCount() const { return shared_->GetOpenCount(); }
+
     void SetPath(const LumString& path);
     void SetSerial(bool serial) { serial_.store(serial, std::memory_order_relaxed); }
 
@@ -27,6 +33,8 @@ public:
 private:
     std::atomic<LumDebug*> debug_{nullptr};
     std::atomic<bool> serial_{false};
+    std::atomic<ChangeAction> changeAction_{nullptr};
+    std::atomic<bool> changesFail_{false};
 
     // Set before there are connections.
     LumString path_;

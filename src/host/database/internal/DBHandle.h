@@ -9,11 +9,24 @@
 #include <string_view>
 
 #include "host/database/Database.h"
+#include "host/database/internal/DatabaseFiles.h"
 #include "host/database/internal/GenSqlResultBuffer.h"
+#include "host/database/internal/LockPatience.h"
 #include "host/database/internal/StatementCache.h"
 #include "host/thread/LumMutex.h"
 
 struct sqlite3;
+
+/// How a statement ended.
+struct DBOutcome {
+    std::string error;          ///< why it failed; empty where it did not
+    bool isChange = false;      ///< it would change what the database holds, or make changes last
+    bool byMachine = false;     ///< what failed was the disk, the file or the wait for another process
+    bool isFull = false;        ///< the disk is full
+    bool isLocked = false;      ///< another process holds the database
+    bool filesAreGone = false;  ///< the files of the database are not in their places any more
+    bool wasStopped = false;    ///< its watch ended it
+};
 
 /// One open database file. Opened by the first statement, and by each further one until that works. Any
 /// thread may use it; one statement runs at a time. Nothing is logged in here: what a logger is hooked up
@@ -32,11 +45,14 @@ public:
     /// The text of a control statement, for a report.
     [[nodiscard]] static std::string_view ControlText(Control control);
 
-    /// Runs one statement for `user`. `rows` stays null where it has none to return. False with the reason in
-    /// `error` where it fails.
-    [[nodiscard]] bool Run(const void* user, const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
-                           std::string& error);
-    [[nodiscard]] bool RunControl(const void* user, Control control, std::string& error);
+    /// Runs one statement for `user`. `rows` stays null where it has none to return. False where it fails.
+    /// `watch` may be null.
+    [[nodiscard]] bool Run(const void* user, const LumString& sql, const DBConnection::Watch* watch,
+                           std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome);
+    [[nodiscard]] bool RunControl(const void* user, Control control, DBOutcome& outcome);
+    /// Takes the log into the database and cuts it back to nothing; false where that cannot be done now.
+    bool CutLogBack();
+    [[nodiscard]] uint32_t GetOpenCount() const { return openCount_.load(std::memory_order_relaxed); }
 
     /// True where the transaction that is open was begun by `user`. Asked on the thread of that user, so no
     /// lock is taken: nobody else begins one in its name.
@@ -53,22 +69,42 @@ private:
         void operator()(sqlite3* database) const;
     };
 
-    [[nodiscard]] bool EnsureOpen(std::string& error) LUM_REQUIRES(mutex_);
+    [[nodiscard]] bool EnsureOpen(DBOutcome& outcome) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool OpenFile(std::string& error) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool Configure(std::string& error) LUM_REQUIRES(mutex_);
+    void Close() LUM_REQUIRES(mutex_);
+    /// To be asked before a change outside of a transaction, and where one begins and ends: false where the
+    /// files are not in their places any more.
+    [[nodiscard]] bool MayChange(DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// `shape` may be null.
+    [[nodiscard]] bool RunOnce(const LumString& sql, const StatementShape* shape,
+                               std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome)
+        LUM_REQUIRES(mutex_);
     /// Runs a statement of known shape. False where it is not to be run this way, and then nothing was done.
     [[nodiscard]] bool RunShaped(const StatementShape& shape, int& status) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
-                                std::string& error) LUM_REQUIRES(mutex_);
+                                DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    [[nodiscard]] bool RunControlOnce(Control control, DBOutcome& outcome) LUM_REQUIRES(mutex_);
     /// `sql` is null-terminated.
-    [[nodiscard]] OwnedStatement Prepare(std::string_view sql, std::string& error) LUM_REQUIRES(mutex_);
+    [[nodiscard]] OwnedStatement Prepare(std::string_view sql, DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// Fills in what SQLite says of the call that has just failed. Always false.
+    [[nodiscard]] bool Fail(DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// What is to be done after each statement of `user`.
+    void Finish(const void* user, bool done, const DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    [[nodiscard]] bool CutBack() LUM_REQUIRES(mutex_);
+    [[nodiscard]] bool IsInAnyTransaction() const LUM_REQUIRES(mutex_);
     void NoteTransaction(const void* user) LUM_REQUIRES(mutex_);
 
     const std::string path_;
 
+    std::atomic<uint32_t> openCount_{0};
+
     LumMutex mutex_;
+    DatabaseFiles files_ LUM_GUARDED_BY(mutex_);
+    LockPatience patience_ LUM_GUARDED_BY(mutex_);
+    bool cutBackIsDue_ LUM_GUARDED_BY(mutex_) = false;
     std::unique_ptr<sqlite3, Closer> database_ LUM_GUARDED_BY(mutex_);
-    // Declared behind the database: a statement is closed before its database is.
+    // Declared after the database: a statement is closed before its database is.
     StatementCache cache_ LUM_GUARDED_BY(mutex_);
     std::array<OwnedStatement, 3> controls_ LUM_GUARDED_BY(mutex_);
     std::atomic<const void*> transactionUser_{nullptr};  // changed with the lock held

@@ -34,7 +34,8 @@ TEST(DBConnectionPool, ReportsToTheHostUntilItHasALogger) {
     DBConnectionPool pool;
     DBConnection connection(pool);
     EXPECT_EQ(connection.Query("SELECT 1"), nullptr);
-    EXPECT_EQ(lines.Said(), Lines{"error Host DBConnection: no database is selected in statement: SELECT 1"});
+    EXPECT_EQ(lines.Said().front(),
+              "error Host DBConnection: no database is selected in statement: SELECT ?");
 }
 
 TEST(DBConnectionPool, OpensNothingBeforeTheFirstStatement) {
@@ -74,7 +75,7 @@ TEST(DBConnectionPool, TriesAgainToOpenWhatCouldNotBeOpened) {
     EXPECT_EQ(database.Rows("SELECT 1"), "1");
     EXPECT_EQ(database.Lines(),
               Lines{std::string("error Test DBConnection: cannot open database '") + path.GetString() +
-                    "': No such file or directory in statement: SELECT 1"});
+                    "': No such file or directory in statement: SELECT ?"});
 }
 
 TEST(DBConnectionPool, RefusesWhatIsNoRegularFile) {
@@ -89,7 +90,7 @@ TEST(DBConnectionPool, RefusesWhatIsNoRegularFile) {
         database.Select(database.Directory().At(name));
         EXPECT_FALSE(database.Run("SELECT 1"));
         expected.push_back(std::string("error Test DBConnection: cannot open database '") +
-                           database.Path().GetString() + "': " + reason + " in statement: SELECT 1");
+                           database.Path().GetString() + "': " + reason + " in statement: SELECT ?");
     }
     EXPECT_EQ(database.Lines(), expected);
 }
@@ -164,7 +165,11 @@ TEST(DBConnectionPool, FailsWhenAnotherProcessHoldsTheDatabaseForTooLong) {
     EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "0");
     EXPECT_FALSE(database.Run("INSERT INTO t VALUES (1)"));
     EXPECT_EQ(database.Lines(), Lines{"error Test DBConnection: database is locked in statement: INSERT INTO "
-                                      "t VALUES (1)"});
+                                      "t VALUES (?)"});
+    // Those that have queued up behind it do not wait as long each: that would take minutes.
+    for (int i = 0; i < 60; ++i) {
+        EXPECT_FALSE(database.Run("INSERT INTO t VALUES (1)"));
+    }
     holder.Tell();
     EXPECT_EQ(holder.Join(), 0);
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES (1)"));

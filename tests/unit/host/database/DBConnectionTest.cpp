@@ -63,18 +63,18 @@ TEST(DBConnection, CutsAReportedStatementAt500Characters) {
     for (int i = 0; i < 600; ++i) {
         text += "ä";
     }
-    EXPECT_FALSE(database.Run(LumString("SELECT x'" + text + "'")));
+    EXPECT_FALSE(database.Run(LumString("SELECT 'value', " + text)));
     ASSERT_EQ(database.Lines().size(), 1U);
     const std::string start = "in statement: ";
     const std::string line = database.Lines()[0];
-    EXPECT_EQ(line.substr(line.find(start) + start.size()), "SELECT x'" + text.substr(0, 2 * 491));
+    EXPECT_EQ(line.substr(line.find(start) + start.size()), "SELECT ?, " + text.substr(0, 2 * 490));
 }
 
 TEST(DBConnection, RefusesANullByte) {
     TestDatabase database;
     EXPECT_FALSE(database.Run(LumString(std::string_view("SELECT 1\0, 2", 12))));
     ASSERT_EQ(database.Lines().size(), 1U);
-    EXPECT_TRUE(database.Lines()[0].starts_with("error Test DBConnection: null byte in statement: SELECT 1"));
+    EXPECT_TRUE(database.Lines()[0].starts_with("error Test DBConnection: null byte in statement: SELECT ?"));
 }
 
 TEST(DBConnection, RefusesATextWithoutStatement) {
@@ -94,7 +94,7 @@ TEST(DBConnection, RefusesAnythingBehindTheStatement) {
         EXPECT_FALSE(database.Run(text)) << text;
     }
     EXPECT_EQ(database.Lines()[0],
-              "error Test DBConnection: more than one statement in statement: SELECT 1; SELECT 2");
+              "error Test DBConnection: more than one statement in statement: SELECT ?; SELECT ?");
     EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "0");
 }
 

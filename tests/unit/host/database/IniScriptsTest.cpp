@@ -41,7 +41,7 @@ TEST_F(IniScriptsTest, RunsTheOthersWhereOneFails) {
     EXPECT_FALSE(RunScripts(false));
     EXPECT_EQ(database_.Rows("SELECT a FROM t"), "1");
     EXPECT_EQ(database_.Lines(),
-              Lines{"error Test DBConnection: no such table: u in statement: INSERT INTO u VALUES (1)"});
+              Lines{"error Test DBConnection: no such table: u in statement: INSERT INTO u VALUES (?)"});
 }
 
 TEST_F(IniScriptsTest, DoesNothingWithoutFileOrSection) {
@@ -89,7 +89,7 @@ TEST_F(IniScriptsTest, TriesAnEntryAgainThatFailed) {
     WriteIni("[Scripts]\nRow = INSERT INTO t VALUES (1)\nOther = CREATE TABLE u (a)\n");
     EXPECT_FALSE(RunScripts(true));
     EXPECT_EQ(database_.Lines(),
-              Lines{"error Test DBConnection: no such table: t in statement: INSERT INTO t VALUES (1)"});
+              Lines{"error Test DBConnection: no such table: t in statement: INSERT INTO t VALUES (?)"});
     EXPECT_TRUE(database_.Run("CREATE TABLE t (a)"));
     EXPECT_TRUE(RunScripts(true));
     EXPECT_TRUE(RunScripts(true));
@@ -236,7 +236,7 @@ TEST_F(IniUpgradeTest, StopsAtTheFirstFailureAndKeepsTheVersionBeforeIt) {
     EXPECT_EQ(Version(), "2.0.0.0");
     EXPECT_EQ(progressSeen, (Progress{{1, 3}}));
     EXPECT_EQ(Complaints(), Lines{"error Test DBConnection: no such table: Nowhere in statement: INSERT INTO "
-                                  "Nowhere VALUES (3)"});
+                                  "Nowhere VALUES (?)"});
 }
 
 TEST_F(IniUpgradeTest, UndoesAVersionThatItCannotRecord) {

@@ -135,8 +135,9 @@ TEST(StatementShape, LeavesWrongStatementsToSqlite) {
         EXPECT_FALSE(database.Run(sql)) << sql;
         ASSERT_EQ(database.Lines().size(), lines + 1) << sql;
         EXPECT_NE(raw.Run(sql), SQLITE_OK) << sql;
-        EXPECT_EQ(database.Lines().back(), std::string("error Test DBConnection: ") +
-                                               sqlite3_errmsg(raw.Get()) + " in statement: " + sql);
+        EXPECT_TRUE(database.Lines().back().starts_with(std::string("error Test DBConnection: ") +
+                                                        sqlite3_errmsg(raw.Get()) + " in statement: "))
+            << sql;
     }
     EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "0");
 }
@@ -241,15 +242,14 @@ TEST(StatementShape, StoresTheKeyOfARowLikeTheText) {
     EXPECT_TRUE(database.Run("INSERT INTO t (id, a) VALUES ('12', 'x')"));
     EXPECT_TRUE(database.Run("INSERT INTO t (id, a) VALUES ('13.0', 'y')"));
     EXPECT_FALSE(database.Run("INSERT INTO t (id, a) VALUES ('x', 'z')"));
-    EXPECT_EQ(
-        database.Lines().back(),
-        "error Test DBConnection: datatype mismatch in statement: INSERT INTO t (id, a) VALUES ('x', 'z')");
+    EXPECT_EQ(database.Lines().back(),
+              "error Test DBConnection: datatype mismatch in statement: INSERT INTO t (id, a) VALUES (?, ?)");
     EXPECT_EQ(database.Rows("SELECT id, a FROM t"), "12|x\n13|y");
 }
 
 TEST(StatementShape, FollowsATableThatGoesAndComesBack) {
     const char* const insert = "INSERT INTO t VALUES ('1', 2)";
-    const std::string end = std::string(" in statement: ") + insert;
+    const std::string end = " in statement: INSERT INTO t VALUES (?, ?)";
     TestDatabase database;
     EXPECT_TRUE(database.Run("CREATE TABLE t (a TEXT, b)"));
     EXPECT_TRUE(database.Run(insert));
@@ -287,9 +287,9 @@ TEST(StatementShape, ReportsABrokenConstraintAndGoesOn) {
     EXPECT_TRUE(database.Run("INSERT INTO t (a, b) VALUES (2, 3)"));
     EXPECT_EQ(database.Lines(), (std::vector<std::string>{
                                     "error Test DBConnection: UNIQUE constraint failed: t.a in statement: "
-                                    "INSERT INTO t (a, b) VALUES (1, 3)",
+                                    "INSERT INTO t (a, b) VALUES (?, ?)",
                                     "error Test DBConnection: CHECK constraint failed: b < 10 in "
-                                    "statement: INSERT INTO t (a, b) VALUES (2, 10)"}));
+                                    "statement: INSERT INTO t (a, b) VALUES (?, ?)"}));
     EXPECT_EQ(database.Rows("SELECT a, b FROM t"), "1|2\n2|3");
 }
 
