@@ -44,30 +44,6 @@ bool IsSettable(uint32_t index) {
     return index < LumContainer::kMaxPositions || index == kLumSingleValue;
 }
 
-template <class Value>
-[[gnu::noinline]] void Replace(LumContainerValue& place, Value value) {
-    place = value;
-}
-
-template <class Value>
-inline void Assign(LumContainerValue& place, Value value) {
-    auto* const old = std::get_if<Value>(&place);
-    if (old != nullptr) {
-        *old = value;
-    } else {
-        Replace(place, value);
-    }
-}
-
-/// Takes over the memory of a text that was there. `value` may be that text.
-void Assign(LumContainerValue& place, const LumString& value) {
-    if (auto* old = std::get_if<std::unique_ptr<LumString>>(&place)) {
-        **old = value;
-    } else {
-        place = std::make_unique<LumString>(value);
-    }
-}
-
 struct Pair {
     const LumContainerContent* one;
     const LumContainerContent* other;
@@ -232,30 +208,18 @@ const LumString* LumContainer::FindString(const LumString& name, uint32_t index)
 }
 
 template <class Value>
-inline bool LumContainer::Set(const LumString& name, uint32_t index, const Value& value) {
-    if (content_ != nullptr && content_->IsUnshared()) {
-        LumContainerValue* const next = content_->PlaceNext(name.View(), index);
-        if (next != nullptr) {
-            walked_ = 0;
-            Assign(*next, value);
-            return true;
-        }
-    }
-    return SetAnywhere(name, index, value);
-}
-
-template <class Value>
-[[gnu::noinline]] bool LumContainer::SetAnywhere(const LumString& name, uint32_t index, const Value& value) {
+bool LumContainer::Set(const LumString& name, uint32_t index, Value value) {
     if (!IsSettable(index)) {
         return false;
     }
     const ContentRef replaced = Own();
-    Assign(content_->Place(name.View(), index), value);
+    content_->Place(name.View(), index) = std::move(value);
     return true;
 }
 
 bool LumContainer::SetString(const LumString& name, const LumString& value, uint32_t index) {
-    return Set(name, index, value);
+    return Set(name, index,
+               std::make_unique<LumString>(value));  // copied first: it may lie in this container
 }
 
 bool LumContainer::SetInt32(const LumString& name, int32_t value, uint32_t index) {

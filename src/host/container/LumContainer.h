@@ -49,8 +49,7 @@ public:
     LumContainer& operator=(LumContainer&& other) noexcept;
     ~LumContainer();
 
-    /// Removes every name. The memory is kept where it is worth it, so that one object can be filled again
-    /// and again.
+    /// Removes every name.
     void Clear();
     /// Removes `name` with all its values; nothing where there is none.
     void ClearName(const LumString& name);
@@ -131,9 +130,7 @@ private:
     /// and values that the caller passed may lie in there.
     [[nodiscard]] ContentRef Own();
     template <class Value>
-    bool Set(const LumString& name, uint32_t index, const Value& value);
-    template <class Value>
-    bool SetAnywhere(const LumString& name, uint32_t index, const Value& value);
+    bool Set(const LumString& name, uint32_t index, Value value);
 
     ContentRef content_;
     uint32_t walked_ = 0;

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <iterator>
 #include <utility>
 
 namespace {
 
 /// Up to here comparing names one by one is faster than hashing.
 constexpr uint32_t kMaxScannedNames = 16;
-/// How much of a cleared container is kept for its next use.
-constexpr uint32_t kMaxKeptNames = 64;
-constexpr uint32_t kMaxKeptPositions = 1024;
 
 LumContainerValue CloneValue(const LumContainerValue& value) {
     if (const auto* number = std::get_if<int64_t>(&value)) {
@@ -40,55 +38,32 @@ void LumContainerRelease::operator()(LumContainerContent* content) const noexcep
 
 LumContainerEntry LumContainerEntry::Clone() const {
     LumContainerEntry clone(name_);
-    clone.count_ = count_;
+    clone.hasFirst_ = hasFirst_;
     clone.isList_ = isList_;
     clone.mayNest_ = mayNest_;
-    if (count_ > 0) {
-        clone.first_ = CloneValue(first_);
-        clone.rest_.reserve(count_ - 1);
-    }
-    for (uint32_t i = 1; i < count_; ++i) {
-        clone.rest_.push_back(CloneValue(rest_[i - 1]));
-    }
+    clone.first_ = CloneValue(first_);
+    clone.rest_.reserve(rest_.size());
+    std::transform(rest_.begin(), rest_.end(), std::back_inserter(clone.rest_), CloneValue);
     return clone;
 }
 
 LumContainerValue& LumContainerEntry::Place(uint32_t index) {
-    if (index == kLumSingleValue) {
-        DropContainers(1);
-        isList_ = false;
-        count_ = 1;
+    hasFirst_ = true;
+    isList_ = index != kLumSingleValue;
+    if (!isList_) {
+        rest_.clear();
         return first_;
     }
-    isList_ = true;
-    if (index >= count_) {
-        if (index > rest_.size()) {
-            rest_.resize(index);
-        }
-        for (; count_ < index; ++count_) {
-            At(count_) = std::monostate();
-        }
-        ++count_;
+    if (index > rest_.size()) {
+        rest_.resize(index);
     }
     return At(index);
 }
 
-void LumContainerEntry::Empty(uint32_t maxKept) {
-    DropContainers(0);
-    mayNest_ = false;
-    if (rest_.size() > maxKept) {
-        rest_ = std::vector<LumContainerValue>();
-    }
-    isList_ = false;
-    count_ = 0;
-}
-
-void LumContainerEntry::DropContainers(uint32_t from) {
-    for (uint32_t i = from; mayNest_ && i < count_; ++i) {
-        if (std::holds_alternative<LumContentRef>(At(i))) {
-            At(i) = std::monostate();
-        }
-    }
+void LumContainerEntry::Empty() {
+    first_ = std::monostate();
+    rest_.clear();
+    hasFirst_ = isList_ = mayNest_ = false;
 }
 
 LumContentRef LumContainerContent::Make() {
@@ -111,7 +86,7 @@ void LumContainerContent::Release(LumContainerContent* content) noexcept {
     while (dying != nullptr) {
         const std::unique_ptr<LumContainerContent> current(dying);
         dying = current->nextDying_;
-        for (uint32_t i = 0; current->mayNest_ && i < current->count_; ++i) {
+        for (uint32_t i = 0; current->mayNest_ && i < current->Count(); ++i) {
             LumContainerEntry& entry = current->entries_[i];
             for (uint32_t k = 0; entry.MayNest() && k < entry.Count(); ++k) {
                 auto* inner = std::get_if<LumContentRef>(&entry.At(k));
@@ -127,11 +102,10 @@ void LumContainerContent::Release(LumContainerContent* content) noexcept {
 
 LumContentRef LumContainerContent::Clone() const {
     LumContentRef clone = Make();
-    clone->entries_.reserve(count_);
-    for (uint32_t i = 0; i < count_; ++i) {
-        clone->entries_.push_back(entries_[i].Clone());
+    clone->entries_.reserve(entries_.size());
+    for (const LumContainerEntry& entry : entries_) {
+        clone->entries_.push_back(entry.Clone());
     }
-    clone->count_ = count_;
     clone->mayNest_ = mayNest_;
     clone->slots_ = slots_;
     return clone;
@@ -141,14 +115,9 @@ uint32_t LumContainerContent::Find(std::string_view name) const {
     if (!slots_.empty()) {
         return slots_[SlotOf(name)] - 1;
     }
-    const bool isShort = LumIsShortName(name);
-    for (uint32_t i = 0; i < count_; ++i) {
-        const std::string_view other = entries_[i].Name();
-        if (isShort ? LumIsSameShortName(name, other) : name == other) {
-            return i;
-        }
-    }
-    return kNone;
+    const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                    [name](const LumContainerEntry& entry) { return entry.Name() == name; });
+    return found != entries_.end() ? static_cast<uint32_t>(found - entries_.begin()) : kNone;
 }
 
 LumContainerValue& LumContainerContent::Place(std::string_view name, uint32_t index) {
@@ -163,32 +132,20 @@ void LumContainerContent::PlaceContainer(std::string_view name, uint32_t index, 
 }
 
 void LumContainerContent::Remove(uint32_t index) {
-    const auto at = entries_.begin() + index;
-    at->Empty(kMaxKeptPositions);
-    std::rotate(at, at + 1, entries_.begin() + count_);
-    --count_;
-    if (entries_.size() > kMaxKeptNames) {
-        entries_.erase(entries_.begin() + count_, entries_.end());
-    }
+    entries_.erase(entries_.begin() + index);
     RebuildIndex();
 }
 
 void LumContainerContent::Clear() {
-    for (uint32_t i = 0; i < count_; ++i) {
-        entries_[i].Empty(kMaxKeptPositions);
-    }
-    count_ = 0;
     mayNest_ = false;
     slots_.clear();
-    if (entries_.size() > kMaxKeptNames) {
-        entries_ = std::vector<LumContainerEntry>();
-    }
+    entries_.clear();
 }
 
 void LumContainerContent::EmptyName(std::string_view name) {
     const uint32_t found = Find(name);
     if (found != kNone) {
-        entries_[found].Empty(0);
+        entries_[found].Empty();
         hasEmptied_ = true;
     }
 }
@@ -198,15 +155,18 @@ void LumContainerContent::DropEmptied() {
         return;
     }
     std::erase_if(entries_, [](const LumContainerEntry& entry) { return entry.Count() == 0; });
-    count_ = static_cast<uint32_t>(entries_.size());
     hasEmptied_ = false;
     RebuildIndex();
 }
 
 LumContainerEntry& LumContainerContent::FindOrAdd(std::string_view name) {
-    // Lists are mostly read position by position.
-    if (lastPlaced_ < count_ && entries_[lastPlaced_].Name() == name) {
-        return entries_[lastPlaced_];
+    // Lists are mostly filled row by row, or position by position.
+    const uint32_t next = lastPlaced_ + 1 < Count() ? lastPlaced_ + 1 : 0;
+    for (const uint32_t likely : {next, lastPlaced_}) {
+        if (likely < Count() && entries_[likely].Name() == name) {
+            lastPlaced_ = likely;
+            return entries_[likely];
+        }
     }
     const uint32_t found = Find(name);
     if (found == kNone) {
@@ -217,23 +177,14 @@ LumContainerEntry& LumContainerContent::FindOrAdd(std::string_view name) {
 }
 
 LumContainerEntry& LumContainerContent::Add(std::string_view name) {
-    const auto spares = entries_.begin() + count_;
-    const auto spare = std::find_if(spares, entries_.end(),
-                                    [name](const LumContainerEntry& entry) { return entry.Name() == name; });
-    if (spare != entries_.end()) {
-        std::iter_swap(spares, spare);
-    } else if (spares != entries_.end()) {
-        spares->Rename(name);
-    } else {
-        entries_.emplace_back(name);
-    }
-    lastPlaced_ = count_++;
-    if (slots_.size() < 2 * static_cast<std::size_t>(count_)) {
+    lastPlaced_ = Count();
+    entries_.emplace_back(name);
+    if (slots_.size() < 2 * entries_.size()) {
         RebuildIndex();
     } else {
-        slots_[SlotOf(name)] = count_;
+        slots_[SlotOf(name)] = Count();
     }
-    return entries_[lastPlaced_];
+    return entries_.back();
 }
 
 /// The slot of `name`, or the free one where it would go.
@@ -248,11 +199,11 @@ std::size_t LumContainerContent::SlotOf(std::string_view name) const {
 
 void LumContainerContent::RebuildIndex() {
     slots_.clear();
-    if (count_ <= kMaxScannedNames) {
+    if (Count() <= kMaxScannedNames) {
         return;
     }
-    slots_.resize(std::bit_ceil(std::size_t{4} * count_));
-    for (uint32_t i = 0; i < count_; ++i) {
+    slots_.resize(std::bit_ceil(4 * entries_.size()));
+    for (uint32_t i = 0; i < Count(); ++i) {
         slots_[SlotOf(entries_[i].Name())] = i + 1;
     }
 }

@@ -1,7 +1,3 @@
-#include <array>
-#include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -9,27 +5,14 @@
 #include <vector>
 
 #include "host/container/internal/LumContainerContent.h"
-#include "host/container/internal/LumContainerText.h"
 #include "host/container/internal/LumContainerWalk.h"
 
 namespace {
 
-/// The character that stands behind the backslash, 'u' for the long form, or 0 where none is needed.
-constexpr std::array<char, 256> MakeEscapes() {
-    std::array<char, 256> escapes{};
-    for (std::size_t i = 0; i < 0x20; ++i) {
-        escapes[i] = 'u';
-    }
-    escapes['"'] = '"';
-    escapes['\\'] = '\\';
-    escapes['\b'] = 'b';
-    escapes['\f'] = 'f';
-    escapes['\n'] = 'n';
-    escapes['\r'] = 'r';
-    escapes['\t'] = 't';
-    return escapes;
-}
+using Json = nlohmann::json;
 
+/// Writes the texts and numbers with the library, and what holds them itself: the library would descend as
+/// deep as containers are nested.
 class JsonWriter {
 public:
     void BeginContainer(uint32_t /*names*/) {
@@ -40,7 +23,7 @@ public:
 
     void Name(std::string_view name) {
         Separate();
-        Text(name);
+        Put(name);
         out_.push_back(':');
     }
 
@@ -50,15 +33,15 @@ public:
     void Value(const LumContainerValue& value) {
         Separate();
         if (const auto* number = std::get_if<int64_t>(&value)) {
-            Number(*number);
+            Put(*number);
         } else if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
-            Text((*text)->View());
+            Put((*text)->View());
         } else if (const auto* real = std::get_if<double>(&value)) {
-            Real(*real);
+            Put(*real);
         } else if (const auto* flag = std::get_if<bool>(&value)) {
-            out_.append(*flag ? "true" : "false");
+            Put(*flag);
         } else {
-            out_.append("null");
+            Put(nullptr);
         }
     }
 
@@ -80,59 +63,7 @@ private:
         }
     }
 
-    void Number(int64_t value) {
-        char digits[16];
-        out_.append(digits, std::to_chars(digits, std::end(digits), value).ptr);
-    }
-
-    /// The shortest text that reads back as the same double, with a fraction or an exponent.
-    void Real(double value) {
-        if (!std::isfinite(value)) {
-            out_.append("null");
-            return;
-        }
-        const double size = std::abs(value);
-        const bool isPlain = size == 0 || (size >= 1e-5 && size < 1e16);
-        char digits[64];
-        const auto end = std::to_chars(digits, std::end(digits), value,
-                                       isPlain ? std::chars_format::fixed : std::chars_format::scientific);
-        const std::string_view text(digits, end.ptr);
-        out_.append(text);
-        if (isPlain && text.find('.') == std::string_view::npos) {
-            out_.append(".0");
-        }
-    }
-
-    void Text(std::string_view text) {
-        if (!LumIsUtf8(text)) {
-            Text(LumCleanUtf8(text));
-            return;
-        }
-        static constexpr std::array<char, 256> kEscapes = MakeEscapes();
-        out_.push_back('"');
-        std::size_t copied = 0;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            const auto byte = static_cast<unsigned char>(text[i]);
-            if (kEscapes[byte] != 0) {
-                out_.append(text, copied, i - copied);
-                Escape(byte, kEscapes[byte]);
-                copied = i + 1;
-            }
-        }
-        out_.append(text, copied);
-        out_.push_back('"');
-    }
-
-    void Escape(unsigned char byte, char escape) {
-        out_.push_back('\\');
-        out_.push_back(escape);
-        if (escape == 'u') {
-            constexpr std::string_view kDigits = "0123456789abcdef";
-            out_.append("00");
-            out_.push_back(kDigits[byte >> 4U]);
-            out_.push_back(kDigits[byte & 0xFU]);
-        }
-    }
+    void Put(const Json& leaf) { out_ += leaf.dump(-1, ' ', false, Json::error_handler_t::replace); }
 
     std::string out_;
 };
@@ -165,8 +96,6 @@ private:
 /// Builds the container from the parser's events. Each event answers false, with the error set, to stop it.
 class JsonBuilder {
 public:
-    using Json = nlohmann::json;
-
     JsonBuilder(const char* begin, LumString& error) : begin_(begin), reached_(begin), error_(error) {}
 
     const char** Reached() { return &reached_; }
@@ -349,7 +278,7 @@ bool LumContainer::FromJson(std::string_view json, LumString& error) {
         JsonBuilder builder(json.data(), error);
         const TrackedInput begin(json.data(), builder.Reached());
         const TrackedInput end(json.data() + json.size(), builder.Reached());
-        if (!nlohmann::json::sax_parse(begin, end, &builder)) {
+        if (!Json::sax_parse(begin, end, &builder)) {
             return false;
         }
         read = builder.Take();

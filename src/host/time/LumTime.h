@@ -28,6 +28,6 @@ using LumSeconds = int32_t;
 /// The local zone's offset from UTC at `seconds` since 1970, in seconds, positive east of Greenwich: the
 /// local calendar fields turned back into seconds, plus 3600 while daylight saving is on, less
 /// LumUtcFieldsAsLocal. All in signed 32-bit arithmetic. A zone whose summer time is not one hour ahead comes
-/// out as if it were. The answer for the last second asked for is remembered, so a busy caller pays for one
-/// conversion a second.
+/// out as if it were. Each thread remembers its last answer, so a busy one pays for one conversion a
+/// second.
 [[nodiscard]] LUM_API int32_t LumGmtOffset(std::time_t seconds);

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <span>
 #include <string>
@@ -22,34 +21,7 @@ using LumContentRef = std::unique_ptr<LumContainerContent, LumContainerRelease>;
 using LumContainerValue =
     std::variant<std::monostate, int64_t, bool, double, std::unique_ptr<LumString>, LumContentRef>;
 
-/// The first and the last word of the names, which may overlap, are the same.
-template <class Word>
-[[nodiscard]] inline bool LumIsSameAtEnds(std::string_view one, std::string_view other) {
-    const auto load = [](const char* from) {
-        Word word = 0;
-        std::memcpy(&word, from, sizeof(word));
-        return word;
-    };
-    const std::size_t last = one.size() - sizeof(Word);
-    return ((load(one.data()) ^ load(other.data())) |
-            (load(one.data() + last) ^ load(other.data() + last))) == 0;
-}
-
-/// True for the lengths that nearly all names have.
-[[nodiscard]] inline bool LumIsShortName(std::string_view name) {
-    return name.size() >= 4 && name.size() <= 16;
-}
-
-/// Says whether two names are the same of which `one` is short. Calls nothing.
-[[nodiscard]] inline bool LumIsSameShortName(std::string_view one, std::string_view other) {
-    if (one.size() != other.size()) {
-        return false;
-    }
-    return one.size() >= 8 ? LumIsSameAtEnds<uint64_t>(one, other) : LumIsSameAtEnds<uint32_t>(one, other);
-}
-
-/// One name with its values. Positions from the count on are left over from earlier use: they hold no
-/// container, and a text there only lends its memory to the next one.
+/// One name with its values.
 class LumContainerEntry {
 public:
     explicit LumContainerEntry(std::string_view name) : name_(name) {}
@@ -62,8 +34,7 @@ public:
     [[nodiscard]] LumContainerEntry Clone() const;
 
     [[nodiscard]] const std::string& Name() const { return name_; }
-    void Rename(std::string_view name) { name_ = name; }
-    [[nodiscard]] uint32_t Count() const { return count_; }
+    [[nodiscard]] uint32_t Count() const { return hasFirst_ ? static_cast<uint32_t>(1 + rest_.size()) : 0; }
     [[nodiscard]] bool IsList() const { return isList_; }
     /// False only where no value was ever a container.
     [[nodiscard]] bool MayNest() const { return mayNest_; }
@@ -77,31 +48,19 @@ public:
     }
 
     /// The values of all positions but the first.
-    [[nodiscard]] std::span<const LumContainerValue> Rest() const {
-        return std::span(rest_).first(count_ > 0 ? count_ - 1 : 0);
-    }
+    [[nodiscard]] std::span<const LumContainerValue> Rest() const { return rest_; }
 
     /// The place of a value that is about to be set, at `index` or kLumSingleValue.
     [[nodiscard]] LumContainerValue& Place(uint32_t index);
-    /// Place, where that is the next position of a list and has its memory already; null otherwise.
-    [[nodiscard]] LumContainerValue* PlaceNext(uint32_t index) {
-        if (!isList_ || index != count_ || index > rest_.size()) {
-            return nullptr;
-        }
-        ++count_;
-        return &At(index);
-    }
     void MarkNesting() { mayNest_ = true; }
-    /// Drops all values; `maxKept` positions keep their memory.
-    void Empty(uint32_t maxKept);
+    /// Drops all values.
+    void Empty();
 
 private:
-    void DropContainers(uint32_t from);
-
     std::string name_;
     LumContainerValue first_;
     std::vector<LumContainerValue> rest_;
-    uint32_t count_ = 0;
+    bool hasFirst_ = false;
     bool isList_ = false;
     bool mayNest_ = false;
 };
@@ -128,7 +87,7 @@ public:
     [[nodiscard]] bool IsUnshared() const { return references_.load(std::memory_order_acquire) == 1; }
     [[nodiscard]] LumContentRef Clone() const;
 
-    [[nodiscard]] uint32_t Count() const { return count_; }
+    [[nodiscard]] uint32_t Count() const { return static_cast<uint32_t>(entries_.size()); }
     /// `index` must be below the count.
     [[nodiscard]] const LumContainerEntry& Entry(uint32_t index) const { return entries_[index]; }
     /// The number of the entry `name`, or kNone.
@@ -136,16 +95,6 @@ public:
 
     /// The place of a value that is about to be set. `index` must be kLumSingleValue or below kMaxPositions.
     [[nodiscard]] LumContainerValue& Place(std::string_view name, uint32_t index);
-    /// Place, for lists that are filled row by row: the name is the one behind that of the last Place, and
-    /// the position the next. Null where it is not so, and nothing was done.
-    [[nodiscard]] LumContainerValue* PlaceNext(std::string_view name, uint32_t index) {
-        const uint32_t next = lastPlaced_ + 1 < count_ ? lastPlaced_ + 1 : 0;
-        if (next >= count_ || !LumIsShortName(name) || !LumIsSameShortName(name, entries_[next].Name())) {
-            return nullptr;
-        }
-        lastPlaced_ = next;
-        return entries_[next].PlaceNext(index);
-    }
     /// Puts a container where Place would put a value.
     void PlaceContainer(std::string_view name, uint32_t index, LumContentRef value);
 
@@ -165,11 +114,9 @@ private:
     void RebuildIndex();
 
     std::atomic<uint32_t> references_{1};
-    uint32_t count_ = 0;
     uint32_t lastPlaced_ = 0;
     bool mayNest_ = false;
     bool hasEmptied_ = false;
-    /// The first count_ are the names; those behind are left over from earlier use.
     std::vector<LumContainerEntry> entries_;
     /// Open addressing: entry number + 1 at the hash of its name, 0 for a free slot. Empty while names are
     /// few.

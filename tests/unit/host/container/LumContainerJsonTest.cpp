@@ -100,9 +100,11 @@ TEST(LumContainerJson, DoublesAlwaysShowAFractionOrAnExponent) {
     EXPECT_EQ(JsonOfReal(0.1), "0.1");
     EXPECT_EQ(JsonOfReal(-1234.5), "-1234.5");
     EXPECT_EQ(JsonOfReal(100000.0), "100000.0");
-    EXPECT_EQ(JsonOfReal(9007199254740993.0), "9007199254740992.0");
+    EXPECT_EQ(JsonOfReal(123456789012345.0), "123456789012345.0");
+    EXPECT_EQ(JsonOfReal(9007199254740993.0), "9.007199254740992e+15");
     EXPECT_EQ(JsonOfReal(1e16), "1e+16");
-    EXPECT_EQ(JsonOfReal(0.00001), "0.00001");
+    EXPECT_EQ(JsonOfReal(0.0001), "0.0001");
+    EXPECT_EQ(JsonOfReal(0.00001), "1e-05");
     EXPECT_EQ(JsonOfReal(0.000001), "1e-06");
     EXPECT_EQ(JsonOfReal(std::numeric_limits<double>::max()), "1.7976931348623157e+308");
     EXPECT_EQ(JsonOfReal(5e-324), "5e-324");
