@@ -6,8 +6,7 @@ const LumString& ModelElement_t::GetName() const {
 }
 
 PtrModelElementColl_t::~PtrModelElementColl_t() {
-    while (map_.RemoveFirst().has_value()) {
-    }
+    map_.Clear();
 }
 
 bool PtrModelElementColl_t::Add(std::shared_ptr<ModelElement_t> element) {

@@ -36,11 +36,12 @@ public:
     /// Inserts `value` under `key` at its sorted place, or overwrites the value that is there.
     void Set(const Key& key, Value value) {
         const LumOptionalMutexLock guard(mutex_.get());
-        const int32_t found = FindPlace(key);
+        uint32_t place = 0;
+        const int32_t found = FindPlace(key, &place);
         if (found >= 0) {
             entries_[static_cast<uint32_t>(found)].value = std::move(value);
         } else {
-            Insert(key, std::move(value));
+            Insert(place, key, std::move(value));
         }
     }
 
@@ -48,10 +49,11 @@ public:
     /// then.
     [[nodiscard]] bool SetIfAbsent(const Key& key, Value&& value) {
         const LumOptionalMutexLock guard(mutex_.get());
-        if (FindPlace(key) >= 0) {
+        uint32_t place = 0;
+        if (FindPlace(key, &place) >= 0) {
             return false;
         }
-        Insert(key, std::move(value));
+        Insert(place, key, std::move(value));
         return true;
     }
 
@@ -85,10 +87,15 @@ public:
         return found < 0 ? std::nullopt : std::optional<Value>(Take(static_cast<uint32_t>(found)));
     }
 
-    /// Takes the entry with the smallest key out and returns its value, or nothing where the map is empty.
-    [[nodiscard]] std::optional<Value> RemoveFirst() {
+    /// Gives all values up, in the order of their keys.
+    void Clear() {
         const LumOptionalMutexLock guard(mutex_.get());
-        return entries_.GetCount() == 0 ? std::nullopt : std::optional<Value>(Take(0));
+        for (uint32_t i = 0; i < entries_.GetCount(); ++i) {
+            entries_[i].value = Value();
+        }
+        while (entries_.GetCount() > 0) {
+            entries_.RemoveAt(entries_.GetCount() - 1);
+        }
     }
 
     [[nodiscard]] uint32_t GetCount() const {
@@ -97,7 +104,8 @@ public:
     }
 
 private:
-    [[nodiscard]] int32_t FindPlace(const Key& key) const {
+    /// The place of `key`, or -1; then `insertAt` is where it would go.
+    [[nodiscard]] int32_t FindPlace(const Key& key, uint32_t* insertAt = nullptr) const {
         int32_t low = 0;
         int32_t high = static_cast<int32_t>(entries_.GetCount()) - 1;
         while (low <= high) {
@@ -111,14 +119,13 @@ private:
                 return middle;
             }
         }
+        if (insertAt != nullptr) {
+            *insertAt = static_cast<uint32_t>(low);
+        }
         return -1;
     }
 
-    void Insert(const Key& key, Value value) {
-        uint32_t place = 0;
-        while (place < entries_.GetCount() && entries_[place].key < key) {
-            ++place;
-        }
+    void Insert(uint32_t place, const Key& key, Value value) {
         entries_.InsertAt(place, std::make_unique<KeyValuePair>(KeyValuePair{key, std::move(value)}));
     }
 

@@ -87,11 +87,27 @@ TEST(LumMap, TakesEntriesOut) {
     }
     EXPECT_EQ(map.Remove("b"), 'b');
     EXPECT_EQ(map.Remove("b"), std::nullopt);
-    EXPECT_EQ(map.RemoveFirst(), 'a');
-    EXPECT_EQ(map.RemoveFirst(), 'c');
-    EXPECT_EQ(map.RemoveFirst(), std::nullopt);
+    EXPECT_THAT(Values(map), ElementsAre('a', 'c'));
+}
+
+TEST(LumMap, GivesAllValuesUpInTheOrderOfTheirKeys) {
+    std::string order;
+    const auto noted = [&order](char name) {
+        return std::shared_ptr<char>(new char(name), [&order](const char* gone) {
+            order += *gone;
+            delete gone;
+        });
+    };
+    LumMap<int, std::shared_ptr<char>> map;
+    for (const char name : {'c', 'a', 'b'}) {
+        map.Set(name, noted(name));
+    }
+    map.Clear();
+    EXPECT_EQ(order, "abc");
     EXPECT_EQ(map.GetCount(), 0U);
-    EXPECT_EQ(map.Find("a"), -1);
+    EXPECT_EQ(map.Find('a'), -1);
+    map.Set(1, noted('d'));
+    EXPECT_EQ(map.GetCount(), 1U);
 }
 
 TEST(LumMap, FindsByHalving) {
@@ -106,6 +122,22 @@ TEST(LumMap, FindsByHalving) {
         ASSERT_LE(CountedKey::comparisons, 40);
     }
     EXPECT_EQ(map.Find({-1}), -1);
+}
+
+TEST(LumMap, FindsThePlaceOfANewKeyByHalving) {
+    LumMap<CountedKey, int> map;
+    CountedKey::comparisons = 0;
+    constexpr int kKeys = 2000;
+    for (int i = 0; i < kKeys; ++i) {
+        map.Set({i * 7919 % kKeys}, i);  // 7919 is a prime: each key once, in no order
+    }
+    EXPECT_EQ(map.GetCount(), static_cast<uint32_t>(kKeys));
+    EXPECT_LE(CountedKey::comparisons, kKeys * 2 * 12);
+    for (uint32_t i = 0; i < map.GetCount(); ++i) {
+        int value = 0;
+        ASSERT_TRUE(map.GetAt(i, value));
+        ASSERT_EQ(value * 7919 % kKeys, static_cast<int>(i));
+    }
 }
 
 TEST(LumMap, WithLockingTakesManyThreads) {
