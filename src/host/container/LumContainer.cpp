@@ -68,8 +68,8 @@ bool IsSame(const LumContainerValue& one, const LumContainerValue& other, std::v
         const double second = std::get<double>(other);
         return *real == second || (std::isnan(*real) && std::isnan(second));
     }
-    if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&one)) {
-        return **text == *std::get<std::unique_ptr<LumString>>(other);
+    if (const auto* text = std::get_if<LumString>(&one)) {
+        return *text == std::get<LumString>(other);
     }
     if (const auto* container = std::get_if<LumContentRef>(&one)) {
         later.push_back({container->get(), std::get<LumContentRef>(other).get()});
@@ -203,8 +203,7 @@ bool LumContainer::GetContainer(const LumString& name, LumContainer& value, uint
 }
 
 const LumString* LumContainer::FindString(const LumString& name, uint32_t index) const {
-    const auto* const text = FindValue<std::unique_ptr<LumString>>(content_.get(), name, index);
-    return text != nullptr ? text->get() : nullptr;
+    return FindValue<LumString>(content_.get(), name, index);
 }
 
 template <class Value>
@@ -218,8 +217,7 @@ bool LumContainer::Set(const LumString& name, uint32_t index, Value value) {
 }
 
 bool LumContainer::SetString(const LumString& name, const LumString& value, uint32_t index) {
-    return Set(name, index,
-               std::make_unique<LumString>(value));  // copied first: it may lie in this container
+    return Set(name, index, LumString(value));  // copied first: it may lie in this container
 }
 
 bool LumContainer::SetInt32(const LumString& name, int32_t value, uint32_t index) {

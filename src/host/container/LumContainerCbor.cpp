@@ -68,10 +68,10 @@ private:
             if (const auto* number = std::get_if<int64_t>(&value)) {
                 out = *number >= 0 ? PutHead(out, kUnsigned, static_cast<uint64_t>(*number))
                                    : PutHead(out, kNegative, static_cast<uint64_t>(~*number));
-            } else if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
+            } else if (const auto* text = std::get_if<LumString>(&value)) {
                 SetEnd(out);
                 const auto left = static_cast<std::size_t>(values.data() + values.size() - &value);
-                out = PutText((*text)->View(), kMaxHeadBytes * left);
+                out = PutText(text->View(), kMaxHeadBytes * left);
             } else if (const auto* real = std::get_if<double>(&value)) {
                 out = PutWide(out, kDouble, std::bit_cast<uint64_t>(*real), 8);
             } else {
@@ -326,7 +326,7 @@ private:
         if (!ReadText(item, text)) {
             return false;
         }
-        content.Place(name, index) = std::make_unique<LumString>(text);
+        content.Place(name, index) = LumString(text);
         return true;
     }
 

@@ -21,8 +21,8 @@ LumContainerValue CloneValue(const LumContainerValue& value) {
     if (const auto* real = std::get_if<double>(&value)) {
         return *real;
     }
-    if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
-        return std::make_unique<LumString>(**text);
+    if (const auto* text = std::get_if<LumString>(&value)) {
+        return *text;
     }
     if (const auto* container = std::get_if<LumContentRef>(&value)) {
         return LumContainerContent::Share(container->get());
@@ -53,6 +53,9 @@ LumContainerValue& LumContainerEntry::Place(uint32_t index) {
     if (!isList_) {
         rest_.clear();
         return first_;
+    }
+    if (index == rest_.size() + 1) {
+        return rest_.emplace_back();  // as lists are filled
     }
     if (index > rest_.size()) {
         rest_.resize(index);
@@ -160,15 +163,10 @@ void LumContainerContent::DropEmptied() {
 }
 
 LumContainerEntry& LumContainerContent::FindOrAdd(std::string_view name) {
-    // Lists are mostly filled row by row, or position by position.
+    // Lists are mostly filled row by row.
     const uint32_t next = lastPlaced_ + 1 < Count() ? lastPlaced_ + 1 : 0;
-    for (const uint32_t likely : {next, lastPlaced_}) {
-        if (likely < Count() && entries_[likely].Name() == name) {
-            lastPlaced_ = likely;
-            return entries_[likely];
-        }
-    }
-    const uint32_t found = Find(name);
+    const bool isNext = next < Count() && entries_[next].Name() == name;
+    const uint32_t found = isNext ? next : Find(name);
     if (found == kNone) {
         return Add(name);
     }

@@ -34,8 +34,8 @@ public:
         Separate();
         if (const auto* number = std::get_if<int64_t>(&value)) {
             Put(*number);
-        } else if (const auto* text = std::get_if<std::unique_ptr<LumString>>(&value)) {
-            Put((*text)->View());
+        } else if (const auto* text = std::get_if<LumString>(&value)) {
+            Put(text->View());
         } else if (const auto* real = std::get_if<double>(&value)) {
             Put(*real);
         } else if (const auto* flag = std::get_if<bool>(&value)) {
@@ -141,7 +141,7 @@ public:
 
     bool string(std::string& value) {
         LumContainerValue* const place = NextPlace();
-        return place != nullptr && Put(*place, std::make_unique<LumString>(std::move(value)));
+        return place != nullptr && Put(*place, LumString(std::move(value)));
     }
 
     bool binary(Json::binary_t& /*value*/) { return Fail("A value that JSON does not have"); }

@@ -18,8 +18,7 @@ using LumContentRef = std::unique_ptr<LumContainerContent, LumContainerRelease>;
 
 /// One position. The first alternative is the empty one; a null reference is an empty container. An integer
 /// is the number that was set, of which the accessors read the lower 32 bits.
-using LumContainerValue =
-    std::variant<std::monostate, int64_t, bool, double, std::unique_ptr<LumString>, LumContentRef>;
+using LumContainerValue = std::variant<std::monostate, int64_t, bool, double, LumString, LumContentRef>;
 
 /// One name with its values.
 class LumContainerEntry {
