@@ -1,7 +1,7 @@
 // What an event costs that comes through the control socket of a real agent, beside the same action called in
 // this process; and what an agent that has nothing to do takes.
 //
-//     AgentBench [--tiny]
+//     AgentBench [--full]
 
 #include <algorithm>
 #include <chrono>
@@ -18,15 +18,9 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
-#include "BuildPaths.h"
 #include "agent/RequestRouter.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/core/LumAgent.h"
-#include "host/core/ModuleInterface.h"
-#include "host/database/Database.h"
-#include "host/log/LumDebug.h"
-#include "module/ModuleMain.h"
 #include "support/AgentProcess.h"
 
 namespace {
@@ -45,28 +39,11 @@ constexpr uint32_t kManyClients = 8;
 constexpr const char* kAction = "EventLogManagerCreateEvent";
 constexpr const char* kTarget = "/actions/EventLogManagerCreateEvent";
 
-std::string Definition(const std::string& name) {
-    return "<MODEL><NAME>" + name +
-           "</NAME><CLASS>Bench</CLASS><NOTE>Five parameters</NOTE><SEVERITY>1</SEVERITY>"
-           "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
-           "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
-           "<PARAM><NAME>Application</NAME><TYPE>_STRING_</TYPE></PARAM>"
-           "<PARAM><NAME>Count</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
-           "<PARAM><NAME>Remote</NAME><TYPE>_BOOLEAN_</TYPE></PARAM>"
-           "<PARAM><NAME>Seconds</NAME><TYPE>_DOUBLE_</TYPE></PARAM>"
-           "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
-}
-
 /// The body of the request that creates event number `number`.
 std::string Body(uint32_t number) {
     return R"({"Values":{"ModelName":"Bench","EventParams":{"Application":"program-)" +
            std::to_string(number % 1000) + R"(","Count":)" + std::to_string(number) +
            R"(,"Remote":true,"Seconds":1.125,"User":"user)" + std::to_string(number % 1000) + R"("}}})";
-}
-
-/// Settings of both agents, real and in-process.
-std::string ShippedFile(const std::string& name) {
-    return ReadWholeFile(LUM_SOURCE_DIR "/etc/" + name);
 }
 
 /// A real agent with both modules and these models.
@@ -76,10 +53,9 @@ public:
         agent_.WriteIni(
             "[Database]\nSynchronous = normal\n[Modules]\nFileStore = FileStore.so\n"
             "EventLogManager = EventLogManager.so\n");
-        agent_.GetScratch().Write("config/EventLogManager.ini", ShippedFile("EventLogManager.ini"));
+        agent_.GetScratch().Write("config/EventLogManager.ini", Shipped("EventLogManager.ini"));
         for (uint32_t i = 0; i < models; ++i) {
-            const std::string name = i == 0 ? "Bench" : "Model" + std::to_string(i);
-            agent_.GetScratch().Write("data/EventLogManager/models/" + name + ".xml", Definition(name));
+            agent_.Drop(BenchModel(i == 0 ? "Bench" : "Model" + std::to_string(i)));
         }
         if (!agent_.StartAndServe()) {
             Fail("the agent does not start: " + agent_.ReadStandardError());
@@ -124,34 +100,13 @@ private:
     AgentProcess agent_;
 };
 
-/// The module in this process, with settings like the agent's.
-class OwnModule {
-public:
-    OwnModule() {
-        scratch_.Write("config/EventLogManager.ini", ShippedFile("EventLogManager.ini"));
-        scratch_.Write("data/EventLogManager/models/Bench.xml", Definition("Bench"));
-        LumString error;
-        if (!LumAgentSetUp({scratch_.At("config"), scratch_.At("data")}, error)) {
-            Fail(error.GetString());
-        }
-        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
-        DBConnectionPool::SetSynchronous(DBSynchronous::kNormal);
-        static LumAgentHandle handle{"EventLogManager"};
-        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &handle);
-        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr);
+void CallInProcess(const LumContainer& given) {
+    LumContainer arguments = given;
+    uint32_t status = 0;
+    if (!ActionDbCallAction(kAction, arguments, status) || status != 0) {
+        Fail("an event was not created");
     }
-
-    static void Call(const LumContainer& given) {
-        LumContainer arguments = given;
-        uint32_t status = 0;
-        if (!ActionDbCallAction(kAction, arguments, status) || status != 0) {
-            Fail("an event was not created");
-        }
-    }
-
-private:
-    const TempDirectory scratch_;
-};
+}
 
 /// The other end of a socket pair: answers each request of `size` bytes with `reply`.
 class Echo {
@@ -219,7 +174,7 @@ void BenchSocket(const Sizes& sizes, const RunningAgent& agent, uint32_t clients
     std::vector<double> floors;
     const auto [ourSeconds, floorSeconds] = Alternate(
         sizes.rounds, [&] { ours = TimeCalls(sizes.creates, clients, bySocket); },
-        [&] { floors = TimeCalls(sizes.creates, clients, [&](uint32_t) { OwnModule::Call(arguments); }); });
+        [&] { floors = TimeCalls(sizes.creates, clients, [&](uint32_t) { CallInProcess(arguments); }); });
     PrintRow("creates a second by socket, " + std::to_string(clients) + " client(s)",
              sizes.creates / ourSeconds, sizes.creates / floorSeconds, floorSeconds / ourSeconds, "");
     const double ourMedian = Median(ours) * 1e6;
@@ -248,7 +203,7 @@ void BenchParts(const Sizes& sizes) {
         },
         [&] {
             for (uint32_t i = 0; i < sizes.creates; ++i) {
-                OwnModule::Call(arguments);
+                CallInProcess(arguments);
             }
         });
     PrintRow("  of it JSON and action, us", routed / sizes.creates * 1e6, called / sizes.creates * 1e6,
@@ -288,7 +243,8 @@ int main(int argc, char** argv) {
     PrintHead();
     BenchIdle(sizes);
     const RunningAgent agent(1);
-    const OwnModule module;
+    const BenchModule module(false);
+    module.StartWith(BenchModel("Bench"));
     for (const uint32_t clients : {1U, kManyClients}) {
         BenchSocket(sizes, agent, clients);
     }

@@ -2,7 +2,7 @@
 // text of its own, and of the same storm again, which is held back. The floor is the standard hash map of the
 // times.
 //
-//     AlertBench [--tiny]
+//     AlertBench [--full]
 
 #include <string>
 #include <unordered_map>

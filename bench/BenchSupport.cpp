@@ -9,7 +9,10 @@
 #include <thread>
 
 #include <malloc.h>
-#include <unistd.h>
+
+#include "host/core/LumAgent.h"
+#include "host/database/Database.h"
+#include "host/log/LumDebug.h"
 
 namespace {
 
@@ -34,55 +37,45 @@ void Fail(const std::string& what) {
 }
 
 bool IsTiny(int argc, char** argv) {
-    return std::any_of(argv + 1, argv + argc,
-                       [](const char* argument) { return std::string_view(argument) == "--tiny"; });
+    return std::none_of(argv + 1, argv + argc,
+                        [](const char* argument) { return std::string_view(argument) == "--full"; });
 }
 
-ScratchDirectory::ScratchDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "lum-bench-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) {
-        Fail("no temporary directory");
-    }
-    path_ = name;
-}
-
-ScratchDirectory::~ScratchDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-RawDatabase::RawDatabase(const std::string& path, bool synchronousFull) {
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    Check(sqlite3_open_v2(path.c_str(), &database_, flags, nullptr), SQLITE_OK);
-    Execute("PRAGMA journal_mode = WAL");
-    Execute(synchronousFull ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
-}
-
-RawDatabase::~RawDatabase() {
-    sqlite3_close(database_);
-}
-
-void RawDatabase::Execute(const std::string& sql) {
-    Check(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+RawDatabase::RawDatabase(const std::string& path, bool synchronousFull)
+    : Sqlite(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX) {
+    Run("PRAGMA journal_mode = WAL");
+    Run(synchronousFull ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL");
 }
 
 sqlite3_stmt* RawDatabase::Prepare(const std::string& sql) {
     sqlite3_stmt* statement = nullptr;
-    Check(sqlite3_prepare_v2(database_, sql.c_str(), static_cast<int>(sql.size()), &statement, nullptr),
-          SQLITE_OK);
+    if (sqlite3_prepare_v2(Get(), sql.c_str(), static_cast<int>(sql.size()), &statement, nullptr) !=
+        SQLITE_OK) {
+        Fail(sqlite3_errmsg(Get()));
+    }
     return statement;
 }
 
 void RawDatabase::RunOnce(const std::string& sql) {
     sqlite3_stmt* const statement = Prepare(sql);
-    Check(sqlite3_step(statement), SQLITE_DONE);
+    if (sqlite3_step(statement) != SQLITE_DONE) {
+        Fail(sqlite3_errmsg(Get()));
+    }
     sqlite3_finalize(statement);
 }
 
-void RawDatabase::Check(int status, int expected) {
-    if (status != expected) {
-        Fail(sqlite3_errmsg(database_));
-    }
+ModelText BenchModel(const std::string& name) {
+    return {.name = name,
+            .params = {{.name = "Application"},
+                       {.name = "Count", .type = ParamType::kInteger},
+                       {.name = "Remote", .type = ParamType::kBoolean},
+                       {.name = "Seconds", .type = ParamType::kDouble},
+                       {.name = "User"}}};
+}
+
+BenchModule::BenchModule(bool synchronousFull) {
+    DBConnectionPool::SetSynchronous(synchronousFull ? DBSynchronous::kFull : DBSynchronous::kNormal);
+    LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
 }
 
 double SecondsOf(const std::function<void()>& work) {

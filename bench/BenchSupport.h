@@ -1,58 +1,43 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include <sqlite3.h>
+#include "support/LinkedModule.h"
+#include "support/Sqlite.h"
 
-/// What the benchmarks share: scratch directories, SQLite as it comes, timing in turns, and the table they
-/// print.
+/// What the benchmarks share: SQLite as it comes, the module, timing in turns, and the table they print.
 
 constexpr double kMiB = 1024 * 1024;
 
 /// Says what went wrong and ends the program: a benchmark that goes on after a failure measures nothing.
 [[noreturn]] void Fail(const std::string& what);
 
-/// True where the program was called with --tiny, the small form that every test run includes.
+/// True unless the program was called with --full: the small form, which every test run includes, measures
+/// nothing.
 [[nodiscard]] bool IsTiny(int argc, char** argv);
 
-/// A directory that goes with the object.
-class ScratchDirectory {
-public:
-    ScratchDirectory();
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-    ~ScratchDirectory();
-
-    [[nodiscard]] std::string File(const std::string& name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
-
 /// SQLite's own interface on one database in WAL mode: what the product is measured against.
-class RawDatabase {
+class RawDatabase : public Sqlite {
 public:
     RawDatabase(const std::string& path, bool synchronousFull);
-    RawDatabase(const RawDatabase&) = delete;
-    RawDatabase& operator=(const RawDatabase&) = delete;
-    ~RawDatabase();
 
-    /// Runs any number of statements and drops their rows.
-    void Execute(const std::string& sql);
     [[nodiscard]] sqlite3_stmt* Prepare(const std::string& sql);
     /// Prepares, steps and finalizes one statement that returns no row.
     void RunOnce(const std::string& sql);
+};
 
-private:
-    void Check(int status, int expected);
+/// The model of five parameters whose events most figures are about.
+[[nodiscard]] ModelText BenchModel(const std::string& name);
 
-    sqlite3* database_ = nullptr;
+/// The module linked in, with a log of errors alone.
+class BenchModule : public LinkedModule {
+public:
+    explicit BenchModule(bool synchronousFull);
 };
 
 [[nodiscard]] double SecondsOf(const std::function<void()>& work);

@@ -1,7 +1,7 @@
 // What the database pool costs beside SQLite's own interface: the same statements on the same table with the
 // same settings, in turns, as medians.
 //
-//     DatabaseBench [--tiny]               prints the table
+//     DatabaseBench [--full]               prints the table
 //     DatabaseBench --inserts pool|text N  runs N inserts and nothing else, to be counted under callgrind
 
 #include <algorithm>
@@ -120,16 +120,16 @@ void InsertMany(Database& database, uint32_t count, uint32_t threads) {
     }
 }
 
-void BenchInserts(const ScratchDirectory& scratch, const Sizes& sizes, DBSynchronous synchronous,
+void BenchInserts(const TempDirectory& scratch, const Sizes& sizes, DBSynchronous synchronous,
                   uint32_t threads) {
     const bool full = synchronous == DBSynchronous::kFull;
     const std::string name = std::string(full ? "full" : "normal") + std::to_string(threads);
     const uint32_t count = full ? sizes.fullInserts : sizes.inserts;
     for (const char* const side : {"pool", "raw"}) {
-        RawDatabase(scratch.File(name + side), full).Execute(kCreateTable);
+        RawDatabase((scratch / name + side), full).Run(kCreateTable);
     }
-    PoolDatabase pool(scratch.File(name + "pool"), synchronous);
-    TextDatabase raw(scratch.File(name + "raw"), synchronous);
+    PoolDatabase pool((scratch / name + "pool"), synchronous);
+    TextDatabase raw((scratch / name + "raw"), synchronous);
     const auto [ours, floor] = Alternate(
         sizes.rounds, [&] { InsertMany(pool, count, threads); }, [&] { InsertMany(raw, count, threads); });
     const std::string work = std::string("inserts a second, ") + (full ? "full, " : "normal, ") +
@@ -183,18 +183,18 @@ std::size_t AllocatedBytes() {
 
 void FillTable(const std::string& path, uint32_t rows) {
     RawDatabase raw(path, false);
-    raw.Execute(kCreateTable);
+    raw.Run(kCreateTable);
     LumString sql;
     sql.Printf(
         "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i + 1 < %u) INSERT INTO "
         "Event_Bench SELECT NULL, 1700000000 + i, 7200, i %% 50, i %% 7, 'program-' || (1000 + i %% 1000), "
         "i %% 100000, i / 8.0, i %% 2, 'user' || (i %% 1000) FROM n",
         rows);
-    raw.Execute(sql.GetString());
+    raw.Run(sql.GetString());
 }
 
-void BenchResult(const ScratchDirectory& scratch, const Sizes& sizes) {
-    const std::string path = scratch.File("rows");
+void BenchResult(const TempDirectory& scratch, const Sizes& sizes) {
+    const std::string path = (scratch / "rows");
     FillTable(path, sizes.rows);
     PoolDatabase pool(path, DBSynchronous::kNormal);
     RawDatabase raw(path, false);
@@ -223,9 +223,9 @@ void BenchResult(const ScratchDirectory& scratch, const Sizes& sizes) {
 }
 
 int InsertOnly(std::string_view side, uint32_t count) {
-    const ScratchDirectory scratch;
-    const std::string path = scratch.File("inserts");
-    RawDatabase(path, false).Execute(kCreateTable);
+    const TempDirectory scratch;
+    const std::string path = (scratch / "inserts");
+    RawDatabase(path, false).Run(kCreateTable);
     if (side == "pool") {
         PoolDatabase pool(path, DBSynchronous::kNormal);
         InsertMany(pool, count, 1);
@@ -243,7 +243,7 @@ int main(int argc, char** argv) {
         return InsertOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
     }
     const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
-    const ScratchDirectory scratch;
+    const TempDirectory scratch;
     PrintHead();
     for (const uint32_t threads : {1U, 4U}) {
         BenchInserts(scratch, sizes, DBSynchronous::kNormal, threads);

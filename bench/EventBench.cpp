@@ -1,7 +1,7 @@
 // What storing and reading events costs, from the action's call to the database and back, beside SQLite's own
 // interface: the same statements on the same table with the same settings, in turns, as medians.
 //
-//     EventBench [--tiny]                    prints the table
+//     EventBench [--full]                    prints the table
 //     EventBench --creates module|text N     creates N events, to be counted under callgrind
 
 #include <algorithm>
@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <memory>
 #include <mutex>
 
@@ -17,14 +16,8 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
-#include "BuildPaths.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
-#include "host/core/LumAgent.h"
-#include "host/core/ModuleInterface.h"
-#include "host/database/Database.h"
-#include "host/log/LumDebug.h"
-#include "module/ModuleMain.h"
 
 namespace {
 
@@ -42,19 +35,7 @@ constexpr Sizes kTiny{1, 50, 5, 500, 3};
 constexpr uint32_t kPageRows = 100;
 constexpr uint32_t kFirstDate = 1700000000;
 
-/// A model of five parameters, and the table that the registry makes for it.
-std::string Definition(const std::string& name) {
-    return "<MODEL><NAME>" + name +
-           "</NAME><CLASS>Bench</CLASS><NOTE>Five parameters</NOTE><SEVERITY>1</SEVERITY>"
-           "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
-           "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
-           "<PARAM><NAME>Application</NAME><TYPE>_STRING_</TYPE></PARAM>"
-           "<PARAM><NAME>Count</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
-           "<PARAM><NAME>Remote</NAME><TYPE>_BOOLEAN_</TYPE></PARAM>"
-           "<PARAM><NAME>Seconds</NAME><TYPE>_DOUBLE_</TYPE></PARAM>"
-           "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
-}
-
+/// The table that the registry makes for the model of the benchmarks.
 constexpr const char* kCreateTable =
     "CREATE TABLE Event_Bench (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_GMT_Offset INTEGER, E_DeviceId "
     "INTEGER "
@@ -122,53 +103,18 @@ std::string FillStatement(uint32_t rows) {
     return sql.GetString();
 }
 
-/// The module in this process, on a scratch directory. There can be one in the life of a process.
-class Module {
-public:
-    Module(const ScratchDirectory& scratch, bool synchronousFull) : data_(scratch.File("data")) {
-        std::filesystem::create_directories(ModelsDirectory());
-        std::filesystem::create_directories(scratch.File("config"));
-        std::filesystem::copy_file(std::filesystem::path(LUM_SOURCE_DIR) / "etc/EventLogManager.ini",
-                                   scratch.File("config") + "/EventLogManager.ini");
-        LumString error;
-        if (!LumAgentSetUp(
-                {LumString(std::string_view(scratch.File("config"))), LumString(std::string_view(data_))},
-                error)) {
-            Fail(error.GetString());
-        }
-        DBConnectionPool::SetSynchronous(synchronousFull ? DBSynchronous::kFull : DBSynchronous::kNormal);
-        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
-        static LumAgentHandle handle{"EventLogManager"};
-        ModuleMain(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &handle);
+void Create(LumContainer& arguments) {
+    uint32_t status = 0;
+    if (!ActionDbCallAction("EventLogManagerCreateEvent", arguments, status) || status != 0) {
+        Fail("an event was not created");
     }
-
-    void Drop(const std::string& name) const {
-        std::ofstream(ModelsDirectory() + "/" + name + ".xml") << Definition(name);
-    }
-    static void Initialise() { ModuleMain(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr); }
-
-    static void Create(LumContainer& arguments) {
-        uint32_t status = 0;
-        if (!ActionDbCallAction("EventLogManagerCreateEvent", arguments, status) || status != 0) {
-            Fail("an event was not created");
-        }
-    }
-
-    [[nodiscard]] std::string DatabasePath() const {
-        return data_ + "/EventLogManager/EventLogManager.sqlite3";
-    }
-
-private:
-    [[nodiscard]] std::string ModelsDirectory() const { return data_ + "/EventLogManager/models"; }
-
-    const std::string data_;
-};
+}
 
 /// Raw inserts of finished texts, with the lock that threads need who share the handle.
 class RawCreator {
 public:
     RawCreator(const std::string& path, bool synchronousFull) : database_(path, synchronousFull) {
-        database_.Execute(kCreateTable);
+        database_.Run(kCreateTable);
     }
 
     void Create(const LumString& sql) {
@@ -182,11 +128,10 @@ private:
 };
 
 void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
-    const ScratchDirectory scratch;
-    const Module module(scratch, full);
-    module.Drop("Bench");
-    Module::Initialise();
-    RawCreator raw(scratch.File("raw.sqlite3"), full);
+    const TempDirectory scratch;
+    const BenchModule module(full);
+    module.StartWith(BenchModel("Bench"));
+    RawCreator raw(scratch / "raw.sqlite3", full);
     const uint32_t count = full ? sizes.fullCreates : sizes.creates;
     std::vector<LumContainer> arguments;
     const std::vector<LumString> texts = MakeAll<LumString>(count, InsertText);
@@ -197,7 +142,7 @@ void BenchCreates(const Sizes& sizes, bool full, uint32_t threads) {
         times.insert(times.end(), calls.begin(), calls.end());
     };
     const auto [ourSeconds, floorSeconds] = Alternate(
-        sizes.rounds, [&] { run(ours, [&](uint32_t i) { Module::Create(arguments[i]); }); },
+        sizes.rounds, [&] { run(ours, [&](uint32_t i) { Create(arguments[i]); }); },
         [&] { run(floors, [&](uint32_t i) { raw.Create(texts[i]); }); },
         [&] { arguments = MakeAll<LumContainer>(count, Arguments); });
     const std::string how =
@@ -232,12 +177,10 @@ void ReadAll(RawDatabase& raw, const std::string& sql) {
 }
 
 void BenchPage(const Sizes& sizes) {
-    const ScratchDirectory scratch;
-    const Module module(scratch, false);
-    module.Drop("Bench");
-    Module::Initialise();
-    RawDatabase raw(module.DatabasePath(), false);
-    raw.Execute(FillStatement(sizes.rows));
+    const BenchModule module(false);
+    module.StartWith(BenchModel("Bench"));
+    RawDatabase raw(module.Directory() / TestAgent::kDatabase, false);
+    raw.Run(FillStatement(sizes.rows));
     const auto start = static_cast<int32_t>(kFirstDate + sizes.rows / 2);
     const auto ours = [&] {
         LumContainer values;
@@ -281,21 +224,19 @@ void InChild(const std::function<void()>& work) {
 
 /// Starts on a table of many rows and many models, beside the checks and the compaction that any start does.
 void BenchStart(const Sizes& sizes) {
-    const ScratchDirectory scratch;
-    const Module module(scratch, false);
+    const BenchModule module(false);
     const auto inDatabase = [&module](const std::string& sql) {
-        RawDatabase(module.DatabasePath(), false).Execute(sql);
+        RawDatabase(module.Directory() / TestAgent::kDatabase, false).Run(sql);
     };
     InChild([&] {
-        module.Drop("Bench");
         for (uint32_t i = 1; i < sizes.models; ++i) {
-            module.Drop("Model" + std::to_string(i));
+            module.Drop(BenchModel("Model" + std::to_string(i)));
         }
-        Module::Initialise();
+        module.StartWith(BenchModel("Bench"));
         inDatabase(FillStatement(sizes.rows));
     });
     const auto [ourSeconds, floorSeconds] = Alternate(
-        sizes.rounds, [] { InChild(Module::Initialise); },
+        sizes.rounds, [] { InChild(BenchModule::Initialise); },
         [&] { InChild([&] { inDatabase("pragma integrity_check; vacuum; pragma integrity_check"); }); });
     PrintRow("start on the rows, ms", ourSeconds * 1e3, floorSeconds * 1e3, ourSeconds / floorSeconds,
              "<= 1.05");
@@ -304,17 +245,16 @@ void BenchStart(const Sizes& sizes) {
 }
 
 int CreateOnly(std::string_view side, uint32_t count) {
-    const ScratchDirectory scratch;
     if (side == "module") {
-        const Module module(scratch, false);
-        module.Drop("Bench");
-        Module::Initialise();
+        const BenchModule module(false);
+        module.StartWith(BenchModel("Bench"));
         for (uint32_t i = 0; i < count; ++i) {
             LumContainer arguments = Arguments(i);
-            Module::Create(arguments);
+            Create(arguments);
         }
     } else {
-        RawCreator raw(scratch.File("raw.sqlite3"), false);
+        const TempDirectory scratch;
+        RawCreator raw(scratch / "raw.sqlite3", false);
         for (uint32_t i = 0; i < count; ++i) {
             raw.Create(InsertText(i));
         }

@@ -1,7 +1,7 @@
 // What the periodic work costs beside the least that it can cost: the raw statement for an aggregation and a
 // purge, a plain loop of writes, syncs and renames for an upload, a hand-written encoder for its files.
 //
-//     PeriodicBench [--tiny]
+//     PeriodicBench [--full]
 
 #include <chrono>
 #include <cstdio>
@@ -54,39 +54,21 @@ constexpr Sizes kTiny{1, 1000, 300, 20, 3};
 constexpr LumSeconds kFirstDate = 1700000000;
 
 /// The module and the file store in this process, as the agent would have them.
-class Host {
+class Host : public BenchModule {
 public:
-    explicit Host(const ScratchDirectory& scratch) : data_(scratch.File("data")) {
-        std::filesystem::create_directories(scratch.File("config"));
-        std::filesystem::copy_file(std::filesystem::path(LUM_SOURCE_DIR) / "etc/EventLogManager.ini",
-                                   scratch.File("config") + "/EventLogManager.ini");
-        LumString error;
-        const LumAgentOptions options{LumString(std::string_view(scratch.File("config"))),
-                                      LumString(std::string_view(data_))};
-        if (!LumAgentSetUp(options, error)) {
-            Fail(error.GetString());
-        }
-        LumAgentGetDebugContext(nullptr)->SetLevel(LumLogLevel::kError);
+    Host() : BenchModule(true) {
         void* const library = ::dlopen(LUM_BINARY_DIR "/modules/FileStore.so", RTLD_NOW | RTLD_LOCAL);
-        const auto store = library != nullptr
-                               ? reinterpret_cast<LumModuleMain>(::dlsym(library, kLumModuleEntryPoint))
-                               : nullptr;
-        if (store == nullptr) {
-            Fail("the file store cannot be loaded");
-        }
-        static LumAgentHandle storeHandle{"FileStore"};
-        static LumAgentHandle moduleHandle{"EventLogManager"};
-        for (const LumModuleMain module : {store, LumModuleMain{ModuleMain}}) {
-            module(static_cast<uint32_t>(LumModuleCommand::kRegister), 0,
-                   module == store ? &storeHandle : &moduleHandle);
-            module(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr);
-        }
+        Require(library != nullptr, "the file store cannot be loaded");
+        const auto store = reinterpret_cast<LumModuleMain>(::dlsym(library, kLumModuleEntryPoint));
+        Command(store, LumModuleCommand::kRegister, &store_);
+        Command(store, LumModuleCommand::kInitialise);
+        Initialise();
     }
 
-    [[nodiscard]] std::string Outbox() const { return data_ + "/FileStore/outbox"; }
+    [[nodiscard]] std::string Outbox() const { return Directory() / "data/FileStore/outbox"; }
 
 private:
-    std::string data_;
+    LumAgentHandle store_{"FileStore"};
 };
 
 void Run(const std::string& sql) {
@@ -96,25 +78,22 @@ void Run(const std::string& sql) {
     }
 }
 
+/// Registers a model with the parameters of the others' benchmarks, or one that sums its numbers up.
 std::shared_ptr<Model_t> AddModel(const char* name, ModelType type, AggregationOperation operation) {
-    auto model = std::make_shared<Model_t>(name, "", type == ModelType::kAutomatic ? "Bench" : "", "", "",
-                                           type, Policy::kHourly, Policy::kNever, Policy::kNever);
-    const auto add = [&](const char* param, ParamType paramType) {
-        static_cast<void>(
-            model->GetParams().Add(std::make_shared<ModelParam_t>(param, param, paramType, operation, "")));
-    };
-    add("Count", ParamType::kInteger);
-    add("Seconds", ParamType::kDouble);
-    if (type == ModelType::kUser) {
-        add("Application", ParamType::kString);
-        add("Remote", ParamType::kBoolean);
-        add("User", ParamType::kString);
+    ModelText text = BenchModel(name);
+    text.type = type;
+    text.aggregation = Policy::kHourly;
+    if (type == ModelType::kAutomatic) {
+        text.source = "Bench";
+        std::erase_if(text.params, [](const ParamText& param) {
+            return param.type != ParamType::kInteger && param.type != ParamType::kDouble;
+        });
     }
-    static_cast<void>(model->ComputeChecksum());
-    if (!RegisterModel(model) || !ModelCollection.Add(model)) {
-        Fail("a model was refused");
+    for (ParamText& param : text.params) {
+        param.source = param.name;
+        param.operation = operation;
     }
-    return model;
+    return LinkedModule::Add(text);
 }
 
 void FillEvents(uint32_t events) {
@@ -336,9 +315,9 @@ void WriteByHand(const std::string& directory, const std::string& name, const st
     }
 }
 
-void BenchUpload(const Sizes& sizes, const Host& host, const ScratchDirectory& scratch,
+void BenchUpload(const Sizes& sizes, const Host& host, const TempDirectory& scratch,
                  const std::shared_ptr<Model_t>& model) {
-    const std::string directory = scratch.File("floor");
+    const std::string directory = scratch / "floor";
     std::filesystem::create_directories(directory);
     double ours = 0;
     const double peak = PeakBytesOf([&] {
@@ -364,9 +343,9 @@ void BenchUpload(const Sizes& sizes, const Host& host, const ScratchDirectory& s
     PrintRow("  its memory at the peak, bytes a row", perRow, 115, perRow / 115, "<= 1");
 }
 
-void BenchReceive(const Sizes& sizes, const ScratchDirectory& scratch) {
-    const std::string source = scratch.File("source");
-    const std::string target = scratch.File("target");
+void BenchReceive(const Sizes& sizes, const TempDirectory& scratch) {
+    const std::string source = scratch / "source";
+    const std::string target = scratch / "target";
     std::filesystem::create_directories(source);
     std::filesystem::create_directories(target);
     const std::string bytes(4000, 'x');
@@ -422,8 +401,8 @@ void BenchScheduler(const Sizes& sizes) {
 
 int main(int argc, char** argv) {
     const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
-    const ScratchDirectory scratch;
-    const Host host(scratch);
+    const TempDirectory scratch;
+    const Host host;
     UploadEnabled = true;
     AggregationEnabled = true;
     const auto model = AddModel("Bench", ModelType::kUser, AggregationOperation::kNone);

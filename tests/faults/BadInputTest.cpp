@@ -4,18 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include "BuildPaths.h"
 #include "support/AgentProcess.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
+#include "support/TestAgent.h"
 
 namespace {
-
-constexpr const char* kDefinition =
-    "<MODEL><NAME>Note</NAME><CLASS>Test</CLASS><NOTE>Texts</NOTE><SEVERITY>1</SEVERITY>"
-    "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
-    "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
-    "<PARAM><NAME>Number</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
-    "<PARAM><NAME>Text</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
 
 constexpr const char* kCreate = "/actions/EventLogManagerCreateEvent";
 
@@ -24,12 +17,10 @@ class BadInput : public testing::Test {
 protected:
     BadInput() {
         agent_.WriteShippedSettings();
-        agent_.GetScratch().Write("data/EventLogManager/models/Note.xml", kDefinition);
+        agent_.Drop(
+            {.name = "Note", .params = {{.name = "Number", .type = ParamType::kInteger}, {.name = "Text"}}});
     }
 
-    static std::string Shipped(const std::string& name) {
-        return ReadWholeFile(LUM_SOURCE_DIR "/etc/" + name);
-    }
     [[nodiscard]] std::string ModuleIni() const {
         return agent_.GetConfigDirectory() + "/EventLogManager.ini";
     }

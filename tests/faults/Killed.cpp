@@ -8,39 +8,23 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <sqlite3.h>
-
 #include "support/AgentProcess.h"
+#include "support/Program.h"
+#include "support/TestAgent.h"
 #include "support/WaitFor.h"
 
 namespace {
 
-constexpr const char* kDefinition =
-    "<MODEL><NAME>Kill</NAME><CLASS>Test</CLASS><NOTE>Numbered events</NOTE><SEVERITY>1</SEVERITY>"
-    "<TYPE>_EVENTLOG_MODELTYPE_USER_</TYPE><UPLOAD-POLICY>_NEVER_</UPLOAD-POLICY>"
-    "<DELETION-POLICY>_NEVER_</DELETION-POLICY><PARAMS>"
-    "<PARAM><NAME>Number</NAME><TYPE>_INTEGER_</TYPE></PARAM>"
-    "<PARAM><NAME>Text</NAME><TYPE>_STRING_</TYPE></PARAM></PARAMS></MODEL>";
+const ModelText kModel{.name = "Kill",
+                       .params = {{.name = "Number", .type = ParamType::kInteger}, {.name = "Text"}}};
 
 using Numbers = std::set<uint32_t>;
-
-struct Failure {
-    std::string what;
-};
-
-void Require(bool holds, const std::string& what) {
-    if (!holds) {
-        throw Failure{what};
-    }
-}
 
 /// Creates numbered events on one connection, from `next` on in steps of `step`, until it breaks.
 class Client {
@@ -85,32 +69,11 @@ private:
     std::string refusal_;
 };
 
-/// The first column of a statement's rows, one text a row.
-std::vector<std::string> Column(const std::string& databasePath, const std::string& sql) {
-    sqlite3* database = nullptr;
-    sqlite3_stmt* statement = nullptr;
-    std::vector<std::string> cells;
-    int status = sqlite3_open_v2(databasePath.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
-    sqlite3_busy_timeout(database, 5000);
-    if (status == SQLITE_OK) {
-        status = sqlite3_prepare_v2(database, sql.c_str(), -1, &statement, nullptr);
-    }
-    while (status == SQLITE_OK && (status = sqlite3_step(statement)) == SQLITE_ROW) {
-        cells.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
-        status = SQLITE_OK;
-    }
-    const std::string message = sqlite3_errmsg(database);
-    sqlite3_finalize(statement);
-    sqlite3_close(database);
-    Require(status == SQLITE_DONE, sql + ": " + message);
-    return cells;
-}
-
 class KillTest {
 public:
     KillTest() {
         agent_.WriteShippedSettings();
-        agent_.GetScratch().Write("data/EventLogManager/models/Kill.xml", kDefinition);
+        agent_.Drop(kModel);
     }
 
     /// One life of the agent, ended once `enough` more creations were answered.
@@ -148,16 +111,15 @@ public:
 
 private:
     void Check() {
-        const std::string path = agent_.GetDataDirectory() + "/EventLogManager/EventLogManager.sqlite3";
-        Require(Column(path, "pragma integrity_check") == std::vector<std::string>{"ok"},
-                "the database is damaged");
+        const Sqlite database = agent_.Database();
+        Require(database.Rows("pragma integrity_check") == "ok", "the database is damaged");
         Numbers stored;
         for (const std::string& cell :
-             Column(path, "SELECT C_Number FROM Event_Kill WHERE C_Text = 'it''s number ' || C_Number")) {
+             database.Column("SELECT C_Number FROM Event_Kill WHERE C_Text = 'it''s number ' || C_Number")) {
             Require(stored.insert(static_cast<uint32_t>(std::stoul(cell))).second,
                     "an event is stored twice: " + cell);
         }
-        Require(Column(path, "SELECT COUNT(*) FROM Event_Kill").front() == std::to_string(stored.size()),
+        Require(database.Rows("SELECT COUNT(*) FROM Event_Kill") == std::to_string(stored.size()),
                 "an event is not what was sent");
         for (const Client& client : clients_) {
             for (const uint32_t number : client.Answered()) {
@@ -179,19 +141,20 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int kills = argc > 1 ? std::atoi(argv[1]) : 20;
+    constexpr uint32_t kUsualKills = 20;
+    const uint32_t kills = CountFrom(argc, argv, kUsualKills);
     KillTest test;
-    try {
+    const int status = RunProgram([&] {
         std::mt19937 random(20261121);
-        for (int i = 0; i < kills; ++i) {
+        for (uint32_t i = 0; i < kills; ++i) {
             test.RunAndKill(1 + random() % 400);
         }
         test.Finish();
-    } catch (const Failure& failure) {
-        std::fprintf(stderr, "failed: %s\n%s", failure.what.c_str(), test.ReadLog().c_str());
-        return 1;
+        std::printf("%u kills, %zu creations answered, %zu events stored\n", kills, test.CountAnswered(),
+                    test.CountStored());
+    });
+    if (status != 0) {
+        std::fprintf(stderr, "%s", test.ReadLog().c_str());
     }
-    std::printf("%d kills, %zu creations answered, %zu events stored\n", kills, test.CountAnswered(),
-                test.CountStored());
-    return 0;
+    return status;
 }

@@ -13,7 +13,6 @@
 #include <string>
 
 #include "support/AgentProcess.h"
-#include "support/RawSqlite.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -85,8 +84,11 @@ private:
         }
     }
     [[nodiscard]] std::string Value(const std::string& sql) const {
-        const std::string path = agent_.GetDataDirectory() + "/EventLogManager/EventLogManager.sqlite3";
-        return std::filesystem::exists(path) ? RawSqlite(LumString(path.c_str())).Value(sql) : std::string();
+        try {
+            return agent_.Database().Rows(sql);
+        } catch (const std::runtime_error&) {
+            return {};  // there is no such table yet
+        }
     }
     /// 0 as long as there is no table yet.
     [[nodiscard]] int Count() const {

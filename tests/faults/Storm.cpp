@@ -5,12 +5,14 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
+#include <cstdio>
 #include <random>
 #include <thread>
 #include <vector>
 
-#include "faults/ModuleUnderTest.h"
+#include "support/FileStoreStandIn.h"
+#include "support/LoadedModule.h"
+#include "support/Program.h"
 
 namespace {
 
@@ -21,7 +23,7 @@ struct Call {
 };
 
 constexpr const char* kCreateUsage =
-    R"({"Values":{"ModelName":"DiskUsage","EventParams":{"MountPoint":"/","SizeMb":9,"UsedMb":5,"UsedPercent":55.5}}})";
+    R"({"Values":{"ModelName":"DiskUsage","EventParams":{"MountPoint":"/","Time":5,"SizeMb":9,"UsedMb":5,"UsedPercent":55.5}}})";
 constexpr const char* kUploadUsage = R"({"Values":{"ModelName":"DiskUsage"}})";
 
 constexpr std::array kCalls = {
@@ -56,17 +58,15 @@ std::atomic<uint64_t> calls{0};
 std::atomic<uint64_t> files{0};
 std::atomic<uint64_t> alerts{0};
 
-uint32_t ReceiveFile(LumContainer* container) {
-    LumString path;
+uint32_t CountFile(const LumContainer& request, const LumContainer& /*file*/) {
     LumString label;
-    if (container->GetString(kFileStoreMovePath, path) && container->GetString(kFileStoreFileLabel, label)) {
-        FileDelete(path, true);
+    if (request.GetString("FileLabel", label)) {
         ++(label == "EventManagerEvent" ? alerts : files);
     }
     return 0;
 }
 
-void Blow(const AgentDirectories& directories, unsigned seed) {
+void Blow(const TestAgent& agent, unsigned seed) {
     std::mt19937 random(seed);
     unsigned total = 0;
     for (const Call& call : kCalls) {
@@ -79,50 +79,47 @@ void Blow(const AgentDirectories& directories, unsigned seed) {
             pick -= call->weight;
         }
         if (std::string_view(call->action) == "EventLogManagerReloadModels") {
-            directories.Drop("Logon");
+            agent.DropShipped("Logon");
         }
-        const uint32_t status = CallActionWith(call->action, call->arguments);
+        const uint32_t status = TestAgent::Call(call->action, call->arguments).status;
         Require(status == 0 || status == 1 || status == 13 || status == 45001, call->action);
         ++calls;
     }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+void RageFor(uint32_t seconds) {
     constexpr unsigned kThreads = 16;
-    const int seconds = argc > 1 ? std::atoi(argv[1]) : 5;
-    const AgentDirectories directories;
-    LumAgentHandle store{"Store"};
-    ActionDbRegisterAction(kFileStoreSignature, ReceiveFile, &store);
-    directories.Drop("Logon");
-    directories.Drop("LogonsByHour");
-    directories.Drop("DiskUsage");
-    {
-        LoadedModule module;
-        module.Run(LumModuleCommand::kRegister);
-        module.Run(LumModuleCommand::kInitialise);
-        // The processor's first look at the queue is also the only one of a short storm.
-        Require(CallActionWith("EventLogManagerCreateEvent", kCreateUsage) == 0, "create an event");
-        // What came in the second of the call is left to the next upload.
-        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-        Require(CallActionWith("EventLogManagerUploadEvents", kUploadUsage) == 0, "ask for an upload");
-        module.Run(LumModuleCommand::kActivate);
-        std::vector<std::thread> threads;
-        for (unsigned i = 0; i < kThreads; ++i) {
-            threads.emplace_back(Blow, std::cref(directories), i + 1);
-        }
-        std::this_thread::sleep_for(std::chrono::seconds(seconds));
-        over = true;
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        module.Run(LumModuleCommand::kCleanup);
-        module.Run(LumModuleCommand::kUnregister);
+    const FileStoreStandIn store(CountFile);
+    LoadedModule module;
+    for (const char* const model : {"Logon", "LogonsByHour", "DiskUsage"}) {
+        module.DropShipped(model);
     }
+    module.Start();
+    // The processor's first look at the queue is also the only one of a short storm.
+    Require(TestAgent::Call("EventLogManagerCreateEvent", kCreateUsage).status == 0, "create an event");
+    // What came in the second of the call is left to the next upload.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    Require(TestAgent::Call("EventLogManagerUploadEvents", kUploadUsage).status == 0, "ask for an upload");
+    module.Activate();
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < kThreads; ++i) {
+        threads.emplace_back(Blow, std::cref(module), i + 1);
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(seconds));
+    over = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    module.Stop();
     Require(files > 0, "uploads reach the file store");
     Require(alerts > 0, "alerts reach the file store");
     std::printf("%llu calls, %llu upload files, %llu alerts\n", static_cast<unsigned long long>(calls),
                 static_cast<unsigned long long>(files), static_cast<unsigned long long>(alerts));
-    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    constexpr uint32_t kUsualSeconds = 4;
+    return RunProgram([&] { RageFor(CountFrom(argc, argv, kUsualSeconds)); });
 }

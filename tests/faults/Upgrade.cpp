@@ -3,9 +3,9 @@
 // Then the module is started again, undisturbed. Every event that an undisturbed upgrade keeps must be there,
 // all of a model's in one table, and every database file whole.
 //
-//     Upgrade kill|full|io|sync [STRIDE [CASE...]]
+//     Upgrade [kill|full|io|sync [STRIDE [CASE...]]]
 //
-// With a STRIDE only every so many-th call is tried, from another one on in each case.
+// Only every so many-th call is tried, from another one on in each case; 1 leaves none out. A CASE is a file.
 
 #include <algorithm>
 #include <cstdio>
@@ -24,9 +24,9 @@
 #include <unistd.h>
 
 #include "BuildPaths.h"
-#include "faults/ModuleUnderTest.h"
 #include "support/FaultVfs.h"
-#include "support/TempDirectory.h"
+#include "support/LoadedModule.h"
+#include "support/Program.h"
 #include "upgrade/UpgradeFixture.h"
 
 namespace {
@@ -60,20 +60,12 @@ int StartOnce(const fs::path& agent, Call counted, const std::function<void(Faul
         const int silence = open("/dev/null", O_WRONLY);
         dup2(silence, STDERR_FILENO);
         FaultVfs vfs;
-        LumString error;
-        Require(LumAgentSetUp({LumString((agent / "config").string()), LumString((agent / "data").string())},
-                              error),
-                error.GetString());
-        Require(LumAgentGetDebugContext(nullptr)->OpenFile(LumString((agent / "log").string()), 1U << 24U, 1,
-                                                           error),
-                error.GetString());
-        LoadedModule module;
-        module.Run(LumModuleCommand::kRegister);
+        LoadedModule module(agent);
+        module.Load();
         arrange(vfs);
-        module.Run(LumModuleCommand::kInitialise);
+        module.Initialise();
         std::ofstream(agent / "calls") << vfs.CountCalls(counted);
-        module.Run(LumModuleCommand::kCleanup);
-        module.Run(LumModuleCommand::kUnregister);
+        module.Stop();
         std::_Exit(0);
     }
     int status = 0;
@@ -199,44 +191,36 @@ private:
     std::map<std::string, UpgradeFixture::Events> kept_;
 };
 
-std::vector<fs::path> Cases(int argc, char** argv) {
-    const fs::path folder = LUM_SOURCE_DIR "/tests/upgrade/cases";
-    std::vector<fs::path> cases;
-    for (int i = 3; i < argc; ++i) {
-        cases.push_back(folder / (std::string(argv[i]) + ".json"));
-    }
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        if (argc <= 3 && entry.path().extension() == ".json") {
-            cases.push_back(entry.path());
+void Disturb(const Disturbance& disturbance, uint64_t stride, const std::vector<fs::path>& cases) {
+    uint64_t tried = 0;
+    uint64_t offset = 0;
+    for (const fs::path& description : cases) {
+        Machine machine(description);
+        const uint64_t calls = machine.Count(disturbance.call);
+        for (uint64_t nth = 1 + offset++ % stride; nth <= calls; nth += stride) {
+            machine.Try(disturbance, nth);
+            ++tried;
         }
+        std::printf("%s: %lu calls\n", machine.Name().c_str(), static_cast<unsigned long>(calls));
     }
-    std::sort(cases.begin(), cases.end());
-    return cases;
+    std::printf("%s: %lu starts were disturbed\n", disturbance.name, static_cast<unsigned long>(tried));
+    Require(tried > 0, "a start is disturbed");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string_view wanted = argc > 1 ? argv[1] : "";
+    constexpr uint64_t kUsualStride = 449;
+    const std::string_view wanted = argc > 1 ? argv[1] : "kill";
     const auto* const disturbance =
         std::find_if(std::begin(kDisturbances), std::end(kDisturbances),
                      [wanted](const Disturbance& one) { return wanted == one.name; });
-    const uint64_t stride = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
+    const uint64_t stride = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : kUsualStride;
     if (disturbance == std::end(kDisturbances) || stride == 0) {
-        std::fprintf(stderr, "usage: Upgrade kill|full|io|sync [STRIDE [CASE...]]\n");
+        std::fprintf(stderr, "usage: Upgrade [kill|full|io|sync [STRIDE [CASE...]]]\n");
         return 2;
     }
-    uint64_t tried = 0;
-    uint64_t offset = 0;
-    for (const fs::path& description : Cases(argc, argv)) {
-        Machine machine(description);
-        const uint64_t calls = machine.Count(disturbance->call);
-        for (uint64_t nth = 1 + offset++ % stride; nth <= calls; nth += stride) {
-            machine.Try(*disturbance, nth);
-            ++tried;
-        }
-        std::printf("%s: %lu calls\n", machine.Name().c_str(), static_cast<unsigned long>(calls));
-    }
-    std::printf("%s: %lu starts were disturbed\n", disturbance->name, static_cast<unsigned long>(tried));
-    return tried > 0 ? 0 : 1;
+    return RunProgram([&] {
+        Disturb(*disturbance, stride, CasesFrom(argc, argv, 3, LUM_SOURCE_DIR "/tests/upgrade/cases"));
+    });
 }

@@ -4,11 +4,14 @@
 #include <iterator>
 #include <string>
 
+#include "BuildPaths.h"
 #include "FuzzTarget.h"
 
-// Runs the target on every file of the directories it is given: what a build without libFuzzer does.
+// Runs the target on every file of its corpus: what a build without libFuzzer does.
 
 namespace {
+
+constexpr const char* kCorpus = LUM_SOURCE_DIR "/tests/fuzz/corpus/" LUM_FUZZ_TARGET;
 
 int ReplayDirectory(const std::filesystem::path& directory) {
     int files = 0;
@@ -26,12 +29,10 @@ int ReplayDirectory(const std::filesystem::path& directory) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (ReplayDirectory(argv[i]) == 0) {
-            std::fprintf(stderr, "No corpus in %s\n", argv[i]);
-            return 1;
-        }
+int main() {
+    if (ReplayDirectory(kCorpus) == 0) {
+        std::fprintf(stderr, "No corpus in %s\n", kCorpus);
+        return 1;
     }
-    return argc > 1 ? 0 : 2;
+    return 0;
 }

@@ -1,18 +1,40 @@
 #include <algorithm>
 #include <ctime>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <string>
 
-#include "ScratchAgent.h"
-#include "host/file/LumFile.h"
-#include "host/text/LumPattern.h"
+#include <sqlite3.h>
 
-// Runs one case against the module. docs/testing.md says what a case may hold.
+#include "BuildPaths.h"
+#include "host/text/LumPattern.h"
+#include "support/FileStoreStandIn.h"
+#include "support/LoadedModule.h"
+#include "support/Program.h"
+
+// Runs cases against the module as it is delivered: golden_runner [CASE...], all of cases/ without an
+// argument. docs/testing.md says what a case may hold.
 
 namespace {
+
+/// JSON whose names keep their order, as those of a container do.
+using Json = nlohmann::ordered_json;
+
+Json Cell(sqlite3_stmt* statement, int column) {
+    switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_INTEGER:
+            return sqlite3_column_int64(statement, column);
+        case SQLITE_FLOAT:
+            return sqlite3_column_double(statement, column);
+        case SQLITE_NULL:
+            return nullptr;
+        default:
+            return std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)),
+                               static_cast<std::size_t>(sqlite3_column_bytes(statement, column)));
+    }
+}
 
 /// What a case or a step has under `name`, or nothing to walk.
 const Json& PartOf(const Json& whole, const char* name) {
@@ -24,10 +46,10 @@ const Json& PartOf(const Json& whole, const char* name) {
 /// One case: an agent, and how many of the expectations did not hold.
 class Case {
 public:
-    Case(const std::string& modulePath, const std::filesystem::path& path)
-        : models_(path.parent_path().parent_path() / "models"),
+    explicit Case(const std::filesystem::path& path)
+        : name_(path.stem()),
+          models_(path.parent_path().parent_path() / "models"),
           content_(Json::parse(std::ifstream(path))),
-          agent_(modulePath),
           begun_(std::time(nullptr)) {}
 
     /// True where everything was as expected.
@@ -53,12 +75,13 @@ private:
             agent_.Start();
         }
         if (step.contains("do")) {
-            const ScratchAgent::Answer answer = agent_.Call(step.at("do"), step.value("in", Json()));
+            const TestAgent::Answer answer =
+                LoadedModule::Call(step.at("do"), step.value("in", Json::object()).dump());
             CheckEqual(step.value("status", Json(0)), Json(answer.status), "status");
             // An action that fails leaves its arguments; one that is done leaves nothing but its answer.
             const Json untouched =
                 answer.status == 0 ? Json::object() : step.value("in", Json(Json::object()));
-            CheckEqual(step.value("out", untouched), answer.container, "out");
+            CheckEqual(step.value("out", untouched), Json::parse(answer.container), "out");
         }
         CheckEffects(step);
     }
@@ -69,11 +92,10 @@ private:
             WriteFile(Fill(name), text);
         }
         for (const Json& name : PartOf(part, "drop")) {
-            std::filesystem::copy_file(models_ / name.get<std::string>(),
-                                       agent_.ModelsDirectory() + "/" + name.get<std::string>());
+            agent_.Drop(name.get<std::string>(), ReadWholeFile(models_ / name.get<std::string>()));
         }
         for (const Json& statement : PartOf(part, "sql")) {
-            static_cast<void>(agent_.Rows(statement));
+            agent_.Database().Run(statement);
         }
     }
 
@@ -91,14 +113,17 @@ private:
     void CheckEffects(const Json& part) {
         CheckLog(part);
         for (const auto& [sql, rows] : PartOf(part, "rows").items()) {
-            CheckEqual(rows, agent_.Rows(sql), sql);
+            CheckEqual(rows, Rows(sql), sql);
         }
         for (const auto& [name, expected] : PartOf(part, "left").items()) {
             const std::filesystem::path path = Fill(name);
             const bool there = std::filesystem::exists(path);
             CheckEqual(expected, expected.is_boolean() ? Json(there) : Json(ReadWholeFile(path)), name);
         }
-        const Json sent = ScratchAgent::TakeSent();
+        Json sent = Json::array();
+        for (const LumContainer& file : store_.TakeFiles()) {
+            sent.push_back(Json::parse(file.ToJson()));
+        }
         if (part.contains("sent")) {
             CheckEqual(part.at("sent"), sent, "sent");
         }
@@ -108,27 +133,35 @@ private:
     /// that is worse than print; with "any" they are not looked at. The lines of "trace" come in this order,
     /// with others between them. "host" is what the host's libraries say.
     void CheckLog(const Json& part) {
-        const ScratchAgent::Log log = agent_.TakeLog();
         if (part.value("log", Json()) != "any") {
-            const char* const quiet = part.contains("log") ? "trace " : "trace print ";
-            CheckLines("log", PartOf(part, "log"), WithoutLevels(log.module, quiet));
+            const LumLogLevel least = part.contains("log") ? LumLogLevel::kPrint : LumLogLevel::kWarning;
+            CheckLines("log", PartOf(part, "log"), agent_.Log().Said(least));
         }
         if (part.contains("host")) {
-            CheckLines("host", part.at("host"), log.host);
+            CheckLines("host", part.at("host"), agent_.HostLog().Said(LumLogLevel::kTrace));
         }
-        auto at = log.module.begin();
+        const std::vector<std::string> all = agent_.Log().Said(LumLogLevel::kTrace);
+        auto at = all.begin();
         for (const Json& line : PartOf(part, "trace")) {
             const auto fits = [&](const std::string& text) { return Fits(text, line); };
-            at = std::find_if(at, log.module.end(), fits);
-            Check(at != log.module.end(), "no line " + line.dump() + " in " + Json(log.module).dump(2));
+            at = std::find_if(at, all.end(), fits);
+            Check(at != all.end(), "no line " + line.dump() + " in " + Json(all).dump(2));
         }
+        agent_.Log().Forget();
+        agent_.HostLog().Forget();
     }
 
-    static std::vector<std::string> WithoutLevels(std::vector<std::string> lines, std::string_view levels) {
-        std::erase_if(lines, [levels](const std::string& line) {
-            return levels.find(line.substr(0, line.find(' ') + 1)) != std::string_view::npos;
+    /// The cells of a statement's rows as JSON values of SQLite's types.
+    [[nodiscard]] Json Rows(const std::string& sql) const {
+        Json rows = Json::array();
+        agent_.Database().ForEachRow(sql, [&rows](sqlite3_stmt* statement) {
+            Json row = Json::array();
+            for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+                row.push_back(Cell(statement, i));
+            }
+            rows.push_back(std::move(row));
         });
-        return lines;
+        return rows;
     }
 
     void CheckLines(const std::string& what, const Json& expected, const std::vector<std::string>& lines) {
@@ -146,9 +179,10 @@ private:
 
     /// Puts the case's directories in for their names.
     [[nodiscard]] std::string Fill(std::string text) const {
-        const std::pair<std::string, std::string> places[] = {{"$MODELS", agent_.ModelsDirectory()},
-                                                              {"$DATA", agent_.DataDirectory()},
-                                                              {"$INI", agent_.IniPath()}};
+        const std::pair<std::string, std::string> places[] = {
+            {"$MODELS", agent_.Directory() / TestAgent::kModels},
+            {"$DATA", agent_.Directory() / TestAgent::kData},
+            {"$INI", agent_.Directory() / TestAgent::kIni}};
         for (const auto& [name, path] : places) {
             for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name)) {
                 text.replace(at, name.size(), path);
@@ -195,14 +229,16 @@ private:
 
     void Check(bool holds, const std::string& what) {
         if (!holds) {
-            std::cout << where_ << ": " << what << "\n";
+            std::cout << name_ << ", " << where_ << ": " << what << "\n";
             ++failures_;
         }
     }
 
+    const std::string name_;
     const std::filesystem::path models_;
     const Json content_;
-    ScratchAgent agent_;
+    FileStoreStandIn store_;
+    LoadedModule agent_;
     const std::time_t begun_;
     std::string where_;
     int failures_ = 0;
@@ -211,14 +247,10 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::cerr << "usage: golden_runner MODULE CASE\n";
-        return 2;
-    }
-    try {
-        return Case(argv[1], argv[2]).Run() ? 0 : 1;
-    } catch (const std::exception& error) {
-        std::cout << error.what() << "\n";
-        return 1;
-    }
+    return RunProgram([&] {
+        const auto cases = CasesFrom(argc, argv, 1, LUM_SOURCE_DIR "/tests/golden/cases");
+        const auto bad =
+            std::count_if(cases.begin(), cases.end(), [](const auto& path) { return !Case(path).Run(); });
+        Require(bad == 0, std::to_string(bad) + " cases");
+    });
 }

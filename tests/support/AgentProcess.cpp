@@ -13,7 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "BuildPaths.h"
+#include "support/TestAgent.h"
 #include "support/WaitFor.h"
 
 AgentProcess::~AgentProcess() {
@@ -21,6 +21,14 @@ AgentProcess::~AgentProcess() {
         Signal(SIGKILL);
         static_cast<void>(Wait());
     }
+}
+
+void AgentProcess::Drop(const ModelText& model) const {
+    scratch_.Write(std::string(TestAgent::kModels) + "/" + model.name + ".xml", Definition(model));
+}
+
+Sqlite AgentProcess::Database() const {
+    return Sqlite(scratch_ / TestAgent::kDatabase);
 }
 
 void AgentProcess::Execute() const {
@@ -53,11 +61,10 @@ void AgentProcess::Execute() const {
 }
 
 void AgentProcess::WriteShippedSettings() const {
-    const std::string shipped = LUM_SOURCE_DIR "/etc/";
-    std::string ini = ReadWholeFile(shipped + "agent.ini");
+    std::string ini = Shipped("agent.ini");
     ini.erase(ini.find("MachineEvents = "));
     WriteIni(ini);
-    scratch_.Write("config/EventLogManager.ini", ReadWholeFile(shipped + "EventLogManager.ini"));
+    scratch_.Write(TestAgent::kIni, Shipped("EventLogManager.ini"));
 }
 
 void AgentProcess::Start() {

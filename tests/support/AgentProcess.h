@@ -8,6 +8,9 @@
 #include <sys/types.h>
 
 #include "support/HttpClient.h"
+#include "support/LogReader.h"
+#include "support/ModelText.h"
+#include "support/Sqlite.h"
 #include "support/TempDirectory.h"
 
 /// A real agent process on directories of its own: the `lumagent` beside the running test.
@@ -36,6 +39,10 @@ public:
 
     /// Writes agent.ini.
     void WriteIni(std::string_view content) const { scratch_.Write("config/agent.ini", content); }
+    /// Puts a definition file into the models directory of EventLogManager, under the model's name.
+    void Drop(const ModelText& model) const;
+    /// The database of EventLogManager, opened as another program would.
+    [[nodiscard]] Sqlite Database() const;
 
     /// Writes the shipped settings of the agent and of EventLogManager. MachineEvents is left out: it fills
     /// tables by itself, which is for its own tests alone.

@@ -5,8 +5,8 @@
 
 /// Waits until `condition()` is true; false where that takes longer than any sane machine needs.
 template <class Condition>
-[[nodiscard]] bool WaitFor(Condition condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+[[nodiscard]] bool WaitFor(Condition condition, std::chrono::seconds patience = std::chrono::seconds(30)) {
+    const auto until = std::chrono::steady_clock::now() + patience;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > until) {
             return false;

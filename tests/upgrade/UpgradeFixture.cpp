@@ -2,88 +2,41 @@
 
 #include <algorithm>
 #include <fstream>
-#include <functional>
-#include <memory>
-#include <stdexcept>
 #include <string_view>
 
-#include <sqlite3.h>
-
+#include "support/Sqlite.h"
 #include "support/TempDirectory.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-using Row = std::vector<std::string>;
-
-/// A database as another program opens it. What goes wrong is an exception.
-class Sqlite {
-public:
-    explicit Sqlite(const fs::path& path) {
-        Expect(sqlite3_open(path.c_str(), &database_) == SQLITE_OK, "cannot open " + path.string());
-        constexpr int kBusyMs = 5000;
-        sqlite3_busy_timeout(database_, kBusyMs);
-    }
-    Sqlite(const Sqlite&) = delete;
-    Sqlite& operator=(const Sqlite&) = delete;
-    ~Sqlite() { sqlite3_close(database_); }
-
-    void Run(const std::string& script) const {
-        Expect(sqlite3_exec(database_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK, script);
-    }
-
-    /// The cells of each row as text; NULL is empty.
-    [[nodiscard]] std::vector<Row> Rows(const std::string& sql) const {
-        std::vector<Row> rows;
-        const auto add = [](void* to, int count, char** cells, char**) {
-            Row row;
-            std::transform(cells, cells + count, std::back_inserter(row),
-                           [](const char* cell) { return std::string(cell != nullptr ? cell : ""); });
-            static_cast<std::vector<Row>*>(to)->push_back(std::move(row));
-            return 0;
-        };
-        Expect(sqlite3_exec(database_, sql.c_str(), add, &rows, nullptr) == SQLITE_OK, sql);
-        return rows;
-    }
-
-private:
-    void Expect(bool holds, const std::string& what) const {
-        if (!holds) {
-            const std::string reason = sqlite3_errmsg(database_);
-            throw std::runtime_error(what + ": " + reason);
-        }
-    }
-
-    sqlite3* database_ = nullptr;
-};
-
 constexpr const char* kTables =
     "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite^_%' ESCAPE '^' AND name "
     "<> "
     "'IniScriptLog' ORDER BY name";
 
-std::string Joined(const std::vector<Row>& rows, std::string_view between) {
-    std::string text;
-    for (const Row& row : rows) {
-        text.append(text.empty() ? "" : between).append(row.front());
+std::string Joined(const std::vector<std::string>& texts, std::string_view between) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined.append(joined.empty() ? "" : between).append(text);
     }
-    return text;
+    return joined;
 }
 
 void DumpTable(const Sqlite& database, const std::string& table, std::vector<std::string>& lines) {
     const std::string columns = "FROM pragma_table_info('" + table + "')";
     lines.push_back(table);
-    lines.push_back("    " + Joined(database.Rows("SELECT trim(name || ' ' || type) " + columns), ", "));
+    lines.push_back("    " + Joined(database.Column("SELECT trim(name || ' ' || type) " + columns), ", "));
     const std::string cells =
-        Joined(database.Rows("SELECT 'quote(' || name || ')' " + columns), " || ' | ' || ");
-    for (const Row& row : database.Rows("SELECT " + cells + " FROM \"" + table + "\" ORDER BY 1")) {
-        lines.push_back("      " + row.front());
+        Joined(database.Column("SELECT 'quote(' || name || ')' " + columns), " || ' | ' || ");
+    for (const std::string& row : database.Column("SELECT " + cells + " FROM \"" + table + "\" ORDER BY 1")) {
+        lines.push_back("      " + row);
     }
-    for (const Row& row :
-         database.Rows("SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = '" + table +
-                       "' AND sql IS NOT NULL ORDER BY name")) {
-        lines.push_back("    index " + row.front());
+    for (const std::string& index :
+         database.Column("SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = '" + table +
+                         "' AND sql IS NOT NULL ORDER BY name")) {
+        lines.push_back("    index " + index);
     }
 }
 
@@ -116,11 +69,12 @@ void UpgradeFixture::PlaceDatabase(const fs::path& agent) const {
     for (const auto& statement : content_.value("sql", std::vector<std::string>())) {
         database.Run(statement);
     }
-    for (const Row& row : database.Rows("SELECT RM_ModelName || '/' || RM_Checksum FROM RegisteredModel")) {
-        if (fs::exists(root_ / "models" / row.front())) {
-            const fs::path filed = agent / "data/EventLogManager/models" / row.front();
+    for (const std::string& model :
+         database.Column("SELECT RM_ModelName || '/' || RM_Checksum FROM RegisteredModel")) {
+        if (fs::exists(root_ / "models" / model)) {
+            const fs::path filed = agent / "data/EventLogManager/models" / model;
             fs::create_directories(filed);
-            fs::copy(root_ / "models" / row.front(), filed);
+            fs::copy(root_ / "models" / model, filed);
         }
     }
 }
@@ -135,8 +89,8 @@ void UpgradeFixture::PlaceOlderModule(const fs::path& agent) {
 std::vector<std::string> UpgradeFixture::Dump(const fs::path& database) {
     const Sqlite opened(database);
     std::vector<std::string> lines;
-    for (const Row& row : opened.Rows(kTables)) {
-        DumpTable(opened, row.front(), lines);
+    for (const std::string& table : opened.Column(kTables)) {
+        DumpTable(opened, table, lines);
     }
     return lines;
 }
@@ -157,19 +111,16 @@ std::vector<std::string> UpgradeFixture::Files(const fs::path& agent) {
 std::map<std::string, UpgradeFixture::Events> UpgradeFixture::EventsIn(const fs::path& database) {
     const Sqlite opened(database);
     std::map<std::string, Events> events;
-    for (const Row& table : opened.Rows(kTables)) {
-        const auto columns = opened.Rows("SELECT 1 FROM pragma_table_info('" + table.front() +
-                                         "') WHERE name IN ('E_Id', 'E_Date')");
-        if (columns.size() == 2) {
-            Events& found = events[table.front()];
-            for (const Row& row : opened.Rows("SELECT E_Id || ' of ' || E_Date FROM " + table.front())) {
-                found.insert(row.front());
-            }
+    for (const std::string& table : opened.Column(kTables)) {
+        if (opened.Rows("SELECT count(*) FROM pragma_table_info('" + table +
+                        "') WHERE name IN ('E_Id', 'E_Date')") == "2") {
+            const auto found = opened.Column("SELECT E_Id || ' of ' || E_Date FROM " + table);
+            events[table] = Events(found.begin(), found.end());
         }
     }
     return events;
 }
 
 std::string UpgradeFixture::Check(const fs::path& database) {
-    return Joined(Sqlite(database).Rows("PRAGMA integrity_check"), "; ");
+    return Sqlite(database).Rows("PRAGMA integrity_check");
 }

@@ -4,12 +4,16 @@
 #include <sstream>
 #include <string>
 
+#include "BuildPaths.h"
 #include "UpgradeFixture.h"
-#include "golden/ScratchAgent.h"
+#include "support/FileStoreStandIn.h"
+#include "support/LoadedModule.h"
+#include "support/Program.h"
 
 // Starts the module on a machine that an earlier release has left behind and compares what was there before,
 // what the start said, and what was there afterwards with the golden file of the case, NAME.golden beside
-// NAME.json. With --write the file is made anew, for somebody to read.
+// NAME.json: upgrade_runner [CASE...], all of cases/ without an argument. With --write before the cases their
+// files are made anew, for somebody to read.
 
 namespace {
 
@@ -46,9 +50,8 @@ private:
     std::string text_;
 };
 
-/// Without what is traced. Definition files are taken in the order of their directory, which is sorted here.
-std::vector<std::string> Said(std::vector<std::string> lines) {
-    std::erase_if(lines, [](const std::string& line) { return line.starts_with("trace "); });
+/// Definition files are taken in the order of their directory, which is sorted here.
+std::vector<std::string> Sorted(std::vector<std::string> lines) {
     const auto isOnAFile = [](const std::string& line) {
         return line.find(" LoadModel: ") != std::string::npos ||
                line.find(" LoadUnregisteredModels: ") != std::string::npos ||
@@ -83,46 +86,49 @@ std::vector<std::string> CopiesIn(const fs::path& agent, const std::vector<std::
     return lines;
 }
 
-std::string Run(const std::string& modulePath, const fs::path& description) {
-    ScratchAgent agent(modulePath);
+std::string Run(const fs::path& description) {
+    const FileStoreStandIn store;
+    LoadedModule agent;
     const fs::path place = agent.Directory().Path();
     UpgradeFixture(description).Place(place);
     Report report(place);
     report.AddState("before");
     const std::vector<std::string> before = UpgradeFixture::Dump(UpgradeFixture::DatabaseOf(place));
     agent.Start();
-    report.Add("said", Said(agent.TakeLog().module));
+    report.Add("said", Sorted(agent.Log().Said()));
     report.AddState("after");
     report.Add("copies", CopiesIn(place, before));
     agent.Stop();
+    agent.Log().Forget();
     const std::vector<std::string> after = UpgradeFixture::Dump(UpgradeFixture::DatabaseOf(place));
     agent.Start();
-    report.Add("said by the next start", Said(agent.TakeLog().module));
+    report.Add("said by the next start", Sorted(agent.Log().Said()));
     const bool same = UpgradeFixture::Dump(UpgradeFixture::DatabaseOf(place)) == after;
     report.Add("rows after the next start", {same ? "the same" : "others"});
     return report.Text();
 }
 
+/// False, after a text that says why, where a case is not as its golden file says.
+bool Check(const fs::path& description, bool writes) {
+    const fs::path golden = fs::path(description).replace_extension(".golden");
+    const std::string text = Run(description);
+    if (writes) {
+        std::ofstream(golden) << text;
+    } else if (text != ReadWholeFile(golden)) {
+        std::cout << "not as in " << golden.string() << ":\n" << text;
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        std::cerr << "usage: upgrade_runner MODULE CASE [--write]\n";
-        return 2;
-    }
-    try {
-        const fs::path golden = fs::path(argv[2]).replace_extension(".golden");
-        const std::string text = Run(argv[1], argv[2]);
-        if (argc > 3) {
-            std::ofstream(golden) << text;
-            return 0;
-        }
-        if (text == ReadWholeFile(golden)) {
-            return 0;
-        }
-        std::cout << "not as in " << golden.string() << ":\n" << text;
-    } catch (const std::exception& error) {
-        std::cout << error.what() << "\n";
-    }
-    return 1;
+    const bool writes = argc > 1 && std::string_view(argv[1]) == "--write";
+    return RunProgram([&] {
+        const auto cases = CasesFrom(argc, argv, writes ? 2 : 1, LUM_SOURCE_DIR "/tests/upgrade/cases");
+        const auto bad = std::count_if(cases.begin(), cases.end(),
+                                       [writes](const fs::path& one) { return !Check(one, writes); });
+        Require(bad == 0, std::to_string(bad) + " cases");
+    });
 }
