@@ -113,7 +113,8 @@ BrokerCluster::BrokerCluster(const std::string& directory) {
     std::string routes;
     for (int i = 0; i < size; ++i) {
         ports.push_back(FreePort());
-        routes += " nats://127.0.0.1:" + std::to_string(ports.back());
+        routes += (routes.empty() ? "nats://" : ", nats://") + std::string("127.0.0.1:") +
+                  std::to_string(ports.back());
     }
     for (int i = 0; i < size; ++i) {
         const std::string name = "n" + std::to_string(i + 1);

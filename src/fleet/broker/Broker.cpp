@@ -275,6 +275,9 @@ ReceiveResult Broker::Receive(int64_t timeoutMs, std::optional<BrokerMessage>& m
         message.emplace(std::move(handle));
         return ReceiveResult::kMessage;
     }
+    if (status == NATS_NO_RESPONDERS) {
+        return ReceiveResult::kUnheard;
+    }
     if (status == NATS_TIMEOUT || status == NATS_SLOW_CONSUMER) {
         return IsConnected() ? ReceiveResult::kNothing : ReceiveResult::kDisconnected;
     }

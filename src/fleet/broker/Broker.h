@@ -55,7 +55,12 @@ private:
     std::unique_ptr<Handle> handle_;
 };
 
-enum class ReceiveResult : uint8_t { kMessage, kNothing, kDisconnected };
+enum class ReceiveResult : uint8_t {
+    kMessage,
+    kNothing,
+    kUnheard,  ///< a message that was published with a reply subject found nobody who takes it
+    kDisconnected,
+};
 
 /// A connection to the broker, and one subscription on it. A connection that broke stays broken: whoever owns
 /// it decides when to make a new one. An object belongs to one thread at a time.

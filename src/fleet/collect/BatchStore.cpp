@@ -24,12 +24,17 @@ constexpr const char* kInsertDevices =
     "INSERT INTO lum.device (device) SELECT d FROM unnest($1::text[]) AS t(d) ORDER BY d COLLATE \"C\""
     " ON CONFLICT (device) DO NOTHING";
 
+/// In the order of their names, so that two collectors wait for each other instead of for ever; and in a
+/// statement of its own, as the next one sees what the other collector has written only then.
+constexpr const char* kLockDevices =
+    "SELECT count(*) FROM (SELECT 1 FROM lum.device WHERE device = ANY ($1::text[]) ORDER BY device FOR "
+    "UPDATE)"
+    " AS locked";
+
 /// What is missing is kept as ranges. A device whose numbers make no sense is not worth more than a few
 /// kilobytes: then the ranges become one.
 constexpr const char* kUpdateDevices =
-    "WITH known AS MATERIALIZED (SELECT device FROM lum.device WHERE device = ANY ($1::text[])"
-    " ORDER BY device FOR UPDATE)"
-    " UPDATE lum.device d SET last_contact = now(), batches = d.batches + t.b, events = d.events + t.e,"
+    "UPDATE lum.device d SET last_contact = now(), batches = d.batches + t.b, events = d.events + t.e,"
     " rejected = d.rejected + t.r, lowest_number = least(d.lowest_number, t.lo),"
     " highest_number = greatest(d.highest_number, t.hi),"
     " missing = CASE WHEN pg_column_size(t.gaps) > 8000 THEN int8multirange(range_merge(t.gaps))"
@@ -38,8 +43,7 @@ constexpr const char* kUpdateDevices =
     " o.missing + int8multirange(int8range(coalesce(o.highest_number + 1, i.lo),"
     " greatest(i.hi + 1, coalesce(o.highest_number + 1, i.lo)))) - i.got END AS gaps"
     " FROM unnest($1::text[], $2::bigint[], $3::bigint[], $4::bigint[], $5::bigint[], $6::bigint[],"
-    " $7::text[]::int8multirange[]) AS i(d, b, e, r, lo, hi, got) JOIN lum.device o ON o.device = i.d"
-    " JOIN known k ON k.device = i.d) AS t"
+    " $7::text[]::int8multirange[]) AS i(d, b, e, r, lo, hi, got) JOIN lum.device o ON o.device = i.d) AS t"
     " WHERE d.device = t.d";
 
 constexpr const char* kNoteProgress =
@@ -338,6 +342,7 @@ bool BatchStore::NoteContacts(const Group& batches, SqlFailure& failure) {
         arrays.emplace_back(ArrayText(column));
     }
     return database_.Run(kInsertDevices, {arrays[0]}, failure) &&
+           database_.Run(kLockDevices, {arrays[0]}, failure) &&
            database_.Run(kUpdateDevices, arrays, failure);
 }
 

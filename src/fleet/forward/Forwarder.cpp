@@ -74,7 +74,6 @@ bool Forwarder::Connect() {
     lastError_.clear();
     state_.connected = true;
     ++state_.connects;
-    reconnect_.Reset();
     StartPass();
     return true;
 }
@@ -129,6 +128,13 @@ void Forwarder::TakeMessages(int64_t timeoutMs) {
         if (result == ReceiveResult::kNothing) {
             return;
         }
+        if (result == ReceiveResult::kUnheard) {
+            // It does not say which; where there is no stream, none of them was taken.
+            ledger_.ForgetUnacknowledged();
+            HoldBack("no stream takes it");
+            continue;
+        }
+        reconnect_.Reset();
         uint64_t number = 0;
         if (ParseAckSubject(message->Subject(), number)) {
             TakeAcknowledgement(number, message->Data());
@@ -139,9 +145,7 @@ void Forwarder::TakeMessages(int64_t timeoutMs) {
 }
 
 void Forwarder::TakeAcknowledgement(uint64_t number, std::string_view data) {
-    // An answer without content is the broker's for a subject that no stream takes.
-    const nlohmann::json json =
-        data.empty() ? nlohmann::json::object() : nlohmann::json::parse(data, nullptr, false);
+    const nlohmann::json json = nlohmann::json::parse(data, nullptr, false);
     const auto sequence = json.is_object() ? json.find("seq") : json.end();
     if (sequence != json.end() && sequence->is_number_unsigned()) {
         const int64_t askAfterMs = settings_.askAfterSeconds * 1'000;
@@ -154,10 +158,10 @@ void Forwarder::TakeAcknowledgement(uint64_t number, std::string_view data) {
         refused_.Reset();
         return;
     }
-    std::string reason = "no stream takes it";
+    std::string reason = "it does not say why";
     int64_t code = 0;
     if (json.is_object() && json.contains("error") && json["error"].is_object()) {
-        reason = json["error"].value("description", "it gives no reason");
+        reason = json["error"].value("description", reason);
         code = json["error"].value("err_code", int64_t{0});
     }
     Refused(number, reason, code);
@@ -172,6 +176,10 @@ void Forwarder::Refused(uint64_t number, const std::string& reason, int64_t code
         SetAside(name, name + ": it is larger than the stream takes");
         return;
     }
+    HoldBack(reason);
+}
+
+void Forwarder::HoldBack(const std::string& reason) {
     Complain("The broker refuses a batch: " + reason);
     state_.brokerTakes = false;
     // All that was under way meets the same refusal: one wait for all of them.

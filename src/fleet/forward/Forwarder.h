@@ -45,6 +45,8 @@ private:
     [[nodiscard]] bool PublishEntry(const std::string& description);
     void Send(const OutboxEntry& entry);
     void Refused(uint64_t number, const std::string& reason, int64_t code);
+    /// Publishes nothing for a while.
+    void HoldBack(const std::string& reason);
     void AskForReceipts();
     void ReportState();
     void Complain(const std::string& reason);
