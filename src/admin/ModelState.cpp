@@ -109,8 +109,9 @@ uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container) {
     LoadUnregisteredModels();
     CheckModels();
     kRoutine.Print("Models have been reloaded with success");
-    if (container != nullptr) {
+    const uint32_t status = AfterDurable(kActionDone);
+    if (container != nullptr && status == kActionDone) {
         container->Clear();
     }
-    return kActionDone;
+    return status;
 }

@@ -96,7 +96,7 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
         return kActionFailed;
     }
     const LumString statement = insert.Take();
-    DatabaseScope scope(kRoutine);
+    DatabaseScope scope(kRoutine, DatabaseScope::Durability::kCaller);
     if (!scope.IsLocked() || scope.Query(statement) == nullptr) {
         return kActionFailed;
     }

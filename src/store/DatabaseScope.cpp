@@ -16,8 +16,8 @@ bool LockDatabase(const LumRoutine& routine) LUM_NO_THREAD_SAFETY_ANALYSIS {
 
 }  // namespace
 
-DatabaseScope::DatabaseScope(const LumRoutine& routine)
-    : locked_(LockDatabase(routine)), connection_(DatabasePool) {}
+DatabaseScope::DatabaseScope(const LumRoutine& routine, Durability durability)
+    : durability_(durability), locked_(LockDatabase(routine)), connection_(DatabasePool) {}
 
 DatabaseScope::~DatabaseScope() {
     Unlock();
@@ -27,5 +27,8 @@ void DatabaseScope::Unlock() {
     if (locked_) {
         locked_ = false;
         DatabaseMutex.Unlock();
+    }
+    if (durability_ == Durability::kScope && !DatabaseMutex.IsHeldByThisThread()) {
+        DBAwaitDurable();  // an action asks for the outcome when it ends; others have the error line
     }
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "host/database/Database.h"
 #include "host/text/LumString.h"
 #include "host/thread/LumMutex.h"
@@ -13,10 +15,17 @@ extern LumMutex DatabaseMutex;
 
 /// What every routine does around its work on the database: takes DatabaseMutex, says in the log when it
 /// cannot, and has a connection, made after the lock was taken. Belongs to one thread.
+///
+/// When it ends and the thread holds the lock no more, it waits until what was committed is durable, so that
+/// whatever the routine does next may rely on it.
 class DatabaseScope {
 public:
+    /// Who waits for the changes to be durable.
+    enum class Durability : uint8_t { kScope, kCaller };
+
     /// `routine` is the one that says "Failed to lock database".
-    explicit DatabaseScope(const LumRoutine& routine) LUM_NO_THREAD_SAFETY_ANALYSIS;
+    explicit DatabaseScope(const LumRoutine& routine,
+                           Durability durability = Durability::kScope) LUM_NO_THREAD_SAFETY_ANALYSIS;
     DatabaseScope(const DatabaseScope&) = delete;
     DatabaseScope& operator=(const DatabaseScope&) = delete;
     ~DatabaseScope();
@@ -32,6 +41,7 @@ public:
     void Unlock() LUM_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
+    const Durability durability_;
     bool locked_;
     DBConnection connection_;
 };

@@ -1,6 +1,8 @@
 #include "support/FaultVfs.h"
 
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
 #include <mutex>
@@ -51,6 +53,8 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         fault_.reset();
         diskFull_ = false;
+        holdSyncs_ = false;
+        changed_.notify_all();
         pathPart_.clear();
         counts_ = {};
     }
@@ -76,6 +80,25 @@ public:
         return fault_->code;
     }
 
+    void HoldSyncs(bool hold) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        holdSyncs_ = hold;
+        changed_.notify_all();
+    }
+
+    [[nodiscard]] bool AwaitHeldSyncs(uint64_t count) {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::seconds(10), [&] { return heldSyncs_ >= count; });
+    }
+
+    void PassSyncGate() {
+        std::unique_lock<std::mutex> guard(mutex_);
+        ++heldSyncs_;
+        changed_.notify_all();
+        changed_.wait(guard, [this] { return !holdSyncs_; });
+        --heldSyncs_;
+    }
+
     [[nodiscard]] bool IsDiskFull() const {
         const std::lock_guard<std::mutex> guard(mutex_);
         return diskFull_;
@@ -87,6 +110,9 @@ private:
     mutable std::mutex mutex_;
     std::optional<Fault> fault_;
     bool diskFull_ = false;
+    bool holdSyncs_ = false;
+    uint64_t heldSyncs_ = 0;
+    std::condition_variable changed_;
     std::string pathPart_;
     std::array<uint64_t, kCalls> counts_{};
 };
@@ -141,6 +167,7 @@ int Truncate(sqlite3_file* file, sqlite3_int64 size) {
 }
 
 int Sync(sqlite3_file* file, int flags) {
+    plan.PassSyncGate();
     return Unless(Note(Call::kSync, file), [&] { return Inner(file)->pMethods->xSync(Inner(file), flags); });
 }
 
@@ -272,6 +299,14 @@ void FaultVfs::KillAtCall(Call call, uint64_t nth) {
 
 void FaultVfs::SetDiskFull(bool full) {
     plan.SetDiskFull(full);
+}
+
+void FaultVfs::HoldSyncs(bool hold) {
+    plan.HoldSyncs(hold);
+}
+
+bool FaultVfs::AwaitHeldSyncs(uint64_t count) {
+    return plan.AwaitHeldSyncs(count);
 }
 
 void FaultVfs::SetPathFilter(const std::string& part) {

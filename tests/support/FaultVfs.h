@@ -42,6 +42,10 @@ public:
     void KillAtCall(Call call, uint64_t nth);
     /// While on, what would make a file larger fails with SQLITE_FULL.
     void SetDiskFull(bool full);
+    /// While on, each sync waits at its beginning, on whatever thread it is.
+    void HoldSyncs(bool hold);
+    /// Waits until `count` syncs are held at once; false after ten seconds.
+    [[nodiscard]] bool AwaitHeldSyncs(uint64_t count);
     /// Only files whose path contains `part` are counted and fail; at first all are.
     void SetPathFilter(const std::string& part);
 

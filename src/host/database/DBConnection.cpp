@@ -27,6 +27,7 @@ public:
         DBOutcome outcome;
         const bool done = handle_->Run(this, sql, watch, rows, outcome);
         pool_.NoteChange(outcome, done);
+        RememberUnsynced(std::move(outcome.unsynced), pool_);
         if (!done) {
             if (!quiet && !outcome.wasStopped) {
                 Report(outcome.error, sql.View());
@@ -68,6 +69,7 @@ private:
         DBOutcome outcome;
         const bool done = handle_->RunControl(this, control, outcome);
         pool_.NoteChange(outcome, done);
+        RememberUnsynced(std::move(outcome.unsynced), pool_);
         if (!done) {
             Report(outcome.error, DBHandle::ControlText(control));
         }

@@ -24,6 +24,15 @@ void DBConnectionPool::Impl::NoteChange(const DBOutcome& outcome, bool done) {
     }
 }
 
+void DBConnectionPool::Impl::NoteFailedSync(const std::string& reason) {
+    DBOutcome outcome;
+    outcome.error = "Failed to sync the write-ahead log: " + reason;
+    outcome.isChange = true;
+    outcome.byMachine = true;
+    Debug().ErrorWithNL("DBConnection: %S", std::string_view(outcome.error));
+    NoteChange(outcome, false);
+}
+
 void DBConnectionPool::Impl::SetPath(const LumString& path) {
     path_ = path;
     shared_ = std::make_shared<DBHandle>(path);

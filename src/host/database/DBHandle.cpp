@@ -6,6 +6,7 @@
 #include <iterator>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include <sqlite3.h>
 
@@ -14,15 +15,9 @@
 
 namespace {
 
-/// What the write-ahead log is cut back to once it has grown beyond it: a vacuum writes the whole database
-/// into it.
-constexpr const char* kLimitLog = "PRAGMA journal_size_limit = 16777216";
-constexpr const char* kUseLog = "PRAGMA journal_mode = WAL";
 /// After so many pages the log is taken into the database. SQLite would do so after 1000, and each time all
 /// threads that create events wait for its syncs.
-constexpr const char* kTakeInLog = "PRAGMA wal_autocheckpoint = 2500";
-
-std::atomic<DBSynchronous> wantedSynchronous{DBSynchronous::kFull};
+constexpr int kTakeInLogPages = 2500;
 
 bool IsBlankTail(std::string_view tail) {
     return tail.find_first_not_of(" \t\n\r\f") == std::string_view::npos;
@@ -78,7 +73,14 @@ void DBHandle::Closer::operator()(sqlite3* database) const {
 
 DBHandle::DBHandle(const LumString& path) : path_(FilePath(path)), files_(path_) {}
 
-DBHandle::~DBHandle() = default;
+DBHandle::~DBHandle() {
+    const LumMutexLock lock(mutex_);
+    const std::shared_ptr<LogSync> log = log_;
+    Close();
+    if (log != nullptr) {
+        log->Forget();
+    }
+}
 
 std::string_view DBHandle::ControlText(Control control) {
     switch (control) {
@@ -91,10 +93,6 @@ std::string_view DBHandle::ControlText(Control control) {
             // another process has, however long it waits.
             return "BEGIN IMMEDIATE";
     }
-}
-
-void DBHandle::SetSynchronous(DBSynchronous synchronous) {
-    wantedSynchronous.store(synchronous, std::memory_order_relaxed);
 }
 
 bool DBHandle::Run(const void* user, const LumString& sql, const DBConnection::Watch* watch,
@@ -169,7 +167,10 @@ bool DBHandle::Fail(DBOutcome& outcome) {
     return false;
 }
 
-void DBHandle::Finish(const void* user, bool done, const DBOutcome& outcome) {
+void DBHandle::Finish(const void* user, bool done, DBOutcome& outcome) {
+    if (lastCommit_ != 0) {
+        outcome.unsynced = {log_, std::exchange(lastCommit_, 0)};
+    }
     if (outcome.filesAreGone) {
         // What lies in the log belongs to the database that was open, wherever that is now, and not to the
         // one that may have taken its place.
@@ -195,8 +196,28 @@ bool DBHandle::CutLogBack() {
 }
 
 bool DBHandle::CutBack() {
-    return sqlite3_wal_checkpoint_v2(database_.get(), nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr,
-                                     nullptr) == SQLITE_OK;
+    return TakeInLog(SQLITE_CHECKPOINT_TRUNCATE);
+}
+
+bool DBHandle::TakeInLog(int mode) {
+    const int status = sqlite3_wal_checkpoint_v2(database_.get(), nullptr, mode, nullptr, nullptr);
+    // The system tells a failed sync once. A later one of the same log could not be trusted.
+    if (status == SQLITE_IOERR && log_ != nullptr) {
+        log_->NoteFailure(sqlite3_errmsg(database_.get()));
+    }
+    return status == SQLITE_OK;
+}
+
+int DBHandle::OnCommit(void* handle, sqlite3* database, const char* /*name*/,
+                       int pages) LUM_NO_THREAD_SAFETY_ANALYSIS {
+    auto* const self = static_cast<DBHandle*>(handle);
+    if (self->log_ != nullptr) {
+        self->lastCommit_ = self->log_->NoteCommit(database);
+    }
+    if (pages >= kTakeInLogPages) {
+        static_cast<void>(self->TakeInLog(SQLITE_CHECKPOINT_PASSIVE));  // a later commit does it
+    }
+    return SQLITE_OK;
 }
 
 bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
@@ -296,66 +317,4 @@ void DBHandle::Leave(const void* user) {
         // SQLite rolls back by itself whatever a failure here would leave.
         static_cast<void>(RunControl(user, Control::kRollback, outcome));
     }
-}
-
-void DBHandle::Close() {
-    for (OwnedStatement& control : controls_) {
-        control.reset();
-    }
-    cache_.Clear();
-    database_.reset();
-    transactionUser_.store(nullptr, std::memory_order_relaxed);
-}
-
-bool DBHandle::EnsureOpen(DBOutcome& outcome) {
-    if (database_ != nullptr) {
-        return true;
-    }
-    if (path_.empty()) {
-        outcome.error = "no database is selected";
-        return false;
-    }
-    std::string reason;
-    if (OpenFile(reason) && Configure(reason)) {
-        files_.Remember();
-        openCount_.fetch_add(1, std::memory_order_relaxed);
-        return true;
-    }
-    outcome.error = "cannot open database '" + path_ + "': " + reason;
-    outcome.isChange = true;  // it is not known, and no change could be made either
-    outcome.byMachine = true;
-    Close();
-    return false;
-}
-
-bool DBHandle::OpenFile(std::string& error) {
-    if (!files_.Prepare(error)) {
-        return false;
-    }
-    SetUpSqlite();
-    sqlite3* opened = nullptr;
-    const int status =
-        sqlite3_open_v2(path_.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-    database_.reset(opened);
-    if (status != SQLITE_OK) {
-        error = opened != nullptr ? sqlite3_errmsg(opened) : sqlite3_errstr(status);
-        return false;
-    }
-    return true;
-}
-
-bool DBHandle::Configure(std::string& error) {
-    sqlite3* const database = database_.get();
-    patience_.GiveTo(database);
-    const bool full = wantedSynchronous.load(std::memory_order_relaxed) == DBSynchronous::kFull;
-    for (const char* const setting : {kUseLog, kLimitLog, kTakeInLog,
-                                      full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL"}) {
-        const int status = sqlite3_exec(database, setting, nullptr, nullptr, nullptr);
-        // A file that may only be read is still worth reading; writing to it says what is wrong.
-        if (status != SQLITE_OK && status != SQLITE_READONLY) {
-            error = sqlite3_errmsg(database);
-            return false;
-        }
-    }
-    return true;
 }

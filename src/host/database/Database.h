@@ -13,7 +13,7 @@ class LumDebug;
 
 /// How hard a commit is pushed to the disk.
 enum class DBSynchronous : uint8_t {
-    kFull,    ///< a committed change survives a loss of power
+    kFull,    ///< a change survives a loss of power once DBAwaitDurable has confirmed it
     kNormal,  ///< a committed change survives the end of the process; a loss of power may take the last ones
 };
 
@@ -155,4 +155,29 @@ private:
     class Impl;
 
     std::unique_ptr<Impl> impl_;
+};
+
+/// Waits until every change that this thread has committed, in any pool, survives a loss of power. Threads
+/// that wait at once share one sync. To be called without a lock, as it waits for the disk. True at once
+/// where nothing waits, and with DBSynchronous::kNormal.
+///
+/// False where a sync failed; one error line of the pool's logger has said so. Nobody knows then what the
+/// disk holds of the change. The database is opened anew and proved sound before its next statement runs.
+LUM_API bool DBAwaitDurable();
+
+/// True where DBAwaitDurable has not failed on this thread since this was last asked: for the end of an
+/// action, whose routines waited on their own.
+[[nodiscard]] LUM_API bool DBTakeDurable();
+
+/// While one lives, the changes that this thread leaves to its caller are not waited
+/// for one by one: whoever made it calls DBAwaitDurable for many of them at once. On the stack of one thread;
+/// they nest.
+class LUM_API DBDurabilityDelay {
+public:
+    DBDurabilityDelay();
+    DBDurabilityDelay(const DBDurabilityDelay&) = delete;
+    DBDurabilityDelay& operator=(const DBDurabilityDelay&) = delete;
+    ~DBDurabilityDelay();
+
+    [[nodiscard]] static bool IsActive();
 };

@@ -20,6 +20,13 @@ void* MapWithRoom(void* address, std::size_t length, int protection, int flags, 
     return mmap(address, length, protection, flags, file, offset);
 }
 
+int NoteText(void* text, int columns, char** values, char** /*names*/) {
+    if (columns > 0 && values[0] != nullptr) {
+        *static_cast<std::string*>(text) = values[0];
+    }
+    return 0;
+}
+
 }  // namespace
 
 void SetUpSqlite() {
@@ -30,4 +37,21 @@ void SetUpSqlite() {
         sqlite3_vfs* const files = sqlite3_vfs_find("unix");
         files->xSetSystemCall(files, "mmap", reinterpret_cast<sqlite3_syscall_ptr>(&MapWithRoom));
     });
+}
+
+bool AskSqlite(sqlite3* database, const char* sql, std::string& answer, std::string& error) {
+    const int status = sqlite3_exec(database, sql, NoteText, &answer, nullptr);
+    if (status != SQLITE_OK) {
+        error = sqlite3_errmsg(database);
+    }
+    return status == SQLITE_OK;
+}
+
+bool SetSqlite(sqlite3* database, const char* sql, std::string& answer, std::string& error) {
+    return AskSqlite(database, sql, answer, error) || sqlite3_errcode(database) == SQLITE_READONLY;
+}
+
+bool SetSqlite(sqlite3* database, const char* sql, std::string& error) {
+    std::string answer;
+    return SetSqlite(database, sql, answer, error);
 }

@@ -32,6 +32,10 @@ public:
     /// Gives back what one Lock took. Does nothing on a thread that does not hold the mutex.
     void Unlock() LUM_RELEASE();
 
+    [[nodiscard]] bool IsHeldByThisThread() const {
+        return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
+
 private:
     struct Waiter {
         std::condition_variable wake;

@@ -1,13 +1,17 @@
 #include <atomic>
 #include <ctime>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "events/EventCreation.h"
 #include "host/container/LumContainer.h"
 #include "model/Model.h"
 #include "model/ModelElement.h"
+#include "store/DatabaseScope.h"
+#include "support/FaultVfs.h"
 #include "support/TestHost.h"
 #include "support/TimeZone.h"
 
@@ -32,7 +36,9 @@ extern "C" std::time_t time(std::time_t* out) noexcept {
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
@@ -233,6 +239,44 @@ TEST_F(EventCreation, FailsForAParameterOfAnUnknownType) {
         std::make_shared<ModelParam_t>("Z", "", static_cast<ParamType>(9), AggregationOperation::kNone, "")));
     EXPECT_EQ(TestHost::Create("Sample", R"({"A":"x","Z":"y"})"), 1U);
     EXPECT_EQ(Columns("count(*)"), "0");
+}
+
+TEST_F(EventCreation, HoldsNoLockWhileItWaitsForTheDisk) {
+    FaultVfs faults;
+    Start(Param("A", "_STRING_", "x"));
+    faults.HoldSyncs(true);
+    std::thread creator([] { EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U); });
+    ASSERT_TRUE(faults.AwaitHeldSyncs(1));
+    ASSERT_TRUE(DatabaseMutex.Lock());
+    DatabaseMutex.Unlock();
+    EXPECT_EQ(Columns("C_A"), "x") << "other routines read and write meanwhile";
+    faults.HoldSyncs(false);
+    creator.join();
+}
+
+TEST_F(EventCreation, FailsWhereTheEventCannotBeMadeDurable) {
+    FaultVfs faults;
+    Start(Param("A", "_STRING_", "x"));
+    faults.FailCall(FaultVfs::Call::kSync, 1, SQLITE_IOERR_FSYNC);
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 1U);
+    EXPECT_THAT(Said(), Contains(HasSubstr("Failed to sync the write-ahead log")));
+    faults.Reset();
+    EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+}
+
+TEST_F(EventCreation, LeavesTheWaitingToACallerWhoDelaysIt) {
+    FaultVfs faults;
+    Start(Param("A", "_STRING_", "x"));
+    faults.Reset();
+    {
+        const DBDurabilityDelay delay;
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_EQ(TestHost::Create("Sample", "{}"), 0U);
+        }
+        EXPECT_EQ(faults.CountCalls(FaultVfs::Call::kSync), 0U);
+        EXPECT_TRUE(DBAwaitDurable());
+    }
+    EXPECT_EQ(faults.CountCalls(FaultVfs::Call::kSync), 1U);
 }
 
 }  // namespace

@@ -7,11 +7,12 @@
 
 #include "host/database/Database.h"
 #include "host/database/internal/DBHandle.h"
+#include "host/database/internal/Durability.h"
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
 
 /// What a pool knows, and the handles that its connections come to use.
-class DBConnectionPool::Impl {
+class DBConnectionPool::Impl final : public FailedSyncListener {
 public:
     void SetDebug(LumDebug& debug) { debug_.store(&debug, std::memory_order_release); }
     [[nodiscard]] LumDebug& Debug() const;
@@ -19,6 +20,9 @@ public:
     void SetChangeAction(ChangeAction action) { changeAction_.store(action); }
     /// Tells the action of a change that the machine has failed, and of the first that succeeds after that.
     void NoteChange(const DBOutcome& outcome, bool done);
+
+    /// The same for changes that could not be made durable, which is an error line too.
+    void NoteFailedSync(const std::string& reason) override;
 
     [[nodiscard]] uint32_t GetOpenCount() const { return shared_->GetOpenCount(); }
 

@@ -12,10 +12,17 @@
 #include "host/database/internal/DatabaseFiles.h"
 #include "host/database/internal/GenSqlResultBuffer.h"
 #include "host/database/internal/LockPatience.h"
+#include "host/database/internal/LogSync.h"
 #include "host/database/internal/StatementCache.h"
 #include "host/thread/LumMutex.h"
 
 struct sqlite3;
+
+/// A commit whose sync is still to come: nothing where `log` is null.
+struct DBUnsynced {
+    std::shared_ptr<LogSync> log;
+    uint64_t ticket = 0;
+};
 
 /// How a statement ended.
 struct DBOutcome {
@@ -26,6 +33,7 @@ struct DBOutcome {
     bool isLocked = false;      ///< another process holds the database
     bool filesAreGone = false;  ///< the files of the database are not in their places any more
     bool wasStopped = false;    ///< its watch ended it
+    DBUnsynced unsynced;        ///< what it committed
 };
 
 /// One open database file. Opened by the first statement, and by each further one until that works. Any
@@ -72,6 +80,9 @@ private:
     [[nodiscard]] bool EnsureOpen(DBOutcome& outcome) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool OpenFile(std::string& error) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool Configure(std::string& error) LUM_REQUIRES(mutex_);
+    [[nodiscard]] bool ProveSound(std::string& error) LUM_REQUIRES(mutex_);
+    /// The hook that SQLite calls after each commit into the write-ahead log.
+    static int OnCommit(void* handle, sqlite3* database, const char* name, int pages);
     void Close() LUM_REQUIRES(mutex_);
     /// To be asked before a change outside of a transaction, and where one begins and ends: false where the
     /// files are not in their places any more.
@@ -90,8 +101,10 @@ private:
     /// Fills in what SQLite says of the call that has just failed. Always false.
     [[nodiscard]] bool Fail(DBOutcome& outcome) LUM_REQUIRES(mutex_);
     /// What is to be done after each statement of `user`.
-    void Finish(const void* user, bool done, const DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    void Finish(const void* user, bool done, DBOutcome& outcome) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool CutBack() LUM_REQUIRES(mutex_);
+    /// Takes the log into the database; `mode` is SQLite's.
+    [[nodiscard]] bool TakeInLog(int mode) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool IsInAnyTransaction() const LUM_REQUIRES(mutex_);
     void NoteTransaction(const void* user) LUM_REQUIRES(mutex_);
 
@@ -104,6 +117,9 @@ private:
     LockPatience patience_ LUM_GUARDED_BY(mutex_);
     bool cutBackIsDue_ LUM_GUARDED_BY(mutex_) = false;
     std::unique_ptr<sqlite3, Closer> database_ LUM_GUARDED_BY(mutex_);
+    std::shared_ptr<LogSync> log_ LUM_GUARDED_BY(mutex_);  // null where SQLite syncs each commit, or none
+    uint64_t lastCommit_ LUM_GUARDED_BY(mutex_) = 0;       // its ticket, until an outcome takes it
+    bool suspect_ LUM_GUARDED_BY(mutex_) = false;          // a sync failed, and nothing was proved since
     // Declared after the database: a statement is closed before its database is.
     StatementCache cache_ LUM_GUARDED_BY(mutex_);
     std::array<OwnedStatement, 3> controls_ LUM_GUARDED_BY(mutex_);

@@ -57,13 +57,9 @@ TEST(DBConnectionPool, MakesFilesForTheirOwnerAlone) {
     EXPECT_EQ(ModeOf(path + "-shm"), 0600U);
 }
 
-TEST(DBConnectionPool, UsesTheWriteAheadLogAndTheChosenSynchronousSetting) {
-    for (const bool full : {false, true}) {
-        DBConnectionPool::SetSynchronous(full ? DBSynchronous::kFull : DBSynchronous::kNormal);
-        TestDatabase database;
-        EXPECT_EQ(database.Rows("PRAGMA journal_mode"), "wal");
-        EXPECT_EQ(database.Rows("PRAGMA synchronous"), full ? "2" : "1");
-    }
+TEST(DBConnectionPool, UsesTheWriteAheadLog) {
+    TestDatabase database;
+    EXPECT_EQ(database.Rows("PRAGMA journal_mode"), "wal");
 }
 
 TEST(DBConnectionPool, TriesAgainToOpenWhatCouldNotBeOpened) {

@@ -86,32 +86,6 @@ TEST(DatabaseFaults, FailsAStatementWhoseWriteFailsAndGoesOn) {
     EXPECT_EQ(database.Rows("pragma integrity_check"), "ok");
 }
 
-TEST(DatabaseFaults, FailsAStatementThatCannotBeMadeSafe) {
-    DBConnectionPool::SetSynchronous(DBSynchronous::kFull);
-    FaultVfs faults;
-    TestDatabase database;
-    EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
-    faults.FailCallsFrom(Call::kSync, 1, SQLITE_IOERR_FSYNC);
-    EXPECT_FALSE(database.Run(kInsert));
-    faults.Reset();
-    EXPECT_TRUE(database.Run(kInsert));
-    EXPECT_EQ(database.Rows("pragma integrity_check"), "ok");
-}
-
-TEST(DatabaseFaults, SyncsEachCommitOnlyWhereThatIsAskedFor) {
-    for (const bool full : {true, false}) {
-        DBConnectionPool::SetSynchronous(full ? DBSynchronous::kFull : DBSynchronous::kNormal);
-        FaultVfs faults;
-        TestDatabase database;
-        EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
-        EXPECT_TRUE(database.Run(kInsert));
-        faults.Reset();
-        EXPECT_TRUE(database.Run(kInsert));
-        EXPECT_EQ(faults.CountCalls(Call::kSync), full ? 1U : 0U);
-        EXPECT_GT(faults.CountCalls(Call::kAny), faults.CountCalls(Call::kWrite));
-    }
-}
-
 TEST(DatabaseFaults, SaysThatTheDiskIsFullAndGoesOnWhenItIsNot) {
     FaultVfs faults;
     TestDatabase database;

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+#include "host/database/internal/DBHandle.h"
+
+/// Who is told that changes could not be made durable: a pool.
+class FailedSyncListener {
+public:
+    FailedSyncListener() = default;
+    FailedSyncListener(const FailedSyncListener&) = delete;
+    FailedSyncListener& operator=(const FailedSyncListener&) = delete;
+    virtual ~FailedSyncListener() = default;
+
+    /// Called without a lock, on the first thread that learns of it.
+    virtual void NoteFailedSync(const std::string& reason) = 0;
+};
+
+/// Adds a commit of this thread to those that DBAwaitDurable waits for. Nothing where `unsynced` is empty.
+/// `listener` lives for as long as the handle that the commit was made with.
+void RememberUnsynced(DBUnsynced unsynced, FailedSyncListener& listener);
