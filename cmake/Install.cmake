@@ -10,8 +10,12 @@ set_target_properties(lumagent lumctl lumforward lumcollect PROPERTIES INSTALL_R
 set_target_properties(lum lumcore PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(EventLogManager FileStore MachineEvents PROPERTIES INSTALL_RPATH "$ORIGIN/..")
 
+# Two packages: what runs an agent, and what builds a module for it.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
+
 install(TARGETS lumagent lumctl lumforward lumcollect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS lum lumcore LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR})
+install(TARGETS lum lumcore EXPORT LumTargets
+    LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR} NAMELINK_COMPONENT dev)
 install(TARGETS EventLogManager FileStore MachineEvents LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
 install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}
     PERMISSIONS OWNER_READ OWNER_WRITE)
@@ -19,6 +23,19 @@ install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES
 install(FILES packaging/lumagent.service DESTINATION /lib/systemd/system)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent FILES_MATCHING PATTERN "*.md")
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent)
+
+# The kit for modules.
+set(LUM_INSTALL_CMAKEDIR lib/cmake/Lum)
+install(DIRECTORY src/host src/contract DESTINATION include/lum COMPONENT dev
+    FILES_MATCHING PATTERN "*.h" PATTERN internal EXCLUDE)
+install(EXPORT LumTargets NAMESPACE Lum:: DESTINATION ${LUM_INSTALL_CMAKEDIR} COMPONENT dev)
+include(CMakePackageConfigHelpers)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/LumConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+configure_file(cmake/lum.pc.in ${CMAKE_BINARY_DIR}/lum.pc @ONLY)
+install(FILES cmake/LumConfig.cmake ${CMAKE_BINARY_DIR}/LumConfigVersion.cmake
+    DESTINATION ${LUM_INSTALL_CMAKEDIR} COMPONENT dev)
+install(FILES ${CMAKE_BINARY_DIR}/lum.pc DESTINATION lib/pkgconfig COMPONENT dev)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent-dev COMPONENT dev)
 
 # The caller builds; packing what is there needs no second look at every target.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
@@ -33,12 +50,20 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
     WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime dev)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME lumagent)
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME lumagent-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "lumagent (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION_SUMMARY})
+set(CPACK_COMPONENT_DEV_DESCRIPTION "Headers and build files for modules of the device-management agent")
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS tzdata)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS tzdata)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles
     ${PROJECT_SOURCE_DIR}/packaging/postinst ${PROJECT_SOURCE_DIR}/packaging/prerm
     ${PROJECT_SOURCE_DIR}/packaging/postrm)
 include(CPack)

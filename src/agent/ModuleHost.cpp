@@ -10,6 +10,7 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include "agent/ModuleNote.h"
 #include "host/text/LumSystemError.h"
 
 namespace {
@@ -102,6 +103,12 @@ bool ModuleHost::Load(const LumString& name, const LumString& file, const LumStr
 
 bool ModuleHost::Open(Module& module, LumString& error) const {
     if (!IsLoadable(module.path, error)) {
+        return false;
+    }
+    uint32_t interface = kLumModuleInterface;
+    if (ReadModuleInterface(module.path, interface) && interface != kLumModuleInterface) {
+        error.Printf("it was built for version %u of the module interface, and this agent has version %u",
+                     interface, kLumModuleInterface);
         return false;
     }
     module.library.reset(::dlopen(module.path.GetString(), RTLD_NOW | RTLD_LOCAL));

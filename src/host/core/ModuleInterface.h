@@ -9,6 +9,24 @@
 
 /// What a module exports under the name "ModuleMain", and how the agent drives it.
 
+/// The version of all that stands between the agent and its modules: this header, and the classes of the host
+/// libraries as they lie in memory. It grows with every change after which a module has to be built anew.
+inline constexpr uint32_t kLumModuleInterface = 1;
+
+/// A module bears the version that it was built for in a note of its file (elf(5)), so that the agent can
+/// read it before any code of the module runs. Whoever includes this header has it.
+struct LumModuleNote {
+    uint32_t nameLength;
+    uint32_t versionLength;
+    uint32_t type;
+    char name[4];
+    uint32_t version;
+};
+inline constexpr char kLumModuleNoteName[] = "LUM";
+inline constexpr uint32_t kLumModuleNoteType = 1;
+__attribute__((used, section(".note.lum"), aligned(4))) static const LumModuleNote kLumModuleNote = {
+    sizeof(kLumModuleNoteName), sizeof(uint32_t), kLumModuleNoteType, "LUM", kLumModuleInterface};
+
 /// The commands. A module answers 1 for done and 5 for a command that it does not know.
 enum class LumModuleCommand : uint32_t {
     kRegister = 1,        ///< pointer: the module's LumAgentHandle; the module registers its actions
