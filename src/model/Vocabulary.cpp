@@ -1,46 +1,36 @@
 #include "model/Vocabulary.h"
 
+#include <algorithm>
+#include <array>
 #include <string_view>
 
+#include "contract/ModelTokens.h"
 #include "model/ParamTypes.h"
 
 namespace {
 
-template <class Code>
-struct Word {
-    std::string_view token;
-    Code code;
+/// The code of each token, in the order of its list.
+constexpr std::array<AggregationOperation, tokens::kOperations.size()> kOperationCodes{
+    AggregationOperation::kSum,    AggregationOperation::kCount,  AggregationOperation::kMin,
+    AggregationOperation::kMax,    AggregationOperation::kAvg,    AggregationOperation::kDateTime,
+    AggregationOperation::kDate,   AggregationOperation::kTime,   AggregationOperation::kYear,
+    AggregationOperation::kMonth,  AggregationOperation::kDay,    AggregationOperation::kHour,
+    AggregationOperation::kMinute, AggregationOperation::kSecond,
 };
 
-constexpr Word<AggregationOperation> kOperations[] = {
-    {"_SUM_", AggregationOperation::kSum},       {"_COUNT_", AggregationOperation::kCount},
-    {"_MIN_", AggregationOperation::kMin},       {"_MAX_", AggregationOperation::kMax},
-    {"_AVG_", AggregationOperation::kAvg},       {"_DATETIME_", AggregationOperation::kDateTime},
-    {"_DATE_", AggregationOperation::kDate},     {"_TIME_", AggregationOperation::kTime},
-    {"_YEAR_", AggregationOperation::kYear},     {"_MONTH_", AggregationOperation::kMonth},
-    {"_DAY_", AggregationOperation::kDay},       {"_HOUR_", AggregationOperation::kHour},
-    {"_MINUTE_", AggregationOperation::kMinute}, {"_SECOND_", AggregationOperation::kSecond},
-};
+constexpr std::array<ModelType, tokens::kModelTypes.size()> kModelTypeCodes{ModelType::kUser,
+                                                                            ModelType::kAutomatic};
 
-constexpr Word<ModelType> kModelTypes[] = {
-    {"_EVENTLOG_MODELTYPE_USER_", ModelType::kUser},
-    {"_EVENTLOG_MODELTYPE_AUTO_", ModelType::kAutomatic},
-};
-
-constexpr Word<Policy> kPolicies[] = {
-    {"_MINUTELY_", Policy::kMinutely}, {"_HOURLY_", Policy::kHourly},   {"_DAILY_", Policy::kDaily},
-    {"_WEEKLY_", Policy::kWeekly},     {"_MONTHLY_", Policy::kMonthly}, {"_YEARLY_", Policy::kYearly},
-    {"_NEVER_", Policy::kNever},
+constexpr std::array<Policy, tokens::kPolicies.size()> kPolicyCodes{
+    Policy::kMinutely, Policy::kHourly, Policy::kDaily, Policy::kWeekly,
+    Policy::kMonthly,  Policy::kYearly, Policy::kNever,
 };
 
 template <class Code, std::size_t N>
-Code Find(const Word<Code> (&words)[N], const LumString& token) {
-    for (const Word<Code>& word : words) {
-        if (token.View() == word.token) {
-            return word.code;
-        }
-    }
-    return Code{0};
+Code Find(const std::array<std::string_view, N>& words, const std::array<Code, N>& codes,
+          const LumString& token) {
+    const auto* const found = std::find(words.begin(), words.end(), token.View());
+    return found == words.end() ? Code{0} : codes[static_cast<std::size_t>(found - words.begin())];
 }
 
 }  // namespace
@@ -55,21 +45,21 @@ ParamType ParamTypeFromText(const LumString& token) {
 }
 
 AggregationOperation OperationFromText(const LumString& token) {
-    return Find(kOperations, token);
+    return Find(tokens::kOperations, kOperationCodes, token);
 }
 
 ModelType ModelTypeFromText(const LumString& token) {
-    return Find(kModelTypes, token);
+    return Find(tokens::kModelTypes, kModelTypeCodes, token);
 }
 
 Policy UploadPolicyFromText(const LumString& token) {
-    return Find(kPolicies, token);
+    return Find(tokens::kPolicies, kPolicyCodes, token);
 }
 
 Policy DeletionPolicyFromText(const LumString& token) {
-    return Find(kPolicies, token);
+    return Find(tokens::kPolicies, kPolicyCodes, token);
 }
 
 Policy AggregationPolicyFromText(const LumString& token) {
-    return Find(kPolicies, token);
+    return Find(tokens::kPolicies, kPolicyCodes, token);
 }
