@@ -297,6 +297,7 @@ bool MarkupTree::ParseFile(const LumString& path) {
     LumString reason;
     if (!FileRead(path, kMaxFileBytes, content, reason)) {
         LumHostDebug().WarningWithNL("%S: %S: %S", kParseFileRoutine, path, reason);
+        fault_ = {{}, reason};
         return false;
     }
     return Parse(content, kParseFileRoutine, path);
@@ -307,6 +308,7 @@ bool MarkupTree::ParseText(const LumString& text, const LumString& name) {
     if (text.GetLength() > kMaxFileBytes) {
         LumHostDebug().WarningWithNL("%S: %S: Larger than %u bytes", kParseTextRoutine, name,
                                      static_cast<uint32_t>(kMaxFileBytes));
+        fault_ = {{}, "It is too large"};
         return false;
     }
     return Parse(text.View(), kParseTextRoutine, name);
@@ -321,10 +323,12 @@ bool MarkupTree::Parse(std::string_view text, std::string_view routine, const Lu
         Builder again(text, asDeclared.OtherNameOfEncoding());
         defect = again.Build(root_);
     }
+    fault_ = {};
     if (!defect.has_value()) {
         return true;
     }
     root_.reset();
+    fault_ = {defect->position, defect->reason};
     LumHostDebug().WarningWithNL("%S: %S: line %u, column %u: %S", routine, name, defect->position.line,
                                  defect->position.column, defect->reason);
     return false;

@@ -78,6 +78,12 @@ private:
     std::vector<std::unique_ptr<MarkupNode>> children_;
 };
 
+/// Why a document was refused, and where; a file that could not be read is refused at its beginning.
+struct MarkupFault {
+    MarkupPosition position;
+    LumString reason;
+};
+
 /// An XML document in memory. An object belongs to one thread at a time.
 class LUM_API MarkupTree {
 public:
@@ -100,6 +106,9 @@ public:
     /// The same from memory; `name` stands for the file in the warning.
     [[nodiscard]] bool ParseText(const LumString& text, const LumString& name);
 
+    /// Why the last document was refused; empty where it was not.
+    [[nodiscard]] const MarkupFault& GetFault() const { return fault_; }
+
     /// The root element, or null where nothing was parsed.
     [[nodiscard]] const MarkupElementNode* GetRootNode() const { return root_.get(); }
 
@@ -116,4 +125,5 @@ private:
 
     std::unique_ptr<MarkupElementNode> root_;
     std::unique_ptr<Cursor> cursor_;
+    MarkupFault fault_;
 };
