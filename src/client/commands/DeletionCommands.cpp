@@ -1,0 +1,137 @@
+#include <algorithm>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "client/commands/CommandOutput.h"
+#include "client/commands/Commands.h"
+#include "client/commands/StatusPage.h"
+#include "client/events/EventCount.h"
+#include "client/model/Requests.h"
+#include "client/text/TimeText.h"
+#include "contract/Actions.h"
+
+namespace {
+
+struct Doomed {
+    int64_t events = 0;
+    /// Nothing where the agent does not say up to when the model's events were uploaded.
+    std::optional<int64_t> notUploaded;
+};
+
+/// How many events a deletion takes, up to a moment or all of them.
+AgentAnswer CountDoomed(AgentConnection& agent, const std::string& model, std::optional<int32_t> before,
+                        Doomed& doomed) {
+    AgentAnswer answer = CountEvents(agent, model, before, doomed.events);
+    const std::optional<int32_t> uploaded = FetchLastUpload(agent, model);
+    if (!answer.IsDone() || !uploaded) {
+        return answer;
+    }
+    int64_t done = 0;
+    answer = CountEvents(agent, model, uploaded, done);
+    doomed.notUploaded = std::max<int64_t>(doomed.events - done, 0);
+    return answer;
+}
+
+std::string Describe(const Doomed& doomed) {
+    const std::string events = std::to_string(doomed.events) + (doomed.events == 1 ? " event" : " events");
+    if (!doomed.notUploaded || doomed.events == 0) {
+        return events;
+    }
+    return events + (*doomed.notUploaded == 0
+                         ? std::string(" (all of them uploaded)")
+                         : " (" + std::to_string(*doomed.notUploaded) + " of them not uploaded)");
+}
+
+bool HasModel(const AgentAnswer& list, const std::string& model) {
+    const std::vector<std::string> names = NamesIn(list);
+    return std::find(names.begin(), names.end(), model) != names.end();
+}
+
+/// Whether the user wants the model's events gone with it. A model without events goes without a question.
+ExitStatus ConfirmDeletion(CommandContext& context, const std::string& model) {
+    Doomed doomed;
+    const AgentAnswer answer = CountDoomed(context.agent, model, std::nullopt, doomed);
+    if (!answer.IsDone()) {
+        return Fail(context, answer);
+    }
+    if (doomed.events == 0) {
+        return ExitStatus::kDone;
+    }
+    return Confirm(context, "model '" + model + "' has " + Describe(doomed) + ", which would go with it",
+                   "Delete it?", "model '" + model + "' was not deleted");
+}
+
+ExitStatus ShowDryRun(CommandContext& context, const PurgeOptions& options, const Doomed& doomed) {
+    if (context.output == OutputFormat::kJson) {
+        nlohmann::ordered_json json{{"events", doomed.events}};
+        if (doomed.notUploaded) {
+            json["notUploaded"] = *doomed.notUploaded;
+        }
+        PrintJson(context, json);
+        return ExitStatus::kDone;
+    }
+    context.console.out << "Would delete " << Describe(doomed) << " of model '" << options.model << "'.\n";
+    return ExitStatus::kDone;
+}
+
+}  // namespace
+
+ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool yes) {
+    ExitStatus exit = FindModel(context, model);
+    if (exit == ExitStatus::kDone && !yes) {
+        exit = ConfirmDeletion(context, model);
+    }
+    if (exit != ExitStatus::kDone) {
+        return exit;
+    }
+    const AgentAnswer answer =
+        CallAction(context.agent, actions::kDeleteModels, DeleteModelsRequest({model}));
+    if (!answer.IsDone()) {
+        return Fail(context, answer);
+    }
+    const AgentAnswer after = FetchModelList(context.agent);
+    if (!after.IsDone()) {
+        return Fail(context, after);
+    }
+    if (HasModel(after, model)) {
+        exit = Fail(context, ExitStatus::kFailed,
+                    "model '" + model + "' could not be deleted" +
+                        (answer.messages.empty() ? "; the agent's log says why" : ""));
+        PrintMessages(context, answer);
+        return exit;
+    }
+    return Done(context, "Model '" + model + "' is deleted.");
+}
+
+ExitStatus PurgeEvents(CommandContext& context, const PurgeOptions& options) {
+    ExitStatus exit = FindModel(context, options.model);
+    if (exit != ExitStatus::kDone) {
+        return exit;
+    }
+    Doomed doomed;
+    if (!options.yes || options.dryRun) {
+        const AgentAnswer counted = CountDoomed(context.agent, options.model, options.before, doomed);
+        if (!counted.IsDone()) {
+            return Fail(context, counted);
+        }
+    }
+    if (options.dryRun) {
+        return ShowDryRun(context, options, doomed);
+    }
+    const std::string moment = options.before ? FormatLocalTime(*options.before) : std::string("now");
+    if (!options.yes && doomed.events > 0) {
+        exit = Confirm(context,
+                       Describe(doomed) + " of model '" + options.model + "' before " + moment +
+                           " would be deleted for good",
+                       "Delete them?", "nothing was deleted");
+        if (exit != ExitStatus::kDone) {
+            return exit;
+        }
+    }
+    const AgentAnswer answer =
+        CallAction(context.agent, actions::kDeleteEvents, PurgeRequest(options.model, options.before));
+    return answer.IsDone() ? Done(context, "Events of model '" + options.model + "' before " + moment +
+                                               " are queued for deletion.")
+                           : Fail(context, answer);
+}

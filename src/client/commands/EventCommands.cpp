@@ -1,0 +1,135 @@
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "client/commands/CommandOutput.h"
+#include "client/commands/Commands.h"
+#include "client/events/EventListing.h"
+#include "client/events/RowWriter.h"
+#include "client/model/Requests.h"
+#include "client/text/ProgressBar.h"
+#include "client/text/Suggestion.h"
+#include "contract/Actions.h"
+#include "host/text/LumSystemError.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::vector<std::string> ColumnsOf(const ModelDefinition& model) {
+    std::vector<std::string> names(FixedColumns().begin(), FixedColumns().end());
+    for (const ModelParameter& parameter : model.parameters) {
+        names.push_back(parameter.name);
+    }
+    return names;
+}
+
+ExitStatus CheckSortColumn(CommandContext& context, const ModelDefinition& model, const EventsQuery& query) {
+    const std::vector<std::string> columns = ColumnsOf(model);
+    if (!query.sort || std::find(columns.begin(), columns.end(), *query.sort) != columns.end()) {
+        return ExitStatus::kDone;
+    }
+    return Fail(context, ExitStatus::kWrongCommandLine,
+                "model '" + query.model + "' has no column '" + *query.sort + "' to sort by" +
+                    DidYouMean(*query.sort, columns));
+}
+
+/// Fills the definition and the filter of a query.
+ExitStatus Prepare(CommandContext& context, const EventsQuery& query, ModelDefinition& model,
+                   EventFilter& filter) {
+    ExitStatus exit = FetchModel(context, query.model, model);
+    if (exit == ExitStatus::kDone) {
+        exit = CheckSortColumn(context, model, query);
+    }
+    std::string error;
+    if (exit == ExitStatus::kDone && !filter.Set(model, query.device, query.group, query.filters, error)) {
+        return Fail(context, ExitStatus::kWrongCommandLine, error);
+    }
+    return exit;
+}
+
+}  // namespace
+
+ExitStatus CreateEvent(CommandContext& context, const CreateOptions& options) {
+    ModelDefinition definition;
+    const ExitStatus found = FetchModel(context, options.model, definition);
+    if (found != ExitStatus::kDone) {
+        return found;
+    }
+    Json eventParams;
+    std::string error;
+    if (!CreateEventParams(definition, options.device, options.group, options.assignments, eventParams,
+                           error)) {
+        return Fail(context, ExitStatus::kWrongCommandLine, error);
+    }
+    const AgentAnswer answer = CallAction(context.agent, actions::kCreateEvent,
+                                          CreateRequest(options.model, std::move(eventParams)));
+    if (!answer.IsDone()) {
+        return Fail(context, answer);
+    }
+    if (definition.enabled) {
+        return Done(context, "The agent took one event of model '" + options.model + "'.");
+    }
+    if (context.output == OutputFormat::kJson) {
+        PrintJson(context, {{"status", 0}, {"stored", false}});
+        return ExitStatus::kDone;
+    }
+    return Done(context, "Model '" + options.model +
+                             "' is disabled, so the agent dropped the event; lumctl enable " + options.model +
+                             " lets the model take events again.");
+}
+
+ExitStatus ListEvents(CommandContext& context, const EventsQuery& query) {
+    ModelDefinition model;
+    EventFilter filter;
+    const ExitStatus prepared = Prepare(context, query, model, filter);
+    if (prepared != ExitStatus::kDone) {
+        return prepared;
+    }
+    const auto writer = MakeRowWriter(context.output, model, context.console.out, context.console.colours);
+    const AgentAnswer answer = EventListing(context.agent, query, filter, *writer).Run();
+    return answer.IsDone() ? ExitStatus::kDone : Fail(context, answer);
+}
+
+ExitStatus ExportEvents(CommandContext& context, const ExportOptions& options) {
+    ModelDefinition model;
+    EventFilter filter;
+    const ExitStatus prepared = Prepare(context, options.query, model, filter);
+    if (prepared != ExitStatus::kDone) {
+        return prepared;
+    }
+    const bool toFile = options.file != "-";
+    std::ofstream file;
+    if (toFile) {
+        file.open(options.file, std::ios::binary | std::ios::trunc);
+        if (!file) {
+            return Fail(context, ExitStatus::kFailed,
+                        options.file + ": " + std::string(LumSystemErrorText().View()));
+        }
+    }
+    const OutputFormat format =
+        context.output == OutputFormat::kTable ? OutputFormat::kJsonLines : context.output;
+    const auto writer = MakeRowWriter(format, model, toFile ? file : context.console.out, false);
+    ProgressBar bar(context.console.err,
+                    context.console.errIsTerminal && (toFile || !context.console.outIsTerminal));
+    EventListing listing(context.agent, options.query, filter, *writer);
+    listing.SetProgress(
+        [&](uint64_t read, int64_t total) { bar.Update(read, static_cast<uint64_t>(total), read); });
+    const AgentAnswer answer = listing.Run();
+    bar.Erase();
+    if (!answer.IsDone()) {
+        return Fail(context, answer);
+    }
+    if (!toFile) {
+        return ExitStatus::kDone;
+    }
+    file.close();
+    if (!file) {
+        return Fail(context, ExitStatus::kFailed, options.file + ": it could not be written whole");
+    }
+    context.console.err << listing.GetWritten() << (listing.GetWritten() == 1 ? " event" : " events")
+                        << " written to " << options.file << '\n';
+    return ExitStatus::kDone;
+}

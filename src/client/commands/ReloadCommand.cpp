@@ -1,0 +1,137 @@
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "client/commands/CommandOutput.h"
+#include "client/commands/Commands.h"
+#include "client/connection/DataDirectory.h"
+#include "client/text/TextTable.h"
+#include "contract/Actions.h"
+#include "host/xml/MarkupTree.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+/// A definition file that lay in the models directory before the reload.
+struct DroppedFile {
+    fs::path path;
+    std::string model;  ///< as the file names it; empty where it cannot be read
+    bool refused = false;
+    std::vector<std::string> reasons;
+};
+
+std::string ModelNamedIn(const fs::path& path) {
+    MarkupTree tree;
+    if (!tree.ParseFile(LumString(path.string()))) {
+        return {};
+    }
+    const MarkupElementNode* const element = tree.FetchNode({"MODEL", "NAME"});
+    const MarkupNode* const first = element != nullptr ? element->GetChildAt(0) : nullptr;
+    const MarkupTextNode* const text = first != nullptr ? first->CastAsTextNode() : nullptr;
+    return text != nullptr ? std::string(text->GetData().View()) : std::string();
+}
+
+std::vector<DroppedFile> ListDropped(const std::string& directory) {
+    std::vector<DroppedFile> files;
+    std::error_code failure;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory, failure)) {
+        if (entry.path().extension() == ".xml") {
+            files.push_back({entry.path(), ModelNamedIn(entry.path()), false, {}});
+        }
+    }
+    std::sort(files.begin(), files.end(),
+              [](const DroppedFile& a, const DroppedFile& b) { return a.path < b.path; });
+    return files;
+}
+
+bool Names(const std::vector<std::string>& names, const std::string& name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+/// Gives each message to the file that it is about: it names the file, or else the file's model. What is left
+/// is about none of them.
+std::vector<std::string> Distribute(const std::vector<std::string>& messages,
+                                    std::vector<DroppedFile>& files) {
+    std::vector<std::string> others;
+    for (const std::string& message : messages) {
+        auto about = std::find_if(files.begin(), files.end(), [&](const DroppedFile& file) {
+            return message.find(file.path.filename().string()) != std::string::npos;
+        });
+        if (about == files.end()) {
+            about = std::find_if(files.begin(), files.end(), [&](const DroppedFile& file) {
+                return !file.model.empty() && message.find("'" + file.model + "'") != std::string::npos;
+            });
+        }
+        (about != files.end() ? about->reasons : others).push_back(message);
+    }
+    return others;
+}
+
+Json ToJson(const std::vector<DroppedFile>& files, const std::vector<std::string>& others) {
+    Json list = Json::array();
+    for (const DroppedFile& file : files) {
+        list.push_back({{"file", file.path.filename().string()},
+                        {"model", file.model},
+                        {"result", file.refused ? "refused" : "taken"},
+                        {"messages", file.reasons}});
+    }
+    return {{"status", 0}, {"files", std::move(list)}, {"messages", others}};
+}
+
+void Print(CommandContext& context, const std::vector<DroppedFile>& files,
+           const std::vector<std::string>& others) {
+    std::ostream& out = context.console.out;
+    for (const DroppedFile& file : files) {
+        out << Harmless(file.path.filename().string())
+            << (file.refused ? ": refused" : Harmless(": taken in as model '" + file.model + "'")) << '\n';
+        for (const std::string& reason : file.reasons) {
+            out << "    " << Harmless(reason) << '\n';
+        }
+        if (file.refused && file.reasons.empty()) {
+            out << "    lumctl check " << Harmless(file.path.string())
+                << " shows what is wrong with it, or the agent's log does\n";
+        }
+    }
+    for (const std::string& message : others) {
+        out << Harmless(message) << '\n';
+    }
+    if (files.empty() && others.empty()) {
+        out << "The model files were read; there was none to take in.\n";
+    }
+}
+
+}  // namespace
+
+ExitStatus ReloadModels(CommandContext& context) {
+    const AgentAnswer before = FetchModelList(context.agent);
+    if (!before.IsDone()) {
+        return Fail(context, before);
+    }
+    std::vector<DroppedFile> files = ListDropped(ModelsDirectoryIn(GuessDataDirectory(context.agent)));
+    const AgentAnswer answer = CallAction(context.agent, actions::kReloadModels, Json::object());
+    const AgentAnswer after = answer.IsDone() ? FetchModelList(context.agent) : answer;
+    if (!after.IsDone()) {
+        return Fail(context, after);
+    }
+    const std::vector<std::string> models = NamesIn(after);
+    const std::vector<std::string> others = Distribute(answer.messages, files);
+    bool refused = !others.empty();
+    for (DroppedFile& file : files) {
+        std::error_code failure;
+        file.refused = fs::exists(file.path, failure) || !Names(models, file.model);
+        refused = refused || file.refused;
+    }
+    // A model that was there is gone when its source no longer has what it condenses.
+    for (const std::string& name : NamesIn(before)) {
+        refused = refused || !Names(models, name);
+    }
+    if (context.output == OutputFormat::kJson) {
+        PrintJson(context, ToJson(files, others));
+    } else {
+        Print(context, files, others);
+    }
+    return refused ? ExitStatus::kFailed : ExitStatus::kDone;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "client/ExitStatus.h"
+#include "client/connection/AgentConnection.h"
+
+/// What came of asking the agent for something.
+// NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value allocates nothing that could fail.
+struct AgentAnswer {
+    ExitStatus exit = ExitStatus::kDone;
+    uint32_t status = 0;  ///< the action's own
+    /// The container that the action left; for what is no action, the whole answer.
+    nlohmann::ordered_json content;
+    std::string body;   ///< the answer as it came over the socket
+    std::string error;  ///< a sentence wherever `exit` is not kDone
+    /// The warning and error lines that the call caused in the agent, as far as the agent tells them.
+    std::vector<std::string> messages;
+    unsigned httpStatus = 0;  ///< 0 where no answer came
+
+    [[nodiscard]] bool IsDone() const { return exit == ExitStatus::kDone; }
+};
+
+/// Carries out the action with the arguments. kFailed where its status is not 0 or the agent refuses.
+[[nodiscard]] AgentAnswer CallAction(AgentConnection& agent, std::string_view action,
+                                     const nlohmann::ordered_json& arguments);
+/// The two halves of CallAction, so that the caller can work while the agent does. False, with a sentence,
+/// where the request could not be sent; else one EndAction must follow.
+[[nodiscard]] bool BeginAction(AgentConnection& agent, std::string_view action,
+                               const nlohmann::ordered_json& arguments, std::string& error);
+/// Hands the answer over as text in `body` when its HTTP status is 200; else the answer says what is wrong.
+[[nodiscard]] AgentAnswer EndAction(AgentConnection& agent);
+/// What the text of an answer to an action says. `action` is for the sentence.
+[[nodiscard]] AgentAnswer ReadActionAnswer(std::string_view action, AgentAnswer answer);
+
+/// Carries out the action with arguments that are sent as they stand; empty text stands for none. The answer
+/// is the agent's own, without messages.
+[[nodiscard]] AgentAnswer CallActionWithText(AgentConnection& agent, std::string_view action,
+                                             std::string arguments);
+
+/// Asks for a page of the control socket, such as "/modules".
+[[nodiscard]] AgentAnswer AskFor(AgentConnection& agent, std::string_view target);
+
+/// `name` with everything but letters, digits and - . _ ~ percent-encoded (RFC 3986).
+[[nodiscard]] std::string PercentEncoded(std::string_view name);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "client/model/ModelDefinition.h"
+
+/// The argument containers of the agent's actions as JSON. Nothing here reaches the agent.
+
+/// What one call of the action that reads events is to answer. A column sorts by itself, or by the date.
+struct EventsRequestFields {
+    std::string model;
+    std::optional<int32_t> since;
+    std::optional<int32_t> until;  ///< not together with `since`: the action fails then
+    uint32_t rows = 1;
+    uint32_t skip = 0;  ///< so many rows of the order are passed over
+    std::optional<std::string> sort;
+    bool descending = false;
+};
+
+/// For the actions that take a model's name and no more.
+[[nodiscard]] nlohmann::ordered_json ModelRequest(const std::string& model);
+[[nodiscard]] nlohmann::ordered_json DeleteModelsRequest(const std::vector<std::string>& models);
+[[nodiscard]] nlohmann::ordered_json EventsRequest(const EventsRequestFields& fields);
+[[nodiscard]] nlohmann::ordered_json PurgeRequest(const std::string& model, std::optional<int32_t> before);
+[[nodiscard]] nlohmann::ordered_json AlertRequest(const std::string& text,
+                                                  const std::optional<std::string>& status);
+/// `eventParams` as CreateEventParams or ImportEventParams make them.
+[[nodiscard]] nlohmann::ordered_json CreateRequest(const std::string& model,
+                                                   nlohmann::ordered_json eventParams);
+
+/// Splits "NAME=VALUE" at the first equals sign. False where there is none or no name before it.
+[[nodiscard]] bool SplitAssignment(std::string_view text, std::pair<std::string, std::string>& assignment);
+
+/// The parameters of one event from assignments, typed by the model. False, with a sentence that names the
+/// parameter in `error`, for a text that is no assignment, a parameter that the model does not have or that
+/// is given twice, and a value that does not fit its type.
+[[nodiscard]] bool CreateEventParams(const ModelDefinition& model, std::optional<int32_t> device,
+                                     std::optional<int32_t> group,
+                                     const std::vector<std::string>& assignments,
+                                     nlohmann::ordered_json& eventParams, std::string& error);
+
+/// The same from a line of JSON: one object whose members are parameters of the model, "EventDeviceId" or
+/// "EventGroupId". A member that is null is left out, and so is "EventDate", which an export writes and the
+/// agent gives to each event itself.
+[[nodiscard]] bool ImportEventParams(const ModelDefinition& model, std::string_view line,
+                                     nlohmann::ordered_json& eventParams, std::string& error);
+
+/// The settings from assignments. False, with a sentence in `error`, for an unknown setting or a bad value.
+[[nodiscard]] bool SettingsRequest(const std::vector<std::string>& assignments,
+                                   nlohmann::ordered_json& request, std::string& error);

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <functional>
+
+#include "client/connection/AgentCall.h"
+#include "client/report/ReportData.h"
+
+/// Reads all events of the span of `data`, model by model, in memory that does not grow with their number,
+/// and fills in the rest. `progress` is told how many events were read.
+[[nodiscard]] AgentAnswer ReadReportData(AgentConnection& agent, ReportData& data,
+                                         const std::function<void(uint64_t)>& progress);

@@ -1,0 +1,35 @@
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include "client/text/Quantity.h"
+
+namespace {
+
+TEST(Quantity, GivesBytesAUnitThatIsRead) {
+    EXPECT_EQ(BytesText(0), "0 B");
+    EXPECT_EQ(BytesText(1023), "1023 B");
+    EXPECT_EQ(BytesText(1536), "1.5 KiB");
+    EXPECT_EQ(BytesText(25ULL << 20U), "25 MiB");
+    EXPECT_EQ(BytesText(5000ULL << 40U), "5000 TiB");
+}
+
+TEST(Quantity, GivesDurationsTwoUnitsAtMost) {
+    EXPECT_EQ(DurationText(59), "59 s");
+    EXPECT_EQ(DurationText(60), "1 min");
+    EXPECT_EQ(DurationText(3 * 3600 + 20 * 60 + 5), "3 h 20 min");
+    EXPECT_EQ(DurationText(4 * 3600 + 5), "4 h");
+    EXPECT_EQ(DurationText(2 * 86400 + 4 * 3600), "2 d 4 h");
+}
+
+TEST(Quantity, ReadsTheUnitFromTheName) {
+    EXPECT_EQ(QuantityText("databaseBytes", 2048), "2.0 KiB");
+    EXPECT_EQ(QuantityText("uptime", 61), "1 min");
+    EXPECT_EQ(QuantityText("lastUpload", 0), "never");
+    EXPECT_EQ(QuantityText("count", 2048), "2048");
+    EXPECT_EQ(QuantityText("name", "text"), "text");
+    EXPECT_EQ(QuantityText("any", nullptr), "");
+    EXPECT_EQ(QuantityText("any", true), "true");
+}
+
+}  // namespace
