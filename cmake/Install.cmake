@@ -21,6 +21,10 @@ install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini DESTIN
     PERMISSIONS OWNER_READ OWNER_WRITE)
 install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES_MATCHING PATTERN "*.xml")
 install(FILES packaging/lumagent.service DESTINATION /lib/systemd/system)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/man1 DESTINATION ${CMAKE_INSTALL_DATADIR}/man)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/zsh/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent FILES_MATCHING PATTERN "*.md")
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumagent)
 
