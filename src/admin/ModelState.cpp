@@ -14,6 +14,7 @@
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
 #include "store/ModelRegistry.h"
+#include "store/StoreStartup.h"
 
 namespace {
 
@@ -41,13 +42,16 @@ uint32_t SetEnabled(Model_t& model, const Switch& to) {
     if (!scope.IsLocked()) {
         return kActionFailed;
     }
+    // The flag follows the row before the next statement can: what comes last in one comes last in the other.
     const bool stored = scope.Query(statement) != nullptr;
+    if (stored) {
+        model.SetEnabled(to.enabled);
+    }
     scope.Unlock();
     if (!stored) {
         to.routine.Error(to.failed, model.GetName());
         return kActionFailed;
     }
-    model.SetEnabled(to.enabled);
     to.routine.Print(to.done, model.GetName());
     return kActionDone;
 }
@@ -55,6 +59,8 @@ uint32_t SetEnabled(Model_t& model, const Switch& to) {
 uint32_t SwitchModel(LumContainer* container, const Switch& to) {
     to.routine.Print("Entering");
     return ActionWithValues(container, [&to](const LumContainer& values, LumContainer& /*answer*/) {
+        // A definition that is dropped again would put another model in its place meanwhile.
+        const LumMutexLock wholeStep(RegistryMutex);
         const std::shared_ptr<Model_t> model = FindNamedModel(values, to.routine);
         return model != nullptr ? SetEnabled(*model, to) : kActionRefused;
     });
@@ -106,9 +112,18 @@ uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
 uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container) {
     constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerReloadModels");
     kRoutine.Print("Entering ");
-    LoadUnregisteredModels();
-    CheckModels();
-    kRoutine.Print("Models have been reloaded with success");
+    bool isRead = false;
+    {
+        const LumMutexLock wholeStep(RegistryMutex);
+        isRead = KeepStoreUp();
+        LoadUnregisteredModels();
+        CheckModels();
+    }
+    if (isRead) {
+        kRoutine.Print("Models have been reloaded with success");
+    } else {
+        kRoutine.Error("The registered models are not loaded, as the database cannot be read");
+    }
     const uint32_t status = AfterDurable(kActionDone);
     if (container != nullptr && status == kActionDone) {
         container->Clear();

@@ -21,5 +21,7 @@ uint32_t ActionHandler_EventLogManagerDeleteModel(LumContainer* container);
 /// 0 whatever becomes of them; 13 without "Values".
 uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container);
 
-/// Takes in dropped definition files and checks the references between the models again. Always answers 0.
+/// Takes in dropped definition files and checks the references between the models again. Always answers 0;
+/// where the registered models could not be loaded so far, and cannot now, an error line says so in place of
+/// the success.
 uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container);

@@ -70,6 +70,10 @@ public:
     /// Files `element`. False, and the caller keeps it, where it is null or its name is taken.
     [[nodiscard]] bool Add(std::shared_ptr<ModelElement_t> element);
 
+    /// Files `element` in place of the one that has its name, if there is one; nobody finds the name missing
+    /// meanwhile. False for null.
+    bool Replace(std::shared_ptr<ModelElement_t> element);
+
     /// The element called `name`, which must be a T; false, and `element` untouched, where there is none.
     template <class T>
     [[nodiscard]] bool Get(const LumString& name, std::shared_ptr<T>& element) const {

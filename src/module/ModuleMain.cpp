@@ -15,17 +15,12 @@
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
-#include "model/CheckModels.h"
 #include "model/ModuleLog.h"
 #include "module/Configuration.h"
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
-#include "store/DatabaseSetup.h"
-#include "store/EventManagerMerge.h"
-#include "store/ModelRegistry.h"
 #include "store/Paths.h"
-#include "store/SchemaUpgrades.h"
-#include "store/UpgradeRecord.h"
+#include "store/StoreStartup.h"
 
 namespace {
 
@@ -89,21 +84,8 @@ void ModuleInitialise() {
     PathCreate(DataDirectory);
     PathCreate(ModelsDirectory);
 
-    // Each step tells its own failure and the next ones are tried all the same. The first steps of an upgrade
-    // must see the models as they were registered, the second ones as they are loaded anew from their files.
     LoadConfiguration();
-    InitializeDatabase();
-    UpgradeRecord upgrade;
-    upgrade.Begin();
-    LoadRegisteredModels();
-    UpgradeSoftwareDistributionModelStep1();
-    Upgrade620_Step1();
-    LoadUnregisteredModels();
-    UpgradeSoftwareDistributionModelStep2();
-    Upgrade620_Step2();
-    CheckModels();
-    Upgrade1000();
-    upgrade.End();
+    BringStoreUp();
 }
 
 void ModuleActivate() {

@@ -6,6 +6,7 @@
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/DatabaseScope.h"
+#include "store/ModelRegistry.h"
 #include "store/Paths.h"
 #include "tasks/Task.h"
 
@@ -18,6 +19,8 @@ LumString IniFilePath;
 LumString DataDirectory;
 LumString DatabasePath;
 LumString ModelsDirectory;
+LumMutex RegistryMutex;
+std::vector<UnloadedModel> UnloadedModels;
 DBConnectionPool DatabasePool;
 LumMutex DatabaseMutex;
 LumMutex AlertGapMutex;

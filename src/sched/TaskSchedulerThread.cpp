@@ -9,6 +9,7 @@
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
+#include "store/StoreStartup.h"
 #include "tasks/Task.h"
 
 namespace {
@@ -39,6 +40,7 @@ void TaskSchedulerThread::ThreadMain() {
     kRoutine.Trace("Entering");
     Initialise();
     while (!CheckCancelled(false)) {
+        static_cast<void>(KeepStoreUp());  // what it cannot make good now it looks at again in the next cycle
         RunCycle(std::time(nullptr));
         if (CheckCancelled(false)) {
             return;

@@ -1,5 +1,16 @@
 #pragma once
 
+#include <functional>
+#include <string_view>
+
 /// Configures DatabasePool for DatabasePath, runs the ini file's scripts and upgrades, and makes SQLite check
-/// and compact the file. Called once, by ModuleInitialise. Failures are told in the log and stop nothing.
+/// and compact the file, the compaction where there is room for it. Called by a start. Failures are told in
+/// the log and stop nothing; the health of the agent follows how changes go from then on.
 void InitializeDatabase();
+
+/// Runs the ini file's scripts and upgrades alone, on a database that has taken the place of the one before.
+void RunDatabaseScripts();
+
+/// A watch of a statement that takes long at a start: says now and then how far it is (as in "checking the
+/// database, 40 %"), and ends it once the agent is to stop.
+[[nodiscard]] std::function<bool(uint32_t percent)> StartupWatch(std::string_view work);

@@ -1,6 +1,7 @@
 #include "store/DirectoryListing.h"
 
 #include "host/file/LumFile.h"
+#include "host/text/LumPattern.h"
 
 bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
     LumDirectory* const directory = OpenDirectory(path);
@@ -14,4 +15,8 @@ bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
     }
     CloseDirectory(directory);
     return true;
+}
+
+bool IsDefinitionName(const LumString& fileName) {
+    return MatchPattern(fileName, "*.xml", false);
 }

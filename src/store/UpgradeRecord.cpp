@@ -3,13 +3,17 @@
 #include <algorithm>
 #include <vector>
 
+#include "host/core/LumHealth.h"
+#include "host/core/LumStartup.h"
 #include "host/database/Database.h"
 #include "host/database/SqlText.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
+#include "store/DatabaseSetup.h"
 #include "store/DirectoryListing.h"
+#include "store/DiskRoom.h"
 #include "store/EventManagerMerge.h"
 #include "store/Paths.h"
 #include "store/SchemaUpgrades.h"
@@ -17,6 +21,7 @@
 namespace {
 
 constexpr LumRoutine kRoutine(ModuleDebug, "UpgradeRecord");
+constexpr const char* kHealthSource = "upgrade";
 
 bool IsUpgradeDue() {
     bool holdsEvents = false;
@@ -89,47 +94,76 @@ bool CopyDatabase(const LumString& copy) {
     LumString sql;
     sql.Printf("VACUUM INTO %S", LumQuoted(unfinished.View()));
     DatabaseScope scope(kRoutine);
-    if (scope.Query(sql) != nullptr && FileMove(unfinished, copy)) {
+    if (scope.Connection().QueryWatched(sql, StartupWatch("copying the database")) != nullptr &&
+        FileMove(unfinished, copy)) {
         return true;
     }
     FileDelete(unfinished, true);
     return false;
 }
 
-void KeepCopy(const LumString& version) {
-    const LumString copy = DatabaseCopy(version);
-    if (IsRegularFile(copy)) {
-        kRoutine.Print("A copy from before the upgrade is kept in '%S' already", copy);
-        return;
-    }
-    // The database comes last: once its copy is there, everything is.
+/// Keeps a copy of the database, and of the filed definitions, of that version.
+bool KeepCopy(const LumString& version) {
     const LumString modelsCopy = ModelsCopy(version);
+    // The database comes last: once its copy is there, everything is.
     const auto copyDefinitions = [&](const char* model) { return CopyFiledDefinitions(model, modelsCopy); };
     const char* const models[] = {kSoftwareDistribution, kProhibitedApplication, kMonitoredApplication};
     if (!std::all_of(std::begin(models), std::end(models), copyDefinitions)) {
         kRoutine.Warning("Failed to copy the filed definitions to '%S'", modelsCopy);
+        return false;
     }
-    if (CopyDatabase(copy)) {
-        kRoutine.Print("The database of before the upgrade is kept in '%S'", copy);
-    } else {
+    const LumString copy = DatabaseCopy(version);
+    if (!CopyDatabase(copy)) {
         kRoutine.Warning("Failed to copy the database to '%S'", copy);
+        return false;
     }
+    kRoutine.Print("The database of before the upgrade is kept in '%S'", copy);
+    return true;
+}
+
+/// True where there is room for the steps of an upgrade and, with `withCopy`, for the copy: a step writes the
+/// tables that it makes anew into the log first.
+bool HasRoom(bool withCopy) {
+    DatabaseScope scope(kRoutine);
+    const int64_t needed = (withCopy ? 3 : 2) * LiveBytes(scope.Connection());
+    const int64_t available = FreeBytes(DataDirectory);
+    if (available < 0 || available > needed) {
+        return true;
+    }
+    kRoutine.Warning("An upgrade takes %ld KB and %ld KB are free", needed / 1024, available / 1024);
+    return false;
 }
 
 }  // namespace
 
-void UpgradeRecord::Begin() {
-    upgrading_ = IsUpgradeDue();
-    if (!upgrading_) {
-        return;
+bool UpgradeRecord::Begin() {
+    const bool isDue = IsUpgradeDue();
+    LumHealthReport(kHealthSource, "");
+    if (!isDue) {
+        return true;
     }
     const LumString version = VersionText();
-    kRoutine.Print("Found a database of version %S, which is upgraded", version);
-    KeepCopy(version);
+    const bool isKept = IsRegularFile(DatabaseCopy(version));
+    isAnnounced_ = !isKept;
+    if (isAnnounced_) {
+        kRoutine.Print("Found a database of version %S, which is upgraded", version);
+    }
+    if (!HasRoom(!isKept) || (!isKept && !KeepCopy(version))) {
+        kRoutine.Error("The database is not upgraded and stays at version %S; the next start tries again",
+                       version);
+        LumHealthReport(kHealthSource, "The database could not be upgraded, as there is no copy of it.");
+        return false;
+    }
+    versionBefore_ = version;
+    return !LumStopRequested();
 }
 
 void UpgradeRecord::End() const {
-    if (upgrading_) {
-        kRoutine.Print("The database is at version %S", VersionText());
+    if (versionBefore_.IsEmpty()) {
+        return;
+    }
+    const LumString version = VersionText();
+    if (isAnnounced_ || !(version == versionBefore_)) {
+        kRoutine.Print("The database is at version %S", version);
     }
 }

@@ -37,6 +37,8 @@ void MakeModuleObjectsAnew() {
     MakeAnew(AlertGapMutex);
     MakeAnew(DatabaseMutex);
     MakeAnew(DatabasePool);
+    UnloadedModels.clear();
+    MakeAnew(RegistryMutex);
     for (LumString* const path : {&ModelsDirectory, &DatabasePath, &DataDirectory, &IniFilePath}) {
         path->Clear();
     }

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -146,8 +147,12 @@ TEST_F(ModelRegistry, TakesAnEqualDefinitionForAnUpdate) {
     old->SetLastUploadTime(7);
     host_.Drop("again.xml", kLogonDefinition);
     EXPECT_TRUE(LoadUnregisteredModels());
-    EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
-                                    "print LoadUnregisteredModels: Model 'Logon' has been updated"));
+    EXPECT_THAT(
+        Said(),
+        ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
+                    "warning LoadUnregisteredModels: Model 'Logon' is known and replaced by its "
+                    "dropped definition: it becomes enabled, and all of its events are uploaded again",
+                    "print LoadUnregisteredModels: Model 'Logon' has been updated"));
     std::shared_ptr<Model_t> model;
     ASSERT_TRUE(ModelCollection.Get("Logon", model));
     EXPECT_TRUE(model->IsEnabled());
@@ -435,6 +440,100 @@ TEST(Paths, KnowsWhatIsOneNameOfADirectory) {
         EXPECT_FALSE(IsPathComponent(name)) << name;
     }
     EXPECT_FALSE(IsPathComponent(LumString(std::string_view("a\0b", 3))));
+}
+
+TEST_F(ModelRegistry, GivesAModelThatHasLostItsDefinitionTheDroppedOne) {
+    const auto model = StartWithLogon();
+    ASSERT_TRUE(host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 22"));
+    fs::remove_all(Models() / "Logon");
+    Forget();
+    EXPECT_TRUE(LoadRegisteredModels());
+    host_.Drop("other.xml", UserModel("Logon", Param("Other", "_STRING_")));
+    host_.Drop("logon.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), Contains("print LoadUnregisteredModels: Model 'Logon' was registered without a "
+                                 "definition and has it again"));
+    std::shared_ptr<Model_t> restored;
+    ASSERT_TRUE(ModelCollection.Get("Logon", restored));
+    EXPECT_EQ(restored->GetChecksum(), model->GetChecksum());
+    EXPECT_FALSE(restored->IsEnabled());
+    EXPECT_EQ(restored->GetLastUploadTime(), 22);
+    EXPECT_TRUE(fs::exists(Filed(*model) + "/logon.xml"));
+    EXPECT_TRUE(fs::exists(Models() / "other.xml"));
+}
+
+TEST_F(ModelRegistry, FilesTheNextTimeWhatItCouldNotFile) {
+    Start();
+    host_.Directory().Write(std::string(TestHost::kModels) + "/Logon", "in the way");
+    host_.Drop("logon.xml", kLogonDefinition);
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+    fs::remove(Models() / "Logon");
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+    EXPECT_FALSE(fs::exists(Models() / "logon.xml"));
+    EXPECT_EQ(TestHost::Create("Logon", R"({"User":"ann"})"), 0U);
+}
+
+TEST_F(ModelRegistry, RefusesParametersNamedAsTheKeysOfAnswersAndFiles) {
+    Start();
+    for (const char* const key :
+         {"EventDate", "EventGMTOffset", "EventDeviceId", "EventGroupId", "EventCount", "ModelDef"}) {
+        host_.Drop("keys.xml", UserModel("Keys", Param(key, "_STRING_")));
+        EXPECT_TRUE(LoadUnregisteredModels());
+        EXPECT_THAT(Said(), Contains(std::string("error RegisterModel: Parameter name '") + key +
+                                     "' of model 'Keys' is a fixed key of answers and files"));
+    }
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+}
+
+TEST_F(ModelRegistry, RefusesModelsNamedAsTheTablesOfUpgrades) {
+    Start();
+    for (const char* const name : {"Temp", "ProhibitedAppTemp", "monitoredapptemp"}) {
+        host_.Drop("temp.xml", UserModel(name, Param("A", "_STRING_")));
+        EXPECT_TRUE(LoadUnregisteredModels());
+        EXPECT_THAT(Said(), Contains(std::string("error RegisterModel: Model name '") + name +
+                                     "' is that of a table which upgrades use"));
+    }
+    host_.Drop("temp.xml", UserModel("Plain", Param("A", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    host_.Drop("temp.xml", UserModel("PLAINtemp", Param("A", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), Contains("error RegisterModel: Model name 'PLAINtemp' and that of model 'Plain' "
+                                 "differ by the 'Temp' that upgrades append"));
+    host_.Drop("temp.xml", UserModel("OtherTemp", Param("A", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    host_.Drop("temp.xml", UserModel("Other", Param("A", "_STRING_")));
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_EQ(host_.Rows("SELECT RM_ModelName FROM RegisteredModel ORDER BY 1"), "OtherTemp\nPlain");
+}
+
+TEST_F(ModelRegistry, HasAKnownModelAtEachMomentWhileItIsReplaced) {
+    StartWithLogon();
+    std::atomic<bool> ended = false;
+    std::atomic<uint64_t> missing = 0;
+    std::thread looker([&] {
+        while (!ended) {
+            missing += ModelCollection.Contains("Logon") ? 0 : 1;
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        host_.Drop("again.xml", kLogonDefinition);
+        EXPECT_TRUE(LoadUnregisteredModels());
+    }
+    ended = true;
+    looker.join();
+    EXPECT_EQ(missing, 0U);
+}
+
+TEST_F(ModelRegistry, LeavesTheDatabaseFreeWhileFilesAreHandled) {
+    StartWithLogon();
+    const LumMutexLock registry(RegistryMutex);
+    // Somebody takes in or removes a model for as long as that lasts; events go on.
+    uint32_t status = 1;
+    std::thread creator([&status] { status = TestHost::Create("Logon", R"({"User":"ann"})"); });
+    creator.join();
+    EXPECT_EQ(status, 0U);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "host/core/LumHealth.h"
 #include "store/UpgradeRecord.h"
 #include "support/FaultVfs.h"
 #include "support/RawSqlite.h"
@@ -18,6 +19,10 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace fs = std::filesystem;
+
+constexpr const char* kNotUpgraded =
+    "error UpgradeRecord: The database is not upgraded and stays at version 6.1.9.0; the next start tries "
+    "again";
 
 class UpgradeRecordTest : public testing::Test {
 protected:
@@ -53,7 +58,7 @@ TEST_F(UpgradeRecordTest, SaysNothingOfANewDatabase) {
 TEST_F(UpgradeRecordTest, SaysNothingOfACurrentDatabase) {
     Start(6, 2, 0);
     UpgradeRecord record;
-    record.Begin();
+    EXPECT_TRUE(record.Begin());
     record.End();
     EXPECT_THAT(Said(), IsEmpty());
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.2.0.0.sqlite3")));
@@ -62,7 +67,7 @@ TEST_F(UpgradeRecordTest, SaysNothingOfACurrentDatabase) {
 TEST_F(UpgradeRecordTest, SaysWhatWasFoundAndReached) {
     Start(6, 1, 9);
     UpgradeRecord record;
-    record.Begin();
+    EXPECT_TRUE(record.Begin());
     SetField("DatabaseVersionMajor", 12);
     record.End();
     EXPECT_THAT(Said(), ElementsAre("print UpgradeRecord: Found a database of version 6.1.9.0, which is "
@@ -75,7 +80,7 @@ TEST_F(UpgradeRecordTest, SaysWhatWasFoundAndReached) {
 TEST_F(UpgradeRecordTest, CopiesTheDatabaseWithWhatIsInItsLog) {
     Start(6, 1, 9);
     ASSERT_EQ(TestHost::Create("Logon", R"({"User":"ann"})"), 0U);
-    UpgradeRecord().Begin();
+    EXPECT_TRUE(UpgradeRecord().Begin());
     const std::string copy = Path("EventLogManager-6.1.9.0.sqlite3");
     RawSqlite database(copy.c_str());
     EXPECT_EQ(database.Value("SELECT C_User FROM Event_Logon"), "ann");
@@ -89,7 +94,7 @@ TEST_F(UpgradeRecordTest, CopiesTheDatabaseWithWhatIsInItsLog) {
 TEST_F(UpgradeRecordTest, CopiesADatabaseWhoseOlderModuleIsStillToBeTakenOver) {
     Start(6, 2, 0);
     Change("UPDATE DatabaseInformation SET FieldValue = '0' WHERE FieldName = 'EventManagerMerge'");
-    UpgradeRecord().Begin();
+    EXPECT_TRUE(UpgradeRecord().Begin());
     EXPECT_TRUE(fs::exists(Path("EventLogManager-6.2.0.0.sqlite3")));
 }
 
@@ -101,25 +106,26 @@ TEST_F(UpgradeRecordTest, KeepsTheDefinitionsThatAreReplaced) {
     fs::create_directory(Path("models/_EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_/0123/inner"));
     host_.Directory().Write("data/EventLogManager/models/_EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_/note",
                             "x");
-    UpgradeRecord().Begin();
+    EXPECT_TRUE(UpgradeRecord().Begin());
     EXPECT_EQ(ReadWholeFile(Path("EventLogManager-6.1.9.0-models/" + filed)), "<MODEL/>");
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0-models/Logon")));
 }
 
-TEST_F(UpgradeRecordTest, KeepsTheFirstCopy) {
+TEST_F(UpgradeRecordTest, KeepsTheFirstCopyAndAnnouncesNoUpgradeThatIsTriedAgain) {
     Start(6, 1, 9);
     const std::string copy = Path("EventLogManager-6.1.9.0.sqlite3");
     host_.Directory().Write("data/EventLogManager/EventLogManager-6.1.9.0.sqlite3", "first");
-    UpgradeRecord().Begin();
+    UpgradeRecord record;
+    EXPECT_TRUE(record.Begin());
+    record.End();
     EXPECT_EQ(ReadWholeFile(copy), "first");
-    EXPECT_THAT(Said(), Contains("print UpgradeRecord: A copy from before the upgrade is kept in '" + copy +
-                                 "' already"));
+    EXPECT_THAT(Said(), IsEmpty());
 }
 
 TEST_F(UpgradeRecordTest, MakesACopyThatWasNotFinishedAnew) {
     Start(6, 1, 9);
     host_.Directory().Write("data/EventLogManager/EventLogManager-6.1.9.0.sqlite3.unfinished", "half");
-    UpgradeRecord().Begin();
+    EXPECT_TRUE(UpgradeRecord().Begin());
     RawSqlite database(Path("EventLogManager-6.1.9.0.sqlite3").c_str());
     EXPECT_EQ(database.Value("PRAGMA integrity_check"), "ok");
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3.unfinished")));
@@ -131,10 +137,14 @@ TEST_F(UpgradeRecordTest, WarnsWhereSomethingIsInTheWayOfTheCopy) {
     for (const std::string& path : {copy, copy + ".unfinished"}) {
         started_ = host_.Log().size();
         fs::create_directories(path);
-        UpgradeRecord().Begin();
+        EXPECT_FALSE(UpgradeRecord().Begin());
         EXPECT_THAT(Said(),
                     ElementsAre(HasSubstr("Found a database"),
-                                "warning UpgradeRecord: Failed to copy the database to '" + copy + "'"));
+                                "warning UpgradeRecord: Failed to copy the database to '" + copy + "'",
+                                kNotUpgraded));
+        EXPECT_THAT(LumHealthReasons(),
+                    ElementsAre(LumString("The database could not be upgraded, as there is "
+                                          "no copy of it.")));
         EXPECT_TRUE(fs::is_directory(path));
         fs::remove_all(path);
         EXPECT_FALSE(fs::exists(copy + ".unfinished"));
@@ -144,9 +154,10 @@ TEST_F(UpgradeRecordTest, WarnsWhereSomethingIsInTheWayOfTheCopy) {
 TEST_F(UpgradeRecordTest, WarnsWhereTheDiskIsFull) {
     Start(6, 1, 9);
     faults_.SetDiskFull(true);
-    UpgradeRecord().Begin();
+    EXPECT_FALSE(UpgradeRecord().Begin());
     EXPECT_THAT(Said(), ElementsAre(HasSubstr("Found a database"), HasSubstr("error DBConnection: "),
-                                    HasSubstr("warning UpgradeRecord: Failed to copy the database to '")));
+                                    HasSubstr("warning UpgradeRecord: Failed to copy the database to '"),
+                                    kNotUpgraded));
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3")));
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3.unfinished")));
 }
@@ -157,17 +168,17 @@ TEST_F(UpgradeRecordTest, WarnsWhereADefinitionCannotBeCopied) {
         "data/EventLogManager/models/_EVENTLOG_MODELNAME_PROHIBITEDAPPLICATION_/0123/old.xml";
     host_.Directory().Write(filed, "<MODEL/>");
     host_.Directory().Write("data/EventLogManager/EventLogManager-6.1.9.0-models", "in the way");
-    UpgradeRecord().Begin();
+    EXPECT_FALSE(UpgradeRecord().Begin());
     EXPECT_THAT(Said(), Contains("warning UpgradeRecord: Failed to copy the filed definitions to '" +
                                  Path("EventLogManager-6.1.9.0-models") + "'"));
-    EXPECT_TRUE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3")));
+    EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3")));
 }
 
 TEST_F(UpgradeRecordTest, LeavesItToTheStepsToSayThatTheDatabaseIsGone) {
     Start(6, 1, 9);
     Change("DROP TABLE DatabaseInformation");
     UpgradeRecord record;
-    record.Begin();
+    EXPECT_TRUE(record.Begin());
     record.End();
     EXPECT_THAT(Said(), ElementsAre(HasSubstr("no such table: DatabaseInformation")));
 }
