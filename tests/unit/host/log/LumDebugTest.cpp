@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -5,15 +8,19 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/file/FileDescriptor.h"
 #include "host/log/LumDebug.h"
 #include "support/LogLines.h"
 #include "support/ResourceLimit.h"
 #include "support/TimeZone.h"
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
@@ -216,6 +223,94 @@ TEST_F(LumDebugTest, AnActionOnOneThreadHidesNoErrorOfAnother) {
     EXPECT_THAT(heard, ElementsAre("outer", "inner"));
 }
 
+namespace {
+
+/// A pipe or a pair of sockets in place of standard error, which nobody reads.
+class UnreadStandardError {
+public:
+    explicit UnreadStandardError(bool isPipe) {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(isPipe ? pipe(ends) : socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        reader_ = FileDescriptor(ends[0]);
+        const FileDescriptor writer(ends[1]);
+        dup2(writer.Get(), STDERR_FILENO);
+    }
+    UnreadStandardError(const UnreadStandardError&) = delete;
+    UnreadStandardError& operator=(const UnreadStandardError&) = delete;
+    ~UnreadStandardError() { dup2(before_.Get(), STDERR_FILENO); }
+
+    /// Reads what has been written.
+    [[nodiscard]] std::string Read() const {
+        std::string text;
+        pollfd ready{reader_.Get(), POLLIN, 0};
+        char buffer[4096];
+        while (poll(&ready, 1, 0) == 1) {
+            const ssize_t count = read(reader_.Get(), buffer, sizeof buffer);
+            if (count <= 0) {
+                break;
+            }
+            text.append(buffer, static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+private:
+    const FileDescriptor before_{dup(STDERR_FILENO)};
+    FileDescriptor reader_;
+};
+
+}  // namespace
+
+TEST(LumDebugContext, NeverWaitsForAStandardErrorThatNobodyReads) {
+    for (const bool isPipe : {true, false}) {
+        const UnreadStandardError standardError(isPipe);
+        LumDebugContext context;
+        constexpr int kLines = 10'000;
+        for (int i = 0; i < kLines; ++i) {
+            context.Write(LumLogLevel::kPrint, "Module", "line " + std::to_string(i) + std::string(100, 'x'));
+        }
+        const std::string before = standardError.Read();
+        context.Write(LumLogLevel::kPrint, "Module", "the last one");
+        const std::string after = standardError.Read();
+        EXPECT_THAT(before, HasSubstr("print Module line 0x"));
+        const auto written = std::count(before.begin(), before.end(), '\n');
+        EXPECT_LT(written, kLines);
+        EXPECT_THAT(after, HasSubstr(" warning Host " + std::to_string(kLines - written) +
+                                     " lines were left out here, as nobody read standard error\n"));
+        EXPECT_THAT(after, testing::EndsWith("print Module the last one\n"));
+    }
+}
+
+TEST(LumDebugContext, WritesALineThatIsLongerThanAPipeWhileSomebodyReads) {
+    const UnreadStandardError standardError(true);
+    LumDebugContext context;
+    std::atomic<bool> isWritten{false};
+    std::thread writer([&] {
+        context.Write(LumLogLevel::kPrint, "Module", std::string(300'000, 'x') + "end");
+        isWritten = true;
+    });
+    std::string read;
+    while (!isWritten) {
+        read += standardError.Read();
+    }
+    writer.join();
+    read += standardError.Read();
+    EXPECT_THAT(read, testing::EndsWith("xend\n"));
+    EXPECT_GT(read.size(), 300'000U);
+}
+
+TEST(LumDebugFile, IsMadeAgainWhereItsDirectoryWasRemoved) {
+    const TempDirectory directory;
+    LumDebugContext context;
+    LumString error;
+    directory.MakeDirectory("log");
+    ASSERT_TRUE(context.OpenFile(directory.At("log/agent.log"), 1'000'000, 1, error));
+    context.Write(LumLogLevel::kPrint, "Module", "first");
+    std::filesystem::remove_all(directory.Path() / "log");
+    context.Write(LumLogLevel::kPrint, "Module", "second");
+    EXPECT_THAT(directory.Read("log/agent.log"), testing::EndsWith(" print Module second\n"));
+}
+
 TEST(LumDebugFile, IsForTheOwnerAlone) {
     const TempDirectory directory;
     directory.Write("log", "");
@@ -306,7 +401,9 @@ TEST(LumDebugFile, ComesBackOnceItCanBeOpenedAgain) {
     ASSERT_TRUE(context.OpenFile(directory.At("logs/log"), 10, 1, error));
     context.Write(LumLogLevel::kPrint, "Host", "first");
     std::filesystem::rename(directory.Path() / "logs", directory.Path() / "away");
+    directory.Write("logs", "a file in the way");
     context.Write(LumLogLevel::kPrint, "Host", "lost");
+    std::filesystem::remove(directory.Path() / "logs");
     std::filesystem::rename(directory.Path() / "away", directory.Path() / "logs");
     context.Write(LumLogLevel::kPrint, "Host", "second");
     EXPECT_THAT(directory.Read("logs/log"), MatchesRegex("[^ ]+ print Host second\n"));
