@@ -110,7 +110,7 @@ void FillEvents(uint32_t events) {
     Run(sql.GetString());
 }
 
-/// Median seconds of both, in turns, each as often before the other as behind it, with `prepare` before each
+/// Median seconds of both, in turns, each as often before the other as after it, with `prepare` before each
 /// and not counted.
 std::pair<double, double> InTurns(int rounds, const std::function<void()>& prepare,
                                   const std::function<void()>& ours, const std::function<void()>& floor) {

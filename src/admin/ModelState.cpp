@@ -102,7 +102,7 @@ uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
             one.SetString(keys::kModelName, name);
             LumContainer request;
             request.SetContainer(keys::kValues, std::move(one));
-            // A model that cannot be deleted keeps none of the others.
+            // A model that cannot be deleted does not stop the others.
             static_cast<void>(ActionHandler_EventLogManagerDeleteModel(&request));
         }
         return kActionDone;

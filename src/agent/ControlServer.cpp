@@ -185,7 +185,7 @@ void ControlServer::Impl::Connection::Refuse(const ErrorCode& error) {
     if (error == http::error::body_limit) {
         Write(MakeErrorAnswer(413, "The body is longer than " + std::to_string(kMaxBody) + " bytes."));
     } else {
-        Write(MakeErrorAnswer(400, "The request is no HTTP that can be read: " + error.message() + "."));
+        Write(MakeErrorAnswer(400, "The request is not HTTP that can be read: " + error.message() + "."));
     }
 }
 

@@ -65,7 +65,7 @@ bool ControlSocket::Check(const LumString& path, LumString& error) {
         return false;
     }
     if (!S_ISSOCK(status.st_mode)) {
-        error.Printf("Cannot make the control socket %S: something that is no socket is in the way", path);
+        error.Printf("Cannot make the control socket %S: something that is not a socket is in the way", path);
         return false;
     }
     if (!IsStale(address)) {

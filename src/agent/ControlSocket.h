@@ -16,7 +16,8 @@ public:
     ~ControlSocket() { RemoveFile(); }
 
     /// Says whether a socket could be made at `path`, without making it. False, with the reason in `error`,
-    /// where the path is too long, is taken by something that is no socket, or by one that somebody serves.
+    /// where the path is too long, is taken by something that is not a socket, or by one that somebody
+    /// serves.
     [[nodiscard]] static bool Check(const LumString& path, LumString& error);
 
     /// Makes the socket and listens on it, in place of one that nobody serves any more. Its mode is 0600 from

@@ -24,7 +24,7 @@ LumString PathOf(const LumString& file, const LumString& moduleDirectory) {
     return !file.IsEmpty() && file.View().front() == '/' ? file : moduleDirectory + "/" + file;
 }
 
-/// Opening a pipe would wait for its other end, so what is no regular file is not opened at all.
+/// Opening a pipe would wait for its other end, so what is not a regular file is not opened at all.
 bool IsLoadable(const LumString& path, LumString& error) {
     struct stat status = {};
     if (::stat(path.GetString(), &status) != 0) {
@@ -32,7 +32,7 @@ bool IsLoadable(const LumString& path, LumString& error) {
         return false;
     }
     if (!S_ISREG(status.st_mode)) {
-        error = "it is no regular file";
+        error = "it is not a regular file";
         return false;
     }
     return true;

@@ -89,7 +89,7 @@ HttpAnswer CallAction(const LumString& name, std::string_view body) {
     LumContainer container;
     LumString error;
     if (!container.FromJson(body, error)) {
-        return MakeErrorAnswer(400, "The body is no container: " + std::string(error.View()) + ".");
+        return MakeErrorAnswer(400, "The body is not a container: " + std::string(error.View()) + ".");
     }
     uint32_t status = 0;
     if (!ActionDbCallAction(name, container, status)) {

@@ -48,7 +48,7 @@ LumString JoinVariables(const LumContainer& values) {
     return joined;
 }
 
-/// What an alert is told by where its repeats are looked for.
+/// The text by which repeats of an alert are recognised.
 LumString AlertText(const LumString& description, const LumContainer& values) {
     if (!description.IsEmpty()) {
         return description;

@@ -14,10 +14,10 @@ namespace {
 
 constexpr LumRoutine kRoutine(ModuleDebug, "AggregateEvents");
 
-/// What stands before and behind the source column in a select expression; one row an operation, by its code.
+/// What stands before and after the source column in a select expression; one row an operation, by its code.
 struct SelectExpression {
     const char* before;
-    const char* behind;
+    const char* after;
 };
 
 constexpr std::array<SelectExpression, 16> kSelects = {{
@@ -45,7 +45,7 @@ void AppendSelect(LumString& selects, const ModelParam_t& param) {
         selects += kSelects[code].before;
         selects.Append(kParamColumnPrefix);
         selects += param.GetSource();
-        selects += kSelects[code].behind;
+        selects += kSelects[code].after;
     }
 }
 

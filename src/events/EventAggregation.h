@@ -14,9 +14,10 @@
 [[nodiscard]] std::optional<EventWindow> AggregationWindow(Policy policy, LumSeconds start, LumSeconds end,
                                                            LumSeconds last);
 
-/// What the rows of one aggregated event have in common besides group and device; empty for a policy without
-/// period. The doubled percent sign stands in the text that SQLite gets, so the day of the month does not
-/// part the minute, hour and day buckets: rows of a window are, and they have always been grouped so.
+/// The SQL expression whose value is the same for all rows that become one aggregated event, besides group
+/// and device; empty for a policy without period. `%%d` reaches SQLite as it stands and means a percent sign
+/// and a letter there, so the day of the month does not separate the rows of a window. They have always been
+/// grouped so.
 [[nodiscard]] std::string_view BucketExpression(Policy policy);
 
 /// The statement that fills the automatic model from the events of its source model in `window`. A constant

@@ -16,7 +16,7 @@ inline constexpr uint32_t kUploadFileEvents = 100;
 
 /// What an upload task covers: from `start`, but never before `last`, up to which the model has been
 /// uploaded, to `end`, which for a scheduled upload is cut to the start of the period of `policy` that it
-/// lies in. Nothing where that end is not behind `last`.
+/// lies in. Nothing where that end is not after `last`.
 [[nodiscard]] std::optional<EventWindow> UploadWindow(Policy policy, int32_t start, int32_t end,
                                                       bool scheduled, int32_t last);
 

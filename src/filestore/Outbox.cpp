@@ -42,7 +42,7 @@ bool Exists(const std::string& path) {
 /// Neither a pipe nor a device is waited for.
 FileDescriptor OpenSource(const LumString& path, struct stat& status, LumString& error) {
     if (!path.View().starts_with('/') || path.View().find('\0') != std::string_view::npos) {
-        error = Sentence(path, "it is no absolute path");
+        error = Sentence(path, "it is not an absolute path");
         return {};
     }
     FileDescriptor file(open(path.GetString(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -52,7 +52,7 @@ FileDescriptor OpenSource(const LumString& path, struct stat& status, LumString&
         return {};
     }
     if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        error = Sentence(path, "it is no regular file");
+        error = Sentence(path, "it is not a regular file");
         return {};
     }
     return file;

@@ -22,7 +22,7 @@ bool ReadNumber(const LumString& path, uint64_t& number, LumString& error) {
     const char* const end = content.data() + content.size();
     const auto [stop, failure] = std::from_chars(content.data(), end, value);
     if (failure != std::errc() || std::string(stop, end) != "\n") {
-        error.Printf("%S: its content is no number", path);
+        error.Printf("%S: its content is not a number", path);
         return false;
     }
     number = value;

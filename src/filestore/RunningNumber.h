@@ -13,7 +13,7 @@ class RunningNumber {
 public:
     static constexpr uint64_t kBlock = 1000;
 
-    /// Goes on behind what the file at `path` holds, and never below `lowest`. False, with what is wrong in
+    /// Goes on after what the file at `path` holds, and never below `lowest`. False, with what is wrong in
     /// `error`, where the file cannot be understood; then `lowest` alone counts. A missing file is none.
     bool Open(const LumString& path, uint64_t lowest, LumString& error);
 

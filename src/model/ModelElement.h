@@ -85,7 +85,7 @@ public:
         return true;
     }
 
-    /// The element at `index` in name order, which must be a T; false, and `element` untouched, behind the
+    /// The element at `index` in name order, which must be a T; false, and `element` untouched, after the
     /// last.
     template <class T>
     [[nodiscard]] bool GetAt(uint32_t index, std::shared_ptr<T>& element) const {

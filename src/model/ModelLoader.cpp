@@ -20,7 +20,7 @@ using FileMessage = LumFormat<LumString>;
 using TextMessage = LumFormat<LumString, LumString>;
 
 /// The text of the element at `path`, names separated by slashes; false, and `text` untouched, where there is
-/// no such element or its first child is no text.
+/// no such element or its first child is not text.
 bool GetNodeText(const MarkupTree& tree, const LumString& path, LumString& text) {
     std::vector<LumString> names;
     StringTokeniser tokeniser(path, "/", 0);

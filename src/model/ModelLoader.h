@@ -8,7 +8,7 @@
 /// Reads one definition file, checks it element by element and makes a model of it, checksum included.
 /// Touches neither the database nor ModelCollection. May be called from any thread.
 ///
-/// False on any failure, told by one line of the module's log (by the host's where the file is no XML
+/// False on any failure, told by one line of the module's log (by the host's where the file is not an XML
 /// document): a warning where an element of the model itself is missing or unknown, and then `model` is
 /// untouched; an error for its parameters, and then `model` is null.
 [[nodiscard]] bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model);

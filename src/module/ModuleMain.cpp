@@ -59,7 +59,7 @@ void ModuleRegister(void* agentHandle) {
     ModuleDebug.SetContext(LumAgentGetDebugContext(agentHandle));
     ModuleDebug.TraceWithNL("Module Register starting");
     for (const Action& action : kActions) {
-        // The registry says what it refuses; an action that is missing keeps none of the others.
+        // The registry says what it refuses; an action that is missing does not stop the others.
         ActionDbRegisterAction(LumString(action.name) + " " + action.parameters, action.handler, agentHandle);
     }
 }

@@ -121,7 +121,7 @@ private:
 void RefuseEntry(const LumString& path) {
     static std::set<LumString> said;  // guarded by RegistryMutex
     if (said.insert(path).second) {
-        kRoutine.Warning("'%S' is no regular file", path);
+        kRoutine.Warning("'%S' is not a regular file", path);
     }
 }
 

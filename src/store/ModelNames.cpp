@@ -34,7 +34,7 @@ bool FitsFileSystem(const LumString& name) {
 bool ParamIsUsable(const Model_t& model, const ModelParam_t& param, const LumRoutine& routine) {
     const LumString& name = param.GetName();
     if (!IsNamePart(name)) {
-        routine.Error("Parameter name '%S' of model '%S' is no column name", name, model.GetName());
+        routine.Error("Parameter name '%S' of model '%S' is not a column name", name, model.GetName());
         return false;
     }
     if (std::any_of(std::begin(kFixedKeys), std::end(kFixedKeys),
@@ -71,7 +71,7 @@ bool IsTransitional(const LumString& name) {
 bool NamesAreUsable(const Model_t& model, DBConnection& connection, const LumRoutine& routine) {
     const LumString& name = model.GetName();
     if (!IsNamePart(name) || !FitsFileSystem(name)) {
-        routine.Error("Model name '%S' is no table name", name);
+        routine.Error("Model name '%S' is not a table name", name);
         return false;
     }
     if (IsTransitional(name)) {

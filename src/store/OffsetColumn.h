@@ -5,8 +5,8 @@
 #include "host/text/LumString.h"
 
 /// How an event table of an earlier layout gains the column E_GMT_Offset, as texts: nothing is run in here.
-/// The texts come out of a database, so whatever they hold, nothing worse happens than that no table can be
-/// made of them.
+/// What comes in was read from a database and may be anything; the worst that can come of it is a text that
+/// SQLite refuses.
 
 /// The creation text of the table with the new column, which comes right before E_DeviceId. Empty where no
 /// such column is found.

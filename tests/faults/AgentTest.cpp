@@ -266,7 +266,7 @@ TEST_F(Agent, RefusesASocketThatAnotherOneServes) {
 TEST_F(Agent, RefusesASocketPathThatItCannotUse) {
     agent_.GetScratch().Write("data/agent.sock", "precious");
     ExpectRefusal("Cannot make the control socket " + agent_.GetSocketPath() +
-                  ": something that is no socket is in the way");
+                  ": something that is not a socket is in the way");
     EXPECT_EQ(ReadWholeFile(agent_.GetSocketPath()), "precious");
     const std::string tooLong = "/tmp/" + std::string(120, 'x');
     agent_.arguments = {"--socket", tooLong};

@@ -84,7 +84,7 @@ TEST_F(BadInput, RefusesWhatIsNoContainerAndServesTheNextCall) {
     for (const std::string& body : bodies) {
         const HttpReply reply = client.Request("POST", kCreate, body);
         EXPECT_EQ(reply.status, 400) << body.substr(0, 80);
-        EXPECT_TRUE(reply.body.starts_with(R"({"error":"The body is no container: )")) << reply.body;
+        EXPECT_TRUE(reply.body.starts_with(R"({"error":"The body is not a container: )")) << reply.body;
     }
     EXPECT_TRUE(
         client.Request("POST", kCreate, Event(R"({"Number":1,"Text":"good"})")).body.starts_with(kDone));

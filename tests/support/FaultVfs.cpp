@@ -121,7 +121,7 @@ Plan plan;
 sqlite3_vfs* systemVfs = nullptr;
 sqlite3_vfs faultVfs;
 
-/// A file as SQLite sees it; the system's own file lies right behind it.
+/// A file as SQLite sees it; the system's own file lies right after it.
 struct FaultFile {
     sqlite3_file base;
     const char* path;  // SQLite keeps it while the file is open; null for a file without a name
@@ -270,7 +270,8 @@ FaultVfs::FaultVfs() {
     sqlite3_initialize();
     systemVfs = sqlite3_vfs_find(nullptr);
     plan.Reset();
-    // Everything that is no file, the clock for one, is the system's: its routines take any layer for theirs.
+    // Everything that is not a file, the clock for one, is the system's: its routines take any layer for
+    // theirs.
     faultVfs = *systemVfs;
     faultVfs.szOsFile = systemVfs->szOsFile + static_cast<int>(sizeof(FaultFile));
     faultVfs.zName = "fault";

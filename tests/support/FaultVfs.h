@@ -36,7 +36,7 @@ public:
     /// The `nth` call of that kind from now on, the next one being 1, fails with `code`, a result code of
     /// SQLite, and does nothing. Replaces what was asked for before.
     void FailCall(Call call, uint64_t nth, int code);
-    /// The same for that call and all behind it.
+    /// The same for that call and all after it.
     void FailCallsFrom(Call call, uint64_t nth, int code);
     /// Ends the process by SIGKILL in place of that call.
     void KillAtCall(Call call, uint64_t nth);

@@ -68,7 +68,7 @@ public:
         return true;
     }
 
-    /// Copies the value at place `index` in key order out; false, and `value` untouched, at or behind the
+    /// Copies the value at place `index` in key order out; false, and `value` untouched, at or after the
     /// count.
     [[nodiscard]] bool GetAt(uint32_t index, Value& value) const {
         const LumOptionalMutexLock guard(mutex_.get());

@@ -39,7 +39,7 @@ struct LumContainerRelease {
 /// false, and leaves its output untouched, where the value is absent or of another kind.
 class LUM_API LumContainer {
 public:
-    /// A list never grows beyond this many positions; a Set behind them is refused.
+    /// A list never grows beyond this many positions; a Set beyond them is refused.
     static constexpr uint32_t kMaxPositions = 1U << 24U;
 
     LumContainer() noexcept;
@@ -59,7 +59,7 @@ public:
     [[nodiscard]] bool GetNextName(LumString& name);
     /// Number of names.
     [[nodiscard]] uint32_t CountNames() const;
-    /// Name number `index` in walking order; false, and `name` untouched, at or behind CountNames.
+    /// Name number `index` in walking order; false, and `name` untouched, at or above CountNames.
     [[nodiscard]] bool GetNameAt(uint32_t index, LumString& name) const;
     [[nodiscard]] bool Contains(const LumString& name) const;
     /// Number of values the name holds, empty positions not counted; 0 where it is absent.
@@ -93,7 +93,7 @@ public:
     bool SetContainer(const LumString& name, const LumContainer& value, uint32_t index = kLumSingleValue);
     bool SetContainer(const LumString& name, LumContainer&& value, uint32_t index = kLumSingleValue);
 
-    /// Same names in the same order with the same values at the same places; two doubles that are no number
+    /// Same names in the same order with the same values at the same places; two doubles that are not numbers
     /// count as the same.
     [[nodiscard]] bool operator==(const LumContainer& other) const;
 
@@ -103,24 +103,24 @@ public:
     [[nodiscard]] LumString SaveToTempFile() const;
 
     /// Reads a container file. False, with what is wrong and where in `error` and the container unchanged,
-    /// for a file that cannot be read, is over 64 MiB, is no container, or is nested deeper than
+    /// for a file that cannot be read, is over 64 MiB, is not a container, or is nested deeper than
     /// kLumMaxContainerDepth.
     [[nodiscard]] bool LoadFromFile(const LumString& path, LumString& error);
 
-    /// The bytes of the container file: one CBOR item (RFC 8949) behind the self-described tag 55799.
+    /// The bytes of the container file: one CBOR item (RFC 8949) after the self-described tag 55799.
     [[nodiscard]] std::string ToCbor() const;
     /// The reverse of ToCbor; same failures as LoadFromFile, places given as byte offsets.
     [[nodiscard]] bool FromCbor(std::string_view bytes, LumString& error);
 
     /// The container as one line of JSON: text, true/false, integers without and doubles with a fraction or
     /// an exponent, lists as arrays with null for an empty position. A double that JSON cannot write
-    /// (infinity, not a number) is null; text bytes that are no UTF-8 show as U+FFFD.
+    /// (infinity, not a number) is null; text bytes that are not UTF-8 show as U+FFFD.
     [[nodiscard]] std::string ToJson() const;
     /// Takes a JSON object, or empty text for the empty container; null is an absent value, a number with a
     /// fraction or an exponent a double, any other number must lie in the signed or unsigned 32-bit range. Of
     /// a name that is given twice the last value counts. False, with what is wrong and where in `error` and
     /// the container unchanged, for anything else: arrays in arrays, a depth over kLumMaxContainerDepth, text
-    /// that is no UTF-8.
+    /// that is not UTF-8.
     [[nodiscard]] bool FromJson(std::string_view json, LumString& error);
 
 private:

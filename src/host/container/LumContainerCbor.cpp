@@ -27,7 +27,7 @@ constexpr std::size_t kMaxHeadBytes = 9;
 
 constexpr std::string_view kTag = "\xD9\xD9\xF7";
 
-/// Values from here on are in the 1, 2, 4 or 8 bytes behind an item's first one.
+/// Values from here on are in the 1, 2, 4 or 8 bytes after an item's first one.
 constexpr uint8_t kFirstWide = 24;
 constexpr uint8_t kLastWide = 27;
 
@@ -116,7 +116,7 @@ private:
                                        : PutWide(out, major | kLastWide, argument, 8);
     }
 
-    /// Puts a first byte and a number of `width` bytes behind it, and returns the end of both. Writes
+    /// Puts a first byte and a number of `width` bytes after it, and returns the end of both. Writes
     /// kMaxHeadBytes whatever the width.
     static char* PutWide(char* out, unsigned first, uint64_t number, std::size_t width) {
         const uint64_t bigEndian = __builtin_bswap64(number << (64 - 8 * width));
@@ -156,7 +156,7 @@ public:
     /// The outermost container; null, with the error set, where the bytes are none.
     [[nodiscard]] LumContentRef Read() {
         if (bytes_.substr(0, kTag.size()) != kTag) {
-            return Fail("This is no container file, the tag 55799 is missing", 0);
+            return Fail("This is not a container file, the tag 55799 is missing", 0);
         }
         at_ = kTag.size();
         Item item{};
@@ -164,11 +164,11 @@ public:
             return nullptr;
         }
         if (item.major != kMap) {
-            return Fail("The outermost value is no container", item.at);
+            return Fail("The outermost value is not a container", item.at);
         }
         LumContentRef content = ReadMap(item, 1);
         if (content != nullptr && at_ != bytes_.size()) {
-            return Fail("There are bytes behind the container", at_);
+            return Fail("There are bytes after the container", at_);
         }
         return content;
     }
@@ -247,7 +247,7 @@ private:
         if (!ReadItem(item)) {
             return false;
         }
-        return item.major == kText ? ReadText(item, name) : Fail("A name that is no text", item.at);
+        return item.major == kText ? ReadText(item, name) : Fail("A name that is not text", item.at);
     }
 
     [[nodiscard]] bool ReadText(const Item& item, std::string_view& text) {
@@ -256,7 +256,7 @@ private:
         }
         text = bytes_.substr(at_, static_cast<std::size_t>(item.argument));
         if (!LumIsUtf8(text)) {
-            return Fail("A text that is no UTF-8", item.at);
+            return Fail("A text that is not UTF-8", item.at);
         }
         at_ += text.size();
         return true;

@@ -54,7 +54,7 @@ public:
     [[nodiscard]] std::string Take() { return std::move(out_); }
 
 private:
-    /// Puts the comma between two members of an object or an array. Their texts are behind quotes, so the
+    /// Puts the comma between two members of an object or an array. Their texts stand in quotes, so the
     /// last character alone tells whether there is one before.
     void Separate() {
         const char last = out_.empty() ? '{' : out_.back();
@@ -206,7 +206,7 @@ public:
         reason = reason.substr(0, reason.find("; last read: '"));
         const std::size_t dash = reason.find(" - ");
         reason = dash != std::string_view::npos ? reason.substr(dash + 3) : reason;
-        error_.Printf("This is no JSON, %S at byte %ld", reason, static_cast<int64_t>(reached_ - begin_));
+        error_.Printf("This is not JSON, %S at byte %ld", reason, static_cast<int64_t>(reached_ - begin_));
         return false;
     }
     // NOLINTEND(readability-identifier-naming)
@@ -221,13 +221,13 @@ private:
     };
 
     bool Fail(const char* what) { return FailAt(what, reached_); }
-    /// The parser knows the end of a number from the character behind it, which it has read then.
+    /// The parser knows the end of a number from the character after it, which it has read then.
     bool FailNumber(const char* what) { return FailAt(what, reached_ - 1); }
     bool FailAt(const char* what, const char* at) {
         error_.Printf("%s at byte %ld", what, static_cast<int64_t>(at - begin_));
         return false;
     }
-    bool FailOutermost() { return Fail("The outermost value is no object"); }
+    bool FailOutermost() { return Fail("The outermost value is not an object"); }
 
     template <class T>
     static bool Put(LumContainerValue& place, T&& value) {
@@ -270,7 +270,7 @@ bool LumContainer::FromJson(std::string_view json, LumString& error) {
     // The parser takes a null byte for the end of the text.
     const std::size_t null = json.find('\0');
     if (null != std::string_view::npos) {
-        error.Printf("This is no JSON, a null character at byte %ld", static_cast<int64_t>(null) + 1);
+        error.Printf("This is not JSON, a null character at byte %ld", static_cast<int64_t>(null) + 1);
         return false;
     }
     ContentRef read;

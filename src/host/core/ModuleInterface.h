@@ -36,7 +36,7 @@ enum class LumModuleCommand : uint32_t {
     kCleanup = 5,         ///< stop them
     kGetDescription = 6,  ///< pointer: a buffer of kLumModuleTextLength wide characters for the answer
     kGetVersion = 7,      ///< the same
-    kAcknowledged = 9,    ///< answered with done; nothing is asked for. 8 is no command
+    kAcknowledged = 9,    ///< answered with done; nothing is asked for. 8 is not a command
 };
 
 inline constexpr uint32_t kLumModuleDone = 1;

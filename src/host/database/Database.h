@@ -22,7 +22,7 @@ enum class DBSynchronous : uint8_t {
 ///
 /// A cell is read as whatever type is asked for, converted as SQLite's column functions do: NULL reads as
 /// empty text, 0, 0.0, false; a text as the number at its start; a bool is true where the whole number is not
-/// 0. Right after the query the first row is selected. A row behind the end and a column out of range answer
+/// 0. Right after the query the first row is selected. A row past the end and a column out of range answer
 /// false and leave the selection and the output untouched.
 class LUM_API GenSqlResult {
 public:

@@ -24,7 +24,7 @@ constexpr uint32_t kMaxShortText = 255 - kShortText;
 /// A result of few rows takes little; the blocks of a large one soon have their full size.
 constexpr std::size_t kFirstBlockBytes = 1024;
 constexpr std::size_t kMaxBlockBytes = 65536;
-/// Numbers are read and written eight bytes at a time, so the last row of a block needs some room behind it.
+/// Numbers are read and written eight bytes at a time, so the last row of a block needs some room after it.
 constexpr std::size_t kSlack = 8;
 
 bool IsWhole(uint8_t header) {

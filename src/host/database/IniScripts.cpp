@@ -25,8 +25,8 @@ constexpr const char* kCreateLog =
 /// All of `text` as a whole number.
 bool ParseNumber(std::string_view text, uint32_t& number) {
     const char* const end = text.data() + text.size();
-    const auto [behind, status] = std::from_chars(text.data(), end, number);
-    return status == std::errc() && behind == end;
+    const auto [after, status] = std::from_chars(text.data(), end, number);
+    return status == std::errc() && after == end;
 }
 
 /// A name such as 6.2.0.0 or 6.2.0.0-indexes.

@@ -40,7 +40,7 @@ public:
 
     void SetTo(const LumString& other) { *this = other; }
     void SetTo(const char* text) { *this = text; }
-    /// Takes wide text of 32-bit characters. What is no Unicode character becomes U+FFFD; null counts as
+    /// Takes wide text of 32-bit characters. What is not a Unicode character becomes U+FFFD; null counts as
     /// empty.
     void SetToTCHAR(const wchar_t* text);
 
@@ -71,19 +71,19 @@ public:
     /// The text, null-terminated; valid until this object changes or goes.
     [[nodiscard]] const char* GetString() const noexcept { return text_.c_str(); }
     [[nodiscard]] std::string_view View() const noexcept { return text_; }
-    /// The text as 32-bit wide characters, valid until this object changes or goes. Bytes that are no UTF-8
+    /// The text as 32-bit wide characters, valid until this object changes or goes. Bytes that are not UTF-8
     /// show as U+FFFD. The view is made at the first call, so that call must not run on two threads at once.
     [[nodiscard]] const wchar_t* GetTCHAR() const;
 
     [[nodiscard]] std::size_t GetLength() const noexcept { return text_.size(); }
     [[nodiscard]] bool IsEmpty() const noexcept { return text_.empty(); }
-    /// At most `length` bytes from `start`; empty where `start` lies behind the end.
+    /// At most `length` bytes from `start`; empty where `start` lies after the end.
     [[nodiscard]] LumString GetSubstring(std::size_t start, std::size_t length) const;
     /// Position of the first occurrence of `text` at or after `start`, or kNotFound. `ignoreCase` folds the
     /// letters A to Z.
     [[nodiscard]] std::size_t FindFirst(const LumString& text, std::size_t start = 0,
                                         bool ignoreCase = false) const;
-    /// Inserts `text` before `position`; a position behind the end appends.
+    /// Inserts `text` before `position`; a position after the end appends.
     void Insert(std::size_t position, const LumString& text);
     /// Replaces the first occurrence of `from`, or nothing where there is none or `from` is empty; says
     /// whether it did.

@@ -10,7 +10,7 @@ uint32_t StringTokeniser::GetNextToken(LumString& token) {
     if (!keepEmpty_) {
         next_ = std::min(text.find_first_not_of(delimiters_.View(), next_), text.size() + 1);
     }
-    // The end of the text closes its last token, which may be empty, so one step behind it is the end of all.
+    // The end of the text closes its last token, which may be empty, so one step past it is the end of all.
     if (next_ > text.size() || (!keepEmpty_ && next_ == text.size())) {
         return 0;
     }

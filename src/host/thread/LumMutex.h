@@ -17,7 +17,7 @@
 /// operations may be called from any thread.
 class LUM_API LUM_CAPABILITY("mutex") LumMutex {
 public:
-    /// How often one thread may hold the mutex at once. A thread that gets there has lost its way.
+    /// How often one thread may hold the mutex at once. More is taken for a recursion without end.
     static constexpr uint32_t kMaxDepth = 1000;
     static constexpr std::chrono::microseconds kStarvingAfter{600};
 

@@ -42,7 +42,7 @@ private:
 
 /// A run of text as the document spells it: nothing is trimmed, references are replaced, each line end is one
 /// newline. A character data section is a run of its own, an empty one is nothing. Blank text beside elements
-/// is no node, blank text that is all an element has is one, so the first child of an element that holds a
+/// is not a node, blank text that is all an element has is one, so the first child of an element that holds a
 /// value is that value.
 class LUM_API MarkupTextNode : public MarkupNode {
 public:

@@ -232,7 +232,7 @@ TEST_F(Server, RefusesWhatIsNoHttp) {
         client.Send(request);
         const HttpReply reply = client.ReadReply();
         EXPECT_EQ(reply.status, 400) << request.substr(0, 60);
-        EXPECT_EQ(reply.body.find(R"({"error":"The request is no HTTP that can be read: )"), 0U)
+        EXPECT_EQ(reply.body.find(R"({"error":"The request is not HTTP that can be read: )"), 0U)
             << reply.body;
         EXPECT_TRUE(client.WaitForEnd());
     }

@@ -133,9 +133,9 @@ TEST_F(ControlSocketFile, RefusesToReplaceASocketOfAnotherKind) {
 TEST_F(ControlSocketFile, RefusesToReplaceWhatIsNoSocket) {
     scratch_.Write("agent.sock", "precious");
     EXPECT_FALSE(Open());
-    EXPECT_EQ(
-        error_,
-        ("Cannot make the control socket " + path_ + ": something that is no socket is in the way").c_str());
+    EXPECT_EQ(error_,
+              ("Cannot make the control socket " + path_ + ": something that is not a socket is in the way")
+                  .c_str());
     EXPECT_EQ(ReadWholeFile(path_), "precious");
     std::filesystem::remove(path_);
     std::filesystem::create_symlink(scratch_ / "elsewhere", path_);

@@ -111,7 +111,7 @@ TEST_F(ModuleHostFiles, DoesNotOpenWhatIsNoRegularFile) {
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
     EXPECT_FALSE(Load("Pipe", pipe));
     EXPECT_FALSE(Load("Directory", scratch_.Path().string()));
-    EXPECT_EQ(log_.Count(": it is no regular file\n"), 2U);
+    EXPECT_EQ(log_.Count(": it is not a regular file\n"), 2U);
 }
 
 TEST_F(ModuleHostFiles, RefusesANameOrAFileTwice) {

@@ -88,7 +88,7 @@ TEST_F(RequestRouter, RefusesABodyThatIsNoContainer) {
     for (const std::string& body : bodies) {
         const HttpAnswer answer = Route("POST", "/actions/Back", body);
         EXPECT_EQ(answer.status, 400U) << body;
-        EXPECT_EQ(answer.body.find(R"({"error":"The body is no container: )"), 0U) << answer.body;
+        EXPECT_EQ(answer.body.find(R"({"error":"The body is not a container: )"), 0U) << answer.body;
     }
     const std::string withinLimit = deep.substr(5, deep.size() - 6);
     EXPECT_EQ(Route("POST", "/actions/Back", withinLimit).status, 200U);

@@ -17,7 +17,7 @@ TEST(AlertGapTable, KeepsTheReferenceWhereAnAlertIsHeldBack) {
     AlertGapTable_t table;
     EXPECT_TRUE(table.LetThrough("disk-1", 0, 1000, 1));
     EXPECT_FALSE(table.LetThrough("disk-1", 0, 1059, 1));
-    EXPECT_TRUE(table.LetThrough("disk-1", 0, 1061, 1)) << "two seconds behind the one held back";
+    EXPECT_TRUE(table.LetThrough("disk-1", 0, 1061, 1)) << "two seconds after the one held back";
     EXPECT_FALSE(table.LetThrough("disk-1", 0, 1120, 1)) << "the one that passed is the reference now";
     EXPECT_TRUE(table.LetThrough("disk-1", 0, 1121, 1));
 }
@@ -45,7 +45,7 @@ TEST(AlertGapTable, KeepsObjectsApart) {
 TEST(AlertGapTable, ComparesWithASumThatWraps) {
     AlertGapTable_t table;
     ASSERT_TRUE(table.LetThrough("disk-1", 0, 0xFFFFFFF0, 1));
-    // The sum is 0x2C: below every time before the wrap, and a gap behind it.
+    // The sum is 0x2C: below every time before the wrap, and a gap after it.
     EXPECT_FALSE(table.LetThrough("disk-1", 0, 0x2B, 1));
     EXPECT_TRUE(table.LetThrough("disk-1", 0, 0xFFFFFFF1, 1));
 }

@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
                Utc(2026, 10, 24, 23)},
         Moment{"day before the change in spring", kBerlin, Utc(2026, 3, 28, 10), Policy::kDaily,
                Utc(2026, 3, 27, 23)},
-        Moment{"day behind the change in spring", kBerlin, Utc(2026, 3, 30, 10), Policy::kDaily,
+        Moment{"day after the change in spring", kBerlin, Utc(2026, 3, 30, 10), Policy::kDaily,
                Utc(2026, 3, 29, 22)},
         Moment{"month of the change in spring", kBerlin, Utc(2026, 3, 31, 10), Policy::kMonthly,
                Utc(2026, 2, 28, 22)},

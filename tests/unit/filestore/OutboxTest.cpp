@@ -109,17 +109,17 @@ TEST_F(OutboxTest, RefusesEverythingButARegularFile) {
     Open();
     ReceivedFile file;
     file.movePath = "made";
-    EXPECT_EQ(Refusal(file), "made: it is no absolute path");
+    EXPECT_EQ(Refusal(file), "made: it is not an absolute path");
     file.movePath = LumString(std::string("/made\0x", 7));
-    EXPECT_THAT(Refusal(file), HasSubstr("it is no absolute path"));
+    EXPECT_THAT(Refusal(file), HasSubstr("it is not an absolute path"));
     file.movePath = directory_.At("missing");
     EXPECT_EQ(Refusal(file), directory_ / "missing: it cannot be opened: No such file or directory");
     directory_.MakeDirectory("directory");
     file.movePath = directory_.At("directory");
-    EXPECT_EQ(Refusal(file), directory_ / "directory: it is no regular file");
+    EXPECT_EQ(Refusal(file), directory_ / "directory: it is not a regular file");
     ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);
     file.movePath = directory_.At("pipe");
-    EXPECT_EQ(Refusal(file), directory_ / "pipe: it is no regular file");
+    EXPECT_EQ(Refusal(file), directory_ / "pipe: it is not a regular file");
     Made();
     fs::create_symlink(directory_ / "made", directory_ / "link");
     file.movePath = directory_.At("link");
@@ -197,7 +197,7 @@ TEST_F(OutboxTest, KeepsItsNumbersGrowing) {
 TEST_F(OutboxTest, NumbersBehindItsFilesWhereTheirRecordIsGone) {
     static_cast<void>(directory_.Write("outbox/20261121T011025Z-41-A.cbor", "abc"));
     static_cast<void>(directory_.Write("number", "nonsense"));
-    EXPECT_THAT(Open().errors, ElementsAre(directory_.At("number") + ": its content is no number"));
+    EXPECT_THAT(Open().errors, ElementsAre(directory_.At("number") + ": its content is not a number"));
     Refusal(Made());
     EXPECT_THAT(stored_.GetString(), HasSubstr("Z-42-Label.cbor"));
 }

@@ -72,7 +72,7 @@ TEST_F(RunningNumberTest, SaysThatItsFileHoldsNoNumber) {
         RunningNumber number;
         LumString error;
         EXPECT_FALSE(number.Open(directory_.At("number"), 3, error));
-        EXPECT_EQ(error, directory_.At("number") + ": its content is no number");
+        EXPECT_EQ(error, directory_.At("number") + ": its content is not a number");
         EXPECT_EQ(NextOf(number), 3U);
     }
 }

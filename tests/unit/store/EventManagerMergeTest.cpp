@@ -13,7 +13,7 @@ using testing::IsEmpty;
 constexpr const char* kAgentIni = "config/agent.ini";
 constexpr const char* kOlderIni = "config/EventManager.ini";
 constexpr const char* kOlderData = "data/EventManager";
-/// Where the library is looked for: right behind the name of the data directory.
+/// Where the library is looked for: right after the name of the data directory.
 constexpr const char* kOlderLibrary = "data/EventManager../modules/agent/EventManager.dll";
 
 /// A machine that the older module still runs on, and a database of version 6.2.0.0.

@@ -201,7 +201,7 @@ TEST_F(ModelRegistry, RefusesNamesThatAreNoSqlNames) {
         EXPECT_TRUE(LoadUnregisteredModels());
         EXPECT_THAT(host_.Said(before),
                     ElementsAre("print LoadModel: Model '" + name + "' has been loaded with success",
-                                "error RegisterModel: Model name '" + name + "' is no table name",
+                                "error RegisterModel: Model name '" + name + "' is not a table name",
                                 "error RegisterModel: Failed to register model '" + name + "'"));
     }
     EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
@@ -216,7 +216,7 @@ TEST_F(ModelRegistry, RefusesParameterNamesThatAreNoSqlNames) {
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(
         Said(),
-        Contains("error RegisterModel: Parameter name 'A TEXT, C_B' of model 'Odd' is no column name"));
+        Contains("error RegisterModel: Parameter name 'A TEXT, C_B' of model 'Odd' is not a column name"));
     EXPECT_EQ(ModelCollection.GetCount(), 0U);
 }
 
@@ -235,9 +235,9 @@ TEST_F(ModelRegistry, WarnsOfADefinitionThatIsNoRegularFile) {
     host_.Drop("good.xml", kLogonDefinition);
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "directory.xml").string() +
-                                 "' is no regular file"));
+                                 "' is not a regular file"));
     EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "pipe.xml").string() +
-                                 "' is no regular file"));
+                                 "' is not a regular file"));
     EXPECT_TRUE(ModelCollection.Contains("Logon"));
 }
 

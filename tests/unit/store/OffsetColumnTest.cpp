@@ -55,7 +55,7 @@ TEST(OffsetColumn, ColumnsAreListedByName) {
         {"other blanks", "CREATE TABLE T\n(\n  A\tTEXT,\r\n\tB TEXT\n)", "A, B"},
         {"a comma in a type", "CREATE TABLE T (A DECIMAL(10,2), B TEXT)", "A, 2, B"},
         {"no parenthesis", "CREATE TABLE T AS SELECT 1, 2", ""},
-        {"nothing behind the parenthesis", "CREATE TABLE T (", ""},
+        {"nothing after the parenthesis", "CREATE TABLE T (", ""},
         {"commas alone", "(,,,", ""},
         {"nothing", "", ""},
     };

@@ -13,7 +13,7 @@ public:
 
     /// Makes an empty file that its owner alone may read, or sees that what is there is a regular file, and
     /// takes from it, its log and the index what others may do with them. False with the reason where there
-    /// is no file to be opened.
+    /// is not a file to be opened.
     [[nodiscard]] bool Prepare(std::string& reason);
 
     /// Takes what is there for the files of the database that was opened just now.

@@ -21,7 +21,7 @@ std::string Tagged(std::string_view item) {
     return std::string(kTag).append(item);
 }
 
-/// The bytes behind the tag as hexadecimal digits.
+/// The bytes after the tag as hexadecimal digits.
 std::string Hex(const LumContainer& container) {
     std::string digits;
     for (const char byte : container.ToCbor().substr(kTag.size())) {
@@ -56,7 +56,7 @@ std::string ErrorOf(std::string_view bytes) {
     return std::string(error.View());
 }
 
-/// A map in a map and so on, `depth` of them, behind the tag.
+/// A map in a map and so on, `depth` of them, after the tag.
 std::string NestedMaps(uint32_t depth) {
     std::string bytes(kTag);
     for (uint32_t i = 1; i < depth; ++i) {
@@ -245,15 +245,15 @@ TEST(LumContainerCbor, AListOfNothingIsAnAbsentName) {
 
 TEST(LumContainerCbor, SaysWhatIsWrongAndWhere) {
     const std::vector<std::pair<std::string, std::string_view>> cases{
-        {"", "This is no container file, the tag 55799 is missing at byte 0"},
-        {"\xD9\xD9", "This is no container file, the tag 55799 is missing at byte 0"},
-        {"\xA0", "This is no container file, the tag 55799 is missing at byte 0"},
-        {"{\"a\":1}", "This is no container file, the tag 55799 is missing at byte 0"},
+        {"", "This is not a container file, the tag 55799 is missing at byte 0"},
+        {"\xD9\xD9", "This is not a container file, the tag 55799 is missing at byte 0"},
+        {"\xA0", "This is not a container file, the tag 55799 is missing at byte 0"},
+        {"{\"a\":1}", "This is not a container file, the tag 55799 is missing at byte 0"},
         {Tagged(""), "The container ends too early at byte 3"},
-        {Tagged("\x81\x01"), "The outermost value is no container at byte 3"},
-        {Tagged("\x01"), "The outermost value is no container at byte 3"},
-        {Tagged("\xD9\xD9\xF7\xA0"), "The outermost value is no container at byte 3"},
-        {Tagged("\xA0\x00"sv), "There are bytes behind the container at byte 4"},
+        {Tagged("\x81\x01"), "The outermost value is not a container at byte 3"},
+        {Tagged("\x01"), "The outermost value is not a container at byte 3"},
+        {Tagged("\xD9\xD9\xF7\xA0"), "The outermost value is not a container at byte 3"},
+        {Tagged("\xA0\x00"sv), "There are bytes after the container at byte 4"},
         {Tagged("\xA1"), "The container ends too early at byte 4"},
         {Tagged("\xA1\x61N"), "The container ends too early at byte 6"},
         {Tagged("\xA1\x65Na"), "The container ends too early at byte 7"},
@@ -262,10 +262,10 @@ TEST(LumContainerCbor, SaysWhatIsWrongAndWhere) {
         {Tagged("\xA1\x61N\x82\x01"), "The container ends too early at byte 8"},
         {Tagged("\xA1\x61N\xA1"), "The container ends too early at byte 7"},
         {Tagged("\xA1\x61N\xFB\x3F"), "The container ends too early at byte 8"},
-        {Tagged("\xA1\x01\x01"), "A name that is no text at byte 4"},
-        {Tagged("\xA1\x41N\x01"), "A name that is no text at byte 4"},
-        {Tagged("\xA1\x61\xFF\x01"), "A text that is no UTF-8 at byte 4"},
-        {Tagged("\xA1\x61N\x62\xC3("), "A text that is no UTF-8 at byte 6"},
+        {Tagged("\xA1\x01\x01"), "A name that is not text at byte 4"},
+        {Tagged("\xA1\x41N\x01"), "A name that is not text at byte 4"},
+        {Tagged("\xA1\x61\xFF\x01"), "A text that is not UTF-8 at byte 4"},
+        {Tagged("\xA1\x61N\x62\xC3("), "A text that is not UTF-8 at byte 6"},
         {Tagged("\xA1\x61N\x81\x80"), "A list in a list at byte 7"},
         {Tagged("\xA1\x61N\xF6"), "A value of a kind that containers do not have at byte 6"},
         {Tagged("\xA1\x61N\xF7"), "A value of a kind that containers do not have at byte 6"},

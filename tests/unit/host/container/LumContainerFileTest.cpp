@@ -145,7 +145,7 @@ TEST_F(LumContainerFile, SaysWhyAFileCannotBeRead) {
     EXPECT_EQ(ErrorOf(directory_.At("pipe")), "Not a regular file");
     directory_.Write("empty", "");
     EXPECT_EQ(ErrorOf(directory_.At("empty")),
-              "This is no container file, the tag 55799 is missing at byte 0");
+              "This is not a container file, the tag 55799 is missing at byte 0");
     directory_.Write("cut", container_.ToCbor().substr(0, 10));
     EXPECT_EQ(ErrorOf(directory_.At("cut")), "The container ends too early at byte 10");
 }

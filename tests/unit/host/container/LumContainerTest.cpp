@@ -285,7 +285,7 @@ TEST(LumContainer, AWalkEndsOnceAndThenStartsFromTheFirstNameAgain) {
     EXPECT_EQ(name, "untouched");
     EXPECT_TRUE(container.GetNextName(name));
     EXPECT_EQ(name, "A");
-    EXPECT_THAT(Walk(container), IsEmpty()) << "the end, seen from behind the last name";
+    EXPECT_THAT(Walk(container), IsEmpty()) << "the end, seen from past the last name";
     LumContainer none;
     EXPECT_FALSE(none.GetNextName(name));
 }

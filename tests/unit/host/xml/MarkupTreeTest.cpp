@@ -19,7 +19,7 @@ class MarkupTreeTest : public testing::Test {
 protected:
     bool Parse(std::string_view text) { return tree_.ParseText(LumString(text), "x.xml"); }
 
-    /// The warning's text behind the routine and the file, of a document that must be refused.
+    /// The warning's text after the routine and the file, of a document that must be refused.
     std::string Refusal(std::string_view text) {
         const std::size_t before = log_.Said().size();
         EXPECT_FALSE(Parse(text));
