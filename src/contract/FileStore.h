@@ -4,8 +4,8 @@
 /// it. They are literals, so that no module has anything to destroy for them.
 
 /// The action that takes a file over and keeps it for whoever sends it on, and the signature text it is
-/// registered with. It answers 0 once the file is safe, 13 where it cannot be taken over. Its fields stand at
-/// the container's own level.
+/// registered with. It answers 0 once the file is safe, 13 where the file will not do, 1 where the store
+/// cannot take one at the moment. Its fields stand at the container's own level.
 inline constexpr char kFileStoreAction[] = "FileStoreReceiveFile";
 inline constexpr char kFileStoreSignature[] = "FileStoreReceiveFile (container)";
 
@@ -13,6 +13,9 @@ inline constexpr char kFileStoreSignature[] = "FileStoreReceiveFile (container)"
 inline constexpr char kFileStoreMovePath[] = "MovePath";
 /// Text: what the content is; for the reader of the file alone.
 inline constexpr char kFileStoreFileType[] = "FileType";
+/// The two types that the event module hands over.
+inline constexpr char kFileTypeEvents[] = "EventLogManagerEvents";
+inline constexpr char kFileTypeAlert[] = "EventManagerEvent";
 /// Text: the last part of the derived file name.
 inline constexpr char kFileStoreFileLabel[] = "FileLabel";
 /// Text: the file's name in the store; empty for the derived one.

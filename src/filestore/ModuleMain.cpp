@@ -1,5 +1,6 @@
 #include "filestore/ModuleMain.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -9,13 +10,18 @@
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
+#include "host/core/LumCaller.h"
+#include "host/core/LumHealth.h"
 #include "host/core/ModuleInterface.h"
+#include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "host/time/LumTime.h"
 
 namespace {
 
 constexpr char kVersion[] = "1.0.0";
+/// How large the outbox may become where the agent's settings do not say.
+constexpr int32_t kDefaultMaxMegabytes = 1024;
 
 LumDebug StoreDebug("FileStore", "File store module (FileStoreModule)");
 Outbox StoreOutbox;
@@ -33,11 +39,26 @@ ReceivedFile ReadRequest(const LumContainer& container) {
     if (container.GetInt32(kFileStorePriority, priority)) {
         file.priority = priority;
     }
+    if (LumCallerCurrent() != nullptr) {
+        file.confinedTo = GetTempDirectory();  // a client may not have any file of the agent's user moved
+    }
     return file;
 }
 
+constexpr std::string_view kRoutine = "ActionHandler_FileStoreReceiveFile";
+constexpr const char* kHealthSource = "outbox";
+
+/// Says why a file was not taken, and, where that is the outbox's fault, that the agent is not well.
+uint32_t Decline(const Received& received) {
+    StoreDebug.ErrorWithNL("%S: Failed to receive file, %S", kRoutine, received.problem);
+    if (received.outcome == Received::Outcome::kRefused) {
+        return kActionRefused;
+    }
+    LumHealthReport(kHealthSource, LumString("The outbox cannot take files: ") + received.problem + ".");
+    return kActionFailed;
+}
+
 uint32_t ActionHandler_FileStoreReceiveFile(LumContainer* container) {
-    constexpr std::string_view kRoutine = "ActionHandler_FileStoreReceiveFile";
     StoreDebug.TraceWithNL("%S: Entering", kRoutine);
     if (container == nullptr) {
         return kActionRefused;
@@ -47,16 +68,15 @@ uint32_t ActionHandler_FileStoreReceiveFile(LumContainer* container) {
         StoreDebug.ErrorWithNL("%S: Failed to get the path of the file to move", kRoutine);
         return kActionRefused;
     }
-    LumString storedPath;
-    LumString error;
-    if (!StoreOutbox.Receive(file, storedPath, error)) {
-        StoreDebug.ErrorWithNL("%S: Failed to receive file, %S", kRoutine, error);
-        return kActionRefused;
+    const Received received = StoreOutbox.Receive(file);
+    if (received.outcome != Received::Outcome::kDone) {
+        return Decline(received);
     }
-    if (!error.IsEmpty()) {
-        StoreDebug.WarningWithNL("%S: %S", kRoutine, error);
+    LumHealthReport(kHealthSource, {});
+    if (!received.problem.IsEmpty()) {
+        StoreDebug.WarningWithNL("%S: %S", kRoutine, received.problem);
     }
-    StoreDebug.TraceWithNL("%S: File '%S' has been received with success", kRoutine, storedPath);
+    StoreDebug.TraceWithNL("%S: File '%S' has been received with success", kRoutine, received.path);
     container->Clear();
     return kActionDone;
 }
@@ -78,20 +98,25 @@ void StoreRegister(void* agentHandle) {
 }
 
 void StoreInitialise() {
-    constexpr std::string_view kRoutine = "StoreInitialise";
-    StoreDebug.TraceWithNL("%S: Entering", kRoutine);
+    constexpr std::string_view kStart = "StoreInitialise";
+    StoreDebug.TraceWithNL("%S: Entering", kStart);
     LumString base;
     LumAgentGetDataDir(base);
     base += "FileStore";
+    int32_t maxMegabytes = kDefaultMaxMegabytes;
+    LumAgentGetIniAndLock().GetEntryValue("Agent", "OutboxMaxMB", maxMegabytes, kDefaultMaxMegabytes);
+    LumAgentReleaseIni();
+    StoreOutbox.SetMaxBytes(static_cast<uint64_t>(std::max(maxMegabytes, 0)) << 20U);
     Outbox::LeftOvers leftOvers;
     LumString error;
     if (!StoreOutbox.Open(base + "/outbox", base + "/next-number", leftOvers, error)) {
-        StoreDebug.ErrorWithNL("%S: Failed to open the outbox, %S", kRoutine, error);
+        StoreDebug.ErrorWithNL("%S: Failed to open the outbox, %S", kStart, error);
+        LumHealthReport(kHealthSource, LumString("The outbox cannot be opened: ") + error + ".");
     }
     WarnOfLeftOvers(leftOvers.completed, "they were given one from their names");
     WarnOfLeftOvers(leftOvers.unknown, "they were left as they are");
     for (const LumString& failure : leftOvers.errors) {
-        StoreDebug.WarningWithNL("%S: %S", kRoutine, failure);
+        StoreDebug.WarningWithNL("%S: %S", kStart, failure);
     }
 }
 

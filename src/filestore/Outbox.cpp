@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
@@ -24,6 +26,8 @@ namespace {
 
 /// What the host's file routines call a file that is not whole yet.
 constexpr std::string_view kUnfinishedPrefix = ".lum-";
+/// An outbox that is full is looked at again that often.
+constexpr std::time_t kCountEverySeconds = 10;
 
 /// "<path>: <what>", with the reason that `reason` gives where it is not 0.
 LumString Sentence(const LumString& path, std::string_view what, int reason = 0) {
@@ -38,72 +42,148 @@ bool Exists(const std::string& path) {
     return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
-/// The open file, if it is a regular one that lies at `path` itself; a closed one with the reason in `error`.
+/// A file that is to be moved: open, and where it lies as a name in an open directory, so that nobody can put
+/// something else on the way to it.
+struct Source {
+    FileDescriptor directory;  ///< not open: `name` is an absolute path
+    std::string name;
+    FileDescriptor file;
+    struct stat status {};
+
+    [[nodiscard]] int At() const { return directory.IsOpen() ? directory.Get() : AT_FDCWD; }
+};
+
 /// Neither a pipe nor a device is waited for.
-FileDescriptor OpenSource(const LumString& path, struct stat& status, LumString& error) {
-    if (!path.View().starts_with('/') || path.View().find('\0') != std::string_view::npos) {
-        error = Sentence(path, "it is not an absolute path");
-        return {};
+constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+/// The part of `path` below the directory `top`, also where `top` is called by another name; empty where it
+/// lies elsewhere.
+std::string_view PartBelow(const LumString& path, const LumString& top) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(top.GetString(), nullptr), &std::free);
+    for (const std::string_view known : {top.View(), std::string_view(real != nullptr ? real.get() : "")}) {
+        if (!known.empty() && path.View().starts_with(known) && path.View().substr(known.size(), 1) == "/") {
+            return path.View().substr(known.size() + 1);
+        }
     }
-    FileDescriptor file(open(path.GetString(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!file.IsOpen()) {
-        error = errno == ELOOP ? Sentence(path, "it is a symbolic link")
-                               : Sentence(path, "it cannot be opened", errno);
-        return {};
-    }
-    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        error = Sentence(path, "it is not a regular file");
-        return {};
-    }
-    return file;
+    return {};
 }
 
-/// A file that was brought into the outbox, and taken out again unless it was kept.
+/// Walks down from `top` to the directory of `part`, name by name; false where something else than a
+/// directory stands on the way.
+bool WalkDown(const LumString& top, std::string_view part, Source& source) {
+    source.directory = FileDescriptor(open(top.GetString(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    while (source.directory.IsOpen()) {
+        const std::size_t slash = part.find('/');
+        source.name = std::string(part.substr(0, slash));
+        if (source.name.empty() || source.name == "." || source.name == "..") {
+            return false;
+        }
+        if (slash == std::string_view::npos) {
+            return true;
+        }
+        source.directory = FileDescriptor(openat(source.directory.Get(), source.name.c_str(),
+                                                 O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        part.remove_prefix(slash + 1);
+    }
+    return false;
+}
+
+/// Finds and opens the file, if it is a regular one that lies at its path itself; false with the reason.
+bool OpenSource(const ReceivedFile& file, Source& source, LumString& error) {
+    const LumString& path = file.movePath;
+    if (!path.View().starts_with('/') || path.View().find('\0') != std::string_view::npos) {
+        error = Sentence(path, "it is not an absolute path");
+        return false;
+    }
+    source.name = std::string(path.View());
+    if (!file.confinedTo.IsEmpty() && !WalkDown(file.confinedTo, PartBelow(path, file.confinedTo), source)) {
+        error = Sentence(path, "it does not lie below " + std::string(file.confinedTo.View()));
+        return false;
+    }
+    source.file = FileDescriptor(openat(source.At(), source.name.c_str(), kReadFlags));
+    if (!source.file.IsOpen()) {
+        error = errno == ELOOP ? Sentence(path, "it is a symbolic link")
+                               : Sentence(path, "it cannot be opened", errno);
+        return false;
+    }
+    if (fstat(source.file.Get(), &source.status) != 0 || !S_ISREG(source.status.st_mode)) {
+        error = Sentence(path, "it is not a regular file");
+        return false;
+    }
+    return true;
+}
+
+/// FileRenameNew from or to a name in an open directory.
+bool RenameNewAt(int fromAt, const std::string& from, int toAt, const std::string& to) {
+    if (renameat2(fromAt, from.c_str(), toAt, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return true;
+    }
+    return errno == EINVAL && linkat(fromAt, from.c_str(), toAt, to.c_str(), 0) == 0 &&
+           unlinkat(fromAt, from.c_str(), 0) == 0;
+}
+
+/// A file that was brought into the outbox, and is taken out again unless it was kept.
 class Placement {
 public:
-    Placement(const LumString& from, std::string to) : from_(from), to_(std::move(to)) {}
+    Placement(const LumString& path, const Source& source, std::string to)
+        : path_(path), source_(source), to_(std::move(to)) {}
     Placement(const Placement&) = delete;
     Placement& operator=(const Placement&) = delete;
-    ~Placement() = default;
+    ~Placement() {
+        if (isPlaced_) {
+            TakeOut();
+        }
+    }
 
     /// Moves the file, or copies it where the outbox is on another file system.
-    bool Place(const struct stat& source, LumString& error) {
-        if (FileRenameNew(from_.GetString(), to_.c_str())) {
+    bool Place(LumString& error) {
+        isPlaced_ = RenameNewAt(source_.At(), source_.name, AT_FDCWD, to_);
+        if (isPlaced_) {
             struct stat placed {};
             // Whoever owns the source's directory may have put something else in its place meanwhile.
-            if (lstat(to_.c_str(), &placed) != 0 || placed.st_ino != source.st_ino ||
-                placed.st_dev != source.st_dev) {
-                error = Sentence(from_, "it was replaced while it was moved");
+            if (lstat(to_.c_str(), &placed) != 0 || placed.st_ino != source_.status.st_ino ||
+                placed.st_dev != source_.status.st_dev) {
+                error = Sentence(path_, "it was replaced while it was moved");
                 Undo(error);
                 return false;
             }
             return true;
         }
         if (errno == EXDEV) {
-            copied_ = FileCopy(from_, LumString(to_), true);
-            if (copied_) {
-                return true;
-            }
+            // Of the very file that was opened, whatever has its name now.
+            const std::string opened = "/proc/self/fd/" + std::to_string(source_.file.Get());
+            copied_ = FileCopy(LumString(opened), LumString(to_), true);
+            isPlaced_ = copied_;
         }
-        error = Sentence(from_, "it cannot be moved to " + to_, errno);
-        return false;
+        if (!isPlaced_) {
+            error = Sentence(path_, "it cannot be moved to " + to_, errno);
+        }
+        return isPlaced_;
     }
 
     void Undo(LumString& error) {
-        if (copied_) {
-            unlink(to_.c_str());
-        } else if (!FileRenameNew(to_.c_str(), from_.GetString())) {
+        if (!TakeOut()) {
             error += LumString("; it stays at " + to_);
         }
     }
 
-    /// Ends a move that was a copy.
-    bool DeleteSource() { return !copied_ || unlink(from_.GetString()) == 0; }
+    /// Ends the move; false where it was a copy and the source cannot be deleted.
+    bool Keep() {
+        isPlaced_ = false;
+        return !copied_ || unlinkat(source_.At(), source_.name.c_str(), 0) == 0;
+    }
 
 private:
-    const LumString from_;
+    bool TakeOut() {
+        isPlaced_ = false;
+        return copied_ ? unlink(to_.c_str()) == 0 : RenameNewAt(AT_FDCWD, to_, source_.At(), source_.name);
+    }
+
+    const LumString path_;
+    const Source& source_;
     const std::string to_;
     bool copied_ = false;
+    bool isPlaced_ = false;
 };
 
 std::string Description(const ReceivedFile& file, const std::string& name, const std::string& checksum,
@@ -128,6 +208,14 @@ std::string Outbox::PathOf(std::string_view name) const {
 bool Outbox::Open(const LumString& directory, const LumString& numberPath, LeftOvers& leftOvers,
                   LumString& error) {
     directory_ = directory.View();
+    numberPath_ = numberPath;
+    const LumMutexLock lock(opening_);
+    return OpenDirectories(leftOvers, error);
+}
+
+bool Outbox::OpenDirectories(LeftOvers& leftOvers, LumString& error) {
+    const LumString directory(directory_);
+    isOpen_ = false;
     uint64_t highest = 0;
     if (!PathCreate(directory)) {
         error = Sentence(directory, "it cannot be made", errno);
@@ -137,9 +225,52 @@ bool Outbox::Open(const LumString& directory, const LumString& numberPath, LeftO
         return false;
     }
     LumString reason;
-    if (!number_.Open(numberPath, highest + 1, reason)) {
+    if (!number_.Open(numberPath_, highest + 1, reason)) {
         leftOvers.errors.push_back(std::move(reason));
     }
+    const LumMutexLock usage(usage_);
+    bytes_ = CountBytes();
+    isOpen_ = true;
+    return true;
+}
+
+bool Outbox::EnsureOpen(LumString& error) {
+    const LumMutexLock lock(opening_);
+    if (isOpen_ && DirExists(LumString(directory_))) {
+        return true;
+    }
+    LeftOvers unused;
+    return !directory_.empty() && OpenDirectories(unused, error);
+}
+
+uint64_t Outbox::CountBytes() const {
+    uint64_t bytes = 0;
+    LumDirectory* const listing = OpenDirectory(LumString(directory_));
+    for (LumString entry; ReadDirectory(listing, entry);) {
+        struct stat status {};
+        if (lstat(PathOf(entry.View()).c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+            bytes += static_cast<uint64_t>(status.st_size);
+        }
+    }
+    CloseDirectory(listing);
+    return bytes;
+}
+
+bool Outbox::HasRoomFor(const ReceivedFile& file, uint64_t bytes) {
+    if (maxBytes_ == 0) {
+        return true;
+    }
+    const uint64_t limit = file.fileType == kFileTypeEvents ? maxBytes_ : maxBytes_ / 4 * 3;
+    const LumMutexLock lock(usage_);
+    const std::time_t now = std::time(nullptr);
+    if (bytes_ + bytes > limit && std::abs(now - countedAt_) >= kCountEverySeconds) {
+        bytes_ = CountBytes();
+        countedAt_ = now;
+    }
+    if (bytes_ + bytes > limit) {
+        return false;
+    }
+    bytes_ += bytes;
     return true;
 }
 
@@ -178,14 +309,15 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     static_cast<void>(ParseDerivedName(name, parts));  // the caller has seen that it is one
     const LumString path(PathOf(name));
     LumString error;
-    struct stat status {};
-    const FileDescriptor source = OpenSource(path, status, error);
+    ReceivedFile file;
+    file.movePath = path;
+    Source source;
     std::string checksum;
-    if (!source.IsOpen() || !Sha256OfFile(source.Get(), checksum)) {
-        leftOvers.errors.push_back(!source.IsOpen() ? error : Sentence(path, "it cannot be read", errno));
+    const bool isOpen = OpenSource(file, source, error);
+    if (!isOpen || !Sha256OfFile(source.file.Get(), checksum)) {
+        leftOvers.errors.push_back(!isOpen ? error : Sentence(path, "it cannot be read", errno));
         return;
     }
-    ReceivedFile file;
     file.fileType = LumString(parts.label);
     file.fileLabel = LumString(parts.label);
     file.upstream = true;
@@ -197,61 +329,71 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     leftOvers.completed.push_back(name);
 }
 
-bool Outbox::Receive(const ReceivedFile& file, LumString& storedPath, LumString& error) {
-    if (directory_.empty()) {
-        error = Sentence(file.movePath, "the outbox is not open");
-        return false;
+Received Outbox::Receive(const ReceivedFile& file) {
+    LumString reason;
+    if (!EnsureOpen(reason)) {
+        return {Received::Outcome::kFailed,
+                {},
+                Sentence(file.movePath, "the outbox is not open") +
+                    (reason.IsEmpty() ? LumString() : LumString("; ") + reason)};
     }
     const std::time_t now = std::time(nullptr);
     const std::string receivedAt = UtcTimeText(now);
     if (!file.fileName.IsEmpty()) {
         const LumMutexLock lock(givenNames_);
-        return ReceiveAs(file, SafeName(file.fileName.View(), kMaxFileNameLength), receivedAt, storedPath,
-                         error);
+        return ReceiveAs(file, SafeName(file.fileName.View(), kMaxFileNameLength), receivedAt);
     }
     uint64_t number = 0;
-    LumString reason;
     if (!number_.Next(number, reason)) {
-        error = Sentence(file.movePath, "no number for it: " + std::string(reason.View()));
-        return false;
+        return {Received::Outcome::kFailed,
+                {},
+                Sentence(file.movePath, "no number for it: " + std::string(reason.View()))};
     }
-    return ReceiveAs(file, DerivedName(now, number, file.fileLabel.View()), receivedAt, storedPath, error);
+    return ReceiveAs(file, DerivedName(now, number, file.fileLabel.View()), receivedAt);
 }
 
-bool Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, std::string_view receivedAt,
-                       LumString& storedPath, LumString& error) {
-    struct stat status {};
-    const FileDescriptor source = OpenSource(file.movePath, status, error);
-    if (!source.IsOpen()) {
-        return false;
+Received Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, std::string_view receivedAt) {
+    Received received{Received::Outcome::kRefused, {}, {}};
+    Source source;
+    if (!OpenSource(file, source, received.problem)) {
+        return received;
     }
     const LumString descriptionPath(PathOf(DescriptionName(name)));
     if (IsDescriptionName(name) || Exists(std::string(descriptionPath.View()))) {
-        error = Sentence(file.movePath, "the name " + name + " is taken");
-        return false;
+        received.problem = Sentence(file.movePath, "the name " + name + " is taken");
+        return received;
     }
     std::string checksum(file.fileChecksum.View());
     // Synced before it is renamed: what was written through already costs nothing then.
-    if (fsync(source.Get()) != 0 || (checksum.empty() && !Sha256OfFile(source.Get(), checksum))) {
-        error = Sentence(file.movePath, "it cannot be read", errno);
-        return false;
+    if (fsync(source.file.Get()) != 0 || (checksum.empty() && !Sha256OfFile(source.file.Get(), checksum))) {
+        received.problem = Sentence(file.movePath, "it cannot be read", errno);
+        return received;
     }
-    Placement placement(file.movePath, PathOf(name));
-    if (!placement.Place(status, error)) {
-        return false;
+    const std::string description = Description(file, name, checksum, receivedAt);
+    received.outcome = Received::Outcome::kFailed;
+    if (!HasRoomFor(file, static_cast<uint64_t>(source.status.st_size) + description.size())) {
+        received.problem = Sentence(file.movePath, "the outbox is full");
+        return received;
+    }
+    Placement placement(file.movePath, source, PathOf(name));
+    if (!placement.Place(received.problem)) {
+        received.outcome = Exists(PathOf(name)) ? Received::Outcome::kRefused : Received::Outcome::kFailed;
+        return received;
     }
     // Syncs the directory as well, and with it the file's own entry.
     LumString reason;
-    if (!FileReplace(descriptionPath, Description(file, name, checksum, receivedAt), reason)) {
-        error = Sentence(file.movePath, "its description " + std::string(descriptionPath.View()) +
-                                            " cannot be written: " + std::string(reason.View()));
+    if (!FileReplace(descriptionPath, description, reason)) {
+        received.problem = Sentence(file.movePath, "its description " + std::string(descriptionPath.View()) +
+                                                       " cannot be written: " + std::string(reason.View()));
         unlink(descriptionPath.GetString());  // it was not there before
-        placement.Undo(error);
-        return false;
+        placement.Undo(received.problem);
+        return received;
     }
-    storedPath = LumString(PathOf(name));
-    if (!placement.DeleteSource()) {
-        error = Sentence(file.movePath, "it was copied to the outbox but cannot be deleted", errno);
+    received.outcome = Received::Outcome::kDone;
+    received.path = LumString(PathOf(name));
+    if (!placement.Keep()) {
+        received.problem =
+            Sentence(file.movePath, "it was copied to the outbox but cannot be deleted", errno);
     }
-    return true;
+    return received;
 }

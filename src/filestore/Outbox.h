@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include "filestore/RunningNumber.h"
 #include "host/text/LumString.h"
 #include "host/thread/LumMutex.h"
+#include "host/thread/LumThreadSafety.h"
 
 /// A file that is to be taken over, and what is said of it.
 struct ReceivedFile {
@@ -18,6 +20,23 @@ struct ReceivedFile {
     LumString fileChecksum;  ///< empty to have it computed
     bool upstream = false;
     std::optional<int32_t> priority;
+    /// Where not empty: the file has to lie below this directory, and no link is followed on the way to it.
+    LumString confinedTo;
+};
+
+/// What has become of a file.
+struct Received {
+    enum class Outcome : uint8_t {
+        kDone,
+        kRefused,  ///< the file, or the name that it is to have, will not do
+        kFailed,   ///< the outbox cannot take it at the moment
+    };
+
+    Outcome outcome;
+    LumString path;  ///< where the file lies now
+    /// Why not, naming the path that it is about; after kDone what is not as it should be: a source that was
+    /// copied and cannot be deleted. Else empty.
+    LumString problem;
 };
 
 /// A directory that files are moved into and taken from by others. Each file has a description beside it, a
@@ -41,24 +60,41 @@ public:
     [[nodiscard]] bool Open(const LumString& directory, const LumString& numberPath, LeftOvers& leftOvers,
                             LumString& error);
 
-    /// Takes the file over: moves it, writes its description, and answers true once both are on the disk;
-    /// `storedPath` is where it lies. False, with a sentence that names the path in `error`, where it cannot;
-    /// then the file is where it was, or `error` says where it is. Refused: a path that is not absolute, and
-    /// everything but a regular file, symbolic links included. May be called from any thread.
-    [[nodiscard]] bool Receive(const ReceivedFile& file, LumString& storedPath, LumString& error);
+    /// How large the outbox may become; beyond three quarters of that it takes event files alone. 0: without
+    /// limit. To be called before Receive.
+    void SetMaxBytes(uint64_t maxBytes) { maxBytes_ = maxBytes; }
+
+    /// Takes the file over: moves it, writes its description, and answers kDone once both are on the disk.
+    /// Else the file is where it was, or `problem` says where it is. Refused: a path that is not absolute,
+    /// and everything but a regular file, symbolic links included. An outbox that could not be opened, or
+    /// that is gone, is opened again. May be called from any thread.
+    [[nodiscard]] Received Receive(const ReceivedFile& file);
 
     /// To be called when no more files come; a Receive after it still works.
     void Close() { number_.Close(); }
 
 private:
-    [[nodiscard]] bool ReceiveAs(const ReceivedFile& file, const std::string& name,
-                                 std::string_view receivedAt, LumString& storedPath, LumString& error);
+    [[nodiscard]] Received ReceiveAs(const ReceivedFile& file, const std::string& name,
+                                     std::string_view receivedAt);
+    [[nodiscard]] bool EnsureOpen(LumString& error);
+    [[nodiscard]] bool OpenDirectories(LeftOvers& leftOvers, LumString& error) LUM_REQUIRES(opening_);
+    [[nodiscard]] bool HasRoomFor(const ReceivedFile& file, uint64_t bytes);
+    [[nodiscard]] uint64_t CountBytes() const;
     [[nodiscard]] bool ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& error);
     void Complete(const std::string& name, LeftOvers& leftOvers);
     [[nodiscard]] std::string PathOf(std::string_view name) const;
 
-    // Constant after Open.
+    // Constant after Open and SetMaxBytes.
     std::string directory_;
+    LumString numberPath_;
+    uint64_t maxBytes_ = 0;
+
+    LumMutex opening_;
+    bool isOpen_ LUM_GUARDED_BY(opening_) = false;
+
+    LumMutex usage_;
+    uint64_t bytes_ LUM_GUARDED_BY(usage_) = 0;  // what is there, or was: others take files away
+    std::time_t countedAt_ LUM_GUARDED_BY(usage_) = 0;
 
     RunningNumber number_;
     /// Held while a file with a name of its caller's choice is taken over: unlike derived names, two of those

@@ -43,10 +43,11 @@ protected:
     }
     /// The error sentence; empty where the file was taken over.
     std::string Refusal(const ReceivedFile& file) {
-        LumString error;
-        const bool received = outbox_.Receive(file, stored_, error);
-        EXPECT_EQ(received, error.IsEmpty());
-        return std::string(error.View());
+        const Received received = outbox_.Receive(file);
+        EXPECT_EQ(received.outcome == Received::Outcome::kDone, received.problem.IsEmpty());
+        stored_ = received.path;
+        outcome_ = received.outcome;
+        return std::string(received.problem.View());
     }
     [[nodiscard]] nlohmann::json Description() const {
         const fs::path file(stored_.GetString());
@@ -61,6 +62,7 @@ protected:
     TempDirectory directory_;
     Outbox outbox_;
     LumString stored_;
+    Received::Outcome outcome_ = Received::Outcome::kDone;
 };
 
 TEST_F(OutboxTest, MovesTheFileAndDescribesIt) {
@@ -166,12 +168,67 @@ TEST_F(OutboxTest, PutsTheFileBackWhereItCannotBeDescribed) {
     EXPECT_EQ(directory_.Read("number"), before);
 }
 
-TEST_F(OutboxTest, RefusesWithoutItsDirectory) {
+TEST_F(OutboxTest, MakesItsDirectoryAgain) {
     Open();
     Refusal(Made("first"));
     fs::remove_all(directory_.Path() / "outbox");
-    EXPECT_THAT(Refusal(Made()), HasSubstr("it cannot be moved to"));
+    static_cast<void>(directory_.Write("outbox", "a file in its place"));
+    EXPECT_THAT(Refusal(Made()), HasSubstr("the outbox is not open; "));
+    EXPECT_EQ(outcome_, Received::Outcome::kFailed);
     EXPECT_EQ(directory_.Read("made"), "abc");
+    fs::remove(directory_.Path() / "outbox");
+    EXPECT_EQ(Refusal(Made()), "");
+    EXPECT_EQ(CountFiles(), 2U);
+}
+
+/// What a client may have moved: regular files below one directory, and nothing that a link leads to.
+TEST_F(OutboxTest, TakesConfinedFilesFromBelowTheirDirectoryAlone) {
+    Open();
+    directory_.MakeDirectory("elsewhere");
+    directory_.MakeDirectory("tmp/deep/er");
+    static_cast<void>(directory_.Write("elsewhere/secret", "secret"));
+    fs::create_symlink(directory_ / "elsewhere", directory_ / "tmp/linked");
+    fs::create_symlink(directory_ / "elsewhere/secret", directory_ / "tmp/link");
+    ReceivedFile file;
+    file.confinedTo = directory_.At("tmp");
+    for (const char* const path :
+         {"elsewhere/secret", "tmp/linked/secret", "tmp/link", "tmp/../elsewhere/secret", "tmp/deep/../link",
+          "tmp/", "tmp", "tmp//deep", "tmp/deep", "tmpother", "tmp/missing"}) {
+        file.movePath = LumString(directory_.Path().string() + "/" + path);
+        EXPECT_NE(Refusal(file), "") << path;
+        EXPECT_EQ(outcome_, Received::Outcome::kRefused) << path;
+    }
+    EXPECT_EQ(CountFiles(), 0U);
+    EXPECT_EQ(directory_.Read("elsewhere/secret"), "secret");
+    static_cast<void>(directory_.Write("tmp/deep/er/file", "abc"));
+    file.movePath = directory_.At("tmp/deep/er/file");
+    EXPECT_EQ(Refusal(file), "");
+    EXPECT_FALSE(directory_.Has("tmp/deep/er/file"));
+    EXPECT_EQ(ReadWholeFile(stored_.GetString()), "abc");
+    // The same directory under another name.
+    fs::create_symlink(directory_ / "tmp", directory_ / "alias");
+    static_cast<void>(directory_.Write("tmp/file", "abc"));
+    file.confinedTo = directory_.At("alias");
+    file.movePath = directory_.At("tmp/file");
+    EXPECT_EQ(Refusal(file), "");
+}
+
+TEST_F(OutboxTest, RefusesAlertsBeforeEventsWhereItIsFull) {
+    outbox_.SetMaxBytes(5200);
+    Open();
+    const std::string kilobyte(1000, 'x');
+    EXPECT_EQ(Refusal(Made("a", kilobyte)), "");
+    EXPECT_EQ(Refusal(Made("b", kilobyte)), "");
+    EXPECT_EQ(Refusal(Made("c", kilobyte)), "");
+    EXPECT_EQ(Refusal(Made("d", kilobyte)), directory_ / "d: the outbox is full");
+    EXPECT_EQ(outcome_, Received::Outcome::kFailed);
+    EXPECT_TRUE(directory_.Has("d"));
+    ReceivedFile events = Made("e", kilobyte);
+    events.fileType = "EventLogManagerEvents";
+    EXPECT_EQ(Refusal(events), "");
+    events.movePath = Made("f", kilobyte).movePath;
+    EXPECT_EQ(Refusal(events), directory_ / "f: the outbox is full");
+    EXPECT_EQ(CountFiles(), 8U);
 }
 
 TEST_F(OutboxTest, RefusesWithoutANumber) {
@@ -190,7 +247,9 @@ TEST_F(OutboxTest, KeepsItsNumbersGrowing) {
     Outbox::LeftOvers leftOvers;
     LumString error;
     ASSERT_TRUE(next.Open(directory_.At("outbox"), directory_.At("number"), leftOvers, error));
-    ASSERT_TRUE(next.Receive(Made(), stored_, error));
+    const Received second = next.Receive(Made());
+    ASSERT_EQ(second.outcome, Received::Outcome::kDone);
+    stored_ = second.path;
     EXPECT_THAT(stored_.GetString(), HasSubstr("Z-2-Label.cbor"));
 }
 
@@ -239,9 +298,8 @@ TEST_F(OutboxTest, TakesFilesOfSeveralThreads) {
         threads.emplace_back([this, thread] {
             for (int i = 0; i < 25; ++i) {
                 const ReceivedFile file = Made(("t" + std::to_string(thread * 100 + i)).c_str());
-                LumString stored;
-                LumString error;
-                EXPECT_TRUE(outbox_.Receive(file, stored, error)) << error.GetString();
+                const Received received = outbox_.Receive(file);
+                EXPECT_EQ(received.outcome, Received::Outcome::kDone) << received.problem.GetString();
             }
         });
     }
