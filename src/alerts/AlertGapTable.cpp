@@ -1,21 +1,36 @@
 #include "alerts/AlertGapTable.h"
 
 #include <memory>
+#include <new>
+
+uint32_t* AlertGapTable_t::Times::Find(uint32_t objectId) {
+    if (objectId == firstObject) {
+        return &firstTime;
+    }
+    return others != nullptr ? others->Find(objectId) : nullptr;
+}
+
+void AlertGapTable_t::Times::Insert(uint32_t objectId, uint32_t time) {
+    if (others == nullptr) {
+        others.reset(new (std::nothrow) TimesByObject(kInitialBuckets, kMaximumLoad, kGrowth));
+    }
+    if (others != nullptr) {
+        others->Insert({}, objectId, time);
+    }
+}
 
 bool AlertGapTable_t::LetThrough(const LumString& text, uint32_t objectId, uint32_t time,
                                  uint32_t gapMinutes) {
+    // No memory to remember an alert by is no reason to hold it back.
     const uint32_t key = HashText(text.View());
-    std::unique_ptr<TimesByObject>* objects = objectsByText_.Find(key);
-    if (objects == nullptr) {
-        objects = objectsByText_.Insert(
-            text.View(), key, std::make_unique<TimesByObject>(kInitialBuckets, kMaximumLoad, kGrowth));
+    Times* const times = timesByText_.Find(key);
+    if (times == nullptr) {
+        timesByText_.Insert(text.View(), key, Times{objectId, time, nullptr});
+        return true;
     }
-    if (objects == nullptr) {
-        return true;  // no memory to remember it by is no reason to hold an alert back
-    }
-    uint32_t* const last = (*objects)->Find(objectId);
+    uint32_t* const last = times->Find(objectId);
     if (last == nullptr) {
-        (*objects)->Insert({}, objectId, time);
+        times->Insert(objectId, time);
         return true;
     }
     if (*last + gapMinutes * 60 > time) {

@@ -25,7 +25,18 @@ private:
     static constexpr uint32_t kMaximumLoad = 80;
     static constexpr uint32_t kGrowth = 20;
 
-    LumHash<std::unique_ptr<TimesByObject>> objectsByText_{kInitialBuckets, kMaximumLoad, kGrowth};
+    /// When an alert of one text passed, by object. Most texts are about one object alone, for which a table
+    /// of its own would take two kilobytes.
+    struct Times {
+        uint32_t firstObject = 0;
+        uint32_t firstTime = 0;
+        std::unique_ptr<TimesByObject> others;
+
+        [[nodiscard]] uint32_t* Find(uint32_t objectId);
+        void Insert(uint32_t objectId, uint32_t time);
+    };
+
+    LumHash<Times> timesByText_{kInitialBuckets, kMaximumLoad, kGrowth};
 };
 
 /// Guards AlertGapTable. DatabaseMutex may be held when it is taken, never taken while it is held.

@@ -2,9 +2,11 @@
 
 #include <ctime>
 
+#include "alerts/AlertCeiling.h"
 #include "alerts/AlertGapTable.h"
 #include "contract/Actions.h"
 #include "contract/ContainerKeys.h"
+#include "contract/FileStore.h"
 #include "contract/Statuses.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
@@ -16,8 +18,6 @@
 #include "store/DatabaseScope.h"
 
 namespace {
-
-constexpr const char* kFileKind = "EventManagerEvent";
 
 LumString ReadText(const LumContainer& container, const char* name) {
     LumString text;
@@ -36,7 +36,7 @@ LumString JoinVariables(const LumContainer& values) {
     LumString joined;
     LumContainer variables;
     static_cast<void>(values.GetContainer(keys::kAlertVariables, variables));  // an alert may have none
-    const uint32_t count = variables.CountValues(keys::kAlertVariableEntry);
+    const uint32_t count = variables.CountPositions(keys::kAlertVariableEntry);
     LumContainer entry;
     for (uint32_t i = 0; i < count; ++i) {
         if (variables.GetContainer(keys::kAlertVariableEntry, entry, i)) {
@@ -102,12 +102,15 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     }
     const std::time_t now = std::time(nullptr);
     if (!MayPass(AlertText(description, values), ReadText(values, keys::kAlertStatus),
-                 LumUtcFieldsAsLocal(now))) {
+                 LumUtcFieldsAsLocal(now)) ||
+        !AlertCeiling.Admit(now)) {
         return kActionDone;
     }
     values.SetInt32(keys::kEventGmtOffset, LumGmtOffset(now));
     values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
-    FileStoreHandOver(values, kFileKind, std::nullopt);
+    LumString path;
+    // An alert that was not taken waits in the temporary directory.
+    static_cast<void>(FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path));
     return kActionDone;
 }
 

@@ -10,9 +10,9 @@ class LumString;
 /// kActionWithinGap. May be called from any thread.
 uint32_t ActionHandler_EventLogManagerCheckAlertMinimumGap(LumContainer* container);
 
-/// Sends an alert to the file store, unless one like it passed within the minimum gap. "Description" at the
-/// container's own level; "Values" goes into the alert file with everything in it. Always answers 0. May be
-/// called from any thread.
+/// Sends an alert to the file store, unless one like it passed within the minimum gap or too many have left
+/// in this minute. "Description" at the container's own level; "Values" goes into the alert file with
+/// everything in it. Always answers 0. May be called from any thread.
 uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container);
 
 /// Makes an alert of a line that was logged as an error. Called by ModuleDebug on the thread that logged it,

@@ -1,5 +1,7 @@
 #include "module/Configuration.h"
 
+#include <atomic>
+#include <cstdint>
 #include <string_view>
 #include <utility>
 
@@ -18,11 +20,24 @@ namespace {
 
 constexpr const char* kSection = "EventLogManager";
 constexpr int32_t kDefaultAlertMinimumGap = 60;
+/// What a value that is not in force stays where the file cannot be read.
+constexpr int32_t kUnread = INT32_MIN;
+
+std::atomic<bool> isKnown{false};
+
+constexpr LumRoutine kSetValues(ModuleDebug, "ActionHandler_EventLogManagerSetValues");
 
 void LoadFlag(const IniFile& ini, const char* key, std::atomic<bool>& flag) {
-    bool value = true;
+    bool value = flag.load(std::memory_order_relaxed);
     ini.GetEntryValue(kSection, key, value, true);
     flag.store(value, std::memory_order_relaxed);
+}
+
+/// Writes the value in force; that it is lost with the next reading is an error.
+void Write(IniFile& ini, const char* key, int32_t value) {
+    if (!ini.WriteEntryValue(kSection, key, value)) {
+        kSetValues.Error("Failed to write '%s', the file keeps the former value", key);
+    }
 }
 
 /// Takes the flag from `values` where it is given as a bool, and writes the one in force.
@@ -31,7 +46,7 @@ void ChangeFlag(const LumContainer& values, const char* key, std::atomic<bool>& 
     if (values.GetBool(key, value)) {
         flag.store(value, std::memory_order_relaxed);
     }
-    ini.WriteEntryValue(kSection, key, value ? 1 : 0);
+    Write(ini, key, value ? 1 : 0);
 }
 
 void ChangeGap(const LumContainer& values, IniFile& ini) {
@@ -39,7 +54,7 @@ void ChangeGap(const LumContainer& values, IniFile& ini) {
     if (values.GetInt32(keys::kAlertMinimumGap, value)) {
         AlertMinimumGap.store(value, std::memory_order_relaxed);
     }
-    ini.WriteEntryValue(kSection, keys::kAlertMinimumGap, value);
+    Write(ini, keys::kAlertMinimumGap, value);
 }
 
 }  // namespace
@@ -50,13 +65,25 @@ void LoadConfiguration() {
     const IniFile ini(IniFilePath);
     LoadFlag(ini, keys::kEnableUpload, UploadEnabled);
     LoadFlag(ini, keys::kEnableAggregation, AggregationEnabled);
-    int32_t gap = kDefaultAlertMinimumGap;
+    int32_t gap = kUnread;
     ini.GetEntryValue(kSection, keys::kAlertMinimumGap, gap, kDefaultAlertMinimumGap);
+    if (gap == kUnread) {
+        gap = AlertMinimumGap.load(std::memory_order_relaxed);
+    } else {
+        isKnown.store(true, std::memory_order_relaxed);
+    }
     AlertMinimumGap.store(gap, std::memory_order_relaxed);
 
     kRoutine.Trace("Upload flag is %d", UploadEnabled.load() ? 1 : 0);
     kRoutine.Trace("Aggregation flag is %d", AggregationEnabled.load() ? 1 : 0);
     kRoutine.Trace("Alert minimum gap is %u", static_cast<uint32_t>(gap));
+}
+
+bool ConfigurationIsKnown() {
+    if (!isKnown.load(std::memory_order_relaxed)) {
+        LoadConfiguration();
+    }
+    return isKnown.load(std::memory_order_relaxed);
 }
 
 uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {

@@ -4,6 +4,7 @@
 
 #include "admin/ModelListing.h"
 #include "admin/ModelState.h"
+#include "alerts/AlertCeiling.h"
 #include "alerts/Alerts.h"
 #include "contract/Actions.h"
 #include "events/EventCreation.h"
@@ -17,6 +18,7 @@
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
 #include "module/Configuration.h"
+#include "module/UploadStatus.h"
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/Paths.h"
@@ -84,18 +86,23 @@ void ModuleInitialise() {
     PathCreate(DataDirectory);
     PathCreate(ModelsDirectory);
 
+    LoadAlertCeiling();
     LoadConfiguration();
     BringStoreUp();
 }
 
 void ModuleActivate() {
     ModuleDebug.TraceWithNL("ModuleActivate");
+    BeginUploadStatus();
+    SchedulerThread.SetEachCycle(TellHeldBackAlerts);
+    ProcessorThread.SetReady(ConfigurationIsKnown);
     static_cast<void>(SchedulerThread.Start(nullptr, nullptr));  // the host learns nothing of it either way
     static_cast<void>(ProcessorThread.Start(nullptr, nullptr));
 }
 
 void ModuleCleanup() {
     ModuleDebug.TraceWithNL("ModuleCleanup");
+    EndUploadStatus();
     SchedulerThread.Cancel(kCancelWaitMs, true);
     ProcessorThread.Cancel(kCancelWaitMs, true);
 }

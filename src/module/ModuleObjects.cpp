@@ -1,6 +1,8 @@
+#include "alerts/AlertCeiling.h"
 #include "alerts/AlertGapTable.h"
 #include "events/EventAggregation.h"
 #include "events/EventUpload.h"
+#include "events/UploadBacklog.h"
 #include "model/ModelElement.h"
 #include "model/ModuleLog.h"
 #include "sched/TaskProcessorThread.h"
@@ -25,8 +27,10 @@ DBConnectionPool DatabasePool;
 LumMutex DatabaseMutex;
 LumMutex AlertGapMutex;
 AlertGapTable_t AlertGapTable;
+AlertCeiling_t AlertCeiling;
 PtrModelElementColl_t ModelCollection;
 PtrTaskQueue_t TaskQueue;
+UploadBacklog_t UploadBacklog;
 TaskSchedulerThread SchedulerThread;
 TaskProcessorThread ProcessorThread;
 std::atomic<bool> UploadEnabled{false};

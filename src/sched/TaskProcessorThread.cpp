@@ -1,5 +1,7 @@
 #include "sched/TaskProcessorThread.h"
 
+#include <algorithm>
+#include <exception>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -7,6 +9,7 @@
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"
 #include "events/EventUpload.h"
+#include "events/UploadBacklog.h"
 #include "host/log/LumDebug.h"
 #include "model/Model.h"
 #include "model/ModelElement.h"
@@ -47,15 +50,13 @@ void RunTask(const Task_t& task, const std::shared_ptr<Model_t>& model) {
     }
 }
 
-void DrainQueue() {
-    for (std::unique_ptr<Task_t> task; TaskQueue.Pop(task);) {
-        std::shared_ptr<Model_t> model;
-        if (!ModelCollection.Get(task->GetModelName(), model)) {
-            kRoutine.Error("Failed to get model '%S'", task->GetModelName());
-            Abandon(std::move(task));
-            continue;
-        }
-        RunTask(*task, model);
+/// Runs `body`; what it throws is one error line.
+template <class Body>
+void RunGuarded(std::string_view what, Body&& body) {
+    try {
+        std::forward<Body>(body)();
+    } catch (const std::exception& error) {
+        kRoutine.Error("%S ended with an exception: %s", what, error.what());
     }
 }
 
@@ -64,10 +65,83 @@ void DrainQueue() {
 void TaskProcessorThread::ThreadMain() {
     kRoutine.Trace("Entering");
     while (!CheckCancelled(false)) {
-        DrainQueue();
+        RunCycle();
         if (CheckCancelled(false)) {
             return;
         }
         Pause(kPauseMs);
     }
+}
+
+void TaskProcessorThread::RunCycle() {
+    if (isReady_ != nullptr && !isReady_()) {
+        return;
+    }
+    RunGuarded("Resuming the uploads", [] { ResumeUploads(); });
+    RunWaiting();
+    RunQueue();
+}
+
+void TaskProcessorThread::RunWaiting() {
+    std::vector<std::unique_ptr<Task_t>> waiting;
+    waiting.swap(waiting_);
+    for (std::unique_ptr<Task_t>& task : waiting) {
+        static_cast<void>(Take(std::move(task)));  // that it waits was said before
+    }
+}
+
+void TaskProcessorThread::RunQueue() {
+    for (std::unique_ptr<Task_t> task; TaskQueue.Pop(task);) {
+        if (Take(std::move(task))) {
+            const Task_t& kept = *waiting_.back();
+            if (kept.GetType() == TaskType::TaskDelete) {
+                kRoutine.Warning("The deletion of events of model '%S' waits until they have been sent",
+                                 kept.GetModelName());
+            }
+        }
+    }
+}
+
+bool TaskProcessorThread::Take(std::unique_ptr<Task_t> task) {
+    RunGuarded("A task", [&] { Run(task); });
+    bool isFirst = false;
+    if (task != nullptr) {
+        RunGuarded("Keeping a task", [&] { isFirst = Keep(std::move(task)); });
+    }
+    return isFirst;
+}
+
+void TaskProcessorThread::Run(std::unique_ptr<Task_t>& task) {
+    const LumString& name = task->GetModelName();
+    std::shared_ptr<Model_t> model;
+    if (!ModelCollection.Get(name, model)) {
+        kRoutine.Error("Failed to get model '%S'", name);
+        Abandon(std::move(task));
+        return;
+    }
+    if (task->GetType() == TaskType::TaskDelete && (UploadBacklog.IsOpen(name) || IsBehind())) {
+        return;
+    }
+    RunTask(*task, model);
+    task.reset();
+}
+
+bool TaskProcessorThread::IsBehind() const {
+    return std::any_of(waiting_.begin(), waiting_.end(), [](const std::unique_ptr<Task_t>& task) {
+        return task->GetType() != TaskType::TaskDelete;
+    });
+}
+
+bool TaskProcessorThread::Keep(std::unique_ptr<Task_t> task) {
+    for (std::unique_ptr<Task_t>& kept : waiting_) {
+        if (kept->GetType() == task->GetType() && kept->GetModelName() == task->GetModelName() &&
+            kept->IsScheduled() == task->IsScheduled()) {
+            if (task->GetTimestamp() > kept->GetTimestamp()) {
+                kept = std::move(task);
+            }
+            return false;
+        }
+    }
+    waiting_.push_back(std::move(task));
+    return true;
 }

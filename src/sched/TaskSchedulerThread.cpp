@@ -1,5 +1,7 @@
 #include "sched/TaskSchedulerThread.h"
 
+#include <cstdlib>
+#include <exception>
 #include <memory>
 
 #include "host/log/LumDebug.h"
@@ -19,6 +21,11 @@ constexpr uint32_t kPauseMs = 10000;
 
 /// The period whose change makes the stored timestamp be written.
 constexpr uint32_t kMinutePeriod = 0;
+
+/// A clock that is set by so much is worth a warning: periods are cut by it.
+constexpr std::time_t kJumpSeconds = 3600;
+/// How far a model's time may be ahead without a warning.
+constexpr std::time_t kAheadSeconds = 60;
 
 template <class Visit>
 void ForEachModel(Visit&& visit) {
@@ -40,8 +47,19 @@ void TaskSchedulerThread::ThreadMain() {
     kRoutine.Trace("Entering");
     Initialise();
     while (!CheckCancelled(false)) {
-        static_cast<void>(KeepStoreUp());  // what it cannot make good now it looks at again in the next cycle
-        RunCycle(std::time(nullptr));
+        const LumSeconds before = lastTimestamp_;
+        try {
+            static_cast<void>(
+                KeepStoreUp());  // what it cannot make good now it looks at again in the next cycle
+            RunCycle(std::time(nullptr));
+            WatchClock(std::time(nullptr));
+            if (eachCycle_ != nullptr) {
+                eachCycle_();
+            }
+        } catch (const std::exception& error) {
+            lastTimestamp_ = before;  // what fell due does so again
+            kRoutine.Error("A cycle ended with an exception: %s", error.what());
+        }
         if (CheckCancelled(false)) {
             return;
         }
@@ -74,6 +92,34 @@ void TaskSchedulerThread::RunCycle(std::time_t now) {
     if (changed[kMinutePeriod]) {
         KeepLastTimestamp(lastTimestamp_);
     }
+}
+
+void TaskSchedulerThread::WatchClock(std::time_t now) {
+    timespec sinceStart{};
+    clock_gettime(CLOCK_BOOTTIME, &sinceStart);
+    const std::time_t base = now - sinceStart.tv_sec;
+    const std::time_t jump = base - clockBase_.value_or(base);
+    const bool isFirst = !clockBase_.has_value();
+    if (!isFirst && std::abs(jump) < kJumpSeconds) {
+        return;
+    }
+    clockBase_ = base;
+    if (!isFirst) {
+        kRoutine.Warning("The clock was set %s by %ld seconds", jump > 0 ? "forward" : "back",
+                         int64_t{std::abs(jump)});
+    }
+    ForEachModel([now](const Model_t& model) {
+        if (model.GetLastUploadTime() > now + kAheadSeconds) {
+            kRoutine.Warning(
+                "Model '%S' is uploaded up to %ld, which lies in the future: nothing is until then",
+                model.GetName(), int64_t{model.GetLastUploadTime()});
+        }
+        if (model.GetLastAggregationTime() > now + kAheadSeconds) {
+            kRoutine.Warning(
+                "Model '%S' is aggregated up to %ld, which lies in the future: nothing is until then",
+                model.GetName(), int64_t{model.GetLastAggregationTime()});
+        }
+    });
 }
 
 bool TaskSchedulerThread::ReadLastTimestamp(LumSeconds& timestamp) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <optional>
 
 #include "host/thread/LumThread.h"
 #include "host/time/LumTime.h"
@@ -28,11 +29,17 @@ public:
 
     void ThreadMain() override;
 
+    /// Has `routine` called in each cycle, by the thread. To be called before Start.
+    void SetEachCycle(void (*routine)()) { eachCycle_ = routine; }
+
     /// One look at the clock that shows `now`: queues what has fallen due since the last timestamp and moves
     /// it.
     void RunCycle(std::time_t now);
     /// Takes the last timestamp over from the database, or makes the current time the first one.
     void Initialise();
+    /// Another look: warns where the clock was set by an hour or more since the last one, told by a clock
+    /// that nobody sets, and then and at the first look of models whose times lie in the future.
+    void WatchClock(std::time_t now);
 
 private:
     [[nodiscard]] static bool ReadLastTimestamp(LumSeconds& timestamp);
@@ -41,6 +48,9 @@ private:
     static void KeepLastTimestamp(LumSeconds timestamp);
     void QueueDueTasks(uint32_t period) const;
 
+    void (*eachCycle_)() = nullptr;
+    /// What the clock showed at moment 0 of the one that nobody sets; nothing before the first look.
+    std::optional<std::time_t> clockBase_;
     /// 0 before the first cycle. Used on the thread alone.
     LumSeconds lastTimestamp_ = 0;
 };

@@ -41,8 +41,8 @@ public:
     ParamCells(const Model_t& model, uint32_t firstColumn);
 
     /// Copies those of the selected row into `container`, each under its name at position `index`. A
-    /// parameter of a type that nobody knows is left out.
-    void Copy(const GenSqlResult& rows, LumContainer& container, uint32_t index) const;
+    /// parameter of a type that nobody knows is left out. Returns the bytes of the texts among them.
+    std::size_t Copy(const GenSqlResult& rows, LumContainer& container, uint32_t index) const;
 
 private:
     struct Cell {

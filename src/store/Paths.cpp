@@ -36,6 +36,14 @@ LumString DroppedFile(const LumString& fileName) {
     return ModelsDirectory + fileName;
 }
 
+LumString UploadsDirectory() {
+    return PathInDirectory(DataDirectory, "uploads");
+}
+
+LumString UploadJournalFile(const LumString& modelName) {
+    return PathInDirectory(UploadsDirectory(), modelName);
+}
+
 LumString DatabaseCopy(const LumString& version) {
     return PathInDirectory(DataDirectory, kModuleName) + "-" + version + ".sqlite3";
 }

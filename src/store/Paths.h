@@ -30,6 +30,10 @@ extern LumString ModelsDirectory;
 /// A definition file that was dropped into the models directory.
 [[nodiscard]] LumString DroppedFile(const LumString& fileName);
 
+/// Where the journals of uploads lie that are under way, and that of one model, whose name it bears.
+[[nodiscard]] LumString UploadsDirectory();
+[[nodiscard]] LumString UploadJournalFile(const LumString& modelName);
+
 /// Where a start that upgrades a database of `version` keeps a copy of it, and of the filed definitions that
 /// the upgrade replaces.
 [[nodiscard]] LumString DatabaseCopy(const LumString& version);

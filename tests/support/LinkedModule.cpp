@@ -1,10 +1,13 @@
 #include "support/LinkedModule.h"
 
 #include <memory>
+#include <utility>
 
+#include "alerts/AlertCeiling.h"
 #include "alerts/AlertGapTable.h"
 #include "events/EventAggregation.h"
 #include "events/EventUpload.h"
+#include "events/UploadBacklog.h"
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
 #include "model/ModelElement.h"
@@ -31,8 +34,10 @@ void MakeModuleObjectsAnew() {
     UploadEnabled = false;
     MakeAnew(ProcessorThread);
     MakeAnew(SchedulerThread);
+    MakeAnew(UploadBacklog);
     MakeAnew(TaskQueue);
     MakeAnew(ModelCollection);
+    MakeAnew(AlertCeiling);
     MakeAnew(AlertGapTable);
     MakeAnew(AlertGapMutex);
     MakeAnew(DatabaseMutex);
@@ -47,6 +52,10 @@ void MakeModuleObjectsAnew() {
 }  // namespace
 
 LinkedModule::LinkedModule() {
+    Command(ModuleMain, LumModuleCommand::kRegister, &handle_);
+}
+
+LinkedModule::LinkedModule(std::filesystem::path place) : TestAgent(std::move(place)) {
     Command(ModuleMain, LumModuleCommand::kRegister, &handle_);
 }
 

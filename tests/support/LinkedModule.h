@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
@@ -15,6 +16,8 @@ class LinkedModule : public TestAgent {
 public:
     /// Registers the module's actions.
     LinkedModule();
+    /// On a machine that is there already: `place` has config/ and data/.
+    explicit LinkedModule(std::filesystem::path place);
     LinkedModule(const LinkedModule&) = delete;
     LinkedModule& operator=(const LinkedModule&) = delete;
     /// Ends the module's threads.

@@ -212,14 +212,21 @@ bool ActionDbCallAction(const LumString& name, LumContainer& container, uint32_t
     return true;
 }
 
+bool ActionDbDeliver(const LumString& name, LumContainer& container, uint32_t& status) {
+    const LumCallerScope asModule(nullptr);
+    if (ActionDbCallAction(name, container, status)) {
+        return true;
+    }
+    LumHostDebug().WarningWithNL("Action '%S' invoked, but no module has registered it", name);
+    return false;
+}
+
 bool ActionDbInvokeContainer(void* /*handle*/, const LumString& /*target*/, const LumString& name,
                              const LumContainer& arguments, LumContainer* answer, uint32_t /*priority*/,
                              uint32_t /*timeout*/, bool /*wait*/) {
-    const LumCallerScope asModule(nullptr);
     LumContainer container = arguments;
     uint32_t status = 0;
-    if (!ActionDbCallAction(name, container, status)) {
-        LumHostDebug().WarningWithNL("Action '%S' invoked, but no module has registered it", name);
+    if (!ActionDbDeliver(name, container, status)) {
         return false;
     }
     if (answer != nullptr) {

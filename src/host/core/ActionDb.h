@@ -47,6 +47,10 @@ LUM_API void ActionDbUnregisterModule(void* agentHandle);
 [[nodiscard]] LUM_API bool ActionDbCallAction(const LumString& name, LumContainer& container,
                                               uint32_t& status);
 
+/// The same as a module's call, whoever that module acts for (see LumCaller.h). An unknown action is also one
+/// warning of the host's logger.
+[[nodiscard]] LUM_API bool ActionDbDeliver(const LumString& name, LumContainer& container, uint32_t& status);
+
 /// Delivers `arguments` to the action `name` on this thread before it returns; true where the action is known
 /// (else one warning of the host's logger). The call comes from a module, whoever that one acts for: see
 /// LumCaller.h. `target` is empty: there is one agent. `answer`, where not null,

@@ -1,5 +1,6 @@
 #include "host/log/LumDebug.h"
 
+#include <exception>
 #include <mutex>
 #include <string>
 #include <system_error>
@@ -69,14 +70,30 @@ bool IsRunning(LumDebug::ErrorAction action) {
     return false;
 }
 
+/// Without memory there may be none for the line either; then the error's own line has to do.
+void SayThatActionFailed() noexcept {
+    try {
+        LumHostDebug().WarningWithNL("An error line could not be passed on");
+    } catch (...) {  // NOLINT(bugprone-empty-catch)
+    }
+}
+
 void RunErrorAction(LumDebug::ErrorAction action, const LumString& text) {
     if (action == nullptr || IsRunning(action)) {
         return;
     }
     const RunningAction running{action, runningActions};
     runningActions = &running;
-    action(text);
+    std::exception_ptr failure;
+    try {
+        action(text);
+    } catch (...) {
+        failure = std::current_exception();
+    }
     runningActions = running.outer;
+    if (failure != nullptr) {
+        SayThatActionFailed();
+    }
 }
 
 }  // namespace

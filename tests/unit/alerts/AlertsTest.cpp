@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "alerts/AlertCeiling.h"
 #include "alerts/AlertGapTable.h"
 #include "alerts/Alerts.h"
 #include "contract/ContainerKeys.h"
@@ -236,6 +237,36 @@ TEST_F(Alerts, TakeTheirOwnLockInsideTheDatabaseLock) {
     }
     checks.join();
     EXPECT_EQ(received.Files().size(), 200U);
+}
+
+TEST_F(Alerts, LeaveUpToACeiling) {
+    const FileStoreStandIn received;
+    AlertMinimumGap = 0;
+    AlertCeiling.SetPerMinute(5);
+    const std::time_t minute = std::time(nullptr) / 60;
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(Create(("disk " + std::to_string(i)).c_str(), LumContainer()), kActionDone);
+    }
+    if (std::time(nullptr) / 60 == minute) {  // else the minute has just changed
+        EXPECT_EQ(received.Files().size(), 5U);
+        EXPECT_EQ(AlertCeiling.TakeHeldBack(std::time(nullptr) + 60), 15U);
+    }
+}
+
+TEST_F(Alerts, AreToldApartByAllTheirVariables) {
+    const FileStoreStandIn received;
+    for (const char* const last : {"a", "b"}) {
+        LumContainer entry;
+        LumContainer variables;
+        entry.SetString("EventManagerVariableValue", "same");
+        variables.SetContainer("EventManagerVariableEntry", entry, 0);
+        entry.SetString("EventManagerVariableValue", last);
+        variables.SetContainer("EventManagerVariableEntry", entry, 2);  // position 1 is empty
+        LumContainer values;
+        values.SetContainer("EventManagerVariables", variables);
+        EXPECT_EQ(Create("", values), kActionDone);
+    }
+    EXPECT_EQ(received.Files().size(), 2U);
 }
 
 }  // namespace

@@ -255,42 +255,6 @@ TEST_F(Upload, TriesTheWindowAgainAfterAnotherProcessHeldTheDatabase) {
     EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Upload, GoesOnWithoutATemporaryDirectory) {
-    const auto model = AddLogon();
-    Events(250);
-    std::filesystem::remove_all(GetTempDirectory().GetString());
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
-    EXPECT_TRUE(Files().empty());
-    EXPECT_EQ(received_.Requests().size(), 3U);  // with an empty path, which the store refuses
-    EXPECT_EQ(Success(), 1);
-    EXPECT_EQ(Stored(), "1000");
-}
-
-TEST_F(Upload, LeavesNoPartOfAFileOnAFullDisk) {
-    const auto model = AddLogon();
-    ModuleHarness::Sql(
-        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100) INSERT INTO "
-        "Event_Logon "
-        "SELECT NULL, i, 0, 0, 0, printf('%.20000c', 'x') FROM n");
-    ModuleHarness::Sql("PRAGMA wal_checkpoint(TRUNCATE)");
-    {
-        const ResourceLimit limit(RLIMIT_FSIZE, 1U << 20U);
-        EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
-    }
-    EXPECT_TRUE(Files().empty());
-    EXPECT_TRUE(std::filesystem::is_empty(GetTempDirectory().GetString()));
-    EXPECT_EQ(Stored(), "1000");
-}
-
-TEST(UploadWithoutStore, IsOneWarningAFile) {
-    const ModuleHarness module;
-    const auto model = module.Add({.params = {Param("User", ParamType::kString)}});
-    ModuleHarness::Sql("INSERT INTO Event_Logon VALUES (NULL, 5, 0, 0, 0, 'u')");
-    EXPECT_TRUE(UploadEvents(model, 0, 10, false));
-    EXPECT_EQ(ModuleHarness::StoredTime("RM_LastUploadTimestamp", "Logon"), "10");
-    EXPECT_FALSE(std::filesystem::is_empty(GetTempDirectory().GetString()));
-}
-
 TEST_F(Upload, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
     const auto model = AddLogon();
     ASSERT_TRUE(RemoveRegisteredModel("Logon"));

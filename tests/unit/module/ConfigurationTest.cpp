@@ -4,6 +4,7 @@
 #include "alerts/AlertGapTable.h"
 #include "events/EventUpload.h"
 #include "module/Configuration.h"
+#include "support/ResourceLimit.h"
 #include "support/TestHost.h"
 
 namespace {
@@ -76,9 +77,10 @@ TEST_F(Configuration, ReadsTheFileAgainForEachAnswer) {
 }
 
 TEST_F(Configuration, ForgetsWhatCouldNotBeWritten) {
-    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
-    host_.Directory().MakeDirectory(TestHost::kIni);
-    EXPECT_EQ(Set(R"({"AlertMinimumGap":5})"), kDone);
+    {
+        const ResourceLimit full(RLIMIT_FSIZE, 0);
+        EXPECT_EQ(Set(R"({"AlertMinimumGap":5})"), kDone);
+    }
     EXPECT_EQ(AlertMinimumGap.load(), 5);
     Get();
     EXPECT_EQ(AlertMinimumGap.load(), 60);
@@ -88,6 +90,21 @@ TEST_F(Configuration, LogsNothingWhenSettingsChange) {
     const std::size_t before = host_.Log().size();
     Set(R"({"AlertMinimumGap":1})");
     EXPECT_EQ(host_.Log().size(), before);
+}
+
+TEST_F(Configuration, StaysInForceWhereTheFileCannotBeRead) {
+    EXPECT_EQ(Set(R"({"EnableUpload":false,"EnableAggregation":false,"AlertMinimumGap":7})"), kDone);
+    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
+    std::filesystem::create_directory(host_.Directory().Path() / TestHost::kIni);
+    EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":false,"EnableAggregation":false,"AlertMinimumGap":7}})");
+    EXPECT_EQ(Set(R"({"EnableUpload":true})"), kDone);
+    EXPECT_EQ(
+        host_.CountLines("error ActionHandler_EventLogManagerSetValues: Failed to write 'EnableUpload', the "
+                         "file keeps the former value"),
+        1U);
+    EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":true,"EnableAggregation":false,"AlertMinimumGap":7}})");
+    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
+    EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":true,"EnableAggregation":true,"AlertMinimumGap":60}})");
 }
 
 }  // namespace

@@ -78,6 +78,42 @@ TEST_F(Processor, EmptiesTheQueueBeforeItEnds) {
     EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), kTasks);
 }
 
+TEST_F(Processor, LetsADeletionWaitForAnUploadThatIsUnderWay) {
+    module_.Add({.name = "A"});
+    ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
+    TaskProcessorThread thread;
+    Queue(TaskType::TaskUpload, "A", 60);
+    Queue(TaskType::TaskDelete, "A", 70);
+    Queue(TaskType::TaskDelete, "A", 90);
+    Queue(TaskType::TaskDelete, "A", 80);
+    thread.RunCycle();  // there is no file store
+    thread.RunCycle();
+    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "1");
+    EXPECT_EQ(
+        module_.ModuleLines("warning",
+                            "TaskProcessorThread::ThreadMain: The deletion of events of model 'A' waits "
+                            "until they have been sent"),
+        1);
+    const FileStoreStandIn received;
+    thread.RunCycle();
+    EXPECT_EQ(received.Files().size(), 1U);
+    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
+    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
+}
+
+TEST_F(Processor, LeavesTheQueueAloneWhileItIsNotReady) {
+    module_.Add({.name = "A"});
+    static bool isReady = false;
+    TaskProcessorThread thread;
+    thread.SetReady([] { return isReady; });
+    Queue(TaskType::TaskDelete, "A");
+    thread.RunCycle();
+    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 0);
+    isReady = true;
+    thread.RunCycle();
+    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
+}
+
 TEST_F(Processor, LeavesTheQueueAloneWhenItWasCancelledBefore) {
     module_.Add({.name = "A"});
     TaskProcessorThread thread;

@@ -273,4 +273,29 @@ TEST_F(Scheduler, EndsAtOnceWhenItIsCancelledInItsPause) {
     EXPECT_TRUE(thread_.Cancel(3000, true));
 }
 
+TEST(SchedulerClock, IsWatchedForJumpsAndForTimesInTheFuture) {
+    const ModuleHarness module;
+    const auto model = module.Add({.name = "A"});
+    const auto now = std::time(nullptr);
+    model->SetLastUploadTime(static_cast<LumSeconds>(now + 7200));
+    TaskSchedulerThread scheduler;
+    const std::string ahead = "Model 'A' is uploaded up to " + std::to_string(now + 7200) +
+                              ", which lies in the future: nothing is until then";
+    scheduler.WatchClock(now);
+    EXPECT_EQ(module.Log().Count(ahead), 1U) << "at the start";
+    scheduler.WatchClock(now + 1000);
+    EXPECT_EQ(module.Log().Count("The clock was set"), 0U);
+    EXPECT_EQ(module.Log().Count(ahead), 1U);
+    scheduler.WatchClock(now + 5000);
+    EXPECT_EQ(module.Log().Count("The clock was set forward by "), 1U);
+    EXPECT_EQ(module.Log().Count(ahead), 2U);
+    scheduler.WatchClock(now + 5000);
+    EXPECT_EQ(module.Log().Count("The clock was set"), 1U);
+    model->SetLastUploadTime(0);
+    model->SetLastAggregationTime(static_cast<LumSeconds>(now + 7200));
+    scheduler.WatchClock(now);
+    EXPECT_EQ(module.Log().Count("The clock was set back by "), 1U);
+    EXPECT_EQ(module.Log().Count("Model 'A' is aggregated up to "), 1U);
+}
+
 }  // namespace

@@ -1,0 +1,133 @@
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "events/UploadLeftOvers.h"
+#include "support/ModuleHarness.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class LeftOvers : public testing::Test {
+protected:
+    /// A container file as a process left it that ended two minutes ago.
+    static std::string Leave(const LumContainer& content) {
+        const std::string path = content.SaveToTempFile().GetString();
+        Age(path);
+        return path;
+    }
+    static void Age(const std::string& path) {
+        fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    }
+    static LumContainer Alert() {
+        LumContainer content;
+        content.SetString("Description", "disk full");
+        content.SetInt32("EventDate", 5);
+        content.SetInt32("EventGMTOffset", 0);
+        return content;
+    }
+    static LumContainer Events() {
+        LumContainer description;
+        description.SetString("ModelName", "Logon");
+        LumContainer content;
+        content.SetContainer("ModelDef", description);
+        content.SetInt32("EventDate", 5, 0);
+        content.SetInt32("EventGMTOffset", 0, 0);
+        return content;
+    }
+    static LumString TypeOf(const LumContainer& request) {
+        LumString type;
+        EXPECT_TRUE(request.GetString("FileType", type));
+        return type;
+    }
+
+    ModuleHarness module_;
+};
+
+TEST_F(LeftOvers, AreHandedOverAsWhatTheyAre) {
+    const std::string alert = Leave(Alert());
+    HandOverLeftOvers();
+    EXPECT_TRUE(fs::exists(alert)) << "nobody is there to take it";
+    const FileStoreStandIn received;
+    HandOverLeftOvers();
+    ASSERT_EQ(received.Requests().size(), 1U);
+    EXPECT_STREQ(TypeOf(received.Requests()[0]).GetString(), "EventManagerEvent");
+    EXPECT_FALSE(received.Requests()[0].Contains("Priority"));
+    Leave(Events());
+    HandOverLeftOvers();
+    ASSERT_EQ(received.Requests().size(), 2U);
+    EXPECT_STREQ(TypeOf(received.Requests()[1]).GetString(), "EventLogManagerEvents");
+    int32_t priority = 0;
+    EXPECT_TRUE(received.Requests()[1].GetInt32("Priority", priority));
+    EXPECT_EQ(priority, 100);
+    EXPECT_EQ(received.Files().size(), 2U);
+}
+
+TEST_F(LeftOvers, AreLeftToWhoMakesThemAtThisMoment) {
+    const FileStoreStandIn received;
+    const std::string path = Alert().SaveToTempFile().GetString();
+    HandOverLeftOvers();
+    EXPECT_TRUE(fs::exists(path));
+    EXPECT_TRUE(received.Requests().empty());
+    fs::last_write_time(path,
+                        fs::file_time_type::clock::now() + std::chrono::hours(24));  // the clock was ahead
+    HandOverLeftOvers();
+    EXPECT_EQ(received.Files().size(), 1U);
+}
+
+TEST_F(LeftOvers, AreDeletedWhereTheUploadMakesThemAgain) {
+    const FileStoreStandIn received;
+    module_.Add({});
+    UploadJournal journal("Logon");
+    LumString error;
+    ASSERT_TRUE(journal.Append({0, 10}, error));
+    const std::string path = Leave(Events());
+    HandOverLeftOvers();
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_TRUE(received.Requests().empty());
+}
+
+TEST_F(LeftOvers, AreDeletedWhereTheyAreNotWhole) {
+    const FileStoreStandIn received;
+    const std::string bytes = Alert().ToCbor();
+    const std::string half =
+        module_.Directory().Write("data/tmp/lum-abcdef", bytes.substr(0, bytes.size() / 2));
+    Age(half);
+    HandOverLeftOvers();
+    EXPECT_FALSE(fs::exists(half));
+    EXPECT_TRUE(received.Requests().empty());
+}
+
+TEST_F(LeftOvers, OfOthersStay) {
+    const FileStoreStandIn received;
+    const std::string named = module_.Directory().Write("data/tmp/mine.cbor", Alert().ToCbor());
+    Age(named);
+    LumContainer other;
+    other.SetString("Anything", "else");
+    const std::string container = Leave(other);
+    fs::create_symlink("/etc/passwd", module_.Directory() / "data/tmp/lum-linked");
+    HandOverLeftOvers();
+    EXPECT_TRUE(fs::exists(named));
+    EXPECT_TRUE(fs::exists(container));
+    EXPECT_TRUE(module_.Directory().Has("data/tmp/lum-linked"));
+    EXPECT_TRUE(received.Requests().empty());
+}
+
+TEST_F(LeftOvers, WaitOnWhereTheStoreTakesNoMore) {
+    Leave(Alert());
+    Leave(Alert());
+    LumAgentHandle store{"Store"};
+    static int calls = 0;
+    ActionDbRegisterAction(
+        kFileStoreSignature, [](LumContainer*) -> uint32_t { return ++calls, 1; }, &store);
+    HandOverLeftOvers();
+    ActionDbUnregisterModule(&store);
+    EXPECT_EQ(calls, 1);
+    const FileStoreStandIn received;
+    HandOverLeftOvers();
+    EXPECT_EQ(received.Files().size(), 2U);
+}
+
+}  // namespace
