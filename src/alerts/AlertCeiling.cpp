@@ -5,7 +5,7 @@
 
 #include "host/core/LumAgent.h"
 #include "host/log/LumDebug.h"
-#include "model/ModuleLog.h"
+#include "store/DatabaseScope.h"
 
 void AlertCeiling_t::SetPerMinute(uint32_t perMinute) {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -21,7 +21,7 @@ void AlertGapTable_t::Times::Insert(uint32_t objectId, uint32_t time) {
 
 bool AlertGapTable_t::LetThrough(const LumString& text, uint32_t objectId, uint32_t time,
                                  uint32_t gapMinutes) {
-    // No memory to remember an alert by is no reason to hold it back.
+    // An alert that there is no memory to remember by passes all the same.
     const uint32_t key = HashText(text.View());
     Times* const times = timesByText_.Find(key);
     if (times == nullptr) {
