@@ -20,7 +20,9 @@ install(TARGETS EventLogManager FileStore MachineEvents LIBRARY DESTINATION ${LU
 install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini DESTINATION ${LUM_INSTALL_SYSCONFDIR}
     PERMISSIONS OWNER_READ OWNER_WRITE)
 install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES_MATCHING PATTERN "*.xml")
-install(FILES packaging/lumagent.service DESTINATION /lib/systemd/system)
+install(FILES packaging/lumagent.service packaging/lumforward.service packaging/lumcollect.service
+    DESTINATION /lib/systemd/system)
+install(FILES packaging/man/lumforward.1 packaging/man/lumcollect.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/man1 DESTINATION ${CMAKE_INSTALL_DATADIR}/man)
 install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(DIRECTORY ${CMAKE_BINARY_DIR}/pages/zsh/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)

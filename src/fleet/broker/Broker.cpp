@@ -26,7 +26,8 @@ std::string_view HostOf(std::string_view url) {
 }
 
 bool IsLoopback(std::string_view host) {
-    return host == "localhost" || host == "::1" || host.starts_with("127.");
+    return host == "localhost" || host == "::1" ||
+           (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string_view::npos);
 }
 
 bool ReadPassword(const std::string& path, std::string& password, std::string& error) {

@@ -16,6 +16,7 @@ constexpr int64_t kFetchWaitMs = 300;
 constexpr int64_t kPutOffMs = 30'000;
 constexpr int64_t kHandBackMs = 1'000;
 constexpr int64_t kMaintainSeconds = 600;
+constexpr int64_t kLookSeconds = 15;
 constexpr int32_t kQuestionBytes = 8'000'000;
 /// Questions that are answered between two transactions.
 constexpr int kQuestionsAtOnce = 20;
@@ -43,6 +44,7 @@ void Collector::Run() {
             Work();
         }
     }
+    ReturnFetched();
     reader_.Close();
     static_cast<void>(broker_.Flush(1'000));  // acknowledgements that get lost cost a repeat, nothing more
     broker_.Close();
@@ -125,21 +127,54 @@ bool Collector::RecoverLost(const StreamState& stream) {
 
 void Collector::Work() {
     AnswerQuestions();
-    std::vector<BrokerMessage> messages;
-    std::string error;
     if (!broker_.IsConnected()) {
         LoseBroker("The connection to the broker is lost");
         return;
     }
-    if (!reader_.Fetch(static_cast<std::size_t>(settings_.batches), settings_.fetchBytes, kFetchWaitMs,
-                       messages, error)) {
-        LoseBroker(error);
+    std::vector<BrokerMessage> messages;
+    if (!TakeFetched(messages)) {
         return;
     }
     if (!messages.empty()) {
         StoreMessages(messages);
     }
+    LookAtStream();
     Maintain();
+}
+
+bool Collector::TakeFetched(std::vector<BrokerMessage>& messages) {
+    if (!ahead_.valid()) {
+        FetchAhead();
+    }
+    Fetched fetched = ahead_.get();
+    if (!fetched.error.empty()) {
+        LoseBroker(fetched.error);
+        return false;
+    }
+    messages = std::move(fetched.messages);
+    FetchAhead();
+    return true;
+}
+
+void Collector::FetchAhead() {
+    ahead_ = std::async(std::launch::async, [this] {
+        Fetched fetched;
+        if (!reader_.Fetch(static_cast<std::size_t>(settings_.batches), settings_.fetchBytes, kFetchWaitMs,
+                           fetched.messages, fetched.error) &&
+            fetched.error.empty()) {
+            fetched.error = "Cannot fetch from the stream";
+        }
+        return fetched;
+    });
+}
+
+void Collector::ReturnFetched() {
+    if (!ahead_.valid()) {
+        return;
+    }
+    for (const BrokerMessage& message : ahead_.get().messages) {
+        message.HandBack(kHandBackMs);
+    }
 }
 
 void Collector::StoreMessages(std::vector<BrokerMessage>& messages) {
@@ -286,11 +321,22 @@ void Collector::Maintain() {
         (settings_.keepMonths > 0 && !store_.GetTables().DropOld(database_, settings_.keepMonths, failure))) {
         Complain("Maintenance: " + failure.text);
     }
+}
+
+void Collector::LookAtStream() {
+    const int64_t now = std::time(nullptr);
+    if (now < lookAt_ || !broker_.IsConnected()) {
+        return;
+    }
+    lookAt_ = now + kLookSeconds;
     StreamState stream;
     std::string error;
-    if (ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error)) {
-        state_.pending = stream.pending;
+    // A stream that was deleted gives nothing, and no failure either.
+    if (!ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error)) {
+        LoseBroker(error);
+        return;
     }
+    state_.pending = stream.pending;
 }
 
 void Collector::LoseDatabase(const std::string& reason) {
@@ -306,6 +352,7 @@ void Collector::LoseBroker(const std::string& reason) {
         Complain("Broker: " + reason);
     }
     state_.brokerConnected = false;
+    ReturnFetched();
     reader_.Close();
     broker_.Close();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <future>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,17 +25,30 @@ public:
     void Run();
 
 private:
+    struct Fetched {
+        std::vector<BrokerMessage> messages;
+        std::string error;
+    };
+
     [[nodiscard]] bool ConnectDatabase();
     [[nodiscard]] bool ConnectBroker();
     /// Has the stream hand out again what a database that was restored from a backup has lost.
     [[nodiscard]] bool RecoverLost(const StreamState& stream);
     void Work();
+    /// What the stream has handed out, while the next is fetched on a thread beside this one. False where the
+    /// stream cannot be read.
+    [[nodiscard]] bool TakeFetched(std::vector<BrokerMessage>& messages);
+    void FetchAhead();
+    /// Gives back what was fetched ahead.
+    void ReturnFetched();
     void StoreMessages(std::vector<BrokerMessage>& messages);
     void Finish(const std::vector<BrokerMessage>& messages, const std::vector<Incoming>& batches);
     void Count(const Incoming& batch);
     void SendReceipts(const std::vector<Incoming>& batches);
     void AnswerQuestions();
     [[nodiscard]] bool Answer(const BrokerMessage& question);
+    /// Counts what is pending, and notices a stream that is gone.
+    void LookAtStream();
     void Maintain();
     void LoseDatabase(const std::string& reason);
     void LoseBroker(const std::string& reason);
@@ -46,9 +60,11 @@ private:
     BatchStore store_;
     Broker broker_;
     StreamReader reader_;
+    std::future<Fetched> ahead_;  ///< the only other user of reader_
     Backoff databaseRetry_;
     Backoff brokerRetry_;
     int64_t streamMadeNs_ = 0;
+    int64_t lookAt_ = 0;      ///< seconds since 1970
     int64_t maintainAt_ = 0;  ///< seconds since 1970
     std::string lastError_;
 };

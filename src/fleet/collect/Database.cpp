@@ -40,7 +40,8 @@ SqlFailure::Kind KindOf(std::string_view code) {
 
 bool IsLocalHost(std::string_view host) {
     return host.empty() || host.front() == '/' || host.front() == '@' || host == "localhost" ||
-           host == "::1" || host.starts_with("127.");
+           host == "::1" ||
+           (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string_view::npos);
 }
 
 /// False where `parameters` would send rows over a network to a server that nobody has verified.

@@ -1,6 +1,8 @@
 #include <exception>
 #include <iostream>
 
+#include <malloc.h>
+
 #include "fleet/forward/Forwarder.h"
 #include "fleet/service/StatusServer.h"
 #include "fleet/service/StopSignal.h"
@@ -8,6 +10,8 @@
 namespace {
 
 int RunForwarder(const ForwardSettings& settings) {
+    // One heap for all threads: each of its own would keep what it freed, on every machine of the fleet.
+    static_cast<void>(mallopt(M_ARENA_MAX, 1));
     const StopSignal signals;
     ForwardState state;
     StatusServer server;

@@ -1,0 +1,31 @@
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "fleet/service/Backoff.h"
+
+namespace {
+
+TEST(Backoff, DrawsFromABoundThatDoubles) {
+    int64_t largest = 0;
+    int64_t smallest = INT64_MAX;
+    for (uint64_t seed = 0; seed < 500; ++seed) {
+        Backoff backoff(1'000, 300'000, seed);
+        for (int64_t bound = 1'000; bound < 300'000; bound *= 2) {
+            const int64_t wait = backoff.Next();
+            EXPECT_GE(wait, 100);
+            EXPECT_LE(wait, bound);
+        }
+        const int64_t wait = backoff.Next();
+        EXPECT_LE(wait, 300'000);
+        largest = std::max(largest, wait);
+        smallest = std::min(smallest, wait);
+        backoff.Reset();
+        EXPECT_LE(backoff.Next(), 1'000);
+    }
+    // The whole of the last bound is used, so that many forwarders spread over it.
+    EXPECT_GT(largest, 270'000);
+    EXPECT_LT(smallest, 30'000);
+}
+
+}  // namespace
