@@ -13,9 +13,9 @@ namespace {
 /// The first page is there at once; the following ones cost the agent a count of the table each, so they are
 /// as large as constant memory allows.
 constexpr uint32_t kFirstPageRows = 100;
-constexpr uint32_t kMaxPageRows = 20000;
+constexpr uint32_t kMaxPageRows = 12000;
 /// Pages become smaller where rows are long.
-constexpr std::size_t kPageBytes = 1500000;
+constexpr std::size_t kPageBytes = 1000000;
 
 }  // namespace
 
