@@ -17,6 +17,7 @@ constexpr uint32_t kLookMs = 300'000;
 
 bool JournalSource::Open(LumString& error) {
     isPlaced_ = false;
+    hasMore_ = false;
     reader_ = std::make_unique<JournalReader>();
     return reader_->Open(directory_, GetMatches(), error);
 }
@@ -31,6 +32,10 @@ uint32_t JournalSource::GetWaitMs() const {
 
 bool JournalSource::ReadSince(const std::string& position, std::size_t limit, SourceBatch& batch,
                               LumString& error) {
+    // What the journal's files are read through stays in memory until they are closed.
+    if (std::exchange(hasMore_, false) && !Open(error)) {
+        return false;
+    }
     reader_->ForgetNews();
     if (!EnsurePlace(position, error)) {
         return false;
@@ -57,6 +62,7 @@ bool JournalSource::ReadSince(const std::string& position, std::size_t limit, So
     const std::string memory = GetMemory();
     batch.position = memory.empty() ? cursor : cursor + "\n" + memory;
     position_ = batch.position;
+    hasMore_ = batch.more;
     return true;
 }
 

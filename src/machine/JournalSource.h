@@ -43,5 +43,6 @@ private:
 
     std::unique_ptr<JournalReader> reader_;
     bool isPlaced_ = false;
+    bool hasMore_ = false;  ///< the last turn ended before the end of the journal
     std::string position_;
 };
