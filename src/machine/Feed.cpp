@@ -10,10 +10,10 @@
 namespace {
 
 /// A turn is short, so that a source with a long backlog does not keep the others from being heard.
-constexpr std::size_t kBatchEvents = 100;
+constexpr std::size_t kBatchEvents = 50;
 /// How many of the last events of a model are looked through for those of an interrupted batch: enough for
 /// what others stored in between.
-constexpr uint32_t kRecentEvents = 20 * kBatchEvents;
+constexpr uint32_t kRecentEvents = 2000;
 constexpr uint32_t kAllEvents = 1'000'000;
 
 /// Stands before a position that comparesAll_ goes with.

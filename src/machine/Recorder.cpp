@@ -14,6 +14,13 @@
 
 #include "machine/MachineLog.h"
 
+namespace {
+
+/// Between the turns of a backlog others come to the store, and to the processor, first.
+constexpr uint32_t kBreatherMs = 2;
+
+}  // namespace
+
 Recorder::~Recorder() {
     static_cast<void>(End(0));
     WaitForEnd();
@@ -39,7 +46,9 @@ bool Recorder::End(uint32_t milliseconds) {
 void Recorder::ThreadMain() {
     try {
         while (!IsStopping()) {
-            if (!TakeTurns()) {
+            if (TakeTurns()) {
+                Pause(kBreatherMs);
+            } else {
                 WaitForNews();
             }
         }
