@@ -21,12 +21,12 @@ constexpr std::size_t kMaxBody = ControlServer::kMaxBody;
 
 /// A server in this process whose handler says what it was asked. "/wait" waits until Release; "/big" answers
 /// as many bytes as its body says.
-class Server : public testing::Test {
+class ControlServerTest : public testing::Test {
 protected:
     /// Short enough for a test to wait for, long enough for a client on a busy machine to get on.
     static constexpr uint32_t kShortTimeoutMs = 400;
 
-    ~Server() override {
+    ~ControlServerTest() override {
         Release();
         server_.reset();
     }
@@ -85,7 +85,7 @@ protected:
     bool isReleased_ = false;
 };
 
-TEST_F(Server, AnswersInJsonWithItsLength) {
+TEST_F(ControlServerTest, AnswersInJsonWithItsLength) {
     Start();
     const HttpReply reply = Connect().Request("GET", "/health");
     EXPECT_EQ(reply.status, 200);
@@ -95,7 +95,7 @@ TEST_F(Server, AnswersInJsonWithItsLength) {
     EXPECT_NE(reply.header.find("\r\nContent-Length: 13\r\n"), std::string::npos);
 }
 
-TEST_F(Server, KeepsAConnectionForFurtherRequests) {
+TEST_F(ControlServerTest, KeepsAConnectionForFurtherRequests) {
     Start();
     HttpClient client = Connect();
     for (int i = 0; i < 50; ++i) {
@@ -104,7 +104,7 @@ TEST_F(Server, KeepsAConnectionForFurtherRequests) {
     }
 }
 
-TEST_F(Server, AnswersPipelinedRequestsInTheirOrder) {
+TEST_F(ControlServerTest, AnswersPipelinedRequestsInTheirOrder) {
     Start();
     HttpClient client = Connect();
     std::string requests;
@@ -125,7 +125,7 @@ TEST_F(Server, AnswersPipelinedRequestsInTheirOrder) {
     EXPECT_TRUE(client.WaitForEnd());
 }
 
-TEST_F(Server, EndsAConnectionWhenItIsAskedTo) {
+TEST_F(ControlServerTest, EndsAConnectionWhenItIsAskedTo) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send("GET /a HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n"));
@@ -139,7 +139,7 @@ TEST_F(Server, EndsAConnectionWhenItIsAskedTo) {
     EXPECT_TRUE(older.WaitForEnd());
 }
 
-TEST_F(Server, AnswersHeadWithoutABody) {
+TEST_F(ControlServerTest, AnswersHeadWithoutABody) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("HEAD", "/a"));
@@ -150,7 +150,7 @@ TEST_F(Server, AnswersHeadWithoutABody) {
     EXPECT_EQ(client.Request("GET", "/b").body, "GET /b 0");
 }
 
-TEST_F(Server, TakesABodyInChunks) {
+TEST_F(ControlServerTest, TakesABodyInChunks) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(
@@ -159,14 +159,14 @@ TEST_F(Server, TakesABodyInChunks) {
     EXPECT_EQ(client.ReadReply().body, "POST /a 19");
 }
 
-TEST_F(Server, TakesABodyOfExactlyTheLimit) {
+TEST_F(ControlServerTest, TakesABodyOfExactlyTheLimit) {
     Start();
     HttpClient client = Connect();
     EXPECT_EQ(client.Request("POST", "/a", std::string(kMaxBody, 'x')).body,
               "POST /a " + std::to_string(kMaxBody));
 }
 
-TEST_F(Server, RefusesATooLongBodyAsSoonAsItIsAnnounced) {
+TEST_F(ControlServerTest, RefusesATooLongBodyAsSoonAsItIsAnnounced) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send("POST /a HTTP/1.1\r\nHost: a\r\nContent-Length: " + std::to_string(kMaxBody + 1) +
@@ -177,13 +177,13 @@ TEST_F(Server, RefusesATooLongBodyAsSoonAsItIsAnnounced) {
     EXPECT_TRUE(client.WaitForEnd());
 }
 
-TEST_F(Server, LetsAClientThatSendsOnSeeTheRefusal) {
+TEST_F(ControlServerTest, LetsAClientThatSendsOnSeeTheRefusal) {
     Start();
     HttpClient client = Connect();
     EXPECT_EQ(client.Request("POST", "/a", std::string(kMaxBody + 1, 'x')).status, 413);
 }
 
-TEST_F(Server, CountsABodyInChunks) {
+TEST_F(ControlServerTest, CountsABodyInChunks) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send("POST /a HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n"));
@@ -195,7 +195,7 @@ TEST_F(Server, CountsABodyInChunks) {
     EXPECT_EQ(client.ReadReply().status, 413);
 }
 
-TEST_F(Server, AsksForABodyThatWaitsForIt) {
+TEST_F(ControlServerTest, AsksForABodyThatWaitsForIt) {
     Start();
     HttpClient client = Connect();
     const std::string header =
@@ -212,7 +212,7 @@ TEST_F(Server, AsksForABodyThatWaitsForIt) {
     EXPECT_EQ(reply.status, 200) << "a client that does not wait is served as well";
 }
 
-TEST_F(Server, RefusesATooLongBodyInsteadOfAskingForIt) {
+TEST_F(ControlServerTest, RefusesATooLongBodyInsteadOfAskingForIt) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send(
@@ -220,7 +220,7 @@ TEST_F(Server, RefusesATooLongBodyInsteadOfAskingForIt) {
     EXPECT_EQ(client.ReadReply().status, 413);
 }
 
-TEST_F(Server, RefusesWhatIsNoHttp) {
+TEST_F(ControlServerTest, RefusesWhatIsNoHttp) {
     Start();
     for (const std::string& request :
          {std::string("hello\r\n\r\n"), std::string("\x16\x03\x01\x02\x00\x01\r\n\r\n", 10),
@@ -238,7 +238,7 @@ TEST_F(Server, RefusesWhatIsNoHttp) {
     }
 }
 
-TEST_F(Server, DropsAClientThatIsIdle) {
+TEST_F(ControlServerTest, DropsAClientThatIsIdle) {
     Start(kShortTimeoutMs);
     HttpClient client = Connect();
     EXPECT_TRUE(client.WaitForEnd());
@@ -247,7 +247,7 @@ TEST_F(Server, DropsAClientThatIsIdle) {
     EXPECT_TRUE(served.WaitForEnd());
 }
 
-TEST_F(Server, DropsAClientThatStopsInTheMiddle) {
+TEST_F(ControlServerTest, DropsAClientThatStopsInTheMiddle) {
     Start(kShortTimeoutMs);
     HttpClient inHeader = Connect();
     ASSERT_TRUE(inHeader.Send("POST /a HTTP/1.1\r\nHo"));
@@ -261,7 +261,7 @@ TEST_F(Server, DropsAClientThatStopsInTheMiddle) {
     EXPECT_TRUE(beforeBody.WaitForEnd());
 }
 
-TEST_F(Server, DropsAClientThatDoesNotReadItsAnswer) {
+TEST_F(ControlServerTest, DropsAClientThatDoesNotReadItsAnswer) {
     Start(kShortTimeoutMs, 1);
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/big", "20000000"));
@@ -271,7 +271,7 @@ TEST_F(Server, DropsAClientThatDoesNotReadItsAnswer) {
     EXPECT_EQ(client.ReadReply().status, 0) << "the rest of the answer was given up";
 }
 
-TEST_F(Server, SendsALongAnswerInPieces) {
+TEST_F(ControlServerTest, SendsALongAnswerInPieces) {
     Start();
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/big", "20000000"));
@@ -280,14 +280,14 @@ TEST_F(Server, SendsALongAnswerInPieces) {
     EXPECT_EQ(reply.body.size(), 20'000'000U);
 }
 
-TEST_F(Server, DropsAClientThatNeverStopsSendingAfterARefusal) {
+TEST_F(ControlServerTest, DropsAClientThatNeverStopsSendingAfterARefusal) {
     Start(kShortTimeoutMs);
     HttpClient client = Connect();
     ASSERT_TRUE(client.Send("hello\r\n\r\n"));
     EXPECT_TRUE(WaitFor([&] { return !client.Send("more"); }));
 }
 
-TEST_F(Server, DoesNotDropAClientWhileItsActionRuns) {
+TEST_F(ControlServerTest, DoesNotDropAClientWhileItsActionRuns) {
     Start(kShortTimeoutMs);
     HttpClient client = Connect();
     ASSERT_TRUE(client.SendRequest("POST", "/wait"));
@@ -298,7 +298,7 @@ TEST_F(Server, DoesNotDropAClientWhileItsActionRuns) {
     EXPECT_EQ(client.ReadReply().body, "POST /wait 0");
 }
 
-TEST_F(Server, RunsSeveralActionsAtOnceAndAnswersOthersMeanwhile) {
+TEST_F(ControlServerTest, RunsSeveralActionsAtOnceAndAnswersOthersMeanwhile) {
     Start();
     HttpClient first = Connect();
     HttpClient second = Connect();
@@ -314,7 +314,7 @@ TEST_F(Server, RunsSeveralActionsAtOnceAndAnswersOthersMeanwhile) {
     EXPECT_EQ(queued.ReadReply().status, 200);
 }
 
-TEST_F(Server, LetsFurtherClientsWaitWhenEveryPlaceIsTaken) {
+TEST_F(ControlServerTest, LetsFurtherClientsWaitWhenEveryPlaceIsTaken) {
     Start(kShortTimeoutMs / 2, 5);
     std::vector<HttpClient> idle;
     for (int i = 0; i < 20; ++i) {
@@ -324,7 +324,7 @@ TEST_F(Server, LetsFurtherClientsWaitWhenEveryPlaceIsTaken) {
     EXPECT_EQ(client.Request("GET", "/a").status, 200);
 }
 
-TEST_F(Server, AnswersARequestThatIsRunningWhenItStops) {
+TEST_F(ControlServerTest, AnswersARequestThatIsRunningWhenItStops) {
     Start();
     HttpClient running = Connect();
     HttpClient idle = Connect();
@@ -346,21 +346,21 @@ TEST_F(Server, AnswersARequestThatIsRunningWhenItStops) {
     EXPECT_FALSE(Connect().IsConnected());
 }
 
-TEST_F(Server, StopsTwiceAndWithoutStartInPeace) {
+TEST_F(ControlServerTest, StopsTwiceAndWithoutStartInPeace) {
     Start();
     server_->Stop();
     server_->Stop();
     const ControlServer never({}, nullptr, debug_);
 }
 
-TEST_F(Server, RefusesADescriptorThatIsNoSocket) {
+TEST_F(ControlServerTest, RefusesADescriptorThatIsNoSocket) {
     debug_.SetContext(&log_.Context());
     ControlServer server({}, nullptr, debug_);
     EXPECT_FALSE(server.Start(FileDescriptor()));
     EXPECT_EQ(log_.Count("error Agent Cannot serve the control socket: "), 1U);
 }
 
-TEST_F(Server, SurvivesClientsThatVanish) {
+TEST_F(ControlServerTest, SurvivesClientsThatVanish) {
     Start();
     for (int i = 0; i < 100; ++i) {
         const HttpClient client = Connect();

@@ -20,7 +20,7 @@ std::string SelectOf(AggregationOperation operation) {
     return text.substr(from, text.find(" FROM ") - from);
 }
 
-TEST(BuildAggregation, HasOneExpressionForEachOperation) {
+TEST(EventAggregationText, HasOneExpressionForEachOperation) {
     using enum AggregationOperation;
     EXPECT_EQ(SelectOf(kNone), ", C_Size");
     EXPECT_EQ(SelectOf(kSum), ", SUM (C_Size)");
@@ -41,7 +41,7 @@ TEST(BuildAggregation, HasOneExpressionForEachOperation) {
     EXPECT_EQ(SelectOf(static_cast<AggregationOperation>(16)), "");
 }
 
-TEST(BuildAggregation, KeepsTheDoubledPercentSignOfTheBuckets) {
+TEST(EventAggregationText, KeepsTheDoubledPercentSignOfTheBuckets) {
     EXPECT_EQ(BucketExpression(Policy::kMinutely),
               "strftime('%Y,%m,%%d,%H,%M', E_Date, 'unixepoch', 'localtime')");
     EXPECT_EQ(BucketExpression(Policy::kHourly),
@@ -54,7 +54,7 @@ TEST(BuildAggregation, KeepsTheDoubledPercentSignOfTheBuckets) {
     EXPECT_EQ(BucketExpression(Policy::kUnknown), "");
 }
 
-TEST(BuildAggregation, IsOneStatementInTheOrderOfTheNames) {
+TEST(EventAggregationText, IsOneStatementInTheOrderOfTheNames) {
     const auto model =
         MakeModel({.name = "Sums",
                    .type = ModelType::kAutomatic,
@@ -71,9 +71,9 @@ TEST(BuildAggregation, IsOneStatementInTheOrderOfTheNames) {
         "'unixepoch', 'localtime'), C_A, C_B");
 }
 
-class Aggregation : public testing::Test {
+class EventAggregation : public testing::Test {
 protected:
-    Aggregation() {
+    EventAggregation() {
         module_.Add({.params = {Param("Size", ParamType::kInteger), Param("User", ParamType::kString)}});
     }
 
@@ -109,7 +109,7 @@ protected:
     const std::time_t nine_ = Utc(2026, 7, 15, 7);
 };
 
-TEST_F(Aggregation, MakesOneEventOfEachGroupDeviceBucketAndEntry) {
+TEST_F(EventAggregation, MakesOneEventOfEachGroupDeviceBucketAndEntry) {
     const auto sums = AddSums();
     Event(nine_ - 1, 1, "ann", 1000);
     Event(nine_, 1, "ann", 1);
@@ -131,7 +131,7 @@ TEST_F(Aggregation, MakesOneEventOfEachGroupDeviceBucketAndEntry) {
               1);
 }
 
-TEST_F(Aggregation, TakesTheSameHourOfTwoDaysForOneBucket) {
+TEST_F(EventAggregation, TakesTheSameHourOfTwoDaysForOneBucket) {
     const auto sums = AddSums();
     Event(nine_, 1, "ann", 1);
     Event(nine_ + 86400, 1, "ann", 2);
@@ -139,7 +139,7 @@ TEST_F(Aggregation, TakesTheSameHourOfTwoDaysForOneBucket) {
     EXPECT_EQ(Rows(), std::to_string(nine_ + 86400) + " 1 ann 3");
 }
 
-TEST_F(Aggregation, HasNothingToDoTwiceInOneHour) {
+TEST_F(EventAggregation, HasNothingToDoTwiceInOneHour) {
     const auto sums = AddSums();
     EXPECT_TRUE(Run(sums, 0, nine_ + 60));
     Event(nine_ - 1, 1, "ann", 1);
@@ -148,7 +148,7 @@ TEST_F(Aggregation, HasNothingToDoTwiceInOneHour) {
     EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Nothing to aggregate for model 'Sums'"), 1);
 }
 
-TEST_F(Aggregation, ConsumesTheWindowWhileItIsSwitchedOff) {
+TEST_F(EventAggregation, ConsumesTheWindowWhileItIsSwitchedOff) {
     const auto sums = AddSums();
     Event(nine_ - 1, 1, "ann", 1);
     AggregationEnabled = false;
@@ -161,7 +161,7 @@ TEST_F(Aggregation, ConsumesTheWindowWhileItIsSwitchedOff) {
               1);
 }
 
-TEST_F(Aggregation, ConsumesTheWindowOfADisabledModel) {
+TEST_F(EventAggregation, ConsumesTheWindowOfADisabledModel) {
     const auto sums = AddSums();
     Event(nine_ - 1, 1, "ann", 1);
     sums->SetEnabled(false);
@@ -171,7 +171,7 @@ TEST_F(Aggregation, ConsumesTheWindowOfADisabledModel) {
     EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Ignoring events for disabled model 'Sums'"), 1);
 }
 
-TEST_F(Aggregation, RefusesNullAndModelsThatAreNotAutomatic) {
+TEST_F(EventAggregation, RefusesNullAndModelsThatAreNotAutomatic) {
     EXPECT_FALSE(AggregateEvents(nullptr, 0, 1, true));
     std::shared_ptr<Model_t> user;
     ASSERT_TRUE(ModelCollection.Get("Logon", user));
@@ -182,7 +182,7 @@ TEST_F(Aggregation, RefusesNullAndModelsThatAreNotAutomatic) {
               1);
 }
 
-TEST_F(Aggregation, SaysThatItCannotLockTheDatabase) {
+TEST_F(EventAggregation, SaysThatItCannotLockTheDatabase) {
     const auto sums = AddSums();
     const ExhaustedDatabaseMutex exhausted;
     EXPECT_FALSE(Run(sums, 0, nine_));
@@ -190,14 +190,14 @@ TEST_F(Aggregation, SaysThatItCannotLockTheDatabase) {
     EXPECT_EQ(sums->GetLastAggregationTime(), 0U);
 }
 
-TEST_F(Aggregation, FailsForAModelThatIsNeverAggregatedAndKeepsItsTime) {
+TEST_F(EventAggregation, FailsForAModelThatIsNeverAggregatedAndKeepsItsTime) {
     const auto sums = AddSums(Policy::kNever);
     EXPECT_FALSE(Run(sums, 0, nine_));
     EXPECT_EQ(Stored(), "0");
     EXPECT_EQ(sums->GetLastAggregationTime(), 0U);
 }
 
-TEST_F(Aggregation, RollsTheTimeBackWhereItsSourceIsGoneAndTriesTheWindowAgain) {
+TEST_F(EventAggregation, RollsTheTimeBackWhereItsSourceIsGoneAndTriesTheWindowAgain) {
     const auto sums = AddSums();
     ModuleHarness::Sql("ALTER TABLE Event_Logon RENAME TO Away");
     EXPECT_FALSE(Run(sums, 0, nine_));
@@ -211,7 +211,7 @@ TEST_F(Aggregation, RollsTheTimeBackWhereItsSourceIsGoneAndTriesTheWindowAgain) 
     EXPECT_EQ(Rows(), std::to_string(nine_ - 1) + " 1 ann 1");
 }
 
-TEST_F(Aggregation, FailsWhereTheRegistryIsGone) {
+TEST_F(EventAggregation, FailsWhereTheRegistryIsGone) {
     const auto sums = AddSums();
     Event(nine_ - 1, 1, "ann", 1);
     ModuleHarness::Sql("ALTER TABLE RegisteredModel RENAME TO Away");
@@ -219,7 +219,7 @@ TEST_F(Aggregation, FailsWhereTheRegistryIsGone) {
     EXPECT_EQ(Rows(), "");
 }
 
-TEST_F(Aggregation, OfAModelFromItselfAddsToItsOwnEvents) {
+TEST_F(EventAggregation, OfAModelFromItselfAddsToItsOwnEvents) {
     const auto sums = AddSums(Policy::kHourly, "Sums");
     ModuleHarness::Sql("INSERT INTO Event_Sums (E_Date, E_DeviceId, E_GroupId, C_Size, C_User) VALUES (" +
                        std::to_string(nine_ - 1) + ", 1, 0, 5, 'ann')");
@@ -227,7 +227,7 @@ TEST_F(Aggregation, OfAModelFromItselfAddsToItsOwnEvents) {
     EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_Sums"), "2");
 }
 
-TEST_F(Aggregation, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
+TEST_F(EventAggregation, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
     const auto sums = AddSums();
     ASSERT_TRUE(RemoveRegisteredModel("Sums"));
     EXPECT_FALSE(Run(sums, 0, nine_));

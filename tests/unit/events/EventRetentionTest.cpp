@@ -10,7 +10,7 @@
 
 namespace {
 
-class Retention : public testing::Test {
+class EventRetention : public testing::Test {
 protected:
     static void Event(int64_t date) {
         ModuleHarness::Sql("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (" +
@@ -28,7 +28,7 @@ protected:
     ModuleHarness module_;
 };
 
-TEST_F(Retention, DeletesWhatIsOlderAndKeepsWhatIsAtTheCutOff) {
+TEST_F(EventRetention, DeletesWhatIsOlderAndKeepsWhatIsAtTheCutOff) {
     const auto model = module_.Add({});
     Event(99);
     Event(100);
@@ -41,7 +41,7 @@ TEST_F(Retention, DeletesWhatIsOlderAndKeepsWhatIsAtTheCutOff) {
         1);
 }
 
-TEST_F(Retention, KeepsTheCurrentPeriodWhenItIsScheduled) {
+TEST_F(EventRetention, KeepsTheCurrentPeriodWhenItIsScheduled) {
     const TimeZone zone("Europe/Berlin");
     const auto model = module_.Add({.deletion = Policy::kDaily});
     const auto midnight = Utc(2026, 7, 14, 22);
@@ -51,7 +51,7 @@ TEST_F(Retention, KeepsTheCurrentPeriodWhenItIsScheduled) {
     EXPECT_EQ(Left(), std::to_string(midnight));
 }
 
-TEST_F(Retention, DeletesEverythingOlderOfAModelThatIsNeverToBeScheduled) {
+TEST_F(EventRetention, DeletesEverythingOlderOfAModelThatIsNeverToBeScheduled) {
     const auto model = module_.Add({.deletion = Policy::kNever});
     Event(99);
     Event(100);
@@ -59,11 +59,11 @@ TEST_F(Retention, DeletesEverythingOlderOfAModelThatIsNeverToBeScheduled) {
     EXPECT_EQ(Left(), "100");
 }
 
-TEST_F(Retention, RefusesNull) {
+TEST_F(EventRetention, RefusesNull) {
     EXPECT_FALSE(DeleteEvents(nullptr, 0, 100, false));
 }
 
-TEST_F(Retention, SaysThatItCannotLockTheDatabase) {
+TEST_F(EventRetention, SaysThatItCannotLockTheDatabase) {
     const auto model = module_.Add({});
     Event(1);
     {
@@ -74,7 +74,7 @@ TEST_F(Retention, SaysThatItCannotLockTheDatabase) {
     EXPECT_EQ(Left(), "1");
 }
 
-TEST_F(Retention, SaysThatTheDatabaseRefused) {
+TEST_F(EventRetention, SaysThatTheDatabaseRefused) {
     const auto model = module_.Add({});
     ModuleHarness::Sql("DROP TABLE Event_Logon");
     EXPECT_FALSE(DeleteEvents(model, 0, 100, false));
@@ -83,7 +83,7 @@ TEST_F(Retention, SaysThatTheDatabaseRefused) {
         1);
 }
 
-TEST_F(Retention, IsQueuedByItsAction) {
+TEST_F(EventRetention, IsQueuedByItsAction) {
     module_.Add({})->SetEnabled(false);
     LumContainer values;
     values.SetString("ModelName", "Logon");
@@ -98,7 +98,7 @@ TEST_F(Retention, IsQueuedByItsAction) {
     EXPECT_FALSE(tasks[0]->IsScheduled());
 }
 
-TEST_F(Retention, IsQueuedForTheCurrentTimeWithoutAnEndDate) {
+TEST_F(EventRetention, IsQueuedForTheCurrentTimeWithoutAnEndDate) {
     module_.Add({});
     LumContainer values;
     values.SetString("ModelName", "Logon");
@@ -111,7 +111,7 @@ TEST_F(Retention, IsQueuedForTheCurrentTimeWithoutAnEndDate) {
     EXPECT_LE(tasks[0]->GetTimestamp(), static_cast<uint32_t>(std::time(nullptr)));
 }
 
-TEST_F(Retention, IsRefusedWithoutArguments) {
+TEST_F(EventRetention, IsRefusedWithoutArguments) {
     LumContainer empty;
     EXPECT_EQ(ActionHandler_EventLogManagerDeleteEvents(nullptr), 13U);
     EXPECT_EQ(ActionHandler_EventLogManagerDeleteEvents(&empty), 13U);

@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(BuildUpload, ReadsTheColumnsInTheirOrder) {
+TEST(EventUploadText, ReadsTheColumnsInTheirOrder) {
     const auto model =
         MakeModel({.params = {Param("User", ParamType::kString), Param("Count", ParamType::kInteger)}});
     EXPECT_STREQ(BuildUpload(*model, {-5, 7}).GetString(),
@@ -24,7 +24,7 @@ TEST(BuildUpload, ReadsTheColumnsInTheirOrder) {
                  "E_Date < 1;");
 }
 
-class Upload : public testing::Test {
+class EventUpload : public testing::Test {
 protected:
     std::shared_ptr<Model_t> AddLogon(Policy policy = Policy::kNever) {
         return module_.Add({.upload = policy, .params = {Param("User", ParamType::kString)}});
@@ -57,7 +57,7 @@ protected:
     FileStoreStandIn received_;
 };
 
-TEST_F(Upload, SendsAHundredEventsAFileAndEachEventOnce) {
+TEST_F(EventUpload, SendsAHundredEventsAFileAndEachEventOnce) {
     const auto model = AddLogon();
     Events(250);
     EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
@@ -81,14 +81,14 @@ TEST_F(Upload, SendsAHundredEventsAFileAndEachEventOnce) {
     EXPECT_EQ(Files().size(), 3U);
 }
 
-TEST_F(Upload, MakesNoEmptyFileOfAFullHundred) {
+TEST_F(EventUpload, MakesNoEmptyFileOfAFullHundred) {
     const auto model = AddLogon();
     Events(100);
     EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
     EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Upload, WritesEveryKindOfParameterAndDescribesTheModel) {
+TEST_F(EventUpload, WritesEveryKindOfParameterAndDescribesTheModel) {
     const auto model =
         module_.Add({.name = "All",
                      .params = {Param("S", ParamType::kString), Param("I", ParamType::kInteger),
@@ -112,7 +112,7 @@ TEST_F(Upload, WritesEveryKindOfParameterAndDescribesTheModel) {
             "\"S\":[\"it's\",\"\"],\"T\":[77,0]}");
 }
 
-TEST_F(Upload, LeavesOutIdsThatAreAllZeroFileByFile) {
+TEST_F(EventUpload, LeavesOutIdsThatAreAllZeroFileByFile) {
     const auto model = AddLogon();
     Events(200, "CASE WHEN i = 150 THEN 4 ELSE 0 END", "CASE WHEN i = 1 THEN -1 ELSE 0 END");
     EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
@@ -123,7 +123,7 @@ TEST_F(Upload, LeavesOutIdsThatAreAllZeroFileByFile) {
     EXPECT_FALSE(Files()[1].Contains("EventGroupId"));
 }
 
-TEST_F(Upload, OfAModelWithoutParametersHasTheFixedKeysAlone) {
+TEST_F(EventUpload, OfAModelWithoutParametersHasTheFixedKeysAlone) {
     const auto model = module_.Add({});
     ModuleHarness::Sql("INSERT INTO Event_Logon VALUES (NULL, 5, 60, 1, 2)");
     EXPECT_TRUE(UploadEvents(model, 0, 10, false));
@@ -134,7 +134,7 @@ TEST_F(Upload, OfAModelWithoutParametersHasTheFixedKeysAlone) {
         << Files()[0].ToJson();
 }
 
-TEST_F(Upload, HandsEachFileOverWithTheSameFields) {
+TEST_F(EventUpload, HandsEachFileOverWithTheSameFields) {
     const auto model = AddLogon();
     Events(1);
     EXPECT_TRUE(UploadEvents(model, 0, 10, false));
@@ -149,7 +149,7 @@ TEST_F(Upload, HandsEachFileOverWithTheSameFields) {
               R"("FileChecksum":"","Upstream":true,"Priority":100})");
 }
 
-TEST_F(Upload, LeavesTheCurrentPeriodToTheNextScheduledRun) {
+TEST_F(EventUpload, LeavesTheCurrentPeriodToTheNextScheduledRun) {
     const TimeZone zone("Europe/Berlin");
     const auto model = AddLogon(Policy::kHourly);
     const auto ten = Utc(2026, 7, 15, 8);
@@ -166,7 +166,7 @@ TEST_F(Upload, LeavesTheCurrentPeriodToTheNextScheduledRun) {
     EXPECT_EQ(Files()[1].CountValues("EventDate"), 2U);
 }
 
-TEST_F(Upload, HasNothingToDoInAnEmptyWindowAndMovesNothing) {
+TEST_F(EventUpload, HasNothingToDoInAnEmptyWindowAndMovesNothing) {
     const auto model = AddLogon();
     model->SetLastUploadTime(50);
     EXPECT_TRUE(UploadEvents(model, 0, 50, false));
@@ -174,7 +174,7 @@ TEST_F(Upload, HasNothingToDoInAnEmptyWindowAndMovesNothing) {
     EXPECT_EQ(Stored(), "0");
 }
 
-TEST_F(Upload, MovesTheTimeWhereThereAreNoEvents) {
+TEST_F(EventUpload, MovesTheTimeWhereThereAreNoEvents) {
     const auto model = AddLogon();
     EXPECT_TRUE(UploadEvents(model, 0, 50, false));
     EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Nothing to upload for model 'Logon'"), 1);
@@ -183,7 +183,7 @@ TEST_F(Upload, MovesTheTimeWhereThereAreNoEvents) {
     EXPECT_TRUE(Files().empty());
 }
 
-TEST_F(Upload, ConsumesTheWindowWhileItIsSwitchedOff) {
+TEST_F(EventUpload, ConsumesTheWindowWhileItIsSwitchedOff) {
     const auto model = AddLogon();
     Events(3);
     UploadEnabled = false;
@@ -197,7 +197,7 @@ TEST_F(Upload, ConsumesTheWindowWhileItIsSwitchedOff) {
         1);
 }
 
-TEST_F(Upload, ConsumesTheWindowOfADisabledModel) {
+TEST_F(EventUpload, ConsumesTheWindowOfADisabledModel) {
     const auto model = AddLogon();
     Events(3);
     model->SetEnabled(false);
@@ -207,11 +207,11 @@ TEST_F(Upload, ConsumesTheWindowOfADisabledModel) {
     EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Ignoring events for disabled model 'Logon'"), 1);
 }
 
-TEST_F(Upload, RefusesNull) {
+TEST_F(EventUpload, RefusesNull) {
     EXPECT_FALSE(UploadEvents(nullptr, 0, 1, false));
 }
 
-TEST_F(Upload, SaysThatItCannotLockTheDatabase) {
+TEST_F(EventUpload, SaysThatItCannotLockTheDatabase) {
     const auto model = AddLogon();
     const ExhaustedDatabaseMutex exhausted;
     EXPECT_FALSE(UploadEvents(model, 0, 50, false));
@@ -219,7 +219,7 @@ TEST_F(Upload, SaysThatItCannotLockTheDatabase) {
     EXPECT_EQ(model->GetLastUploadTime(), 0U);
 }
 
-TEST_F(Upload, KeepsTheStoredTimeButNotItsOwnWhereTheEventsCannotBeRead) {
+TEST_F(EventUpload, KeepsTheStoredTimeButNotItsOwnWhereTheEventsCannotBeRead) {
     const auto model = AddLogon();
     Events(3);
     ModuleHarness::Sql("ALTER TABLE Event_Logon RENAME TO Away");
@@ -232,7 +232,7 @@ TEST_F(Upload, KeepsTheStoredTimeButNotItsOwnWhereTheEventsCannotBeRead) {
     EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Upload, FailsWhereTheRegistryIsGone) {
+TEST_F(EventUpload, FailsWhereTheRegistryIsGone) {
     const auto model = AddLogon();
     Events(3);
     ModuleHarness::Sql("ALTER TABLE RegisteredModel RENAME TO Away");
@@ -242,7 +242,7 @@ TEST_F(Upload, FailsWhereTheRegistryIsGone) {
     EXPECT_EQ(model->GetLastUploadTime(), 0U);
 }
 
-TEST_F(Upload, TriesTheWindowAgainAfterAnotherProcessHeldTheDatabase) {
+TEST_F(EventUpload, TriesTheWindowAgainAfterAnotherProcessHeldTheDatabase) {
     const auto model = AddLogon();
     Events(3);
     sqlite3* other = nullptr;
@@ -255,14 +255,14 @@ TEST_F(Upload, TriesTheWindowAgainAfterAnotherProcessHeldTheDatabase) {
     EXPECT_EQ(Files().size(), 1U);
 }
 
-TEST_F(Upload, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
+TEST_F(EventUpload, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
     const auto model = AddLogon();
     ASSERT_TRUE(RemoveRegisteredModel("Logon"));
     EXPECT_FALSE(UploadEvents(model, 0, 50, false));
     EXPECT_EQ(SqlErrors(), 1);
 }
 
-TEST_F(Upload, IsQueuedByItsAction) {
+TEST_F(EventUpload, IsQueuedByItsAction) {
     const auto model = AddLogon();
     model->SetLastUploadTime(77);
     LumContainer values;
@@ -278,7 +278,7 @@ TEST_F(Upload, IsQueuedByItsAction) {
     EXPECT_FALSE(tasks[0]->IsScheduled());
 }
 
-TEST_F(Upload, IsRefusedWithoutArguments) {
+TEST_F(EventUpload, IsRefusedWithoutArguments) {
     LumContainer empty;
     EXPECT_EQ(ActionHandler_EventLogManagerUploadEvents(nullptr), 13U);
     EXPECT_EQ(ActionHandler_EventLogManagerUploadEvents(&empty), 13U);

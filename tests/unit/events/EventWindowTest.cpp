@@ -15,12 +15,12 @@ int32_t At(int year, unsigned month, unsigned day, int hour = 0, int minute = 0,
     return static_cast<int32_t>(Utc(year, month, day, hour, minute, second));
 }
 
-TEST(DeletionCutOff, IsTheMomentItselfWhereNothingIsScheduled) {
+TEST(EventRetentionCutOff, IsTheMomentItselfWhereNothingIsScheduled) {
     EXPECT_EQ(DeletionCutOff(Policy::kDaily, 1234567, false), 1234567);
     EXPECT_EQ(DeletionCutOff(Policy::kNever, 1234567, false), 1234567);
 }
 
-TEST(DeletionCutOff, IsTheStartOfThePeriodOfAScheduledMoment) {
+TEST(EventRetentionCutOff, IsTheStartOfThePeriodOfAScheduledMoment) {
     const TimeZone zone("Europe/Berlin");
     const auto moment = static_cast<uint32_t>(At(2026, 7, 15, 13, 30, 5));  // a Wednesday, 15:30:05
     EXPECT_EQ(DeletionCutOff(Policy::kMinutely, moment, true), At(2026, 7, 15, 13, 30));
@@ -31,24 +31,24 @@ TEST(DeletionCutOff, IsTheStartOfThePeriodOfAScheduledMoment) {
     EXPECT_EQ(DeletionCutOff(Policy::kYearly, moment, true), At(2025, 12, 31, 22));
 }
 
-TEST(DeletionCutOff, OfAModelThatKeepsEverythingIsTheMomentToo) {
+TEST(EventRetentionCutOff, OfAModelThatKeepsEverythingIsTheMomentToo) {
     EXPECT_EQ(DeletionCutOff(Policy::kNever, 1234567, true), 1234567);
     EXPECT_EQ(DeletionCutOff(Policy::kUnknown, 1234567, true), 1234567);
 }
 
-TEST(DeletionCutOff, TakesTimesAsSigned) {
+TEST(EventRetentionCutOff, TakesTimesAsSigned) {
     EXPECT_EQ(DeletionCutOff(Policy::kNever, static_cast<uint32_t>(-5), false), -5);
     EXPECT_EQ(DeletionCutOff(Policy::kDaily, 0x80000000U, false), std::numeric_limits<int32_t>::min());
 }
 
-TEST(DeletionCutOff, WrapsWhereAPeriodBeganBeforeTheFirstSecond) {
+TEST(EventRetentionCutOff, WrapsWhereAPeriodBeganBeforeTheFirstSecond) {
     const TimeZone zone("UTC");
     // 1901-12-13 20:45:52, whose day began 74752 s before.
     const int64_t wrapped = int64_t{std::numeric_limits<int32_t>::max()} + 1 - 74752;
     EXPECT_EQ(DeletionCutOff(Policy::kDaily, 0x80000000U, true), static_cast<int32_t>(wrapped));
 }
 
-TEST(AggregationWindow, CutsBothEndsToTheirPeriods) {
+TEST(EventAggregationWindow, CutsBothEndsToTheirPeriods) {
     const TimeZone zone("Europe/Berlin");
     EXPECT_EQ(AggregationWindow(Policy::kHourly, At(2026, 7, 15, 7, 20), At(2026, 7, 15, 9, 45),
                                 At(2026, 7, 15, 6)),
@@ -59,7 +59,7 @@ TEST(AggregationWindow, CutsBothEndsToTheirPeriods) {
               (EventWindow{0, At(2026, 7, 11, 22)}));
 }
 
-TEST(AggregationWindow, NeverGoesBehindWhatIsDone) {
+TEST(EventAggregationWindow, NeverGoesBehindWhatIsDone) {
     const TimeZone zone("UTC");
     const int32_t last = At(2026, 7, 15, 8);
     EXPECT_EQ(AggregationWindow(Policy::kHourly, At(2026, 7, 15, 5, 20), At(2026, 7, 15, 9, 45), last),
@@ -68,19 +68,19 @@ TEST(AggregationWindow, NeverGoesBehindWhatIsDone) {
     EXPECT_EQ(AggregationWindow(Policy::kHourly, last, At(2026, 7, 15, 7), last), std::nullopt);
 }
 
-TEST(AggregationWindow, OfAModelWithoutPeriodIsTakenAsItStands) {
+TEST(EventAggregationWindow, OfAModelWithoutPeriodIsTakenAsItStands) {
     EXPECT_EQ(AggregationWindow(Policy::kNever, 11, 22, 5), (EventWindow{11, 22}));
     EXPECT_EQ(AggregationWindow(Policy::kUnknown, 1, 22, 5), (EventWindow{5, 22}));
 }
 
-TEST(AggregationWindow, ComparesAsSigned) {
+TEST(EventAggregationWindow, ComparesAsSigned) {
     const TimeZone zone("UTC");
     EXPECT_EQ(AggregationWindow(Policy::kMinutely, 60, std::numeric_limits<int32_t>::min() + 100, 60),
               std::nullopt);
     EXPECT_EQ(AggregationWindow(Policy::kMinutely, -600, -60, -600), (EventWindow{-600, -60}));
 }
 
-TEST(UploadWindow, CutsTheEndOfAScheduledUploadAlone) {
+TEST(EventUploadWindow, CutsTheEndOfAScheduledUploadAlone) {
     const TimeZone zone("Europe/Berlin");
     const int32_t start = At(2026, 7, 15, 7, 20, 7);
     const int32_t end = At(2026, 7, 15, 8, 59, 59);
@@ -92,13 +92,13 @@ TEST(UploadWindow, CutsTheEndOfAScheduledUploadAlone) {
     EXPECT_EQ(UploadWindow(Policy::kUnknown, start, end, true, 0), (EventWindow{start, end}));
 }
 
-TEST(UploadWindow, NeverGoesBehindWhatIsDone) {
+TEST(EventUploadWindow, NeverGoesBehindWhatIsDone) {
     EXPECT_EQ(UploadWindow(Policy::kNever, 10, 30, false, 20), (EventWindow{20, 30}));
     EXPECT_EQ(UploadWindow(Policy::kNever, 10, 20, false, 20), std::nullopt);
     EXPECT_EQ(UploadWindow(Policy::kNever, 10, 19, false, 20), std::nullopt);
 }
 
-TEST(UploadWindow, IsEmptyAfterTheClockWasSetBack) {
+TEST(EventUploadWindow, IsEmptyAfterTheClockWasSetBack) {
     const TimeZone zone("Europe/Berlin");
     const int32_t last = At(2026, 7, 15, 8);
     for (const int32_t back : {60, 3600, 86400, 365 * 86400}) {
@@ -107,7 +107,7 @@ TEST(UploadWindow, IsEmptyAfterTheClockWasSetBack) {
     }
 }
 
-TEST(UploadWindow, TakesEverythingAfterTheClockWasSetForward) {
+TEST(EventUploadWindow, TakesEverythingAfterTheClockWasSetForward) {
     const TimeZone zone("Europe/Berlin");
     const int32_t last = At(2026, 7, 15, 8);
     for (const int32_t forward : {3600, 86400, 365 * 86400}) {

@@ -72,7 +72,7 @@ private:
     LumAgentHandle handle_{"Store"};
 };
 
-class Backlog : public testing::Test {
+class UploadBacklogTest : public testing::Test {
 protected:
     std::shared_ptr<Model_t> AddLogon() {
         return module_.Add({.params = {Param("User", ParamType::kString)}});
@@ -101,7 +101,7 @@ protected:
     ModuleHarness module_;
 };
 
-TEST_F(Backlog, SendsAfterARestartWhatTheStoreDidNotTake) {
+TEST_F(UploadBacklogTest, SendsAfterARestartWhatTheStoreDidNotTake) {
     const auto model = AddLogon();
     Events(1, 750);
     const LimitedStore store(3);
@@ -134,7 +134,7 @@ TEST_F(Backlog, SendsAfterARestartWhatTheStoreDidNotTake) {
               1);
 }
 
-TEST_F(Backlog, GoesOnWhereTheJournalIsReadAgainAfterEachFile) {
+TEST_F(UploadBacklogTest, GoesOnWhereTheJournalIsReadAgainAfterEachFile) {
     const auto model = AddLogon();
     Events(1, 550);
     const LimitedStore store(0);
@@ -149,7 +149,7 @@ TEST_F(Backlog, GoesOnWhereTheJournalIsReadAgainAfterEachFile) {
     EXPECT_FALSE(HasJournal());
 }
 
-TEST_F(Backlog, KeepsTheBordersOfFilesWhereLateEventsCameIntoTheWindow) {
+TEST_F(UploadBacklogTest, KeepsTheBordersOfFilesWhereLateEventsCameIntoTheWindow) {
     const auto model = AddLogon();
     Events(200, 449);
     const LimitedStore store(1);
@@ -162,7 +162,7 @@ TEST_F(Backlog, KeepsTheBordersOfFilesWhereLateEventsCameIntoTheWindow) {
     ASSERT_EQ(LimitedStore::Taken().size(), 3U);
 }
 
-TEST_F(Backlog, SendsTheOlderWindowsFirstAndTheNewOneWithThem) {
+TEST_F(UploadBacklogTest, SendsTheOlderWindowsFirstAndTheNewOneWithThem) {
     const auto model = AddLogon();
     Events(1, 150);
     const LimitedStore store(1);
@@ -182,7 +182,7 @@ TEST_F(Backlog, SendsTheOlderWindowsFirstAndTheNewOneWithThem) {
     EXPECT_FALSE(HasJournal());
 }
 
-TEST_F(Backlog, SendsWhatAMissingTemporaryDirectoryKeptBack) {
+TEST_F(UploadBacklogTest, SendsWhatAMissingTemporaryDirectoryKeptBack) {
     const auto model = AddLogon();
     Events(1, 250);
     const LimitedStore store(100);
@@ -199,7 +199,7 @@ TEST_F(Backlog, SendsWhatAMissingTemporaryDirectoryKeptBack) {
     ExpectEachOnce(1, 250);
 }
 
-TEST_F(Backlog, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoom) {
+TEST_F(UploadBacklogTest, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoom) {
     const auto model = AddLogon();
     ModuleHarness::Sql(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100) INSERT INTO "
@@ -218,7 +218,7 @@ TEST_F(Backlog, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoom) {
     ExpectEachOnce(1, 100);
 }
 
-TEST_F(Backlog, LeavesTheMarkWhereNoJournalCanBeWritten) {
+TEST_F(UploadBacklogTest, LeavesTheMarkWhereNoJournalCanBeWritten) {
     const auto model = AddLogon();
     Events(1, 50);
     const LimitedStore store(100);
@@ -234,7 +234,7 @@ TEST_F(Backlog, LeavesTheMarkWhereNoJournalCanBeWritten) {
     EXPECT_FALSE(UploadBacklog.IsOpen("Logon"));
 }
 
-TEST_F(Backlog, BeginsAgainWhereItWasCutOffBeforeTheMark) {
+TEST_F(UploadBacklogTest, BeginsAgainWhereItWasCutOffBeforeTheMark) {
     const auto model = AddLogon();
     Events(1, 50);
     UploadJournal journal("Logon");
@@ -246,7 +246,7 @@ TEST_F(Backlog, BeginsAgainWhereItWasCutOffBeforeTheMark) {
     EXPECT_EQ(ModuleHarness::StoredTime("RM_LastUploadTimestamp", "Logon"), "1000");
 }
 
-TEST_F(Backlog, TriesAWindowAgainInThisLifeAloneWhoseEventsCouldNotBeRead) {
+TEST_F(UploadBacklogTest, TriesAWindowAgainInThisLifeAloneWhoseEventsCouldNotBeRead) {
     const auto model = AddLogon();
     Events(1, 50);
     const LimitedStore store(100);
@@ -269,7 +269,7 @@ TEST_F(Backlog, TriesAWindowAgainInThisLifeAloneWhoseEventsCouldNotBeRead) {
     ExpectEachOnce(1, 50);
 }
 
-TEST_F(Backlog, WaitsWhileUploadIsSwitchedOffOrTheModelIsDisabled) {
+TEST_F(UploadBacklogTest, WaitsWhileUploadIsSwitchedOffOrTheModelIsDisabled) {
     const auto model = AddLogon();
     Events(1, 150);
     const LimitedStore store(1);
@@ -290,7 +290,7 @@ TEST_F(Backlog, WaitsWhileUploadIsSwitchedOffOrTheModelIsDisabled) {
     ExpectEachOnce(1, 150);
 }
 
-TEST_F(Backlog, GivesUpTheUploadOfAModelThatWasDeleted) {
+TEST_F(UploadBacklogTest, GivesUpTheUploadOfAModelThatWasDeleted) {
     const auto model = AddLogon();
     Events(1, 150);
     const LimitedStore store(1);
@@ -305,7 +305,7 @@ TEST_F(Backlog, GivesUpTheUploadOfAModelThatWasDeleted) {
     EXPECT_TRUE(UploadBacklog.GetOutstanding().empty());
 }
 
-TEST_F(Backlog, KeepsTheUploadOfAModelThatIsNotLoadedYet) {
+TEST_F(UploadBacklogTest, KeepsTheUploadOfAModelThatIsNotLoadedYet) {
     const auto model = AddLogon();
     Events(1, 150);
     const LimitedStore store(1);
@@ -324,7 +324,7 @@ TEST_F(Backlog, KeepsTheUploadOfAModelThatIsNotLoadedYet) {
     ExpectEachOnce(1, 150);
 }
 
-TEST_F(Backlog, ForgetsTheWindowsOfAnEarlierModelOfTheSameName) {
+TEST_F(UploadBacklogTest, ForgetsTheWindowsOfAnEarlierModelOfTheSameName) {
     AddLogon();
     UploadJournal journal("Logon");
     LumString error;
@@ -337,7 +337,7 @@ TEST_F(Backlog, ForgetsTheWindowsOfAnEarlierModelOfTheSameName) {
     ExpectEachOnce(1, 50);
 }
 
-TEST_F(Backlog, StaysOpenWhereTheJournalCannotBeRead) {
+TEST_F(UploadBacklogTest, StaysOpenWhereTheJournalCannotBeRead) {
     AddLogon();
     module_.Directory().MakeDirectory(kJournal);
     EXPECT_TRUE(UploadBacklog.IsOpen("Logon"));
@@ -345,7 +345,7 @@ TEST_F(Backlog, StaysOpenWhereTheJournalCannotBeRead) {
     EXPECT_FALSE(UploadBacklog.IsOpen("Logon"));
 }
 
-TEST_F(Backlog, WaitsForAJournalThatCannotBeRead) {
+TEST_F(UploadBacklogTest, WaitsForAJournalThatCannotBeRead) {
     const auto model = AddLogon();
     Events(1, 50);
     module_.Directory().MakeDirectory(kJournal);
@@ -363,7 +363,7 @@ TEST_F(Backlog, WaitsForAJournalThatCannotBeRead) {
     ExpectEachOnce(1, 50);
 }
 
-TEST_F(Backlog, SaysThatAJournalIsDamagedAndSetsItAside) {
+TEST_F(UploadBacklogTest, SaysThatAJournalIsDamagedAndSetsItAside) {
     const auto model = AddLogon();
     Events(1, 50);
     module_.Directory().Write(kJournal, "{\"HandedOver\":");
@@ -375,7 +375,7 @@ TEST_F(Backlog, SaysThatAJournalIsDamagedAndSetsItAside) {
               1U);
 }
 
-TEST_F(Backlog, SaysOnceThatThereIsNoStoreAndKeepsNoFile) {
+TEST_F(UploadBacklogTest, SaysOnceThatThereIsNoStoreAndKeepsNoFile) {
     const auto model = AddLogon();
     Events(1, 250);
     EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
@@ -394,7 +394,7 @@ TEST_F(Backlog, SaysOnceThatThereIsNoStoreAndKeepsNoFile) {
 
 /// Killed after each file that the store took, before the journal says so: the file comes twice, and is the
 /// same.
-TEST_F(Backlog, SendsTheLastFileTwiceByteForByteAfterAKill) {
+TEST_F(UploadBacklogTest, SendsTheLastFileTwiceByteForByteAfterAKill) {
     const auto model = AddLogon();
     Events(1, 250);
     const std::string kept = module_.Directory() / "taken";
@@ -433,7 +433,7 @@ TEST_F(Backlog, SendsTheLastFileTwiceByteForByteAfterAKill) {
     ExpectEachOnce(1, 250);
 }
 
-TEST_F(Backlog, SendsEventsThatAreTooLargeForOneFileInSeveral) {
+TEST_F(UploadBacklogTest, SendsEventsThatAreTooLargeForOneFileInSeveral) {
     const auto model = AddLogon();
     ModuleHarness::Sql(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 7) INSERT INTO Event_Logon "

@@ -11,10 +11,10 @@
 
 namespace {
 
-class Journal : public testing::Test {
+class UploadJournalTest : public testing::Test {
 protected:
-    Journal() { DataDirectory = directory_.At("data"); }
-    ~Journal() override { DataDirectory.Clear(); }
+    UploadJournalTest() { DataDirectory = directory_.At("data"); }
+    ~UploadJournalTest() override { DataDirectory.Clear(); }
 
     [[nodiscard]] static UploadJournal Read() {
         UploadJournal journal("Logon");
@@ -28,7 +28,7 @@ protected:
     LumString error_;
 };
 
-TEST_F(Journal, IsReadAsItWasWritten) {
+TEST_F(UploadJournalTest, IsReadAsItWasWritten) {
     UploadJournal journal("Logon");
     EXPECT_EQ(journal.Load(error_), UploadJournal::Found::kNothing);
     ASSERT_TRUE(journal.Append({-5, 1000}, error_)) << error_.GetString();
@@ -49,7 +49,7 @@ TEST_F(Journal, IsReadAsItWasWritten) {
     EXPECT_FALSE(directory_.Has("data/uploads/Logon"));
 }
 
-TEST_F(Journal, LetsAWindowGrowThatIsNotBegun) {
+TEST_F(UploadJournalTest, LetsAWindowGrowThatIsNotBegun) {
     UploadJournal journal("Logon");
     ASSERT_TRUE(journal.Append({0, 10}, error_));
     ASSERT_TRUE(journal.Append({10, 20}, error_));
@@ -61,7 +61,7 @@ TEST_F(Journal, LetsAWindowGrowThatIsNotBegun) {
     EXPECT_EQ(Read().GetWindows(), (std::vector<EventWindow>{{0, 20}, {20, 40}, {50, 60}}));
 }
 
-TEST_F(Journal, ForgetsWhatIsNotMarked) {
+TEST_F(UploadJournalTest, ForgetsWhatIsNotMarked) {
     UploadJournal journal("Logon");
     ASSERT_TRUE(journal.Append({0, 10}, error_));
     ASSERT_TRUE(journal.Append({10, 20}, error_));
@@ -75,7 +75,7 @@ TEST_F(Journal, ForgetsWhatIsNotMarked) {
     EXPECT_FALSE(directory_.Has("data/uploads/Logon"));
 }
 
-TEST_F(Journal, RefusesWhatIsNotOne) {
+TEST_F(UploadJournalTest, RefusesWhatIsNotOne) {
     const char* const texts[] = {
         "",
         "{}",
@@ -93,7 +93,7 @@ TEST_F(Journal, RefusesWhatIsNotOne) {
     }
 }
 
-TEST_F(Journal, AreListedWithoutWhatACutOffWriteLeft) {
+TEST_F(UploadJournalTest, AreListedWithoutWhatACutOffWriteLeft) {
     std::vector<LumString> models;
     EXPECT_TRUE(ListUploadJournals(models));
     EXPECT_TRUE(models.empty());
@@ -108,7 +108,7 @@ TEST_F(Journal, AreListedWithoutWhatACutOffWriteLeft) {
 }
 
 /// Whatever call fails, the object knows how far the upload came, and writes it once it can.
-TEST_F(Journal, CatchesUpAfterAnyCallThatFails) {
+TEST_F(UploadJournalTest, CatchesUpAfterAnyCallThatFails) {
     FaultPlan plan;
     plan.Watch(directory_.Path().string());
     FaultShimUse(&plan);

@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class LeftOvers : public testing::Test {
+class UploadLeftOversTest : public testing::Test {
 protected:
     /// A container file as a process left it that ended two minutes ago.
     static std::string Leave(const LumContainer& content) {
@@ -46,7 +46,7 @@ protected:
     ModuleHarness module_;
 };
 
-TEST_F(LeftOvers, AreHandedOverAsWhatTheyAre) {
+TEST_F(UploadLeftOversTest, AreHandedOverAsWhatTheyAre) {
     const std::string alert = Leave(Alert());
     HandOverLeftOvers();
     EXPECT_TRUE(fs::exists(alert)) << "nobody is there to take it";
@@ -65,7 +65,7 @@ TEST_F(LeftOvers, AreHandedOverAsWhatTheyAre) {
     EXPECT_EQ(received.Files().size(), 2U);
 }
 
-TEST_F(LeftOvers, AreLeftToWhoMakesThemAtThisMoment) {
+TEST_F(UploadLeftOversTest, AreLeftToWhoMakesThemAtThisMoment) {
     const FileStoreStandIn received;
     const std::string path = Alert().SaveToTempFile().GetString();
     HandOverLeftOvers();
@@ -77,7 +77,7 @@ TEST_F(LeftOvers, AreLeftToWhoMakesThemAtThisMoment) {
     EXPECT_EQ(received.Files().size(), 1U);
 }
 
-TEST_F(LeftOvers, AreDeletedWhereTheUploadMakesThemAgain) {
+TEST_F(UploadLeftOversTest, AreDeletedWhereTheUploadMakesThemAgain) {
     const FileStoreStandIn received;
     module_.Add({});
     UploadJournal journal("Logon");
@@ -89,7 +89,7 @@ TEST_F(LeftOvers, AreDeletedWhereTheUploadMakesThemAgain) {
     EXPECT_TRUE(received.Requests().empty());
 }
 
-TEST_F(LeftOvers, AreDeletedWhereTheyAreNotWhole) {
+TEST_F(UploadLeftOversTest, AreDeletedWhereTheyAreNotWhole) {
     const FileStoreStandIn received;
     const std::string bytes = Alert().ToCbor();
     const std::string half =
@@ -100,7 +100,7 @@ TEST_F(LeftOvers, AreDeletedWhereTheyAreNotWhole) {
     EXPECT_TRUE(received.Requests().empty());
 }
 
-TEST_F(LeftOvers, OfOthersStay) {
+TEST_F(UploadLeftOversTest, OfOthersStay) {
     const FileStoreStandIn received;
     const std::string named = module_.Directory().Write("data/tmp/mine.cbor", Alert().ToCbor());
     Age(named);
@@ -115,7 +115,7 @@ TEST_F(LeftOvers, OfOthersStay) {
     EXPECT_TRUE(received.Requests().empty());
 }
 
-TEST_F(LeftOvers, WaitOnWhereTheStoreTakesNoMore) {
+TEST_F(UploadLeftOversTest, WaitOnWhereTheStoreTakesNoMore) {
     Leave(Alert());
     Leave(Alert());
     LumAgentHandle store{"Store"};

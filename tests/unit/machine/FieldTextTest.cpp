@@ -33,7 +33,7 @@ TEST(FieldText, LongTextIsCutWithAMark) {
     EXPECT_EQ(Cleaned(std::string(1 << 20, 'x')), std::string(kMaxFieldCharacters, 'x') + "…");
 }
 
-TEST(FieldTime, AMomentFromAWrongClockBecomesNow) {
+TEST(FieldTextTime, AMomentFromAWrongClockBecomesNow) {
     constexpr std::time_t kNow = 1'800'000'000;
     EXPECT_EQ(FieldTime(1'700'000'000, kNow), 1'700'000'000);
     EXPECT_EQ(FieldTime(0, kNow), 0);

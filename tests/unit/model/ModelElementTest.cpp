@@ -9,7 +9,7 @@ std::shared_ptr<ModelParam_t> MakeParam(const char* name, ParamType type = Param
     return std::make_shared<ModelParam_t>(name, "", type, AggregationOperation::kNone, "");
 }
 
-TEST(PtrModelElementColl, RefusesNullAndATakenName) {
+TEST(ModelElementColl, RefusesNullAndATakenName) {
     PtrModelElementColl_t collection;
     EXPECT_FALSE(collection.Add(nullptr));
     const auto first = MakeParam("a");
@@ -21,7 +21,7 @@ TEST(PtrModelElementColl, RefusesNullAndATakenName) {
     EXPECT_EQ(collection.GetCount(), 1U);
 }
 
-TEST(PtrModelElementColl, WalksInAscendingByteOrderOfTheNames) {
+TEST(ModelElementColl, WalksInAscendingByteOrderOfTheNames) {
     PtrModelElementColl_t collection;
     for (const char* name : {"b", "a", "c", "B", "\xc3\xa4"}) {
         EXPECT_TRUE(collection.Add(MakeParam(name)));
@@ -35,7 +35,7 @@ TEST(PtrModelElementColl, WalksInAscendingByteOrderOfTheNames) {
     EXPECT_FALSE(collection.GetAt(collection.GetCount(), param));
 }
 
-TEST(PtrModelElementColl, LeavesTheOutputAloneWhereNothingIsFound) {
+TEST(ModelElementColl, LeavesTheOutputAloneWhereNothingIsFound) {
     const PtrModelElementColl_t collection;
     auto param = MakeParam("kept");
     const auto* const before = param.get();
@@ -44,14 +44,14 @@ TEST(PtrModelElementColl, LeavesTheOutputAloneWhereNothingIsFound) {
     EXPECT_EQ(param.get(), before);
 }
 
-TEST(PtrModelElementColl, TellsNamesApartByLetterCase) {
+TEST(ModelElementColl, TellsNamesApartByLetterCase) {
     PtrModelElementColl_t collection;
     EXPECT_TRUE(collection.Add(MakeParam("Logon")));
     EXPECT_TRUE(collection.Add(MakeParam("logon")));
     EXPECT_FALSE(collection.Contains("LOGON"));
 }
 
-TEST(PtrModelElementColl, RemovesByNameAndClearsTheCallersPointer) {
+TEST(ModelElementColl, RemovesByNameAndClearsTheCallersPointer) {
     PtrModelElementColl_t collection;
     EXPECT_TRUE(collection.Add(MakeParam("a")));
     auto other = MakeParam("a");
@@ -63,7 +63,7 @@ TEST(PtrModelElementColl, RemovesByNameAndClearsTheCallersPointer) {
     EXPECT_NE(absent, nullptr);
 }
 
-TEST(PtrModelElementColl, KeepsARemovedElementAliveForItsUsers) {
+TEST(ModelElementColl, KeepsARemovedElementAliveForItsUsers) {
     PtrModelElementColl_t collection;
     EXPECT_TRUE(collection.Add(MakeParam("a")));
     std::shared_ptr<ModelParam_t> used;
@@ -74,7 +74,7 @@ TEST(PtrModelElementColl, KeepsARemovedElementAliveForItsUsers) {
     EXPECT_EQ(used.use_count(), 1);
 }
 
-TEST(PtrModelElementColl, DestroysWhatIsLeft) {
+TEST(ModelElementColl, DestroysWhatIsLeft) {
     std::weak_ptr<ModelParam_t> watched;
     {
         PtrModelElementColl_t collection;

@@ -205,14 +205,14 @@ struct Defect {
     const char* line;
 };
 
-class DefectiveModel : public ModelLoader, public testing::WithParamInterface<Defect> {};
+class ModelLoaderDefects : public ModelLoader, public testing::WithParamInterface<Defect> {};
 
-TEST_P(DefectiveModel, IsRefusedWithOneLine) {
+TEST_P(ModelLoaderDefects, IsRefusedWithOneLine) {
     EXPECT_THAT(Failing(kAutomatic, GetParam().from, GetParam().to), ElementsAre(GetParam().line));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Elements, DefectiveModel,
+    Elements, ModelLoaderDefects,
     testing::Values(
         Defect{"<NAME>Sums</NAME>", "", "warning failed to get model name"},
         Defect{"<CLASS>Security</CLASS>", "", "warning failed to get model class"},

@@ -41,7 +41,7 @@ namespace {
 
 /// An upload and a deletion of the same events, each time without another one of the blocks of memory that
 /// they ask for. Whichever it is, the thread goes on, and nothing is deleted that was not sent.
-TEST(ProcessorMemory, RunsOutAnywhereAndTheEventsAreSentAllTheSame) {
+TEST(TaskProcessorThreadMemory, RunsOutAnywhereAndTheEventsAreSentAllTheSame) {
     const ModuleHarness module;
     const auto model = module.Add({.name = "A", .params = {Param("User", ParamType::kString)}});
     FileStoreStandIn received;

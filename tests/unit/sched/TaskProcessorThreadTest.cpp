@@ -8,7 +8,7 @@
 
 namespace {
 
-class Processor : public testing::Test {
+class TaskProcessorThreadTest : public testing::Test {
 protected:
     static void Queue(TaskType type, const char* model, uint32_t timestamp = 100) {
         TaskQueue.Push(MakeTask(type, model, 0, timestamp, false));
@@ -26,7 +26,7 @@ protected:
     ModuleHarness module_;
 };
 
-TEST_F(Processor, RunsTheTasksOfAModelInTheirOrder) {
+TEST_F(TaskProcessorThreadTest, RunsTheTasksOfAModelInTheirOrder) {
     const auto model = module_.Add({.name = "A"});
     ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
     const FileStoreStandIn received;
@@ -41,7 +41,7 @@ TEST_F(Processor, RunsTheTasksOfAModelInTheirOrder) {
     EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
 }
 
-TEST_F(Processor, DropsATaskWhoseModelIsGoneAndGoesOn) {
+TEST_F(TaskProcessorThreadTest, DropsATaskWhoseModelIsGoneAndGoesOn) {
     module_.Add({.name = "A"});
     Queue(TaskType::TaskUpload, "AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn");
     Queue(TaskType::TaskDelete, "A");
@@ -52,7 +52,7 @@ TEST_F(Processor, DropsATaskWhoseModelIsGoneAndGoesOn) {
               1);
 }
 
-TEST_F(Processor, RunsNothingForAKindThatItDoesNotKnow) {
+TEST_F(TaskProcessorThreadTest, RunsNothingForAKindThatItDoesNotKnow) {
     module_.Add({.name = "A"});
     Queue(static_cast<TaskType>(0), "A");
     Queue(static_cast<TaskType>(4), "A");
@@ -62,7 +62,7 @@ TEST_F(Processor, RunsNothingForAKindThatItDoesNotKnow) {
     EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Entering"), 0);
 }
 
-TEST_F(Processor, EmptiesTheQueueBeforeItEnds) {
+TEST_F(TaskProcessorThreadTest, EmptiesTheQueueBeforeItEnds) {
     module_.Add({.name = "A"});
     constexpr int kTasks = 50;
     for (int i = 0; i < kTasks; ++i) {
@@ -78,7 +78,7 @@ TEST_F(Processor, EmptiesTheQueueBeforeItEnds) {
     EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), kTasks);
 }
 
-TEST_F(Processor, LetsADeletionWaitForAnUploadThatIsUnderWay) {
+TEST_F(TaskProcessorThreadTest, LetsADeletionWaitForAnUploadThatIsUnderWay) {
     module_.Add({.name = "A"});
     ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
     TaskProcessorThread thread;
@@ -101,7 +101,7 @@ TEST_F(Processor, LetsADeletionWaitForAnUploadThatIsUnderWay) {
     EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
 }
 
-TEST_F(Processor, LeavesTheQueueAloneWhileItIsNotReady) {
+TEST_F(TaskProcessorThreadTest, LeavesTheQueueAloneWhileItIsNotReady) {
     module_.Add({.name = "A"});
     static bool isReady = false;
     TaskProcessorThread thread;
@@ -114,7 +114,7 @@ TEST_F(Processor, LeavesTheQueueAloneWhileItIsNotReady) {
     EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
 }
 
-TEST_F(Processor, LeavesTheQueueAloneWhenItWasCancelledBefore) {
+TEST_F(TaskProcessorThreadTest, LeavesTheQueueAloneWhenItWasCancelledBefore) {
     module_.Add({.name = "A"});
     TaskProcessorThread thread;
     thread.Cancel(0, true);

@@ -24,7 +24,7 @@ std::string Changes(std::time_t previous, std::time_t now) {
     return text;
 }
 
-TEST(ChangedPeriods, AreThoseWhoseFieldDiffers) {
+TEST(TaskSchedulerThreadPeriods, AreThoseWhoseFieldDiffers) {
     const TimeZone zone("UTC");
     EXPECT_EQ(Changes(Utc(2026, 5, 6, 10, 58, 1), Utc(2026, 5, 6, 10, 58, 59)), "");
     EXPECT_EQ(Changes(Utc(2026, 5, 6, 10, 58, 59), Utc(2026, 5, 6, 10, 59)), "m");
@@ -35,7 +35,7 @@ TEST(ChangedPeriods, AreThoseWhoseFieldDiffers) {
     EXPECT_EQ(Changes(Utc(2026, 12, 31, 23, 59, 55), Utc(2027, 1, 1)), "mhdwMY");
 }
 
-TEST(ChangedPeriods, CompareFieldsAndNotWhatHasPassed) {
+TEST(TaskSchedulerThreadPeriods, CompareFieldsAndNotWhatHasPassed) {
     const TimeZone zone("UTC");
     EXPECT_EQ(Changes(Utc(2026, 5, 6, 10, 5), Utc(2026, 5, 7, 10, 5)), "dw");
     EXPECT_EQ(Changes(Utc(2026, 5, 6, 10, 5), Utc(2026, 5, 13, 10, 5)), "d");
@@ -43,7 +43,7 @@ TEST(ChangedPeriods, CompareFieldsAndNotWhatHasPassed) {
     EXPECT_EQ(Changes(Utc(2025, 5, 6, 10, 5), Utc(2026, 5, 6, 10, 5)), "wY");
 }
 
-TEST(ChangedPeriods, SeeAClockThatWasSetInEitherDirection) {
+TEST(TaskSchedulerThreadPeriods, SeeAClockThatWasSetInEitherDirection) {
     const TimeZone zone("UTC");
     const std::time_t noon = Utc(2026, 5, 6, 12, 30, 30);
     for (const int direction : {-1, 1}) {
@@ -54,7 +54,7 @@ TEST(ChangedPeriods, SeeAClockThatWasSetInEitherDirection) {
     }
 }
 
-TEST(ChangedPeriods, FollowDaylightSaving) {
+TEST(TaskSchedulerThreadPeriods, FollowDaylightSaving) {
     {
         const TimeZone zone("Europe/Berlin");
         EXPECT_EQ(Changes(Utc(2026, 3, 29, 0, 59, 55), Utc(2026, 3, 29, 1, 0, 5)), "mh");
@@ -80,7 +80,7 @@ TEST(ChangedPeriods, FollowDaylightSaving) {
     }
 }
 
-class Scheduler : public testing::Test {
+class TaskSchedulerThreadTest : public testing::Test {
 protected:
     /// The tasks as "kind model previous time", one a line.
     static std::string Queued() {
@@ -109,7 +109,7 @@ protected:
     TaskSchedulerThread thread_;
 };
 
-TEST_F(Scheduler, QueuesNothingWhileNoFieldHasChangedAndStoresNothing) {
+TEST_F(TaskSchedulerThreadTest, QueuesNothingWhileNoFieldHasChangedAndStoresNothing) {
     module_.Add({.name = "A",
                  .aggregation = Policy::kMinutely,
                  .upload = Policy::kMinutely,
@@ -120,7 +120,7 @@ TEST_F(Scheduler, QueuesNothingWhileNoFieldHasChangedAndStoresNothing) {
     EXPECT_EQ(Stored(), std::to_string(Utc(2026, 5, 6, 10, 0, 5)));
 }
 
-TEST_F(Scheduler, QueuesAggregationsThenUploadsThenDeletionsInTheOrderOfNames) {
+TEST_F(TaskSchedulerThreadTest, QueuesAggregationsThenUploadsThenDeletionsInTheOrderOfNames) {
     const auto b = module_.Add({.name = "B",
                                 .aggregation = Policy::kHourly,
                                 .upload = Policy::kHourly,
@@ -139,7 +139,7 @@ TEST_F(Scheduler, QueuesAggregationsThenUploadsThenDeletionsInTheOrderOfNames) {
     EXPECT_EQ(Stored(), std::to_string(now));
 }
 
-TEST_F(Scheduler, QueuesPeriodsFromTheShortestToTheLongest) {
+TEST_F(TaskSchedulerThreadTest, QueuesPeriodsFromTheShortestToTheLongest) {
     for (const auto& [name, policy] : {std::pair{"Year", Policy::kYearly},
                                        {"Month", Policy::kMonthly},
                                        {"Week", Policy::kWeekly},
@@ -158,7 +158,7 @@ TEST_F(Scheduler, QueuesPeriodsFromTheShortestToTheLongest) {
     EXPECT_EQ(Queued(), "");
 }
 
-TEST_F(Scheduler, QueuesWeeklyWorkWithEveryChangeOfDay) {
+TEST_F(TaskSchedulerThreadTest, QueuesWeeklyWorkWithEveryChangeOfDay) {
     module_.Add({.name = "Week", .deletion = Policy::kWeekly});
     StartAt(thread_, Utc(2026, 5, 5, 21, 59, 55));
     for (int day = 5; day < 9; ++day) {
@@ -167,7 +167,7 @@ TEST_F(Scheduler, QueuesWeeklyWorkWithEveryChangeOfDay) {
     }
 }
 
-TEST_F(Scheduler, NeverQueuesWhatHasNoPeriod) {
+TEST_F(TaskSchedulerThreadTest, NeverQueuesWhatHasNoPeriod) {
     module_.Add({.name = "Never", .aggregation = Policy::kNever});
     module_.Add({.name = "Unknown",
                  .aggregation = Policy::kUnknown,
@@ -178,7 +178,7 @@ TEST_F(Scheduler, NeverQueuesWhatHasNoPeriod) {
     EXPECT_EQ(Queued(), "");
 }
 
-TEST_F(Scheduler, QueuesForDisabledModelsAndWithEverythingSwitchedOff) {
+TEST_F(TaskSchedulerThreadTest, QueuesForDisabledModelsAndWithEverythingSwitchedOff) {
     module_.Add({.name = "A", .upload = Policy::kMinutely})->SetEnabled(false);
     UploadEnabled = false;
     AggregationEnabled = false;
@@ -187,7 +187,7 @@ TEST_F(Scheduler, QueuesForDisabledModelsAndWithEverythingSwitchedOff) {
     EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
 }
 
-TEST_F(Scheduler, CatchesUpOnceOnWhatFellDueWhileItWasDown) {
+TEST_F(TaskSchedulerThreadTest, CatchesUpOnceOnWhatFellDueWhileItWasDown) {
     module_.Add({.name = "Day", .upload = Policy::kDaily});
     StartAt(thread_, Utc(2026, 5, 3, 12, 30, 5));
     thread_.RunCycle(Utc(2026, 5, 6, 12, 30, 5));
@@ -200,7 +200,7 @@ TEST_F(Scheduler, CatchesUpOnceOnWhatFellDueWhileItWasDown) {
               1);
 }
 
-TEST_F(Scheduler, SeesAClockThatWasSetBack) {
+TEST_F(TaskSchedulerThreadTest, SeesAClockThatWasSetBack) {
     module_.Add({.name = "Hour", .upload = Policy::kHourly});
     StartAt(thread_, Utc(2026, 5, 6, 12, 30, 5));
     thread_.RunCycle(Utc(2026, 5, 6, 11, 30, 5));
@@ -209,7 +209,7 @@ TEST_F(Scheduler, SeesAClockThatWasSetBack) {
     EXPECT_EQ(ModuleHarness::TakeTasks().size(), 0U);
 }
 
-TEST_F(Scheduler, WrapsBehindTheLastSecondOf32Bits) {
+TEST_F(TaskSchedulerThreadTest, WrapsBehindTheLastSecondOf32Bits) {
     const TimeZone zone("UTC");
     module_.Add({.name = "Minute", .deletion = Policy::kMinutely});
     StartAt(thread_, Utc(2038, 1, 19, 3, 14, 0));
@@ -221,7 +221,7 @@ TEST_F(Scheduler, WrapsBehindTheLastSecondOf32Bits) {
     EXPECT_EQ(Stored(), std::to_string(wrapped));
 }
 
-TEST_F(Scheduler, TakesAStoredZeroForAFirstStart) {
+TEST_F(TaskSchedulerThreadTest, TakesAStoredZeroForAFirstStart) {
     const std::time_t before = std::time(nullptr);
     thread_.Initialise();
     const std::string stored = Stored();
@@ -232,7 +232,7 @@ TEST_F(Scheduler, TakesAStoredZeroForAFirstStart) {
               1);
 }
 
-TEST_F(Scheduler, TakesATableWithoutItsRowForAFirstStartAndWritesNothing) {
+TEST_F(TaskSchedulerThreadTest, TakesATableWithoutItsRowForAFirstStartAndWritesNothing) {
     ModuleHarness::Sql("DELETE FROM Scheduler");
     thread_.Initialise();
     EXPECT_EQ(module_.ModuleLines(
@@ -241,7 +241,7 @@ TEST_F(Scheduler, TakesATableWithoutItsRowForAFirstStartAndWritesNothing) {
     EXPECT_EQ(Stored(), "");
 }
 
-TEST_F(Scheduler, GoesOnWithoutItsTable) {
+TEST_F(TaskSchedulerThreadTest, GoesOnWithoutItsTable) {
     module_.Add({.name = "Minute", .upload = Policy::kMinutely});
     ModuleHarness::Sql("DROP TABLE Scheduler");
     thread_.Initialise();
@@ -256,7 +256,7 @@ TEST_F(Scheduler, GoesOnWithoutItsTable) {
     EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
 }
 
-TEST_F(Scheduler, SaysThatItCannotLockTheDatabase) {
+TEST_F(TaskSchedulerThreadTest, SaysThatItCannotLockTheDatabase) {
     const ExhaustedDatabaseMutex exhausted;
     thread_.Initialise();
     EXPECT_EQ(module_.ModuleLines("error", "ReadLastTimestamp: Failed to lock database"), 1);
@@ -265,7 +265,7 @@ TEST_F(Scheduler, SaysThatItCannotLockTheDatabase) {
         module_.ModuleLines("warning", "TaskSchedulerThread::ThreadMain: Failed to read last timestamp"), 1);
 }
 
-TEST_F(Scheduler, EndsAtOnceWhenItIsCancelledInItsPause) {
+TEST_F(TaskSchedulerThreadTest, EndsAtOnceWhenItIsCancelledInItsPause) {
     ASSERT_TRUE(thread_.Start(nullptr, nullptr));
     while (module_.ModuleLines("trace", "TaskSchedulerThread::ThreadMain: Entering") == 0) {
         std::this_thread::yield();
@@ -273,7 +273,7 @@ TEST_F(Scheduler, EndsAtOnceWhenItIsCancelledInItsPause) {
     EXPECT_TRUE(thread_.Cancel(3000, true));
 }
 
-TEST(SchedulerClock, IsWatchedForJumpsAndForTimesInTheFuture) {
+TEST(TaskSchedulerThreadClock, IsWatchedForJumpsAndForTimesInTheFuture) {
     const ModuleHarness module;
     const auto model = module.Add({.name = "A"});
     const auto now = std::time(nullptr);

@@ -76,7 +76,7 @@ TEST(EventTable, ReadsBackWhatTheUpdatesOfARowSay) {
     EXPECT_TRUE(ReadRegisteredRow(*scope.Query(kSelectRegisteredRows)).enabled);
 }
 
-TEST(ParamCells, CopyTheKnownParametersOfARow) {
+TEST(EventTableParamCells, CopyTheKnownParametersOfARow) {
     const ModuleHarness module;
     const std::shared_ptr<Model_t> model = Logon();
     DatabaseScope scope(kRoutine);

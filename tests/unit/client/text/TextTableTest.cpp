@@ -6,14 +6,14 @@
 
 namespace {
 
-TEST(DisplayWidth, CountsColumnsAndNotBytes) {
+TEST(TextTableDisplayWidth, CountsColumnsAndNotBytes) {
     EXPECT_EQ(DisplayWidth("abc"), 3U);
     EXPECT_EQ(DisplayWidth("\u00fc"), 1U);
     EXPECT_EQ(DisplayWidth("\u65e5\u672c"), 4U) << "wide characters";
     EXPECT_EQ(DisplayWidth("e\u0301"), 1U) << "a combining accent";
 }
 
-TEST(Harmless, ShowsWhatATerminalWouldActOn) {
+TEST(TextTableHarmless, ShowsWhatATerminalWouldActOn) {
     EXPECT_EQ(Harmless("a\n\r\t\x1b[1m\x7f"), "a\\n\\r\\t\\x1b[1m\\x7f");
     EXPECT_EQ(Harmless(std::string_view("a\0b", 3)), "a\\x00b");
     EXPECT_EQ(Harmless("a\u202eb\u2028c\u061cd\u2066e\u200ff"), "a\\u202eb\\u2028c\\u061cd\\u2066e\\u200ff");
@@ -22,7 +22,7 @@ TEST(Harmless, ShowsWhatATerminalWouldActOn) {
     EXPECT_EQ(Harmless("\U0010ffff"), "\\U0010ffff");
 }
 
-TEST(Harmless, LeavesTextAlone) {
+TEST(TextTableHarmless, LeavesTextAlone) {
     EXPECT_EQ(Harmless("M\u00fcller \u65e5\u672c 'x'"), "M\u00fcller \u65e5\u672c 'x'");
 }
 

@@ -15,7 +15,7 @@ int64_t Parsed(std::string_view text) {
     return done ? seconds : -1;
 }
 
-TEST(ParseTime, TakesSecondsSince1970) {
+TEST(TimeTextParse, TakesSecondsSince1970) {
     EXPECT_EQ(Parsed("0"), 0);
     EXPECT_EQ(Parsed("1772439247"), 1772439247);
     EXPECT_EQ(Parsed("2147483647"), 2147483647);
@@ -24,7 +24,7 @@ TEST(ParseTime, TakesSecondsSince1970) {
     EXPECT_EQ(Parsed("99999999999999999999"), -1);
 }
 
-TEST(ParseTime, TakesIso8601WithAZone) {
+TEST(TimeTextParse, TakesIso8601WithAZone) {
     EXPECT_EQ(Parsed("2026-11-21T01:10:25Z"), 1795223425);
     EXPECT_EQ(Parsed("2026-11-21T02:10:25+01:00"), 1795223425);
     EXPECT_EQ(Parsed("2026-11-21T02:10:25+01"), 1795223425);
@@ -32,7 +32,7 @@ TEST(ParseTime, TakesIso8601WithAZone) {
     EXPECT_EQ(Parsed("2026-11-21 01:10:25.987Z"), 1795223425);
 }
 
-TEST(ParseTime, TakesIso8601OfTheLocalZone) {
+TEST(TimeTextParse, TakesIso8601OfTheLocalZone) {
     const TimeZone zone("Europe/Berlin");
     EXPECT_EQ(Parsed("2026-11-21T02:10:25"), 1795223425);
     EXPECT_EQ(Parsed("2026-11-21T02:10"), 1795223400);
@@ -40,7 +40,7 @@ TEST(ParseTime, TakesIso8601OfTheLocalZone) {
     EXPECT_EQ(Parsed("2026-07-01T00:00"), 1782856800) << "in summer";
 }
 
-TEST(ParseTime, TakesNothingElse) {
+TEST(TimeTextParse, TakesNothingElse) {
     for (const char* const text : {"",
                                    "tomorrow",
                                    "12x",
@@ -70,22 +70,22 @@ TEST(ParseTime, TakesNothingElse) {
     }
 }
 
-TEST(FormatLocalTime, NamesTheOffset) {
+TEST(TimeTextFormat, NamesTheOffset) {
     const TimeZone zone("Europe/Berlin");
     EXPECT_EQ(FormatLocalTime(1795223425), "2026-11-21T02:10:25+01:00");
     EXPECT_EQ(FormatLocalTime(1782856800), "2026-07-01T00:00:00+02:00");
 }
 
-TEST(FormatLocalTime, KnowsZonesWestAndOfHalfAnHour) {
+TEST(TimeTextFormat, KnowsZonesWestAndOfHalfAnHour) {
     const TimeZone zone("America/St_Johns");
     EXPECT_EQ(FormatLocalTime(1795223425), "2026-11-20T21:40:25-03:30");
 }
 
-TEST(FormatLocalTime, GivesTheNumberWhereThereIsNoCalendar) {
+TEST(TimeTextFormat, GivesTheNumberWhereThereIsNoCalendar) {
     EXPECT_EQ(FormatLocalTime(INT64_MAX), "9223372036854775807");
 }
 
-TEST(ParseMoment, ReadsMomentsAsPeopleNameThem) {
+TEST(TimeTextMoment, ReadsMomentsAsPeopleNameThem) {
     const TimeZone zone("Europe/Berlin");
     constexpr int64_t now = 1774819800;  // 2026-03-29T23:30:00+02:00, after the change to summer time
     int32_t seconds = 0;
@@ -105,7 +105,7 @@ TEST(ParseMoment, ReadsMomentsAsPeopleNameThem) {
     EXPECT_EQ(FormatLocalTime(seconds), "2026-03-01T00:00:00+01:00");
 }
 
-TEST(ParseMoment, RefusesSpansThatAreNone) {
+TEST(TimeTextMoment, RefusesSpansThatAreNone) {
     int32_t seconds = 5;
     for (const char* text : {"", "h", "-1h", "1.5h", "1x", "h1", "99999999999w", "tomorrow", "1 h"}) {
         EXPECT_FALSE(ParseMoment(text, 1774819800, seconds)) << text;

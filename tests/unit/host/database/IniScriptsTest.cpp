@@ -124,9 +124,9 @@ TEST_F(IniScriptsTest, FailsWhereTheDatabaseCannotBeOpened) {
 using Progress = std::vector<std::pair<uint32_t, uint32_t>>;
 Progress progressSeen;
 
-class IniUpgradeTest : public testing::Test {
+class IniScriptsUpgradeTest : public testing::Test {
 protected:
-    IniUpgradeTest() { progressSeen.clear(); }
+    IniScriptsUpgradeTest() { progressSeen.clear(); }
 
     void RecordVersion(const std::vector<std::string>& parts, const std::string& type = "TEXT") {
         const char* const names[] = {"DatabaseVersionMajor", "DatabaseVersionMinor", "DatabaseRevision",
@@ -174,7 +174,7 @@ protected:
     TestDatabase database_;
 };
 
-TEST_F(IniUpgradeTest, RunsWhatLiesAboveTheRecordedVersionInAscendingOrder) {
+TEST_F(IniScriptsUpgradeTest, RunsWhatLiesAboveTheRecordedVersionInAscendingOrder) {
     RecordVersion({"6", "2", "0", "0"});
     WriteIni({"10.0.0.0", "6.2.0.0", "9.0.0.0", "6.2.0.10", "6.1.9.9", "6.2.0.9", "5.9.9.9"});
     EXPECT_TRUE(Upgrade());
@@ -187,7 +187,7 @@ TEST_F(IniUpgradeTest, RunsWhatLiesAboveTheRecordedVersionInAscendingOrder) {
     EXPECT_EQ(Complaints(), Lines{});
 }
 
-TEST_F(IniUpgradeTest, RunsTheEntriesOfOneVersionInFileOrder) {
+TEST_F(IniScriptsUpgradeTest, RunsTheEntriesOfOneVersionInFileOrder) {
     RecordVersion({"1", "0", "0", "0"});
     WriteIni({"2.0.0.0-z", "3.0.0.0", "2.0.0.0-a", "2.0.0.0", "2.0.0.0-with-more"});
     EXPECT_TRUE(Upgrade());
@@ -195,7 +195,7 @@ TEST_F(IniUpgradeTest, RunsTheEntriesOfOneVersionInFileOrder) {
     EXPECT_EQ(progressSeen, (Progress{{1, 2}, {2, 2}}));
 }
 
-TEST_F(IniUpgradeTest, RecordsWholeNumbersInColumnsOfAnyType) {
+TEST_F(IniScriptsUpgradeTest, RecordsWholeNumbersInColumnsOfAnyType) {
     for (const auto& [type, stored] : {std::pair("TEXT", "text"), std::pair("INTEGER", "integer")}) {
         EXPECT_TRUE(database_.Run("DROP TABLE IF EXISTS DatabaseInformation"));
         EXPECT_TRUE(database_.Run("DROP TABLE IF EXISTS Steps"));
@@ -207,7 +207,7 @@ TEST_F(IniUpgradeTest, RecordsWholeNumbersInColumnsOfAnyType) {
     }
 }
 
-TEST_F(IniUpgradeTest, WarnsOfANameThatIsNoVersion) {
+TEST_F(IniScriptsUpgradeTest, WarnsOfANameThatIsNoVersion) {
     RecordVersion({"1", "0", "0", "0"});
     const std::vector<std::string> wrong = {"2.0.0",    "2.0.0.0.0",       "2.0.0.x",  "2..0.0",
                                             "v2.0.0.0", "2.0.0.0 a",       "-2.0.0.0", "2.0.0.0-",
@@ -225,7 +225,7 @@ TEST_F(IniUpgradeTest, WarnsOfANameThatIsNoVersion) {
     EXPECT_EQ(Complaints(), expected);
 }
 
-TEST_F(IniUpgradeTest, StopsAtTheFirstFailureAndKeepsTheVersionBeforeIt) {
+TEST_F(IniScriptsUpgradeTest, StopsAtTheFirstFailureAndKeepsTheVersionBeforeIt) {
     RecordVersion({"1", "0", "0", "0"});
     database_.Directory().Write("scripts.ini",
                                 "[Upgrade]\n2.0.0.0 = INSERT INTO Steps VALUES (2)\n"
@@ -239,7 +239,7 @@ TEST_F(IniUpgradeTest, StopsAtTheFirstFailureAndKeepsTheVersionBeforeIt) {
                                   "Nowhere VALUES (?)"});
 }
 
-TEST_F(IniUpgradeTest, UndoesAVersionThatItCannotRecord) {
+TEST_F(IniScriptsUpgradeTest, UndoesAVersionThatItCannotRecord) {
     RecordVersion({"1", "0", "0", "0"}, "INTEGER CHECK (FieldValue < 2)");
     WriteIni({"2.0.0.0"});
     EXPECT_FALSE(Upgrade());
@@ -248,7 +248,7 @@ TEST_F(IniUpgradeTest, UndoesAVersionThatItCannotRecord) {
     EXPECT_EQ(Complaints().size(), 1U);
 }
 
-TEST_F(IniUpgradeTest, RunsNothingWhereNoVersionIsRecorded) {
+TEST_F(IniScriptsUpgradeTest, RunsNothingWhereNoVersionIsRecorded) {
     const std::vector<std::vector<std::string>> records = {{},
                                                            {"6", "2", "0"},
                                                            {"6", "2", "0", "x"},
@@ -272,14 +272,14 @@ TEST_F(IniUpgradeTest, RunsNothingWhereNoVersionIsRecorded) {
     }
 }
 
-TEST_F(IniUpgradeTest, RunsNothingWithoutTheTable) {
+TEST_F(IniScriptsUpgradeTest, RunsNothingWithoutTheTable) {
     WriteIni({"7.0.0.0"});
     EXPECT_TRUE(Upgrade());
     EXPECT_EQ(Complaints(), Lines{"warning Test RunUpgrade: No version is recorded in table "
                                   "'DatabaseInformation'; no upgrade of section 'Upgrade' is run"});
 }
 
-TEST_F(IniUpgradeTest, FailsWhereTheVersionCannotBeRead) {
+TEST_F(IniScriptsUpgradeTest, FailsWhereTheVersionCannotBeRead) {
     EXPECT_TRUE(database_.Run("CREATE TABLE DatabaseInformation (Name, Value)"));
     WriteIni({"7.0.0.0"});
     EXPECT_FALSE(Upgrade());
@@ -290,7 +290,7 @@ TEST_F(IniUpgradeTest, FailsWhereTheVersionCannotBeRead) {
     EXPECT_EQ(Complaints().size(), 2U);
 }
 
-TEST_F(IniUpgradeTest, NeedsNoOneToTellOfItsProgress) {
+TEST_F(IniScriptsUpgradeTest, NeedsNoOneToTellOfItsProgress) {
     RecordVersion({"1", "0", "0", "0"});
     WriteIni({"2.0.0.0"});
     DBConnection connection(database_.Pool());

@@ -53,7 +53,7 @@ void MakeDeep(const fs::path& root, int depth) {
 
 }  // namespace
 
-TEST(PathCreate, MakesMissingParentsForTheOwnerAlone) {
+TEST(LumDirectoryCreate, MakesMissingParentsForTheOwnerAlone) {
     const TempDirectory directory;
     EXPECT_TRUE(PathCreate(directory.At("a/b//c/")));
     EXPECT_TRUE(DirExists(directory.At("a/b/c")));
@@ -61,7 +61,7 @@ TEST(PathCreate, MakesMissingParentsForTheOwnerAlone) {
     EXPECT_EQ(ModeOf(directory.At("a/b/c")), 0700U);
 }
 
-TEST(PathCreate, IsTrueForADirectoryThatIsThere) {
+TEST(LumDirectoryCreate, IsTrueForADirectoryThatIsThere) {
     const TempDirectory directory;
     EXPECT_TRUE(PathCreate(directory.At("")));
     EXPECT_TRUE(PathCreate("/"));
@@ -71,7 +71,7 @@ TEST(PathCreate, IsTrueForADirectoryThatIsThere) {
     EXPECT_TRUE(DirExists(directory.At("real/below")));
 }
 
-TEST(PathCreate, FailsWhereAFileIsInTheWay) {
+TEST(LumDirectoryCreate, FailsWhereAFileIsInTheWay) {
     const TempDirectory directory;
     directory.Write("file", "");
     EXPECT_FALSE(PathCreate(directory.At("file")));
@@ -81,7 +81,7 @@ TEST(PathCreate, FailsWhereAFileIsInTheWay) {
     EXPECT_FALSE(directory.Has("null"));
 }
 
-TEST(PathCreate, SyncsTheEntryOfEachDirectoryThatItMakes) {
+TEST(LumDirectoryCreate, SyncsTheEntryOfEachDirectoryThatItMakes) {
     const TempDirectory directory;
     FaultPlan plan;
     plan.Watch(directory.Path().string());
@@ -100,7 +100,7 @@ TEST(PathCreate, SyncsTheEntryOfEachDirectoryThatItMakes) {
     FaultShimUse(nullptr);
 }
 
-TEST(DirExists, TellsDirectoriesFromTheRest) {
+TEST(LumDirectoryExists, TellsDirectoriesFromTheRest) {
     const TempDirectory directory;
     directory.Write("file", "");
     fs::create_directory_symlink(".", directory.Path() / "link");
@@ -112,7 +112,7 @@ TEST(DirExists, TellsDirectoriesFromTheRest) {
     EXPECT_FALSE(DirExists(WithNull(directory.At("."))));
 }
 
-TEST(DirDelete, DeletesAnEmptyDirectoryAlone) {
+TEST(LumDirectoryDelete, DeletesAnEmptyDirectoryAlone) {
     const TempDirectory directory;
     directory.MakeDirectory("empty");
     directory.MakeDirectory("full/below");
@@ -122,7 +122,7 @@ TEST(DirDelete, DeletesAnEmptyDirectoryAlone) {
     EXPECT_TRUE(directory.Has("full/below"));
 }
 
-TEST(DirDelete, DeletesATreeWithEverythingInIt) {
+TEST(LumDirectoryDelete, DeletesATreeWithEverythingInIt) {
     const TempDirectory directory;
     directory.MakeDirectory("tree/a/b/c");
     directory.MakeDirectory("tree/a/x");
@@ -135,7 +135,7 @@ TEST(DirDelete, DeletesATreeWithEverythingInIt) {
     EXPECT_EQ(directory.CountEntries(), 0U);
 }
 
-TEST(DirDelete, CountsAMissingDirectoryAsDeletedWithForceOnly) {
+TEST(LumDirectoryDelete, CountsAMissingDirectoryAsDeletedWithForceOnly) {
     const TempDirectory directory;
     for (const bool recursive : {false, true}) {
         EXPECT_TRUE(DirDelete(directory.At("missing"), recursive, true));
@@ -144,7 +144,7 @@ TEST(DirDelete, CountsAMissingDirectoryAsDeletedWithForceOnly) {
     }
 }
 
-TEST(DirDelete, RefusesPathsThatNameMoreThanADirectory) {
+TEST(LumDirectoryDelete, RefusesPathsThatNameMoreThanADirectory) {
     const TempDirectory directory;
     directory.MakeDirectory("a/b");
     for (const bool recursive : {false, true}) {
@@ -160,7 +160,7 @@ TEST(DirDelete, RefusesPathsThatNameMoreThanADirectory) {
     EXPECT_TRUE(DirDelete(directory.At("..dots../."), true, false));
 }
 
-TEST(DirDelete, DeletesLinksAndNeverFollowsThem) {
+TEST(LumDirectoryDelete, DeletesLinksAndNeverFollowsThem) {
     const TempDirectory directory;
     directory.MakeDirectory("outside");
     directory.Write("outside/kept", "1");
@@ -172,7 +172,7 @@ TEST(DirDelete, DeletesLinksAndNeverFollowsThem) {
     EXPECT_TRUE(directory.Has("outside/kept"));
 }
 
-TEST(DirDelete, RefusesALinkInPlaceOfTheDirectory) {
+TEST(LumDirectoryDelete, RefusesALinkInPlaceOfTheDirectory) {
     const TempDirectory directory;
     directory.MakeDirectory("real");
     directory.Write("real/kept", "1");
@@ -188,7 +188,7 @@ TEST(DirDelete, RefusesALinkInPlaceOfTheDirectory) {
     EXPECT_TRUE(directory.Has("file"));
 }
 
-TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
+TEST(LumDirectoryDelete, FollowsNoLinkThatIsSwappedIn) {
     const TempDirectory directory;
     directory.MakeDirectory("outside");
     directory.Write("outside/kept", "1");
@@ -221,7 +221,7 @@ TEST(DirDelete, FollowsNoLinkThatIsSwappedIn) {
     }
 }
 
-TEST(DirDelete, IsNotTrueForADirectoryThatIsStillThere) {
+TEST(LumDirectoryDelete, IsNotTrueForADirectoryThatIsStillThere) {
     const TempDirectory directory;
     constexpr int kFiles = 3'000;
     const LumString tree = directory.At("tree");
@@ -244,7 +244,7 @@ TEST(DirDelete, IsNotTrueForADirectoryThatIsStillThere) {
     }
 }
 
-TEST(DirDelete, NeedsFewDescriptorsForADeepTree) {
+TEST(LumDirectoryDelete, NeedsFewDescriptorsForADeepTree) {
     const TempDirectory directory;
     directory.MakeDirectory("tree");
     MakeDeep(directory.Path() / "tree", 300);
@@ -253,7 +253,7 @@ TEST(DirDelete, NeedsFewDescriptorsForADeepTree) {
     EXPECT_EQ(directory.CountEntries(), 0U);
 }
 
-TEST(FileCopy, CopiesTheWholeContent) {
+TEST(LumFileCopy, CopiesTheWholeContent) {
     const TempDirectory directory;
     const std::string content = std::string(kMegabyte, 'x') + std::string(3, '\0') + "end";
     directory.Write("from", content);
@@ -263,7 +263,7 @@ TEST(FileCopy, CopiesTheWholeContent) {
     EXPECT_EQ(directory.CountEntries(), 2U);
 }
 
-TEST(FileCopy, ReplacesTheTargetOrKeepsIt) {
+TEST(LumFileCopy, ReplacesTheTargetOrKeepsIt) {
     const TempDirectory directory;
     directory.Write("from", "new");
     directory.Write("to", "old");
@@ -277,7 +277,7 @@ TEST(FileCopy, ReplacesTheTargetOrKeepsIt) {
     EXPECT_EQ(directory.CountEntries(), 3U);
 }
 
-TEST(FileCopy, FailsForWhatIsNoRegularFile) {
+TEST(LumFileCopy, FailsForWhatIsNoRegularFile) {
     const TempDirectory directory;
     directory.Write("from", "x");
     directory.MakeDirectory("directory");
@@ -293,7 +293,7 @@ TEST(FileCopy, FailsForWhatIsNoRegularFile) {
     EXPECT_EQ(directory.CountEntries(), 3U);
 }
 
-TEST(FileCopy, LeavesNothingBehindOnAFullDisk) {
+TEST(LumFileCopy, LeavesNothingBehindOnAFullDisk) {
     const TempDirectory directory;
     directory.Write("from", std::string(kMegabyte, 'x'));
     directory.Write("to", "old");
@@ -304,7 +304,7 @@ TEST(FileCopy, LeavesNothingBehindOnAFullDisk) {
     EXPECT_EQ(directory.CountEntries(), 2U);
 }
 
-TEST(FileMove, GivesTheFileItsNewPath) {
+TEST(LumFileMove, GivesTheFileItsNewPath) {
     const TempDirectory directory;
     directory.Write("from", "content");
     directory.MakeDirectory("inner");
@@ -313,7 +313,7 @@ TEST(FileMove, GivesTheFileItsNewPath) {
     EXPECT_FALSE(directory.Has("from"));
 }
 
-TEST(FileMove, KeepsWhatIsThere) {
+TEST(LumFileMove, KeepsWhatIsThere) {
     const TempDirectory directory;
     directory.Write("from", "new");
     directory.Write("to", "old");
@@ -323,7 +323,7 @@ TEST(FileMove, KeepsWhatIsThere) {
     EXPECT_EQ(directory.Read("to"), "old");
 }
 
-TEST(FileMove, FailsForWhatIsNoRegularFile) {
+TEST(LumFileMove, FailsForWhatIsNoRegularFile) {
     const TempDirectory directory;
     directory.Write("from", "x");
     directory.MakeDirectory("directory");
@@ -335,7 +335,7 @@ TEST(FileMove, FailsForWhatIsNoRegularFile) {
     EXPECT_EQ(directory.CountEntries(), 2U);
 }
 
-TEST(FileDelete, DeletesAFileOrALinkItself) {
+TEST(LumFileDelete, DeletesAFileOrALinkItself) {
     const TempDirectory directory;
     directory.Write("file", "");
     fs::create_symlink("file", directory.Path() / "link");
@@ -345,13 +345,13 @@ TEST(FileDelete, DeletesAFileOrALinkItself) {
     EXPECT_FALSE(directory.Has("file"));
 }
 
-TEST(FileDelete, CountsAMissingFileAsDeletedWithTheFlagOnly) {
+TEST(LumFileDelete, CountsAMissingFileAsDeletedWithTheFlagOnly) {
     const TempDirectory directory;
     EXPECT_TRUE(FileDelete(directory.At("missing"), true));
     EXPECT_FALSE(FileDelete(directory.At("missing"), false));
 }
 
-TEST(FileDelete, FailsForADirectory) {
+TEST(LumFileDelete, FailsForADirectory) {
     const TempDirectory directory;
     directory.MakeDirectory("directory");
     directory.Write("file", "");
@@ -363,7 +363,7 @@ TEST(FileDelete, FailsForADirectory) {
     EXPECT_TRUE(directory.Has("file"));
 }
 
-TEST(Directory, ListsEveryEntry) {
+TEST(LumDirectoryRead, ListsEveryEntry) {
     const TempDirectory directory;
     directory.Write("a", "");
     directory.MakeDirectory("b");
@@ -381,7 +381,7 @@ TEST(Directory, ListsEveryEntry) {
     CloseDirectory(listing);
 }
 
-TEST(Directory, CannotBeOpenedWhereThereIsNone) {
+TEST(LumDirectoryRead, CannotBeOpenedWhereThereIsNone) {
     const TempDirectory directory;
     directory.Write("file", "");
     EXPECT_EQ(OpenDirectory(directory.At("missing")), nullptr);
@@ -393,7 +393,7 @@ TEST(Directory, CannotBeOpenedWhereThereIsNone) {
     CloseDirectory(nullptr);
 }
 
-TEST(IsRegularFile, TellsRegularFilesFromTheRest) {
+TEST(LumFileIsRegular, TellsRegularFilesFromTheRest) {
     const TempDirectory directory;
     directory.Write("file", "");
     fs::create_symlink("file", directory.Path() / "link");
@@ -406,7 +406,7 @@ TEST(IsRegularFile, TellsRegularFilesFromTheRest) {
     EXPECT_FALSE(IsRegularFile(WithNull(directory.At("file"))));
 }
 
-TEST(FileRead, ReadsTheWholeFile) {
+TEST(LumFileRead, ReadsTheWholeFile) {
     const TempDirectory directory;
     const std::string bytes = std::string("a\0b\r\n", 5) + std::string(100000, 'x');
     directory.Write("file", bytes);
@@ -419,14 +419,14 @@ TEST(FileRead, ReadsTheWholeFile) {
     }
 }
 
-TEST(FileRead, ReadsAFileThatTheSystemGivesNoSizeFor) {
+TEST(LumFileRead, ReadsAFileThatTheSystemGivesNoSizeFor) {
     std::string content;
     LumString error;
     EXPECT_TRUE(FileRead("/proc/self/status", kMegabyte, content, error));
     EXPECT_THAT(content, HasSubstr("Pid:"));
 }
 
-TEST(FileRead, SaysWhyItFailsAndKeepsTheOutput) {
+TEST(LumFileRead, SaysWhyItFailsAndKeepsTheOutput) {
     const TempDirectory directory;
     directory.Write("file", "12345");
     directory.MakeDirectory("directory");
@@ -449,7 +449,7 @@ TEST(FileRead, SaysWhyItFailsAndKeepsTheOutput) {
     }
 }
 
-TEST(FileRead, SaysThatReadingFailed) {
+TEST(LumFileRead, SaysThatReadingFailed) {
     std::string content;
     LumString error;
     // The process's own memory, which has nothing at its begin.
@@ -457,7 +457,7 @@ TEST(FileRead, SaysThatReadingFailed) {
     EXPECT_EQ(error, "Input/output error");
 }
 
-TEST(FileReplace, MakesANewFileForTheOwnerAlone) {
+TEST(LumFileReplace, MakesANewFileForTheOwnerAlone) {
     const TempDirectory directory;
     LumString error;
     EXPECT_TRUE(FileReplace(directory.At("file"), std::string_view("a\0b", 3), error));
@@ -466,7 +466,7 @@ TEST(FileReplace, MakesANewFileForTheOwnerAlone) {
     EXPECT_EQ(directory.CountEntries(), 1U);
 }
 
-TEST(FileReplace, KeepsTheModeOfTheFileThatItReplaces) {
+TEST(LumFileReplace, KeepsTheModeOfTheFileThatItReplaces) {
     const TempDirectory directory;
     directory.Write("file", "old");
     fs::permissions(directory.Path() / "file", fs::perms(0644));
@@ -476,7 +476,7 @@ TEST(FileReplace, KeepsTheModeOfTheFileThatItReplaces) {
     EXPECT_EQ(ModeOf(directory.At("file")), 0644U);
 }
 
-TEST(FileReplace, ReplacesALinkRatherThanItsTarget) {
+TEST(LumFileReplace, ReplacesALinkRatherThanItsTarget) {
     const TempDirectory directory;
     directory.Write("target", "old");
     fs::create_symlink("target", directory.Path() / "link");
@@ -487,7 +487,7 @@ TEST(FileReplace, ReplacesALinkRatherThanItsTarget) {
     EXPECT_EQ(directory.Read("target"), "old");
 }
 
-TEST(FileReplace, WorksOnANameInTheCurrentDirectoryAndOnTheLongestName) {
+TEST(LumFileReplace, WorksOnANameInTheCurrentDirectoryAndOnTheLongestName) {
     const TempDirectory directory;
     const fs::path before = fs::current_path();
     fs::current_path(directory.Path());
@@ -499,7 +499,7 @@ TEST(FileReplace, WorksOnANameInTheCurrentDirectoryAndOnTheLongestName) {
     EXPECT_EQ(directory.Read(std::string(255, 'n')), "2");
 }
 
-TEST(FileReplace, KeepsTheOldFileWhereItFails) {
+TEST(LumFileReplace, KeepsTheOldFileWhereItFails) {
     const TempDirectory directory;
     directory.Write("file", "old");
     directory.MakeDirectory("directory");
@@ -522,7 +522,7 @@ TEST(FileReplace, KeepsTheOldFileWhereItFails) {
     EXPECT_EQ(directory.CountEntries(), 3U);
 }
 
-TEST(FileReplace, LeavesUnfinishedFilesToWhoeverOwnsTheDirectory) {
+TEST(LumFileReplace, LeavesUnfinishedFilesToWhoeverOwnsTheDirectory) {
     const TempDirectory directory;
     directory.Write(".lum-a1b2c3", "half");
     directory.Write("lum-a1b2c3", "whole");
@@ -537,10 +537,10 @@ TEST(FileReplace, LeavesUnfinishedFilesToWhoeverOwnsTheDirectory) {
 namespace {
 
 /// A temporary directory that files are made in while the object lives.
-class TempFile : public testing::Test {
+class LumTempFile : public testing::Test {
 protected:
-    TempFile() { SetTempDirectory(directory_.At("tmp")); }
-    ~TempFile() override { SetTempDirectory(before_); }
+    LumTempFile() { SetTempDirectory(directory_.At("tmp")); }
+    ~LumTempFile() override { SetTempDirectory(before_); }
 
     const TempDirectory directory_;
     const LumString before_ = GetTempDirectory();
@@ -548,7 +548,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TempFile, LiesInTheTemporaryDirectoryForTheOwnerAlone) {
+TEST_F(LumTempFile, LiesInTheTemporaryDirectoryForTheOwnerAlone) {
     EXPECT_EQ(before_, fs::temp_directory_path().c_str());
     directory_.MakeDirectory("tmp");
     LumString first;
@@ -563,14 +563,14 @@ TEST_F(TempFile, LiesInTheTemporaryDirectoryForTheOwnerAlone) {
     EXPECT_EQ(ModeOf(first), 0600U);
 }
 
-TEST_F(TempFile, MakesTheDirectoryAgainWhenItIsMissing) {
+TEST_F(LumTempFile, MakesTheDirectoryAgainWhenItIsMissing) {
     LumString path;
     EXPECT_TRUE(OpenTempFile(path).IsOpen());
     EXPECT_EQ(ModeOf(directory_.At("tmp")), 0700U);
     EXPECT_TRUE(fs::exists(path.GetString()));
 }
 
-TEST_F(TempFile, CannotBeMadeWhereAFileIsInTheWay) {
+TEST_F(LumTempFile, CannotBeMadeWhereAFileIsInTheWay) {
     directory_.Write("tmp", "");
     LumString path = "kept";
     EXPECT_FALSE(OpenTempFile(path).IsOpen());

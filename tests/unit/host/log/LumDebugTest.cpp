@@ -62,7 +62,7 @@ protected:
 
 }  // namespace
 
-TEST(LumLogLevel, HasANameEachWay) {
+TEST(LumDebugLevel, HasANameEachWay) {
     for (const auto& [level, name] :
          {std::pair(LumLogLevel::kTrace, "trace"), std::pair(LumLogLevel::kPrint, "print"),
           std::pair(LumLogLevel::kWarning, "warning"), std::pair(LumLogLevel::kError, "error")}) {
@@ -426,7 +426,7 @@ TEST_F(LumDebugTest, ManyThreadsMixNoLines) {
     EXPECT_THAT(lines_.Said(), testing::Each("print Module 0123456789"));
 }
 
-TEST(LumHostDebug, IsTheLoggerOfTheHost) {
+TEST(LumDebugOfTheHost, IsTheLoggerOfTheHost) {
     EXPECT_EQ(LumHostDebug().GetName(), "Host");
     const HostLogLines lines;
     LumHostDebug().WarningWithNL("text");

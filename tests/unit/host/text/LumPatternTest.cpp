@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(MatchPattern, KnowsStarsAndQuestionMarks) {
+TEST(LumPattern, KnowsStarsAndQuestionMarks) {
     struct Case {
         const char* text;
         const char* pattern;
@@ -42,14 +42,14 @@ TEST(MatchPattern, KnowsStarsAndQuestionMarks) {
     }
 }
 
-TEST(MatchPattern, MindsLetterCaseUnlessToldNotTo) {
+TEST(LumPattern, MindsLetterCaseUnlessToldNotTo) {
     EXPECT_FALSE(MatchPattern("LOGON.XML", "*.xml", false));
     EXPECT_TRUE(MatchPattern("LOGON.XML", "*.xml", true));
     EXPECT_TRUE(MatchPattern("a", "A", true));
     EXPECT_FALSE(MatchPattern("@", "`", true)) << "letters alone are folded";
 }
 
-TEST(MatchPattern, TakesNoLongerForManyStars) {
+TEST(LumPattern, TakesNoLongerForManyStars) {
     const LumString text(std::string(5000, 'a'));
     std::string pattern;
     for (int i = 0; i < 50; ++i) {

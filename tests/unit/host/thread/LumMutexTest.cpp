@@ -173,7 +173,7 @@ TEST(LumMutexLock, HoldsTheMutexForItsOwnLifetime) {
     EXPECT_TRUE(contender.GetsIn());
 }
 
-TEST(LumOptionalMutexLock, HoldsAMutexOrNothing) {
+TEST(LumMutexOptionalLock, HoldsAMutexOrNothing) {
     const LumOptionalMutexLock nothing(nullptr);
     LumMutex mutex;
     auto lock = std::make_unique<LumOptionalMutexLock>(&mutex);
@@ -183,7 +183,7 @@ TEST(LumOptionalMutexLock, HoldsAMutexOrNothing) {
     EXPECT_TRUE(contender.GetsIn());
 }
 
-TEST(LumOptionalMutexLock, GivesBackOnlyWhatItTook) {
+TEST(LumMutexOptionalLock, GivesBackOnlyWhatItTook) {
     LumMutex mutex;
     for (uint32_t i = 0; i < LumMutex::kMaxDepth; ++i) {
         ASSERT_TRUE(mutex.Lock());

@@ -59,7 +59,7 @@ TEST(LumTime, ReadsUtcFieldsAsLocalStandardTime) {
     }
 }
 
-TEST(LumGmtOffset, FollowsDaylightSavingOnBothSidesOfEachChange) {
+TEST(LumTimeGmtOffset, FollowsDaylightSavingOnBothSidesOfEachChange) {
     struct Change {
         const char* zone;
         std::time_t moment;
@@ -81,7 +81,7 @@ TEST(LumGmtOffset, FollowsDaylightSavingOnBothSidesOfEachChange) {
     }
 }
 
-TEST(LumGmtOffset, IsFixedInZonesWithoutDaylightSaving) {
+TEST(LumTimeGmtOffset, IsFixedInZonesWithoutDaylightSaving) {
     struct Fixed {
         const char* zone;
         int32_t offset;
@@ -94,13 +94,13 @@ TEST(LumGmtOffset, IsFixedInZonesWithoutDaylightSaving) {
     }
 }
 
-TEST(LumGmtOffset, TakesSummerTimeForOneHourEverywhere) {
+TEST(LumTimeGmtOffset, TakesSummerTimeForOneHourEverywhere) {
     const TimeZone zone("Australia/Lord_Howe");
     EXPECT_EQ(LumGmtOffset(Utc(2026, 7, 1)), 10 * kHour + 1800);
     EXPECT_EQ(LumGmtOffset(Utc(2026, 1, 1)), 11 * kHour + 1800) << "the clock there is 11 hours ahead";
 }
 
-TEST(LumGmtOffset, AgreesWithTheSystemHourByHour) {
+TEST(LumTimeGmtOffset, AgreesWithTheSystemHourByHour) {
     for (const char* name :
          {"Europe/Berlin", "America/New_York", "America/Sao_Paulo", "Asia/Kolkata", "UTC"}) {
         const TimeZone zone(name);
@@ -110,7 +110,7 @@ TEST(LumGmtOffset, AgreesWithTheSystemHourByHour) {
     }
 }
 
-TEST(LumGmtOffset, RemembersNoAnswerOfAnotherZone) {
+TEST(LumTimeGmtOffset, RemembersNoAnswerOfAnotherZone) {
     const std::time_t moment = Utc(2026, 7, 1);
     for (int round = 0; round < 3; ++round) {
         {
@@ -128,7 +128,7 @@ TEST(LumGmtOffset, RemembersNoAnswerOfAnotherZone) {
     }
 }
 
-TEST(LumGmtOffset, RemembersNoAnswerOfASecondThatOnlyEndsInTheSameBits) {
+TEST(LumTimeGmtOffset, RemembersNoAnswerOfASecondThatOnlyEndsInTheSameBits) {
     const TimeZone zone("Europe/Berlin");
     const std::time_t winter = Utc(2026, 3, 1);
     const std::time_t later = winter + (std::time_t{1} << 32U);
@@ -140,7 +140,7 @@ TEST(LumGmtOffset, RemembersNoAnswerOfASecondThatOnlyEndsInTheSameBits) {
     EXPECT_EQ(LumGmtOffset(earlier), SystemOffset(earlier)) << "a local time of the city's own";
 }
 
-TEST(LumGmtOffset, AnswersManyThreadsAtOnce) {
+TEST(LumTimeGmtOffset, AnswersManyThreadsAtOnce) {
     const TimeZone zone("Europe/Berlin");
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;

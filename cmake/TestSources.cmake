@@ -1,0 +1,33 @@
+# A source of a test or a benchmark that is in no target would be compiled by nobody and rot unseen: it ends the
+# configuration with an error.
+
+# lum_sources_below(directory result): the absolute paths of the sources of all targets there and below.
+function(lum_sources_below directory result)
+    get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+    foreach(target ${targets})
+        get_target_property(base ${target} SOURCE_DIR)
+        get_target_property(sources ${target} SOURCES)
+        foreach(source ${sources})
+            cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY ${base} NORMALIZE)
+            list(APPEND found ${source})
+        endforeach()
+    endforeach()
+    get_property(folders DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
+    foreach(folder ${folders})
+        lum_sources_below(${folder} below)
+        list(APPEND found ${below})
+    endforeach()
+    set(${result} ${found} PARENT_SCOPE)
+endfunction()
+
+foreach(folder tests bench)
+    lum_sources_below(${PROJECT_SOURCE_DIR}/${folder} compiled)
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+    list(REMOVE_ITEM sources ${compiled})
+    if(LUM_FUZZ)
+        list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/tests/fuzz/Replay.cpp)
+    endif()
+    if(sources)
+        message(FATAL_ERROR "In no target: ${sources}")
+    endif()
+endforeach()
