@@ -27,6 +27,7 @@
 #include "BuildPaths.h"
 #include "events/UploadBacklog.h"
 #include "host/core/ModuleInterface.h"
+#include "host/database/Database.h"
 #include "host/time/LumTime.h"
 #include "sched/TaskProcessorThread.h"
 #include "support/LinkedModule.h"
@@ -83,7 +84,12 @@ public:
     static void UploadAndPurge(LumSeconds end) {
         TaskQueue.Push(MakeTask(TaskType::TaskUpload, "Logon", 0, end, false));
         TaskQueue.Push(MakeTask(TaskType::TaskDelete, "Logon", 0, end, false));
+        RunCycle();
+    }
+    /// What the thread of the tasks left undurable is not the fault of the next action on this thread.
+    static void RunCycle() {
         ProcessorThread.RunCycle();
+        static_cast<void>(DBTakeDurable());
     }
 
     /// The work that is disturbed.
@@ -100,7 +106,7 @@ public:
 
     /// What has to work once all is well; with nothing left to do at the end.
     static void Recover(Account& account) {
-        ProcessorThread.RunCycle();
+        RunCycle();
         UploadAndPurge(kOldEnd);
         UploadAndPurge(LumNow() + 1);
         Require(UploadBacklog.GetOutstanding().empty(), "something is outstanding");
