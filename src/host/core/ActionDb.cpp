@@ -1,16 +1,21 @@
 #include "host/core/ActionDb.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include "contract/Statuses.h"
 #include "host/core/LumCaller.h"
+#include "host/core/LumMetrics.h"
 #include "host/log/LumDebug.h"
 
 namespace {
@@ -36,11 +41,42 @@ private:
     std::atomic<uint32_t> count_{0};
 };
 
+/// The statuses that have a counter of their own; all others share one, so that no action can fill /metrics.
+constexpr std::array<uint32_t, 4> kCountedStatuses = {kActionDone, kActionFailed, kActionRefused,
+                                                      kActionWithinGap};
+
+/// What /metrics shows of one action.
+class ActionFigures {
+public:
+    explicit ActionFigures(const LumString& name)
+        : time_(LumMetricsHistogram("lum_action_seconds", "How long calls of the action took.",
+                                    {{"action", name}})) {
+        for (std::size_t i = 0; i <= kCountedStatuses.size(); ++i) {
+            const LumString status(i < kCountedStatuses.size() ? std::to_string(kCountedStatuses[i])
+                                                               : "other");
+            counters_[i] =
+                &LumMetricsCounter("lum_action_calls_total", "Calls of the action, by their status.",
+                                   {{"action", name}, {"status", status}});
+        }
+    }
+
+    void Note(uint32_t status, std::chrono::steady_clock::duration time) const {
+        const auto* const found = std::find(kCountedStatuses.begin(), kCountedStatuses.end(), status);
+        counters_[static_cast<std::size_t>(found - kCountedStatuses.begin())]->Add();
+        time_.Observe(std::chrono::duration<double>(time).count());
+    }
+
+private:
+    LumHistogram& time_;
+    std::array<LumCounter*, kCountedStatuses.size() + 1> counters_{};
+};
+
 struct Action {
     ActionInfo info;
     ActionHandler handler;
     const void* agentHandle;
     std::shared_ptr<RunningCalls> calls;
+    ActionFigures figures;
 };
 
 /// One call: holds the action, or nothing where there is none, and keeps its module from being unregistered.
@@ -76,7 +112,8 @@ public:
         if (calls == nullptr) {
             calls = std::make_shared<RunningCalls>();
         }
-        const auto action = std::make_shared<const Action>(Action{info, handler, agentHandle, calls});
+        const auto action = std::make_shared<const Action>(
+            Action{info, handler, agentHandle, calls, ActionFigures(info.name)});
         byName_.emplace(action->info.name.View(), action);
         inOrder_.push_back(action);
         return true;
@@ -208,7 +245,9 @@ bool ActionDbCallAction(const LumString& name, LumContainer& container, uint32_t
     if (call.GetAction() == nullptr) {
         return false;
     }
+    const auto before = std::chrono::steady_clock::now();
     status = RunHandler(*call.GetAction(), container);
+    call.GetAction()->figures.Note(status, std::chrono::steady_clock::now() - before);
     return true;
 }
 

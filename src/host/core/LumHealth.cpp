@@ -11,6 +11,7 @@ struct Reasons {
     std::shared_mutex mutex;
     /// (source, sentence); guarded by mutex. There are a handful.
     std::vector<std::pair<LumString, LumString>> list;
+    std::vector<std::pair<const void*, std::function<LumString()>>> checks;  // guarded by mutex
 
     /// To be called with the lock held.
     [[nodiscard]] std::vector<std::pair<LumString, LumString>>::iterator Find(const LumString& source) {
@@ -58,5 +59,23 @@ std::vector<LumString> LumHealthReasons() {
     for (const auto& [source, sentence] : reasons.list) {
         sentences.push_back(sentence);
     }
+    for (const auto& [owner, check] : reasons.checks) {
+        LumString sentence = check();
+        if (!sentence.IsEmpty()) {
+            sentences.push_back(std::move(sentence));
+        }
+    }
     return sentences;
+}
+
+LumHealthCheck::LumHealthCheck(std::function<LumString()> check) {
+    Reasons& reasons = TheReasons();
+    const std::unique_lock<std::shared_mutex> guard(reasons.mutex);
+    reasons.checks.emplace_back(this, std::move(check));
+}
+
+LumHealthCheck::~LumHealthCheck() {
+    Reasons& reasons = TheReasons();
+    const std::unique_lock<std::shared_mutex> guard(reasons.mutex);
+    std::erase_if(reasons.checks, [this](const auto& entry) { return entry.first == this; });
 }

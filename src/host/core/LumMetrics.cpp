@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <exception>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -238,8 +239,20 @@ LumStatusProvider::~LumStatusProvider() {
 
 void LumStatusCollect(LumContainer& status) {
     TheProviders().ForEach([&status](const LumString& name, const std::function<void(LumContainer&)>& fill) {
+        if (name.IsEmpty()) {
+            fill(status);
+            return;
+        }
         LumContainer part;
         fill(part);
         status.SetContainer(name, std::move(part));
     });
+}
+
+void LumStatusSetNumber(LumContainer& status, const LumString& name, uint64_t number) {
+    if (number <= static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) {
+        status.SetInt32(name, static_cast<int32_t>(number));
+    } else {
+        status.SetDouble(name, static_cast<double>(number));
+    }
 }

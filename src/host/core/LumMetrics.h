@@ -98,7 +98,8 @@ public:
     ~LumMetricsRefresh();
 };
 
-/// While it lives, `fill` is asked for what /status shows under `name`, the module's. It has to be quick,
+/// While it lives, `fill` is asked for what /status shows under `name`, the module's, or, with an empty name,
+/// beside what the agent itself shows. It has to be quick,
 /// whatever the module stores: a second at most. Its end waits for a call that is under way, so a module ends
 /// it with command 5 at the latest.
 class LUM_API LumStatusProvider {
@@ -109,5 +110,8 @@ public:
     ~LumStatusProvider();
 };
 
-/// What the providers say: a container under each one's name, in the order in which they came.
+/// Puts a number of any size: a 32-bit integer where it is one, else a double.
+LUM_API void LumStatusSetNumber(LumContainer& status, const LumString& name, uint64_t number);
+
+/// What the providers say, in the order in which they came.
 LUM_API void LumStatusCollect(LumContainer& status);

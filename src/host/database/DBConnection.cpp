@@ -3,6 +3,7 @@
 
 #include "host/database/IniScripts.h"
 #include "host/database/internal/DBConnectionPoolImpl.h"
+#include "host/database/internal/DatabaseFigures.h"
 #include "host/database/internal/StatementText.h"
 
 namespace {
@@ -27,6 +28,7 @@ public:
         DBOutcome outcome;
         const bool done = handle_->Run(this, sql, watch, rows, outcome);
         pool_.NoteChange(outcome, done);
+        CountStatement(done);
         RememberUnsynced(std::move(outcome.unsynced), pool_);
         if (!done) {
             if (!quiet && !outcome.wasStopped) {

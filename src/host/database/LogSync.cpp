@@ -4,6 +4,8 @@
 
 #include <sqlite3.h>
 
+#include "host/database/internal/DatabaseFigures.h"
+
 uint64_t LogSync::NoteCommit(sqlite3* database) {
     if (file_.load(std::memory_order_relaxed) == nullptr) {
         sqlite3_file* file = nullptr;
@@ -39,6 +41,7 @@ void LogSync::SyncForAll(std::unique_lock<std::mutex>& lock) {
     lock.lock();
     syncing_ = false;
     if (status == SQLITE_OK) {
+        CountSync(reached - durable_);
         durable_ = reached;
     } else {
         Fail(sqlite3_errstr(status));

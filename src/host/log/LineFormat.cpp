@@ -3,6 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <string>
+#include <string_view>
+
 #include <spdlog/pattern_formatter.h>
 
 namespace {
@@ -24,10 +27,29 @@ public:
     }
 };
 
+/// The priorities of sd-daemon(3), by the level that spdlog has for ours.
+class PriorityFlag : public spdlog::custom_flag_formatter {
+public:
+    void format(const spdlog::details::log_msg& message, const std::tm& /*time*/,
+                spdlog::memory_buf_t& out) override {
+        const std::string_view text = message.level == spdlog::level::err    ? "<3>"
+                                      : message.level == spdlog::level::warn ? "<4>"
+                                      : message.level == spdlog::level::info ? "<6>"
+                                                                             : "<7>";
+        out.append(text.data(), text.data() + text.size());
+    }
+
+    [[nodiscard]] std::unique_ptr<custom_flag_formatter> clone() const override {
+        return std::make_unique<PriorityFlag>();
+    }
+};
+
 }  // namespace
 
-std::unique_ptr<spdlog::formatter> MakeLineFormatter() {
+std::unique_ptr<spdlog::formatter> MakeLineFormatter(bool withPriority) {
     auto formatter = std::make_unique<spdlog::pattern_formatter>();
-    formatter->add_flag<ZoneFlag>('*').set_pattern("%Y-%m-%dT%H:%M:%S.%e%* %v");
+    const std::string pattern = "%Y-%m-%dT%H:%M:%S.%e%* %v";
+    formatter->add_flag<ZoneFlag>('*').add_flag<PriorityFlag>('$').set_pattern(withPriority ? "%$" + pattern
+                                                                                            : pattern);
     return formatter;
 }

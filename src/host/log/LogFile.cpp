@@ -40,15 +40,15 @@ void LogFile::sink_it_(const spdlog::details::log_msg& message) {
 }
 
 bool LogFile::Reopen() {
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | O_NOFOLLOW;
     file_ = FileDescriptor(open(path_.c_str(), kFlags, 0600));
     struct stat status {};
     if (!file_.IsOpen() || fstat(file_.Get(), &status) != 0) {
         return false;
     }
-    if (!S_ISREG(status.st_mode)) {
+    if (!S_ISREG(status.st_mode) || status.st_nlink != 1) {
         file_.Close();
-        errno = EINVAL;
+        errno = S_ISREG(status.st_mode) ? EMLINK : EINVAL;
         return false;
     }
     size_ = static_cast<std::size_t>(status.st_size);

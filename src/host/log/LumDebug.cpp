@@ -7,6 +7,7 @@
 
 #include <spdlog/details/log_msg.h>
 
+#include "host/log/LumLogCapture.h"
 #include "host/log/internal/LogFile.h"
 #include "host/log/internal/StandardError.h"
 #include "host/text/LumSystemError.h"
@@ -15,6 +16,12 @@
 namespace {
 
 constexpr std::string_view kLevelNames[] = {"trace", "print", "warning", "error"};
+
+spdlog::level::level_enum SpdlogLevel(LumLogLevel level) {
+    constexpr spdlog::level::level_enum levels[] = {spdlog::level::debug, spdlog::level::info,
+                                                    spdlog::level::warn, spdlog::level::err};
+    return levels[static_cast<std::size_t>(level)];
+}
 
 void AppendEscape(std::string& out, char byte) {
     constexpr char kDigits[] = "0123456789abcdef";
@@ -134,13 +141,27 @@ bool LumDebugContext::OpenFile(const LumString& path, std::size_t maxBytes, std:
     return true;
 }
 
+bool LumDebugContext::ReopenFile(LumString& error) {
+    std::shared_ptr<LogFile> file;
+    {
+        const std::lock_guard<std::mutex> guard(sinks_->mutex);
+        file = sinks_->file;
+    }
+    if (file != nullptr && !file->Open()) {
+        error = LumSystemErrorText();
+        return false;
+    }
+    return true;
+}
+
 void LumDebugContext::Write(LumLogLevel level, std::string_view logger, std::string_view text) {
     std::string line(LumLogLevelName(level));
     line += ' ';
     AppendPrintable(line, logger);
     line += ' ';
     AppendPrintable(line, text);
-    const spdlog::details::log_msg message(spdlog::string_view_t(), spdlog::level::info, line);
+    LumLogCapture::Note(level, line);
+    const spdlog::details::log_msg message(spdlog::string_view_t(), SpdlogLevel(level), line);
     std::shared_ptr<LogFile> file;
     {
         const std::lock_guard<std::mutex> guard(sinks_->mutex);

@@ -18,10 +18,10 @@ enum class LumLogLevel : uint8_t { kTrace, kPrint, kWarning, kError };
 /// The level of that name; false, and `level` untouched, for any other text.
 [[nodiscard]] LUM_API bool LumLogLevelFromName(std::string_view name, LumLogLevel& level);
 
-/// Where log lines go: standard error, and a rotated file once OpenFile was called. A line is the local time
-/// with milliseconds and zone, the level, the name of the logger and the text, separated by blanks; control
-/// characters of the text are written as escapes, so that a message is always one line. All operations may be
-/// called from any thread.
+/// Where log lines go: standard error, with the priority of sd-daemon(3) before each where that is the
+/// journal, and a rotated file once OpenFile was called. A line is the local time with milliseconds and zone,
+/// the level, the name of the logger and the text, separated by blanks; control characters of the text are
+/// written as escapes, so that a message is always one line. All operations may be called from any thread.
 class LUM_API LumDebugContext {
 public:
     LumDebugContext();
@@ -30,10 +30,15 @@ public:
     ~LumDebugContext();
 
     /// Also writes to the file at `path` (mode 0600), which is set aside as path.1, path.2, ... each time it
-    /// has grown to `maxBytes`; `maxFiles` of those are kept. False, with the reason in `error`, where the
-    /// file cannot be opened.
+    /// has grown to `maxBytes`; `maxFiles` of those are kept. A file that was removed is made anew with the
+    /// next line, and its directory too. False, with the reason in `error`, where the file cannot be opened,
+    /// or is a link, or has further names: others could have put it there.
     [[nodiscard]] bool OpenFile(const LumString& path, std::size_t maxBytes, std::size_t maxFiles,
                                 LumString& error);
+
+    /// Opens the file at its path anew, for whoever has moved it away. False, with the reason in `error`,
+    /// where that fails; then it is tried again with each line. True where there is no file.
+    [[nodiscard]] bool ReopenFile(LumString& error);
 
     /// Lines below `level` are dropped. At first it is kPrint.
     void SetLevel(LumLogLevel level) { level_.store(level, std::memory_order_relaxed); }

@@ -45,10 +45,21 @@ ssize_t WriteSome(std::string_view text) {
     return write(STDERR_FILENO, text.data(), text.size());
 }
 
+/// True where standard error is the journal: then JOURNAL_STREAM names its device and inode
+/// (systemd.exec(5)).
+bool IsJournal() {
+    const char* const stream = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) {
+        return false;
+    }
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == stream;
+}
+
 }  // namespace
 
 StandardError::StandardError() {
-    set_formatter(MakeLineFormatter());
+    set_formatter(MakeLineFormatter(IsJournal()));
 }
 
 void StandardError::sink_it_(const spdlog::details::log_msg& message) {

@@ -14,7 +14,7 @@ class LogFile : public spdlog::sinks::base_sink<std::mutex> {
 public:
     LogFile(std::string path, std::size_t maxBytes, std::size_t maxFiles);
 
-    /// False, with errno, where the file cannot be opened or is not a regular file.
+    /// False, with errno, where the file cannot be opened, is not a regular file, or has further names.
     [[nodiscard]] bool Open();
 
 protected:

@@ -31,6 +31,18 @@ TEST(LumHealth, KeepsOneReasonASourceUntilItIsTakenBack) {
     EXPECT_TRUE(LumHealthReasons().empty());
 }
 
+TEST(LumHealth, AsksItsChecks) {
+    LumString reason = "The outbox is gone.";
+    {
+        const LumHealthCheck check([&reason] { return reason; });
+        EXPECT_THAT(Reasons(), testing::ElementsAre("The outbox is gone."));
+        reason = "";
+        EXPECT_TRUE(LumHealthReasons().empty());
+        reason = "Again.";
+    }
+    EXPECT_TRUE(LumHealthReasons().empty()) << "nobody is asked any more";
+}
+
 TEST(LumHealth, TakesReportsOfManyThreads) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {

@@ -81,6 +81,16 @@ TEST(LumMetrics, CollectsTheStatusOfModulesInTheirOrder) {
     EXPECT_EQ(status.ToJson(), R"({"Second":{"Files":2},"First":{"Text":"x"}})");
 }
 
+TEST(LumMetrics, PutsAStatusWithoutANameBesideTheOthers) {
+    const LumStatusProvider own("", [](LumContainer& status) {
+        LumStatusSetNumber(status, "small", 2147483647);
+        LumStatusSetNumber(status, "large", 3000000000);
+    });
+    LumContainer status;
+    LumStatusCollect(status);
+    EXPECT_EQ(status.ToJson(), R"({"small":2147483647,"large":3000000000.0})");
+}
+
 TEST(LumMetrics, DoesWithoutAModuleWhoseStatusFails) {
     const HostLogLines log;
     const LumStatusProvider bad("Bad", [](LumContainer&) { throw std::runtime_error("no disk"); });
