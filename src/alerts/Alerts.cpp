@@ -82,6 +82,7 @@ uint32_t ActionHandler_EventLogManagerCheckAlertMinimumGap(LumContainer* contain
         ModuleDebug.TraceWithNL(
             "The following alert has already been created and will not be uploaded to the Master: '%S'",
             text);
+        AlertsHeldBack().Add();
         return kActionWithinGap;
     }
     container->Clear();
@@ -110,7 +111,9 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
     LumString path;
     // An alert that was not taken waits in the temporary directory.
-    static_cast<void>(FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path));
+    if (FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path)) {
+        AlertsSent().Add();
+    }
     return kActionDone;
 }
 
@@ -125,4 +128,16 @@ void RaiseAlertOnError(const LumString& text) {
     alert.SetContainer(keys::kValues, std::move(values));
     alert.SetString(keys::kAlertDescription, text);
     ActionHandler_EventLogManagerCreateAlert(&alert);
+}
+
+LumCounter& AlertsSent() {
+    static LumCounter& counter =
+        LumMetricsCounter("lum_alerts_sent_total", "Alerts handed to the file store.");
+    return counter;
+}
+
+LumCounter& AlertsHeldBack() {
+    static LumCounter& counter =
+        LumMetricsCounter("lum_alerts_held_back_total", "Alerts that the minimum gap held back.");
+    return counter;
 }

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "host/core/LumMetrics.h"
+
 class LumContainer;
 class LumString;
 
@@ -18,3 +20,8 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container);
 /// Makes an alert of a line that was logged as an error. Called by ModuleDebug on the thread that logged it,
 /// which may hold DatabaseMutex.
 void RaiseAlertOnError(const LumString& text);
+
+/// Alerts since the process started: those that were handed to the file store, and those that the minimum gap
+/// held back. From any thread.
+[[nodiscard]] LumCounter& AlertsSent();
+[[nodiscard]] LumCounter& AlertsHeldBack();

@@ -101,6 +101,7 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
         return kActionFailed;
     }
     scope.Unlock();
+    model.Stored().Add();
     kRoutine.Trace("Event created with success for model '%S'", model.GetName());
     return kActionDone;
 }

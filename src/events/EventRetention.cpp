@@ -8,6 +8,18 @@
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
 
+namespace {
+
+/// How many rows the last statement has changed.
+int64_t CountChanges(DatabaseScope& scope) {
+    int64_t count = 0;
+    const GenSqlResult* const rows = scope.Connection().Query("SELECT changes()", true);
+    static_cast<void>(rows != nullptr && rows->GetColumn(0, count));  // else 0
+    return count;
+}
+
+}  // namespace
+
 LumSeconds DeletionCutOff(Policy policy, LumSeconds timestamp, bool scheduled) {
     return scheduled ? PeriodStart(policy, timestamp) : timestamp;
 }
@@ -27,11 +39,13 @@ bool DeleteEvents(const std::shared_ptr<Model_t>& model, LumSeconds /*previousTi
         return false;
     }
     const bool deleted = scope.Query(statement) != nullptr;
+    const int64_t count = deleted ? CountChanges(scope) : 0;
     scope.Unlock();
     if (!deleted) {
         kRoutine.Error("Failed to delete events for model '%S', SQL error", model->GetName());
         return false;
     }
+    model->Deleted().Add(static_cast<uint64_t>(count));
     kRoutine.Trace("Events have been deleted with success for model '%S'", model->GetName());
     return true;
 }

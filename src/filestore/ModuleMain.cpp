@@ -1,17 +1,24 @@
 #include "filestore/ModuleMain.h"
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "contract/FileStore.h"
 #include "contract/Statuses.h"
 #include "filestore/Outbox.h"
+#include "filestore/OutboxFigures.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/LumCaller.h"
 #include "host/core/LumHealth.h"
+#include "host/core/LumMetrics.h"
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
@@ -120,6 +127,50 @@ void StoreInitialise() {
     }
 }
 
+/// A scraper and a person may ask at once; a large outbox is not looked through for each.
+OutboxFigures RecentFigures() {
+    constexpr std::chrono::seconds life(5);
+    static std::mutex mutex;
+    static OutboxFigures figures;
+    static std::optional<std::chrono::steady_clock::time_point> read;
+    const std::lock_guard<std::mutex> guard(mutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (!read.has_value() || now - *read >= life) {
+        figures = ReadOutboxFigures(StoreOutbox.GetDirectory());
+        read = now;
+    }
+    return figures;
+}
+
+uint64_t AgeOf(const OutboxFigures& figures) {
+    const std::time_t now = std::time(nullptr);
+    return figures.oldest == 0 || figures.oldest > now ? 0 : static_cast<uint64_t>(now - figures.oldest);
+}
+
+/// What the store adds to /status, /metrics and /health.
+struct StoreStatus {
+    LumStatusProvider status{LumString(), [](LumContainer& all) {
+                                 const OutboxFigures figures = RecentFigures();
+                                 LumContainer outbox;
+                                 LumStatusSetNumber(outbox, "files", figures.files);
+                                 LumStatusSetNumber(outbox, "bytes", figures.bytes);
+                                 LumStatusSetNumber(outbox, "oldestAge", AgeOf(figures));
+                                 all.SetContainer("outbox", std::move(outbox));
+                             }};
+    LumMetricsRefresh metrics{[] {
+        const OutboxFigures figures = RecentFigures();
+        LumMetricsGauge("lum_outbox_files", "Complete files that wait in the outbox.")
+            .Set(static_cast<double>(figures.files));
+        LumMetricsGauge("lum_outbox_bytes", "Size of all that lies in the outbox.")
+            .Set(static_cast<double>(figures.bytes));
+        LumMetricsGauge("lum_outbox_oldest_age_seconds", "Age of the oldest file in the outbox.")
+            .Set(static_cast<double>(AgeOf(figures)));
+    }};
+    LumHealthCheck health{[] { return CheckOutbox(StoreOutbox.GetDirectory()); }};
+};
+
+std::optional<StoreStatus> storeStatus;
+
 }  // namespace
 
 uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
@@ -134,9 +185,12 @@ uint32_t ModuleMain(uint32_t command, uint32_t /*word*/, void* pointer) {
             StoreInitialise();
             return kLumModuleDone;
         case LumModuleCommand::kActivate:
+            storeStatus.emplace();
+            return kLumModuleDone;
         case LumModuleCommand::kAcknowledged:
             return kLumModuleDone;
         case LumModuleCommand::kCleanup:
+            storeStatus.reset();
             StoreOutbox.Close();
             return kLumModuleDone;
         case LumModuleCommand::kGetDescription:

@@ -73,6 +73,9 @@ public:
     /// To be called when no more files come; a Receive after it still works.
     void Close() { number_.Close(); }
 
+    /// Where the files lie; empty before Open.
+    [[nodiscard]] const std::string& GetDirectory() const { return directory_; }
+
 private:
     [[nodiscard]] Received ReceiveAs(const ReceivedFile& file, const std::string& name,
                                      std::string_view receivedAt);

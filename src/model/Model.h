@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "host/core/LumMetrics.h"
 #include "host/text/LumString.h"
 #include "host/time/LumTime.h"
 #include "model/ModelElement.h"
@@ -68,7 +69,26 @@ public:
     }
     void SetLastUploadTime(LumSeconds time) { lastUploadTime_.store(time, std::memory_order_relaxed); }
 
+    /// How many events of the model were stored and deleted since the process started.
+    [[nodiscard]] LumCounter& Stored() const {
+        return Counter(stored_, "lum_events_stored_total", "Events stored, by model.");
+    }
+    [[nodiscard]] LumCounter& Deleted() const {
+        return Counter(deleted_, "lum_events_deleted_total", "Events deleted, by model.");
+    }
+
 private:
+    /// Looked up with its first use: a definition that is refused leaves no trace in /metrics.
+    [[nodiscard]] LumCounter& Counter(std::atomic<LumCounter*>& kept, const char* metric,
+                                      const char* help) const {
+        LumCounter* counter = kept.load(std::memory_order_acquire);
+        if (counter == nullptr) {
+            counter = &LumMetricsCounter(metric, help, {{"model", name_}});
+            kept.store(counter, std::memory_order_release);
+        }
+        return *counter;
+    }
+
     const LumString name_;
     const LumString class_;
     const LumString source_;
@@ -82,6 +102,8 @@ private:
     PtrModelElementColl_t params_;
     PtrModelElementColl_t aggregations_;
 
+    mutable std::atomic<LumCounter*> stored_{nullptr};
+    mutable std::atomic<LumCounter*> deleted_{nullptr};
     std::atomic<bool> enabled_{true};
     std::atomic<LumSeconds> lastAggregationTime_{0};
     std::atomic<LumSeconds> lastUploadTime_{0};

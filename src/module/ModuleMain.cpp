@@ -18,6 +18,7 @@
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
 #include "module/Configuration.h"
+#include "module/ModuleStatus.h"
 #include "module/UploadStatus.h"
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
@@ -98,10 +99,12 @@ void ModuleActivate() {
     ProcessorThread.SetReady(ConfigurationIsKnown);
     static_cast<void>(SchedulerThread.Start(nullptr, nullptr));  // the host learns nothing of it either way
     static_cast<void>(ProcessorThread.Start(nullptr, nullptr));
+    BeginModuleStatus();
 }
 
 void ModuleCleanup() {
     ModuleDebug.TraceWithNL("ModuleCleanup");
+    EndModuleStatus();
     EndUploadStatus();
     SchedulerThread.Cancel(kCancelWaitMs, true);
     ProcessorThread.Cancel(kCancelWaitMs, true);

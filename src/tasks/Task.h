@@ -64,6 +64,8 @@ public:
     bool Push(std::unique_ptr<Task_t> task);
     /// Gives the oldest task out; false, and `task` untouched, where there is none.
     [[nodiscard]] bool Pop(std::unique_ptr<Task_t>& task);
+    /// How many wait. From any thread.
+    [[nodiscard]] uint32_t GetCount() const { return tasks_.GetCount(); }
 
 private:
     NodeList tasks_;
