@@ -189,14 +189,16 @@ void BenchSocket(const Sizes& sizes, const RunningAgent& agent, uint32_t clients
 /// The parts of a call that are no business of the action: a request taken apart and answered, and bytes that
 /// go to and fro.
 void BenchParts(const Sizes& sizes) {
-    const std::vector<ModuleInfo> modules;
+    LumDebug debug("Agent", "The agent process");
+    RequestRouter router({}, debug);
+    const Client client{true, 0, {}};
     const LumContainer arguments = Arguments(1);
     const std::string body = Body(1);
     const auto [routed, called] = Alternate(
         sizes.rounds,
         [&] {
             for (uint32_t i = 0; i < sizes.creates; ++i) {
-                if (RouteRequest(modules, "POST", kTarget, body).status != 200) {
+                if (router.Answer({"POST", kTarget, body, client}).status != 200) {
                     Fail("a request was refused");
                 }
             }

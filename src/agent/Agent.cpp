@@ -2,21 +2,31 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <optional>
-#include <system_error>
 
 #include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agent/AccessRules.h"
+#include "agent/AgentHealth.h"
+#include "agent/AgentSignals.h"
+#include "agent/AgentStatus.h"
 #include "agent/ControlServer.h"
 #include "agent/ControlSocket.h"
+#include "agent/FileTrust.h"
 #include "agent/InstanceLock.h"
+#include "agent/MetricsListener.h"
 #include "agent/ModuleHost.h"
+#include "agent/RequestRouter.h"
 #include "agent/ServiceManager.h"
 #include "agent/Settings.h"
+#include "agent/StartupReporter.h"
+#include "contract/Actions.h"
+#include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/file/LumFile.h"
 #include "host/text/LumSystemError.h"
@@ -26,37 +36,8 @@ namespace {
 constexpr int kStopped = 0;
 constexpr int kNotStarted = 1;
 
-/// The signals that end the agent. They are blocked in every thread, so that none is lost or kills the
-/// process, and taken one by one where the agent is ready for them.
-class StopSignals {
-public:
-    StopSignals() {
-        sigemptyset(&set_);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-            sigaddset(&set_, signal);
-        }
-        ::pthread_sigmask(SIG_BLOCK, &set_, nullptr);
-    }
-
-    [[nodiscard]] static bool IsPending() {
-        sigset_t pending = {};
-        sigemptyset(&pending);
-        sigpending(&pending);
-        return sigismember(&pending, SIGTERM) == 1 || sigismember(&pending, SIGINT) == 1 ||
-               sigismember(&pending, SIGHUP) == 1;
-    }
-
-    /// Waits for one and returns its name.
-    [[nodiscard]] const char* Wait() const {
-        int signal = 0;
-        while (::sigwait(&set_, &signal) != 0) {
-        }
-        return signal == SIGTERM ? "SIGTERM" : signal == SIGINT ? "SIGINT" : "SIGHUP";
-    }
-
-private:
-    sigset_t set_ = {};
-};
+/// How often the main thread sees whether the agent gets on.
+constexpr std::chrono::milliseconds kLookAround(5000);
 
 /// Lifts the limit of open files to what the system lets this process have, and returns it.
 std::size_t RaiseDescriptorLimit() {
@@ -81,7 +62,7 @@ void LimitUnusedMemory() {
 
 class Agent {
 public:
-    Agent(const CommandLine& commandLine, const StopSignals& signals, std::size_t descriptorLimit)
+    Agent(const CommandLine& commandLine, const AgentSignals& signals, std::size_t descriptorLimit)
         : commandLine_(commandLine), signals_(signals), descriptorLimit_(descriptorLimit) {}
 
     [[nodiscard]] int Run();
@@ -90,19 +71,28 @@ private:
     [[nodiscard]] bool Prepare(LumString& error);
     [[nodiscard]] bool OpenLog(LumString& error);
     [[nodiscard]] bool CheckSocket(LumString& error);
+    [[nodiscard]] bool FindNamedGroup(const LumString& name, std::optional<gid_t>& group,
+                                      LumString& error) const;
     void LoadModules();
     [[nodiscard]] bool Serve(LumString& error);
+    [[nodiscard]] ControlServerOptions GetServerOptions() const;
+    [[nodiscard]] SocketGroups GetSocketGroups() const;
+    void ListenForMetrics(ControlServer& server);
+    [[nodiscard]] int WaitForStop(ControlServer& server);
+    void OnHangUp(ControlServer& server);
+    void FeedWatchdog(ControlServer& server);
 
     const CommandLine& commandLine_;
-    const StopSignals& signals_;
+    const AgentSignals& signals_;
     const std::size_t descriptorLimit_;
 
     LumDebug debug_{"Agent", "The agent process"};
     LumString dataDirectory_;
     InstanceLock lock_;
     Settings settings_;
-    std::optional<gid_t> socketGroup_;
+    AccessRules access_;
     ModuleHost modules_{debug_};
+    bool isStuck_ = false;
 };
 
 int Agent::Run() {
@@ -112,7 +102,7 @@ int Agent::Run() {
         return kNotStarted;
     }
     LoadModules();
-    const bool served = StopSignals::IsPending() || Serve(error);
+    const bool served = AgentSignals::IsStopAsked() || Serve(error);
     if (!served) {
         debug_.ErrorWithNL("The agent stops: %S", error);
     }
@@ -124,15 +114,20 @@ int Agent::Run() {
 
 bool Agent::Prepare(LumString& error) {
     dataDirectory_ = LumString(std::string_view(commandLine_.dataDirectory));
-    if (!PathCreate(dataDirectory_)) {
-        error.Printf("Cannot make the directory '%S': %S", dataDirectory_, LumSystemErrorText());
+    const LumString configDirectory(std::string_view(commandLine_.configDirectory));
+    for (const LumString& directory : {dataDirectory_, configDirectory}) {
+        if (!PathCreate(directory)) {
+            error.Printf("Cannot make the directory '%S': %S", directory, LumSystemErrorText());
+            return false;
+        }
+    }
+    if (!IsTrustworthy(dataDirectory_, error) || !IsTrustworthyConfiguration(configDirectory, error)) {
         return false;
     }
     dataDirectory_ += "/";
     if (!lock_.Take(dataDirectory_, error)) {
         return false;
     }
-    const LumString configDirectory(std::string_view(commandLine_.configDirectory));
     settings_ = ReadSettings(IniFile(configDirectory + "/agent.ini"), commandLine_, dataDirectory_);
     if (!OpenLog(error)) {
         return false;
@@ -150,6 +145,9 @@ bool Agent::OpenLog(LumString& error) {
     }
     LumDebugContext& context = *LumAgentGetDebugContext(nullptr);
     LumString reason;
+    if (!IsTrustworthy(directory, error)) {
+        return false;
+    }
     if (!context.OpenFile(path, settings_.logMaxBytes, settings_.logMaxFiles, reason)) {
         error.Printf("Cannot open the log %S: %S", path, reason);
         return false;
@@ -165,20 +163,39 @@ bool Agent::OpenLog(LumString& error) {
 
 /// What would keep the socket from opening is said before the modules begin their work.
 bool Agent::CheckSocket(LumString& error) {
-    if (!settings_.socketGroup.IsEmpty()) {
-        socketGroup_ = FindGroup(settings_.socketGroup);
-        if (!socketGroup_.has_value()) {
-            error.Printf("There is no group '%S' for the control socket", settings_.socketGroup);
-            return false;
+    return FindNamedGroup(settings_.socketGroup, access_.administer, error) &&
+           FindNamedGroup(settings_.readGroup, access_.read, error) &&
+           FindNamedGroup(settings_.createGroup, access_.create, error) &&
+           ControlSocket::Check(settings_.socketPath, error);
+}
+
+bool Agent::FindNamedGroup(const LumString& name, std::optional<gid_t>& group, LumString& error) const {
+    if (name.IsEmpty()) {
+        return true;
+    }
+    group = FindGroup(name);
+    if (!group.has_value()) {
+        error.Printf("There is no group '%S' for the control socket", name);
+    }
+    return group.has_value();
+}
+
+SocketGroups Agent::GetSocketGroups() const {
+    SocketGroups groups;
+    groups.group = access_.administer;
+    for (const std::optional<gid_t>& further : {access_.read, access_.create}) {
+        if (further.has_value() && further != access_.administer) {
+            groups.further.push_back(*further);
         }
     }
-    return ControlSocket::Check(settings_.socketPath, error);
+    return groups;
 }
 
 void Agent::LoadModules() {
+    ReportStartupTo(debug_);
     const LumString directory(std::string_view(commandLine_.moduleDirectory));
     for (const auto& [name, file] : settings_.modules) {
-        if (StopSignals::IsPending()) {
+        if (AgentSignals::IsStopAsked()) {
             return;
         }
         // A module that fails has said so; the others are loaded all the same.
@@ -186,21 +203,26 @@ void Agent::LoadModules() {
     }
 }
 
-bool Agent::Serve(LumString& error) {
-    const std::vector<ModuleInfo> modules = modules_.ListModules();
+ControlServerOptions Agent::GetServerOptions() const {
     ControlServerOptions options;
     options.threads = settings_.threads;
     options.clientTimeoutMs = settings_.clientTimeoutMs;
     // Half of the descriptors stay with the modules.
     options.maxConnections = std::clamp<std::size_t>(descriptorLimit_ / 2, 1, 4096);
-    ControlServer server(
-        options,
-        [&modules](std::string_view method, std::string_view target, std::string_view body) {
-            return RouteRequest(modules, method, target, body);
-        },
-        debug_);
+    return options;
+}
+
+bool Agent::Serve(LumString& error) {
+    const AgentHealth health(dataDirectory_, settings_.minFreeMb, modules_.GetFailures());
+    AgentStatus status(dataDirectory_, modules_.ListModules(), health);
+    RequestRouter router({modules_.ListModules(), access_, [&health] { return health.GetReasons(); },
+                          [&status] { return status.GetStatus(); }, AgentStatus::GetMetrics},
+                         debug_);
+    ControlServer server(GetServerOptions(), router, debug_);
+    status.SetServer(server);
+    ListenForMetrics(server);
     ControlSocket socket;
-    if (!socket.Open(settings_.socketPath, socketGroup_, error)) {
+    if (!socket.Open(settings_.socketPath, GetSocketGroups(), error)) {
         return false;
     }
     if (!server.Start(socket.ReleaseListener())) {
@@ -209,10 +231,66 @@ bool Agent::Serve(LumString& error) {
     }
     debug_.PrintWithNL("The control socket is open: %S", settings_.socketPath);
     NotifyServiceManager("READY=1");
-    debug_.PrintWithNL("The agent stops on %s", signals_.Wait());
+    debug_.PrintWithNL("The agent stops on %s", AgentSignals::NameOf(WaitForStop(server)));
+    NotifyServiceManager("STOPPING=1");
     socket.RemoveFile();
     server.Stop();
     return true;
+}
+
+/// Who reads metrics may wait; the agent works without.
+void Agent::ListenForMetrics(ControlServer& server) {
+    if (settings_.metricsListen.IsEmpty()) {
+        return;
+    }
+    LumString error;
+    FileDescriptor listener = OpenMetricsListener(settings_.metricsListen, error);
+    if (!listener.IsOpen()) {
+        debug_.ErrorWithNL("%S", error);
+        return;
+    }
+    server.AddNetworkListener(std::move(listener));
+    debug_.PrintWithNL("Metrics are served at %S", settings_.metricsListen);
+}
+
+int Agent::WaitForStop(ControlServer& server) {
+    const std::chrono::milliseconds period = std::min(WatchdogPeriod().value_or(kLookAround), kLookAround);
+    for (;;) {
+        const int signal = signals_.Wait(period);
+        if (signal == SIGHUP) {
+            OnHangUp(server);
+        } else if (signal != 0) {
+            return signal;
+        }
+        FeedWatchdog(server);
+    }
+}
+
+void Agent::OnHangUp(ControlServer& server) {
+    LumString error;
+    if (!LumAgentGetDebugContext(nullptr)->ReopenFile(error)) {
+        debug_.ErrorWithNL("The log cannot be opened anew: %S", error);
+    }
+    debug_.PrintWithNL("SIGHUP: the log is opened anew, dropped definitions are taken in");
+    server.RunInPool([] {
+        if (ActionDbIsActionRegistered(actions::kReloadModels)) {
+            ActionDbInvokeContainer(nullptr, LumString(), actions::kReloadModels, LumContainer(), nullptr,
+                                    0xFFFFFFFF, 0xFFFFFFFF, false);
+        }
+    });
+}
+
+/// An agent that does not get on is left to the service manager, which ends it and starts another one.
+void Agent::FeedWatchdog(ControlServer& server) {
+    const std::chrono::milliseconds stuck = server.GetStuckTime();
+    if (stuck < std::chrono::seconds(settings_.stuckSeconds)) {
+        isStuck_ = false;
+        NotifyServiceManager("WATCHDOG=1");
+    } else if (!isStuck_) {
+        isStuck_ = true;
+        debug_.ErrorWithNL("The agent hangs: calls have waited %d s and none has ended",
+                           static_cast<int32_t>(stuck.count() / 1000));
+    }
 }
 
 }  // namespace
@@ -220,9 +298,7 @@ bool Agent::Serve(LumString& error) {
 int RunAgent(const CommandLine& commandLine) {
     ::umask(077);
     LimitUnusedMemory();
-    // A reader of standard error that goes away, or a client, must not take the agent with it.
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    const StopSignals signals;
+    const AgentSignals signals;
     Agent agent(commandLine, signals, RaiseDescriptorLimit());
     return agent.Run();
 }

@@ -1,293 +1,104 @@
 #include "agent/ControlServer.h"
 
-#include <array>
+#include <algorithm>
+#include <atomic>
+#include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/generic/stream_protocol.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/beast/core/basic_stream.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/core/string.hpp>
-#include <boost/beast/http/message.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
-#include <boost/beast/http/serializer.hpp>
-#include <boost/beast/http/string_body.hpp>
-#include <boost/beast/http/write.hpp>
-#include <chrono>
 #include <exception>
 #include <optional>
-#include <string>
-#include <system_error>
 #include <thread>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
+#include <sys/socket.h>
+
+#include "agent/internal/Connection.h"
 
 namespace {
 
-namespace beast = boost::beast;
-namespace http = boost::beast::http;
 namespace net = boost::asio;
-using Protocol = net::local::stream_protocol;
 using ErrorCode = boost::system::error_code;
+using Clock = std::chrono::steady_clock;
 
 /// After a failed accept, so that a lack of descriptors does not turn into a busy loop.
 constexpr std::chrono::milliseconds kAcceptPause(100);
-
-std::string_view AsView(beast::string_view text) {
-    return {text.data(), text.size()};
-}
-
-bool IsHttpError(const ErrorCode& error) {
-    return error.category() == make_error_code(http::error::end_of_stream).category();
-}
+/// Whoever has had its place for so long without sending a whole request may lose it to a new client.
+constexpr std::chrono::milliseconds kPlaceTime(1000);
 
 }  // namespace
 
-class ControlServer::Impl {
+class ControlServer::Impl : public ConnectionHost {
 public:
-    Impl(const ControlServerOptions& options, Handler handler, LumDebug& debug)
-        : options_(options), handler_(std::move(handler)), debug_(debug) {}
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
-    ~Impl() { Stop(); }
+    Impl(const ControlServerOptions& serverOptions, RequestHandler& requestHandler, LumDebug& debug)
+        : ConnectionHost(serverOptions, requestHandler), debug_(debug) {}
+    ~Impl() override { Stop(); }
 
     [[nodiscard]] bool Start(FileDescriptor listener);
+    void AddNetworkListener(FileDescriptor listener) { networkListener_ = std::move(listener); }
+    void RunInPool(std::function<void()> task);
     void Stop();
+    [[nodiscard]] std::chrono::milliseconds GetStuckTime();
+
+    [[nodiscard]] std::size_t CountRunning() const { return actions->CountRunning(); }
+    [[nodiscard]] std::size_t CountWaiting() const { return actions->CountWaiting(); }
+    [[nodiscard]] std::size_t CountConnections() const { return connectionCount_; }
+    [[nodiscard]] std::size_t GetHeld() const { return held.Get(); }
 
 private:
-    class Connection;
+    /// One listening socket. Belongs to the thread that runs io.
+    struct Listener {
+        explicit Listener(net::io_context& io) : acceptor(io) {}
 
+        net::basic_socket_acceptor<net::generic::stream_protocol> acceptor;
+        bool isWaiting = false;
+    };
+
+    void OnGone(Connection* connection) override;
     void Run();
+    void Listen(FileDescriptor& descriptor, int family);
     void Accept();
-    void OnAccepted(const ErrorCode& error, Protocol::socket socket);
+    void WaitForClient(Listener& listener);
+    void OnClient(Listener& listener, const ErrorCode& error);
+    [[nodiscard]] bool MakePlace();
     void AcceptLater();
     void StopAccepting();
-    void Forget(Connection* connection);
+    void EndReaders();
+    void LogQuietly(LumLogLevel level, const char* text, const char* reason) noexcept;
 
-    const ControlServerOptions options_;
-    const Handler handler_;
     LumDebug& debug_;
+    FileDescriptor networkListener_;
 
-    net::io_context io_{1};
     std::optional<net::executor_work_guard<net::io_context::executor_type>> keepRunning_;
-    std::optional<net::thread_pool> workers_;
     std::thread thread_;
+    std::atomic<std::size_t> connectionCount_{0};
+    /// When the connections' thread came round last, and whether it was asked to.
+    std::atomic<Clock::rep> lastRound_{0};
+    std::atomic<bool> isRoundAsked_{false};
 
-    // The rest belongs to the thread that runs io_.
-    Protocol::acceptor acceptor_{io_};
-    net::steady_timer acceptTimer_{io_};
+    // The rest belongs to the thread that runs io.
+    std::vector<std::unique_ptr<Listener>> listeners_;
+    net::steady_timer acceptTimer_{io};
+    net::steady_timer stopTimer_{io};
     std::unordered_set<Connection*> connections_;
-    bool isAccepting_ = false;
-    bool isStopping_ = false;
     bool hasWarnedOfAccept_ = false;
 };
 
-/// One client. Lives as long as an operation of it is under way; runs on the server's thread, but for the
-/// handler's call.
-class ControlServer::Impl::Connection : public std::enable_shared_from_this<Connection> {
-public:
-    Connection(Impl& server, Protocol::socket socket) : server_(server), stream_(std::move(socket)) {}
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-    ~Connection() { server_.Forget(this); }
-
-    void ReadRequest();
-    /// Ends the connection, unless a request of it is being answered: then it ends after the answer.
-    void EndSoon();
-
-private:
-    using Stream = beast::basic_stream<Protocol>;
-    using Response = http::response<http::string_body>;
-
-    void OnHeader(const ErrorCode& error);
-    void ReadBody();
-    void Refuse(const ErrorCode& error);
-    void Handle();
-    void Write(HttpAnswer&& answer);
-    void WriteMore();
-    void OnWritten();
-    void Drain();
-    void Discard();
-
-    /// The time from now within which the next operation has to get on.
-    void SetDeadline() { stream_.expires_after(std::chrono::milliseconds(server_.options_.clientTimeoutMs)); }
-
-    Impl& server_;
-    Stream stream_;
-    beast::flat_buffer buffer_;
-    std::optional<http::request_parser<http::string_body>> parser_;
-    std::optional<Response> response_;
-    std::optional<http::response_serializer<http::string_body>> serializer_;
-    std::array<char, 4096> discarded_{};
-    bool isAnswering_ = false;
-    bool isLast_ = false;
-};
-
-void ControlServer::Impl::Connection::ReadRequest() {
-    parser_.emplace();
-    parser_->header_limit(kMaxHeader);
-    parser_->body_limit(kMaxBody);
-    SetDeadline();
-    http::async_read_header(
-        stream_, buffer_, *parser_,
-        [self = this->shared_from_this()](const ErrorCode& error, std::size_t) { self->OnHeader(error); });
-}
-
-void ControlServer::Impl::Connection::OnHeader(const ErrorCode& error) {
-    if (error) {
-        Refuse(error);
-        return;
-    }
-    const bool waitsForContinue = parser_->get().version() >= 11 && !parser_->is_done() &&
-                                  buffer_.size() == 0 &&
-                                  beast::iequals(parser_->get()[http::field::expect], "100-continue");
-    if (!waitsForContinue) {
-        ReadBody();
-        return;
-    }
-    static constexpr std::string_view goOn = "HTTP/1.1 100 Continue\r\n\r\n";
-    SetDeadline();
-    net::async_write(stream_, net::buffer(goOn.data(), goOn.size()),
-                     [self = this->shared_from_this()](const ErrorCode& failed, std::size_t) {
-                         if (!failed) {
-                             self->ReadBody();
-                         }
-                     });
-}
-
-void ControlServer::Impl::Connection::ReadBody() {
-    if (parser_->is_done()) {
-        Handle();
-        return;
-    }
-    SetDeadline();
-    http::async_read_some(stream_, buffer_, *parser_,
-                          [self = this->shared_from_this()](const ErrorCode& error, std::size_t) {
-                              if (error) {
-                                  self->Refuse(error);
-                              } else {
-                                  self->ReadBody();
-                              }
-                          });
-}
-
-void ControlServer::Impl::Connection::Refuse(const ErrorCode& error) {
-    if (error == http::error::end_of_stream || !IsHttpError(error)) {
-        return;
-    }
-    isLast_ = true;
-    if (error == http::error::body_limit) {
-        Write(MakeErrorAnswer(413, "The body is longer than " + std::to_string(kMaxBody) + " bytes."));
-    } else {
-        Write(MakeErrorAnswer(400, "The request is not HTTP that can be read: " + error.message() + "."));
-    }
-}
-
-void ControlServer::Impl::Connection::Handle() {
-    isAnswering_ = true;
-    isLast_ = !parser_->get().keep_alive();
-    stream_.expires_never();
-    const auto answer = [this] {
-        const auto& request = parser_->get();
-        return server_.handler_(AsView(request.method_string()), AsView(request.target()), request.body());
-    };
-    if (!IsActionRequest(AsView(parser_->get().method_string()))) {
-        Write(answer());
-        return;
-    }
-    net::post(*server_.workers_, [self = this->shared_from_this(), answer]() mutable {
-        Connection& connection = *self;
-        net::post(connection.server_.io_,
-                  [self = std::move(self), result = answer()]() mutable { self->Write(std::move(result)); });
-    });
-}
-
-void ControlServer::Impl::Connection::Write(HttpAnswer&& answer) {
-    isAnswering_ = true;
-    isLast_ = isLast_ || server_.isStopping_;
-    const bool isHead = parser_->get().method() == http::verb::head;
-    const unsigned version = parser_->is_header_done() ? parser_->get().version() : 11;
-    response_.emplace(static_cast<http::status>(answer.status), version);
-    response_->set(http::field::content_type, "application/json");
-    if (!answer.allow.empty()) {
-        response_->set(http::field::allow, beast::string_view(answer.allow.data(), answer.allow.size()));
-    }
-    response_->keep_alive(!isLast_);
-    response_->content_length(answer.body.size());
-    if (!isHead) {
-        response_->body() = std::move(answer.body);
-    }
-    serializer_.emplace(*response_);
-    WriteMore();
-}
-
-void ControlServer::Impl::Connection::WriteMore() {
-    SetDeadline();
-    http::async_write_some(stream_, *serializer_,
-                           [self = this->shared_from_this()](const ErrorCode& error, std::size_t) {
-                               if (error) {
-                                   return;
-                               }
-                               if (self->serializer_->is_done()) {
-                                   self->OnWritten();
-                               } else {
-                                   self->WriteMore();
-                               }
-                           });
-}
-
-void ControlServer::Impl::Connection::OnWritten() {
-    isAnswering_ = false;
-    // What idles holds no memory of its last request.
-    serializer_.reset();
-    response_.reset();
-    parser_.reset();
-    if (server_.isStopping_) {
-        return;
-    }
-    if (isLast_) {
-        Drain();
-    } else {
-        ReadRequest();
-    }
-}
-
-/// Closing with unread bytes would make the client's next write or read fail before it has seen the answer.
-void ControlServer::Impl::Connection::Drain() {
-    ErrorCode ignored;
-    stream_.socket().shutdown(Protocol::socket::shutdown_send, ignored);
-    SetDeadline();
-    Discard();
-}
-
-void ControlServer::Impl::Connection::Discard() {
-    stream_.async_read_some(net::buffer(discarded_),
-                            [self = this->shared_from_this()](const ErrorCode& error, std::size_t) {
-                                if (!error) {
-                                    self->Discard();
-                                }
-                            });
-}
-
-void ControlServer::Impl::Connection::EndSoon() {
-    if (!isAnswering_) {
-        stream_.close();
-    }
-}
-
 bool ControlServer::Impl::Start(FileDescriptor listener) {
     try {
-        acceptor_.assign(Protocol(), listener.Get());
-        static_cast<void>(listener.Release());  // the acceptor owns it now
-        keepRunning_.emplace(io_.get_executor());
-        workers_.emplace(options_.threads);
-        net::post(io_, [this] { Accept(); });
+        Listen(listener, AF_UNIX);
+        if (networkListener_.IsOpen()) {
+            Listen(networkListener_, AF_INET);
+        }
+        keepRunning_.emplace(io.get_executor());
+        actions.emplace(options.threads);
+        observers.emplace(1);
+        net::post(io, [this] { Accept(); });
         thread_ = std::thread([this] { Run(); });
     } catch (const std::exception& error) {
         debug_.ErrorWithNL("Cannot serve the control socket: %s", error.what());
@@ -296,37 +107,75 @@ bool ControlServer::Impl::Start(FileDescriptor listener) {
     return true;
 }
 
+void ControlServer::Impl::Listen(FileDescriptor& descriptor, int family) {
+    auto listener = std::make_unique<Listener>(io);
+    listener->acceptor.assign(net::generic::stream_protocol(family, 0), descriptor.Get());
+    static_cast<void>(descriptor.Release());  // the acceptor owns it now
+    listener->acceptor.non_blocking(true);
+    listeners_.push_back(std::move(listener));
+}
+
 void ControlServer::Impl::Run() {
     for (;;) {
         try {
-            io_.run();
+            io.run();
             return;
         } catch (const std::exception& error) {
             // The operation that threw has dropped its connection; the others go on.
-            debug_.ErrorWithNL("A connection of the control socket failed: %s", error.what());
+            LogQuietly(LumLogLevel::kError, "A connection of the control socket failed", error.what());
         }
     }
 }
 
-void ControlServer::Impl::Accept() {
-    if (isStopping_ || isAccepting_ || connections_.size() >= options_.maxConnections) {
+/// Where there is no memory for the line either, it is left out.
+void ControlServer::Impl::LogQuietly(LumLogLevel level, const char* text, const char* reason) noexcept {
+    try {
+        if (level == LumLogLevel::kError) {
+            debug_.ErrorWithNL("%s: %s", text, reason);
+        } else {
+            debug_.WarningWithNL("%s: %s", text, reason);
+        }
+    } catch (...) {
         return;
     }
-    isAccepting_ = true;
-    acceptor_.async_accept([this](const ErrorCode& error, Protocol::socket socket) {
-        isAccepting_ = false;
-        OnAccepted(error, std::move(socket));
-    });
 }
 
-void ControlServer::Impl::OnAccepted(const ErrorCode& error, Protocol::socket socket) {
-    if (isStopping_) {
+void ControlServer::Impl::Accept() {
+    for (const auto& listener : listeners_) {
+        if (!isStopping && !listener->isWaiting) {
+            WaitForClient(*listener);
+        }
+    }
+}
+
+void ControlServer::Impl::WaitForClient(Listener& listener) {
+    listener.isWaiting = true;
+    listener.acceptor.async_wait(net::socket_base::wait_read,
+                                 [this, &listener](const ErrorCode& error) { OnClient(listener, error); });
+}
+
+void ControlServer::Impl::OnClient(Listener& listener, const ErrorCode& error) {
+    listener.isWaiting = false;
+    if (isStopping) {
         return;
     }
-    if (error) {
+    if (!error && connections_.size() >= options.maxConnections && !MakePlace()) {
+        AcceptLater();
+        return;
+    }
+    ErrorCode failed = error;
+    net::generic::stream_protocol::socket socket(io);
+    if (!failed) {
+        listener.acceptor.accept(socket, failed);
+    }
+    if (failed == net::error::would_block) {
+        WaitForClient(listener);  // the client has gone again
+        return;
+    }
+    if (failed) {
         if (!hasWarnedOfAccept_) {
-            debug_.WarningWithNL("The control socket cannot accept a client, trying again: %S",
-                                 LumString(error.message()));
+            LogQuietly(LumLogLevel::kWarning, "The control socket cannot accept a client, trying again",
+                       failed.message().c_str());
         }
         hasWarnedOfAccept_ = true;
         AcceptLater();
@@ -336,8 +185,32 @@ void ControlServer::Impl::OnAccepted(const ErrorCode& error, Protocol::socket so
     static_cast<void>(::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC));  // cannot fail on an open one
     const auto connection = std::make_shared<Connection>(*this, std::move(socket));
     connections_.insert(connection.get());
+    connectionCount_ = connections_.size();
     connection->ReadRequest();
-    Accept();
+    WaitForClient(listener);
+}
+
+/// Ends the client that has waited longest, so that those who hold their places for nothing lock nobody out:
+/// first one whose request is not whole, else one that does not read its answer. False where every client is
+/// new or waits for its action.
+bool ControlServer::Impl::MakePlace() {
+    Connection* longest = nullptr;
+    const auto before = [](const Connection* left, const Connection* right) {
+        return std::make_pair(left->IsAnswering(), left->GetPhaseStart()) <
+               std::make_pair(right->IsAnswering(), right->GetPhaseStart());
+    };
+    const Clock::time_point oldEnough = Clock::now() - kPlaceTime;
+    for (Connection* const connection : connections_) {
+        if (connection->WaitsForClient() && connection->GetPhaseStart() <= oldEnough &&
+            (longest == nullptr || before(connection, longest))) {
+            longest = connection;
+        }
+    }
+    if (longest == nullptr) {
+        return false;
+    }
+    longest->Close();
+    return true;
 }
 
 void ControlServer::Impl::AcceptLater() {
@@ -345,24 +218,45 @@ void ControlServer::Impl::AcceptLater() {
     acceptTimer_.async_wait([this](const ErrorCode&) { Accept(); });
 }
 
-void ControlServer::Impl::Forget(Connection* connection) {
+void ControlServer::Impl::OnGone(Connection* connection) {
     connections_.erase(connection);
-    if (isStopping_ && connections_.empty()) {
+    connectionCount_ = connections_.size();
+    if (isStopping && connections_.empty()) {
         keepRunning_.reset();
+        stopTimer_.cancel();
     }
-    Accept();
 }
 
 void ControlServer::Impl::StopAccepting() {
-    isStopping_ = true;
+    isStopping = true;
     ErrorCode ignored;
-    acceptor_.close(ignored);
+    for (const auto& listener : listeners_) {
+        listener->acceptor.close(ignored);
+    }
     acceptTimer_.cancel();
-    for (Connection* connection : connections_) {
+    for (Connection* const connection : connections_) {
         connection->EndSoon();
     }
     if (connections_.empty()) {
         keepRunning_.reset();
+        return;
+    }
+    stopTimer_.expires_after(std::chrono::milliseconds(options.stopTimeoutMs));
+    stopTimer_.async_wait([this](const ErrorCode& error) {
+        if (!error) {
+            EndReaders();
+        }
+    });
+}
+
+/// Ends those who still read what was there when the stop began; an answer of an action that ends only now
+/// has its own time.
+void ControlServer::Impl::EndReaders() {
+    const Clock::time_point stopped = Clock::now() - std::chrono::milliseconds(options.stopTimeoutMs);
+    for (Connection* const connection : connections_) {
+        if (connection->WaitsForClient() && connection->GetPhaseStart() <= stopped) {
+            connection->Close();
+        }
     }
 }
 
@@ -370,13 +264,36 @@ void ControlServer::Impl::Stop() {
     if (!thread_.joinable()) {
         return;
     }
-    net::post(io_, [this] { StopAccepting(); });
+    net::post(io, [this] { StopAccepting(); });
     thread_.join();
-    workers_->join();
+    actions->Join();
+    observers->Join();
 }
 
-ControlServer::ControlServer(const ControlServerOptions& options, Handler handler, LumDebug& debug)
-    : impl_(std::make_unique<Impl>(options, std::move(handler), debug)) {}
+void ControlServer::Impl::RunInPool(std::function<void()> task) {
+    actions->Run([task = std::make_shared<std::function<void()>>(std::move(task)), this] {
+        try {
+            (*task)();
+        } catch (const std::exception& error) {
+            LogQuietly(LumLogLevel::kError, "A call of the agent's own failed", error.what());
+        }
+    });
+}
+
+std::chrono::milliseconds ControlServer::Impl::GetStuckTime() {
+    const auto now = Clock::now().time_since_epoch();
+    Clock::duration round = Clock::duration::zero();
+    if (!isRoundAsked_.exchange(true)) {
+        lastRound_ = now.count();
+        PostPatiently(io, [this] { isRoundAsked_ = false; });
+    } else {
+        round = now - Clock::duration(lastRound_);
+    }
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::max(round, actions->GetStuckTime()));
+}
+
+ControlServer::ControlServer(const ControlServerOptions& options, RequestHandler& handler, LumDebug& debug)
+    : impl_(std::make_unique<Impl>(options, handler, debug)) {}
 
 ControlServer::~ControlServer() = default;
 
@@ -384,6 +301,34 @@ bool ControlServer::Start(FileDescriptor listener) {
     return impl_->Start(std::move(listener));
 }
 
+void ControlServer::AddNetworkListener(FileDescriptor listener) {
+    impl_->AddNetworkListener(std::move(listener));
+}
+
+void ControlServer::RunInPool(std::function<void()> task) {
+    impl_->RunInPool(std::move(task));
+}
+
 void ControlServer::Stop() {
     impl_->Stop();
+}
+
+std::chrono::milliseconds ControlServer::GetStuckTime() {
+    return impl_->GetStuckTime();
+}
+
+std::size_t ControlServer::CountRunning() const {
+    return impl_->CountRunning();
+}
+
+std::size_t ControlServer::CountWaiting() const {
+    return impl_->CountWaiting();
+}
+
+std::size_t ControlServer::CountConnections() const {
+    return impl_->CountConnections();
+}
+
+std::size_t ControlServer::GetHeld() const {
+    return impl_->GetHeld();
 }

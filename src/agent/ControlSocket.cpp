@@ -1,5 +1,6 @@
 #include "agent/ControlSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -7,10 +8,15 @@
 #include <system_error>
 #include <vector>
 
+#include <endian.h>
 #include <grp.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
+#include <linux/xattr.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "host/text/LumSystemError.h"
@@ -49,6 +55,28 @@ bool IsStale(const sockaddr_un& address) {
     return probe.IsOpen() && WithAddress(::connect, probe.Get(), address) != 0 && errno == ECONNREFUSED;
 }
 
+/// Lets the owner, the file's group where `isForGroup`, and the groups of `further` read and write, in one
+/// step. False, with errno, where the file system has no such lists or refuses.
+bool SetAccessList(const char* path, bool isForGroup, std::vector<gid_t> further) {
+    constexpr uint16_t readWrite = ACL_READ | ACL_WRITE;
+    constexpr auto kNoId = static_cast<uint32_t>(ACL_UNDEFINED_ID);
+    // The list is in ascending order of its groups, each once.
+    std::sort(further.begin(), further.end());
+    further.erase(std::unique(further.begin(), further.end()), further.end());
+    std::vector<posix_acl_xattr_entry> entries = {
+        {htole16(ACL_USER_OBJ), htole16(readWrite), htole32(kNoId)},
+        {htole16(ACL_GROUP_OBJ), htole16(isForGroup ? readWrite : uint16_t{0}), htole32(kNoId)}};
+    for (const gid_t group : further) {
+        entries.push_back({htole16(ACL_GROUP), htole16(readWrite), htole32(group)});
+    }
+    entries.push_back({htole16(ACL_MASK), htole16(readWrite), htole32(kNoId)});
+    entries.push_back({htole16(ACL_OTHER), htole16(0), htole32(kNoId)});
+    const posix_acl_xattr_header header{htole32(POSIX_ACL_XATTR_VERSION)};
+    std::string list(reinterpret_cast<const char*>(&header), sizeof(header));
+    list.append(reinterpret_cast<const char*>(entries.data()), entries.size() * sizeof(entries.front()));
+    return ::lsetxattr(path, XATTR_NAME_POSIX_ACL_ACCESS, list.data(), list.size(), 0) == 0;
+}
+
 }  // namespace
 
 bool ControlSocket::Check(const LumString& path, LumString& error) {
@@ -75,12 +103,12 @@ bool ControlSocket::Check(const LumString& path, LumString& error) {
     return true;
 }
 
-bool ControlSocket::Open(const LumString& path, std::optional<gid_t> group, LumString& error) {
+bool ControlSocket::Open(const LumString& path, const SocketGroups& groups, LumString& error) {
     if (!Check(path, error)) {
         return false;
     }
     path_ = path;
-    if (!Bind(error) || (group.has_value() && !OpenToGroup(*group, error))) {
+    if (!Bind(error) || !OpenToGroups(groups, error)) {
         RemoveFile();
         listener_.Close();
         return false;
@@ -111,14 +139,18 @@ bool ControlSocket::Bind(LumString& error) {
     return true;
 }
 
-bool ControlSocket::OpenToGroup(gid_t group, LumString& error) const {
+bool ControlSocket::OpenToGroups(const SocketGroups& groups, LumString& error) const {
     constexpr auto sameOwner = static_cast<uid_t>(-1);
-    if (::lchown(path_.GetString(), sameOwner, group) != 0 ||
-        ::chmod(path_.GetString(), kOwnerAndGroup) != 0) {
+    const char* const path = path_.GetString();
+    const bool hasOwnGroup = !groups.group.has_value() || ::lchown(path, sameOwner, *groups.group) == 0;
+    const bool isOpen =
+        hasOwnGroup &&
+        (!groups.further.empty() ? SetAccessList(path, groups.group.has_value(), groups.further)
+                                 : !groups.group.has_value() || ::chmod(path, kOwnerAndGroup) == 0);
+    if (!isOpen) {
         error.Printf("Cannot open the control socket %S to its group: %S", path_, LumSystemErrorText());
-        return false;
     }
-    return true;
+    return isOpen;
 }
 
 void ControlSocket::RemoveFile() {

@@ -1,11 +1,19 @@
 #pragma once
 
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include <sys/types.h>
 
 #include "host/file/FileDescriptor.h"
 #include "host/text/LumString.h"
+
+/// Who may connect to the socket besides its owner.
+struct SocketGroups {
+    std::optional<gid_t> group;  ///< the file's own group
+    std::vector<gid_t> further;  ///< by an access list of the file system (acl(5))
+};
 
 /// The listening Unix socket and its file. Belongs to one thread at a time.
 class ControlSocket {
@@ -21,9 +29,9 @@ public:
     [[nodiscard]] static bool Check(const LumString& path, LumString& error);
 
     /// Makes the socket and listens on it, in place of one that nobody serves any more. Its mode is 0600 from
-    /// its first moment; with `group` it becomes 0660 once it belongs to that group. False, with the reason
-    /// in `error` and no file left, where that fails.
-    [[nodiscard]] bool Open(const LumString& path, std::optional<gid_t> group, LumString& error);
+    /// its first moment; with groups it becomes 0660 once it belongs to them. False, with the reason in
+    /// `error` and no file left, where that fails.
+    [[nodiscard]] bool Open(const LumString& path, const SocketGroups& groups, LumString& error);
 
     /// Hands the listening descriptor over.
     [[nodiscard]] FileDescriptor ReleaseListener() { return std::move(listener_); }
@@ -33,7 +41,7 @@ public:
 
 private:
     [[nodiscard]] bool Bind(LumString& error);
-    [[nodiscard]] bool OpenToGroup(gid_t group, LumString& error) const;
+    [[nodiscard]] bool OpenToGroups(const SocketGroups& groups, LumString& error) const;
 
     FileDescriptor listener_;
     LumString path_;

@@ -4,12 +4,14 @@
 #include <array>
 #include <cerrno>
 #include <exception>
+#include <filesystem>
 #include <string>
-#include <system_error>
+#include <string_view>
 
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include "agent/FileTrust.h"
 #include "agent/ModuleNote.h"
 #include "host/text/LumSystemError.h"
 
@@ -24,7 +26,8 @@ LumString PathOf(const LumString& file, const LumString& moduleDirectory) {
     return !file.IsEmpty() && file.View().front() == '/' ? file : moduleDirectory + "/" + file;
 }
 
-/// Opening a pipe would wait for its other end, so what is not a regular file is not opened at all.
+/// Opening a pipe would wait for its other end, so what is not a regular file is not opened at all; nor is what
+/// others could change, because it would run as the agent.
 bool IsLoadable(const LumString& path, LumString& error) {
     struct stat status = {};
     if (::stat(path.GetString(), &status) != 0) {
@@ -35,7 +38,8 @@ bool IsLoadable(const LumString& path, LumString& error) {
         error = "it is not a regular file";
         return false;
     }
-    return true;
+    const std::string directory = std::filesystem::path(path.View()).parent_path().string();
+    return IsTrustworthy(LumString(std::string_view(directory)), error) && IsTrustworthy(path, error);
 }
 
 }  // namespace
@@ -91,7 +95,10 @@ bool ModuleHost::Load(const LumString& name, const LumString& file, const LumStr
     module->path = PathOf(file, moduleDirectory);
     LumString error;
     if (!Open(*module, error) || !Start(*module, error)) {
-        debug_.ErrorWithNL("Module '%S' is not loaded from %S: %S", name, module->path, error);
+        LumString failure;
+        failure.Printf("Module '%S' is not loaded from %S: %S", name, module->path, error);
+        debug_.ErrorWithNL("%S", failure);
+        failures_.push_back(failure + ".");
         return false;
     }
     module->description = module->Ask(LumModuleCommand::kGetDescription);

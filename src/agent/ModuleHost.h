@@ -35,6 +35,9 @@ public:
     /// Ends all modules in reverse order: clean-up, unregistration, its actions leave the registry, unload.
     void UnloadAll();
 
+    /// A sentence for each module that could not be loaded.
+    [[nodiscard]] const std::vector<LumString>& GetFailures() const { return failures_; }
+
     /// The loaded modules in order of loading.
     [[nodiscard]] std::vector<ModuleInfo> ListModules() const;
 
@@ -47,4 +50,5 @@ private:
 
     LumDebug& debug_;
     std::vector<std::unique_ptr<Module>> modules_;
+    std::vector<LumString> failures_;
 };

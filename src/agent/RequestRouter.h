@@ -1,26 +1,54 @@
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/AccessRules.h"
+#include "agent/ControlServer.h"
 #include "agent/ModuleHost.h"
+#include "host/log/LumDebug.h"
+#include "host/text/LumString.h"
 
-/// The answer to one request: an HTTP status and a JSON text. `allow` names the methods of the path after a
-/// 405 and is empty otherwise.
-struct HttpAnswer {
-    unsigned status = 200;
-    std::string body;
-    std::string_view allow;
+/// What the router answers with that others know. Each may be called from any thread.
+struct RouterSources {
+    std::vector<ModuleInfo> modules;
+    AccessRules access;
+    std::function<std::vector<LumString>()> health;  ///< the reasons that speak against it
+    std::function<std::string()> status;             ///< as JSON
+    std::function<std::string()> metrics;            ///< as Prometheus text
 };
 
-/// An answer {"error": "<sentence>"}.
-[[nodiscard]] HttpAnswer MakeErrorAnswer(unsigned status, std::string_view sentence);
+/// Answers the requests of the control socket by their path. Every operation may be called from several
+/// threads at once.
+class RequestRouter : public RequestHandler {
+public:
+    /// `debug` gets one line for each call that is audited, and must outlive the router.
+    RequestRouter(RouterSources sources, LumDebug& debug) : sources_(std::move(sources)), debug_(debug) {}
 
-/// Answers one request of the control socket, and runs the action that it names on this thread. `target` is
-/// the request's target as it stands, percent-encoded. May be called from several threads at once.
-[[nodiscard]] HttpAnswer RouteRequest(const std::vector<ModuleInfo>& modules, std::string_view method,
-                                      std::string_view target, std::string_view body);
+    [[nodiscard]] RequestKind Classify(const ClientRequest& request) override;
+    [[nodiscard]] HttpAnswer Answer(const ClientRequest& request) override;
+    [[nodiscard]] std::unique_ptr<BatchStream> OpenBatch(const ClientRequest& request,
+                                                         HttpAnswer& refusal) override;
 
-/// True where RouteRequest may take its time, because it would run an action.
-[[nodiscard]] bool IsActionRequest(std::string_view method);
+private:
+    struct Page;
+
+    [[nodiscard]] HttpAnswer Route(const ClientRequest& request) const;
+    [[nodiscard]] HttpAnswer RouteAction(const ClientRequest& request, const std::string& path) const;
+    [[nodiscard]] HttpAnswer CallAction(const ClientRequest& request, const LumString& name) const;
+    [[nodiscard]] bool IsOpenFor(const ClientRequest& request, const LumString& name,
+                                 HttpAnswer& refusal) const;
+    [[nodiscard]] HttpAnswer AnswerHealth() const;
+    [[nodiscard]] HttpAnswer AnswerStatus() const;
+    [[nodiscard]] HttpAnswer AnswerMetrics() const;
+    [[nodiscard]] HttpAnswer AnswerModules() const;
+    [[nodiscard]] HttpAnswer AnswerActions() const;
+
+    static const Page kPages[];
+
+    const RouterSources sources_;
+    LumDebug& debug_;
+};

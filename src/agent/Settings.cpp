@@ -76,9 +76,14 @@ void ReadIni(const IniFile& ini, const LumString& dataDirectory, Settings& setti
         settings.socketPath = socket.View().front() == '/' ? socket : dataDirectory + socket;
     }
     settings.socketGroup = reader.ReadText("SocketGroup");
+    settings.readGroup = reader.ReadText("ReadGroup");
+    settings.createGroup = reader.ReadText("CreateGroup");
+    settings.metricsListen = reader.ReadText("MetricsListen");
     reader.ReadLogLevel(settings.logLevel);
     reader.ReadNumber("Threads", 1, 256, settings.threads);
     reader.ReadNumber("ClientTimeoutMs", 1, 3'600'000, settings.clientTimeoutMs);
+    reader.ReadNumber("MinFreeMB", 0, 1'000'000'000, settings.minFreeMb);
+    reader.ReadNumber("StuckSeconds", 1, 1'000'000, settings.stuckSeconds);
     reader.ReadNumber("LogMaxBytes", 1'000, 1'000'000'000, settings.logMaxBytes);
     reader.ReadNumber("LogMaxFiles", 1, 1'000, settings.logMaxFiles);
     settings.modules = ini.GetEntries("Modules");

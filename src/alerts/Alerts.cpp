@@ -111,7 +111,7 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
     LumString path;
     // An alert that was not taken waits in the temporary directory.
-    if (FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path)) {
+    if (FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path) == FileStoreOutcome::kDone) {
         AlertsSent().Add();
     }
     return kActionDone;

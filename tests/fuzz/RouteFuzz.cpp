@@ -32,11 +32,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static LumAgentHandle handle{"Fuzz"};
     static const bool isRegistered = ActionDbRegisterAction("Answer (container Values)", Answer, &handle);
     static const std::vector<ModuleInfo> modules{{"Fuzz", "/Fuzz.so", "A module", "1.0"}};
+    static LumDebug debug("Agent", "The agent process");
+    static RequestRouter router(
+        {modules, {}, [] { return std::vector<LumString>(); }, [] { return "{}"; }, [] { return "{}"; }},
+        debug);
+    static const Client client{true, 0, {0}};
     Require(isRegistered);
     std::string_view body = FuzzInput(data, size);
     std::string_view target = Cut(body, '\n');
     const std::string_view method = Cut(target, ' ');
-    const HttpAnswer answer = RouteRequest(modules, method, target, body);
+    const HttpAnswer answer = router.Answer({method, target, body, client});
     Require(nlohmann::json::accept(answer.body));
     switch (answer.status) {
         case 200:

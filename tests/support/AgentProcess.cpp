@@ -45,6 +45,10 @@ void AgentProcess::Execute() const {
         limit.rlim_cur = softDescriptorLimit;
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
+    if (memoryLimit != 0) {
+        const rlimit limit{memoryLimit, memoryLimit};
+        ::setrlimit(RLIMIT_DATA, &limit);
+    }
     if (!environment.empty()) {
         ::putenv(const_cast<char*>(environment.c_str()));
     }
@@ -84,7 +88,7 @@ bool AgentProcess::WaitUntilServing() const {
     bool hasEnded = false;
     const bool ready = WaitFor([&] {
         hasEnded = HasEnded();
-        return hasEnded || Request("GET", "/health").status == 200;
+        return hasEnded || Request("GET", "/modules").status == 200;
     });
     return ready && !hasEnded;
 }

@@ -28,6 +28,8 @@ public:
     std::size_t descriptorLimit = 0;
     /// The part of it that the process may use until it asks for all; 0 leaves it alone.
     std::size_t softDescriptorLimit = 0;
+    /// How many bytes of memory of its own the process may have; 0 for any.
+    std::size_t memoryLimit = 0;
     /// A variable "NAME=value" for the process's environment; empty for none.
     std::string environment;
 

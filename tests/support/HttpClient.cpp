@@ -92,6 +92,24 @@ HttpReply HttpClient::ReadReply(bool hasBody) {
     return reply;
 }
 
+std::string HttpClient::ReadChunk() {
+    std::size_t end = std::string::npos;
+    while ((end = received_.find("\r\n")) == std::string::npos) {
+        if (!Receive()) {
+            return {};
+        }
+    }
+    const std::size_t length = std::strtoull(received_.c_str(), nullptr, 16);
+    while (received_.size() < end + length + 4) {
+        if (!Receive()) {
+            return {};
+        }
+    }
+    std::string chunk = received_.substr(end + 2, length);
+    received_.erase(0, end + length + 4);
+    return chunk;
+}
+
 HttpReply HttpClient::Request(std::string_view method, std::string_view target, std::string_view body) {
     return SendRequest(method, target, body) ? ReadReply() : HttpReply();
 }

@@ -32,6 +32,8 @@ public:
     void EndSending() const;
     /// Waits for the next reply. `hasBody` is false for the reply to HEAD, and for an interim one.
     [[nodiscard]] HttpReply ReadReply(bool hasBody = true);
+    /// Waits for the next chunk of a chunked reply; empty for the last one, and where none comes.
+    [[nodiscard]] std::string ReadChunk();
     [[nodiscard]] HttpReply Request(std::string_view method, std::string_view target,
                                     std::string_view body = {});
     /// Waits for the other side's end of the connection; false where more bytes come first.

@@ -1,6 +1,7 @@
 #include "host/log/internal/StandardError.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 #include <fcntl.h>

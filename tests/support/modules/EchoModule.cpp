@@ -1,6 +1,8 @@
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -112,16 +114,40 @@ uint32_t ReleaseDescriptors(LumContainer* /*container*/) {
     return 0;
 }
 
+/// Takes all the memory that the process may have, for "Milliseconds".
+uint32_t HoldMemory(LumContainer* container) {
+    uint32_t milliseconds = 0;
+    static_cast<void>(container->GetInt32("Milliseconds", milliseconds));
+    std::vector<std::unique_ptr<char[]>> held;
+    held.reserve(100'000);
+    for (std::size_t size = std::size_t{16} << 20U; size >= 64;) {
+        std::unique_ptr<char[]> block(new (std::nothrow) char[size]);
+        if (block != nullptr && held.size() < held.capacity()) {
+            held.push_back(std::move(block));
+        } else {
+            size /= 2;
+        }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    return 0;
+}
+
 void Register(void* handle) {
     moduleDebug.SetContext(LumAgentGetDebugContext(handle));
     const struct {
         const char* signature;
         ActionHandler handler;
-    } actions[] = {{"Back (container Values)", Back},       {"Status (container Values)", Status},
-                   {"Sleep (container Values)", Sleep},     {"Throw ()", Throw},
-                   {"ThrowNumber ()", ThrowNumber},         {"Log (container Values)", Log},
-                   {"Fill (container Values)", Fill},       {"Meet (container Values)", Meet},
-                   {"HoldDescriptors ()", HoldDescriptors}, {"ReleaseDescriptors ()", ReleaseDescriptors}};
+    } actions[] = {{"Back (container Values)", Back},
+                   {"Status (container Values)", Status},
+                   {"Sleep (container Values)", Sleep},
+                   {"Throw ()", Throw},
+                   {"ThrowNumber ()", ThrowNumber},
+                   {"Log (container Values)", Log},
+                   {"Fill (container Values)", Fill},
+                   {"Meet (container Values)", Meet},
+                   {"HoldDescriptors ()", HoldDescriptors},
+                   {"ReleaseDescriptors ()", ReleaseDescriptors},
+                   {"HoldMemory (container Values)", HoldMemory}};
     for (const auto& action : actions) {
         ActionDbRegisterAction(LumString(kName) + action.signature, action.handler, handle);
     }

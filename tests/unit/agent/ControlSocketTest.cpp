@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "agent/ControlSocket.h"
+#include "support/AgentProcess.h"
 #include "support/HttpClient.h"
 #include "support/TempDirectory.h"
 
@@ -33,7 +34,7 @@ protected:
         return ::lstat(path_.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
     }
     [[nodiscard]] bool Open(std::optional<gid_t> group = std::nullopt) {
-        return socket_.Open(LumString(std::string_view(path_)), group, error_);
+        return socket_.Open(LumString(std::string_view(path_)), {group, {}}, error_);
     }
     /// A socket at the path, of a type that is not served; its file outlives it.
     [[nodiscard]] FileDescriptor Bind(int type) const {
@@ -118,7 +119,7 @@ TEST_F(ControlSocketFile, ReplacesOneThatNobodyServes) {
 
 TEST_F(ControlSocketFile, RefusesToReplaceOneThatIsServed) {
     ControlSocket other;
-    ASSERT_TRUE(other.Open(LumString(std::string_view(path_)), std::nullopt, error_));
+    ASSERT_TRUE(other.Open(LumString(std::string_view(path_)), {}, error_));
     EXPECT_FALSE(Open());
     EXPECT_EQ(error_, ("Cannot make the control socket " + path_ + ": another process serves it").c_str());
     EXPECT_TRUE(HttpClient(path_).IsConnected());
@@ -154,7 +155,7 @@ TEST_F(ControlSocketFile, RefusesAPathThatFitsIntoNoAddress) {
 
 TEST_F(ControlSocketFile, SaysWhyItCannotBeMade) {
     const std::string missing = scratch_ / "missing/agent.sock";
-    EXPECT_FALSE(socket_.Open(LumString(std::string_view(missing)), std::nullopt, error_));
+    EXPECT_FALSE(socket_.Open(LumString(std::string_view(missing)), {}, error_));
     EXPECT_EQ(error_, ("Cannot make the control socket " + missing + ": No such file or directory").c_str());
     scratch_.Write("file", "");
     const std::string under = scratch_ / "file/agent.sock";
@@ -187,6 +188,26 @@ TEST(ControlSocketGroup, IsFoundByNameAndByNumber) {
     EXPECT_EQ(FindGroup("no such group"), std::nullopt);
     EXPECT_EQ(FindGroup("42x"), std::nullopt);
     EXPECT_EQ(FindGroup(""), std::nullopt);
+}
+
+TEST_F(ControlSocketFile, IsOpenToFurtherGroupsByAnAccessList) {
+    ASSERT_TRUE(socket_.Open(LumString(std::string_view(path_)), {std::nullopt, {4242, 4141, 4242}}, error_))
+        << error_.GetString();
+    EXPECT_EQ(GetMode(), 0660U) << "the list's mask stands in the group's place";
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can take on another user's rights";
+    }
+    ASSERT_EQ(::chmod(std::filesystem::path(path_).parent_path().c_str(), 0755), 0);
+    const auto mayConnect = [this](const std::string& groups) {
+        return RunShell("setpriv --reuid 4000 --regid 4000 " + groups +
+                        " curl -sS --max-time 2 --unix-socket " + path_ +
+                        " http://a/ 2>&1 >/dev/null || true")
+                   .find("timed out") != std::string::npos;
+    };
+    EXPECT_TRUE(mayConnect("--groups 4141"));
+    EXPECT_TRUE(mayConnect("--groups 4242"));
+    EXPECT_FALSE(mayConnect("--groups 4343"));
+    EXPECT_FALSE(mayConnect("--clear-groups"));
 }
 
 }  // namespace

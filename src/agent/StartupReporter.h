@@ -1,0 +1,7 @@
+#pragma once
+
+#include "host/log/LumDebug.h"
+
+/// Puts the agent behind LumStartup.h: what a module reports goes to the service manager and, every few
+/// seconds, to the log; whether to stop is what the signals say. `debug` must outlive every module.
+void ReportStartupTo(LumDebug& debug);
