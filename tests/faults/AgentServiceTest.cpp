@@ -339,7 +339,7 @@ TEST_F(AgentService, StaysWithinItsMemoryWhateverClientsHoldOfIt) {
                 "POST /actions/EchoBack HTTP/1.1\r\nHost: a\r\nContent-Length: 16000000\r\n\r\n" + part);
             clients.back().Send(part);
         } else {
-            clients.back().SendRequest("POST", "/actions/EchoFill", R"({"Count":4000})");
+            clients.back().SendRequest("POST", "/actions/EchoFill", R"({"Count":1500})");
         }
     }
     EXPECT_EQ(agent_.Request("POST", "/actions/EchoBack").status, 200);
