@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 
 /// After a failed accept, so that a lack of descriptors does not turn into a busy loop.
 constexpr std::chrono::milliseconds kAcceptPause(100);
+/// After a failure, most likely a lack of memory, which takes a moment to go.
+constexpr std::chrono::milliseconds kFailurePause(10);
 /// Whoever has had its place for so long without sending a whole request may lose it to a new client.
 constexpr std::chrono::milliseconds kPlaceTime(1000);
 
@@ -98,7 +100,6 @@ bool ControlServer::Impl::Start(FileDescriptor listener) {
         keepRunning_.emplace(io.get_executor());
         actions.emplace(options.threads);
         observers.emplace(1);
-        net::post(io, [this] { Accept(); });
         thread_ = std::thread([this] { Run(); });
     } catch (const std::exception& error) {
         debug_.ErrorWithNL("Cannot serve the control socket: %s", error.what());
@@ -118,11 +119,13 @@ void ControlServer::Impl::Listen(FileDescriptor& descriptor, int family) {
 void ControlServer::Impl::Run() {
     for (;;) {
         try {
+            Accept();  // also takes up again what the operation that threw has left
             io.run();
             return;
         } catch (const std::exception& error) {
-            // The operation that threw has dropped its connection; the others go on.
+            // That operation has dropped its connection; the others go on.
             LogQuietly(LumLogLevel::kError, "A connection of the control socket failed", error.what());
+            std::this_thread::sleep_for(kFailurePause);
         }
     }
 }
@@ -149,9 +152,9 @@ void ControlServer::Impl::Accept() {
 }
 
 void ControlServer::Impl::WaitForClient(Listener& listener) {
-    listener.isWaiting = true;
     listener.acceptor.async_wait(net::socket_base::wait_read,
                                  [this, &listener](const ErrorCode& error) { OnClient(listener, error); });
+    listener.isWaiting = true;  // not where that has thrown
 }
 
 void ControlServer::Impl::OnClient(Listener& listener, const ErrorCode& error) {
