@@ -29,8 +29,8 @@ public:
     ActionCall(const LumString& name, const Client& client, LumDebug& debug);
 
     /// Runs the action with the arguments in `body`, a JSON object or nothing, on this thread. False, with
-    /// what is wrong with the body in `error`, where it is not a container; `error` is empty where there is no
-    /// such action any more. With `explain` the result has messages.
+    /// what is wrong with the body in `error`, where it is not a container; `error` is empty where there is
+    /// no such action any more. With `explain` the result has messages.
     [[nodiscard]] bool Run(std::string_view body, bool explain, ActionResult& result, LumString& error);
 
 private:

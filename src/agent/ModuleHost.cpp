@@ -26,8 +26,8 @@ LumString PathOf(const LumString& file, const LumString& moduleDirectory) {
     return !file.IsEmpty() && file.View().front() == '/' ? file : moduleDirectory + "/" + file;
 }
 
-/// Opening a pipe would wait for its other end, so what is not a regular file is not opened at all; nor is what
-/// others could change, because it would run as the agent.
+/// Opening a pipe would wait for its other end, so what is not a regular file is not opened at all; nor is
+/// what others could change, because it would run as the agent.
 bool IsLoadable(const LumString& path, LumString& error) {
     struct stat status = {};
     if (::stat(path.GetString(), &status) != 0) {
