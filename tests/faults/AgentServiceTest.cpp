@@ -301,6 +301,9 @@ TEST_F(AgentService, FeedsTheWatchdogWhileItGetsOn) {
     HttpClient hanging(agent_.GetSocketPath());
     HttpClient waiting(agent_.GetSocketPath());
     ASSERT_TRUE(hanging.SendRequest("POST", "/actions/EchoSleep", R"({"Milliseconds":4000})"));
+    ASSERT_TRUE(WaitFor([&] {
+        return agent_.Request("GET", "/status").body.find(R"("calls":{"running":1,)") != std::string::npos;
+    }));
     ASSERT_TRUE(waiting.SendRequest("POST", "/actions/EchoBack"));
     EXPECT_TRUE(agent_.WaitForLog(" error Agent The agent hangs: calls have waited "));
     static_cast<void>(manager.Take());
