@@ -112,17 +112,20 @@ uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
 uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container) {
     constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerReloadModels");
     kRoutine.Print("Entering ");
-    bool isRead = false;
+    bool mayTakeIn = false;
     {
         const LumMutexLock wholeStep(RegistryMutex);
-        isRead = KeepStoreUp();
-        LoadUnregisteredModels();
+        mayTakeIn = KeepStoreUp();
+        if (mayTakeIn) {
+            LoadUnregisteredModels();
+        }
         CheckModels();
     }
-    if (isRead) {
+    if (mayTakeIn) {
         kRoutine.Print("Models have been reloaded with success");
     } else {
-        kRoutine.Error("The registered models are not loaded, as the database cannot be read");
+        kRoutine.Error(
+            "Dropped definitions wait, as the registered models are not loaded or an upgrade is outstanding");
     }
     const uint32_t status = AfterDurable(kActionDone);
     if (container != nullptr && status == kActionDone) {

@@ -25,7 +25,8 @@ constexpr LumRoutine kRoutine(ModuleDebug, "KeepStoreUp");
 /// What the last start of the store came to. Guarded by RegistryMutex.
 struct StoreState {
     bool isRead = false;     ///< the registered models were loaded
-    uint32_t openCount = 0;  ///< of the database that they were loaded from
+    bool mayTakeIn = false;  ///< no upgrade is outstanding that dropped definitions have to wait for
+    uint32_t openCount = 0;  ///< of the database that the models were loaded from
 };
 StoreState state;
 
@@ -37,18 +38,18 @@ bool DatabaseAnswers() {
 
 /// The first steps of an upgrade must see the models as they were registered, the second ones as they are
 /// loaded anew from their files. An upgrade does not begin without the registered models; once it has begun
-/// it is not cut off.
+/// it is not cut off. The dropped definitions wait with it: the first step would remove what was taken in
+/// before it.
 void LoadAndUpgrade() {
     UpgradeRecord upgrade;
     bool mayUpgrade = upgrade.Begin();
     state.isRead = LoadRegisteredModels();
     mayUpgrade = mayUpgrade && (state.isRead || !DatabaseAnswers()) && !LumStopRequested();
+    state.mayTakeIn = mayUpgrade;
     if (mayUpgrade) {
         UpgradeSoftwareDistributionModelStep1();
         Upgrade620_Step1();
-    }
-    LoadUnregisteredModels();
-    if (mayUpgrade) {
+        LoadUnregisteredModels();
         UpgradeSoftwareDistributionModelStep2();
         Upgrade620_Step2();
     }
@@ -134,7 +135,7 @@ bool KeepStoreUp() {
         if (DatabaseAnswers()) {
             BringStoreUp();
         }
-        return state.isRead;
+        return state.isRead && state.mayTakeIn;
     }
     static_cast<void>(DatabaseAnswers());  // opens a database that was closed because it had gone
     const uint32_t openCount = DatabasePool.GetOpenCount();
@@ -142,5 +143,5 @@ bool KeepStoreUp() {
         state.openCount = openCount;
     }
     LoadWhatCanBeReadAgain();
-    return true;
+    return state.mayTakeIn;
 }

@@ -10,5 +10,6 @@ void BringStoreUp();
 
 /// Looks, once a cycle, whether something is to be made good: the registered models that could not be read,
 /// definitions that could not, or a database that has taken the place of the one before. True where the
-/// registered models are loaded. May be called from any thread.
+/// registered models are loaded and dropped definitions may be taken in, which an upgrade that could not
+/// begin forbids. May be called from any thread.
 bool KeepStoreUp();

@@ -67,7 +67,7 @@ TEST_F(StoreStartupTest, LoadsTheModelsOnceTheDatabaseCanBeRead) {
     started_ = host_.Log().size();
     EXPECT_EQ(TestHost::Call("EventLogManagerReloadModels", "{}").status, 0U);
     EXPECT_THAT(Said(),
-                Contains(HasSubstr("The registered models are not loaded, as the database cannot be read")));
+                Contains(HasSubstr("Dropped definitions wait, as the registered models are not loaded")));
     EXPECT_THAT(Said(), Not(Contains(HasSubstr("with success"))));
 
     fs::remove(Database());
