@@ -26,6 +26,7 @@
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"
 #include "events/EventUpload.h"
+#include "events/UploadFiles.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "host/core/ModuleInterface.h"

@@ -83,9 +83,8 @@ void Device::DropBytes(const std::string& bytes, const std::string& label, bool 
     file.fileType = LumString(std::string_view(label));
     file.fileLabel = file.fileType;
     file.upstream = upstream;
-    LumString stored;
-    LumString error;
-    ASSERT_TRUE(outbox_.Receive(file, stored, error)) << error.GetString();
+    const Received received = outbox_.Receive(file);
+    ASSERT_EQ(received.outcome, Received::Outcome::kDone) << received.problem.GetString();
 }
 
 void Device::Start(const std::string& brokerUrls, const std::vector<std::string>& arguments) {

@@ -117,7 +117,7 @@ TEST_F(ActionDb, RefusesASignatureOfAnotherFormWithOneWarning) {
     for (const char* const signature : wrong) {
         EXPECT_FALSE(Register(signature)) << signature;
     }
-    EXPECT_EQ(log_.Count(" warning Host Action not registered, its signature is not 'Name (parameters)'"),
+    EXPECT_EQ(log_.Count("warning Host Action not registered, its signature is not 'Name (parameters)'"),
               std::size(wrong));
     EXPECT_TRUE(ActionDbListActions().empty());
 }
