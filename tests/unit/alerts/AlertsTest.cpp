@@ -9,6 +9,7 @@
 #include "alerts/Alerts.h"
 #include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
+#include "support/CallRecord.h"
 #include "support/ModuleHarness.h"
 
 namespace {
@@ -219,6 +220,25 @@ TEST_F(Alerts, DoNotComeOfAnErrorWhileOneIsMade) {
     ActionDbUnregisterModule(&store);
     EXPECT_EQ(calls, 1U);
     EXPECT_EQ(harness_.ModuleLines("error", "Store: Failed call 1"), 1);
+}
+
+TEST_F(Alerts, AreCheckedUnderTheirLockToTheEnd) {
+    AlertMinimumGap = 60;
+    ASSERT_EQ(Check(1000), kActionDone);
+    const CallRecord record;
+    EXPECT_EQ(Check(1001), kActionWithinGap);
+    EXPECT_EQ(record.UnderAlertLock("trace ").size(), 1U);
+}
+
+TEST_F(Alerts, OfErrorsAreMadeOneAtATimeUnderTheDatabaseLock) {
+    bool wasHeld = false;
+    const FileStoreStandIn store([&wasHeld](const LumContainer&, const LumContainer&) {
+        wasHeld = DatabaseMutex.IsHeldByThisThread() && !AlertGapMutex.IsHeldByThisThread();
+        return 0U;
+    });
+    const CallRecord record;
+    ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
+    EXPECT_TRUE(wasHeld);
 }
 
 /// The lock order: whoever has the alert lock never waits for the database's. Under the thread sanitizer the

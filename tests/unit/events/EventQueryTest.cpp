@@ -158,6 +158,19 @@ TEST_F(EventQuery, SaysThatTheLockCannotBeHad) {
     EXPECT_THAT(Said(), ElementsAre("error ActionHandler_EventLogManagerGetEvents: Failed to lock database"));
 }
 
+TEST_F(EventQuery, AnswersACountOfZeroWhereItCannotBeRead) {
+    Insert(1, 1, "old");
+    Insert(9, 1, "new");
+    // The rows from 5 on can be read, and a walk through all of them fails.
+    host_.Database().Run(
+        "ALTER TABLE Event_Sample RENAME TO Kept; CREATE VIEW Event_Sample AS SELECT * FROM Kept WHERE CASE "
+        "WHEN "
+        "E_Date < 5 THEN abs(-9223372036854775808) ELSE 1 END");
+    const TestHost::Answer answer = TestHost::Query(R"({"ModelName":"Sample","StartDate":5})");
+    EXPECT_EQ(answer.status, 0U);
+    EXPECT_THAT(answer.container, StartsWith(R"({"Result":{"EventCount":0,"EventDate":[9],)"));
+}
+
 TEST_F(EventQuery, FailsWhereTheTableIsGone) {
     ASSERT_TRUE(host_.Change("DROP TABLE Event_Sample"));
     EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})").status, 1U);

@@ -10,7 +10,9 @@
 #include "host/file/LumFile.h"
 #include "module/ModuleMain.h"
 #include "store/Paths.h"
+#include "support/CallRecord.h"
 #include "support/TestHost.h"
+#include "support/WaitFor.h"
 
 namespace {
 
@@ -106,6 +108,20 @@ TEST(ModuleMain, StartsAndStopsItsThreads) {
     TestHost::CleanUp();
     EXPECT_EQ(host.CountLines("trace ModuleActivate"), 1U);
     EXPECT_EQ(host.CountLines("trace ModuleCleanup"), 1U);
+}
+
+TEST(ModuleMain, StartsAndEndsTheSchedulerBeforeTheProcessor) {
+    const LinkedModule module;
+    LinkedModule::Initialise();
+    const CallRecord record;
+    LinkedModule::Activate();
+    EXPECT_TRUE(WaitFor([&] { return record.All("pause ").size() == 2; }));
+    LinkedModule::CleanUp();
+    EXPECT_THAT(record.All("start "), ElementsAre("start scheduler", "start processor"));
+    EXPECT_THAT(record.All("cancel "),
+                ElementsAre("cancel scheduler 3000 at once", "cancel processor 3000 at once"));
+    EXPECT_THAT(record.All("pause "),
+                testing::UnorderedElementsAre("pause scheduler 10000", "pause processor 10000"));
 }
 
 TEST(ModuleMain, CleansUpThreadsThatWereNeverStarted) {

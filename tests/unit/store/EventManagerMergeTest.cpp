@@ -128,6 +128,15 @@ TEST_F(EventManagerMerge, StopsAtTheIniFileAndTriesAgain) {
     EXPECT_EQ(Flag(), "1");
 }
 
+TEST_F(EventManagerMerge, GoesOnWhereItsEntryStaysInTheAgentsIni) {
+    Obstruct(kAgentIni);
+    Upgrade1000();
+    EXPECT_FALSE(Has(kOlderIni));
+    EXPECT_FALSE(Has(kOlderData));
+    EXPECT_EQ(Flag(), "1");
+    EXPECT_EQ(Version(), "10.0.0.0");
+}
+
 TEST_F(EventManagerMerge, StopsAtTheDataDirectory) {
     std::filesystem::remove_all(host_.Directory().Path() / kOlderData);
     host_.Directory().Write(kOlderData, "no directory");
