@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -197,17 +198,17 @@ bool UploadJournal::Store(LumString& error) {
 }
 
 bool ListUploadJournals(std::vector<LumString>& models) {
-    LumDirectory* const listing = OpenDirectory(UploadsDirectory());
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(UploadsDirectory()),
+                                                                           CloseDirectory);
     if (listing == nullptr) {
         return errno == ENOENT;
     }
-    for (LumString name; ReadDirectory(listing, name);) {
+    for (LumString name; ReadDirectory(listing.get(), name);) {
         if (name.View().starts_with(kUnfinished)) {
             FileDelete(PathInDirectory(UploadsDirectory(), name), true);
         } else if (name.View().front() != kHidden) {
             models.push_back(name);
         }
     }
-    CloseDirectory(listing);
     return true;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -39,13 +40,13 @@ bool IsLeftOver(const LumString& path) {
 
 std::vector<LumString> LeftOverNames(const LumString& directory) {
     std::vector<LumString> names;
-    LumDirectory* const listing = OpenDirectory(directory);
-    for (LumString name; ReadDirectory(listing, name);) {
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(directory),
+                                                                           CloseDirectory);
+    for (LumString name; ReadDirectory(listing.get(), name);) {
         if (name.View().starts_with(kOwnPrefix) && IsLeftOver(directory + "/" + name)) {
             names.push_back(name);
         }
     }
-    CloseDirectory(listing);
     return names;
 }
 

@@ -245,14 +245,14 @@ bool Outbox::EnsureOpen(LumString& error) {
 
 uint64_t Outbox::CountBytes() const {
     uint64_t bytes = 0;
-    LumDirectory* const listing = OpenDirectory(LumString(directory_));
-    for (LumString entry; ReadDirectory(listing, entry);) {
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(
+        OpenDirectory(LumString(directory_)), CloseDirectory);
+    for (LumString entry; ReadDirectory(listing.get(), entry);) {
         struct stat status {};
         if (lstat(PathOf(entry.View()).c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
             bytes += static_cast<uint64_t>(status.st_size);
         }
     }
-    CloseDirectory(listing);
     return bytes;
 }
 
@@ -275,17 +275,17 @@ bool Outbox::HasRoomFor(const ReceivedFile& file, uint64_t bytes) {
 }
 
 bool Outbox::ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& error) {
-    LumDirectory* const listing = OpenDirectory(LumString(directory_));
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(
+        OpenDirectory(LumString(directory_)), CloseDirectory);
     if (listing == nullptr) {
         error = Sentence(LumString(directory_), "it cannot be read", errno);
         return false;
     }
     std::set<std::string> names;
     LumString entry;
-    while (ReadDirectory(listing, entry)) {
+    while (ReadDirectory(listing.get(), entry)) {
         names.emplace(entry.View());
     }
-    CloseDirectory(listing);
     for (const std::string& name : names) {
         DerivedNameParts parts;
         const bool derived = ParseDerivedName(name, parts);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <memory>
 #include <sstream>
 #include <string_view>
 #include <system_error>
@@ -308,17 +309,17 @@ std::string PackageSource::PositionText() {
 std::vector<LumString> PackageSource::ListFiles() const {
     std::vector<Rotation> rotations;
     const LumString directory = DirectoryOf(log_);
-    LumDirectory* const listing = OpenDirectory(directory);
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(directory),
+                                                                           CloseDirectory);
     if (listing == nullptr) {
         return {};
     }
-    for (LumString name; ReadDirectory(listing, name);) {
+    for (LumString name; ReadDirectory(listing.get(), name);) {
         Rotation rotation;
         if (ParseRotation(name.View(), NameOf(log_.View()), rotation)) {
             rotations.push_back(std::move(rotation));
         }
     }
-    CloseDirectory(listing);
     // While a file is being compressed both forms are there; the plain one, which sorts first, is whole.
     std::sort(rotations.begin(), rotations.end(), [](const Rotation& one, const Rotation& other) {
         return std::make_pair(one.Age(), one.name) < std::make_pair(other.Age(), other.name);

@@ -1,19 +1,21 @@
 #include "store/DirectoryListing.h"
 
+#include <memory>
+
 #include "host/file/LumFile.h"
 #include "host/text/LumPattern.h"
 
 bool ListDirectory(const LumString& path, std::vector<LumString>& entries) {
-    LumDirectory* const directory = OpenDirectory(path);
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> directory(OpenDirectory(path),
+                                                                             CloseDirectory);
     if (directory == nullptr) {
         return false;
     }
-    for (LumString name; ReadDirectory(directory, name);) {
+    for (LumString name; ReadDirectory(directory.get(), name);) {
         if (name != "." && name != "..") {
             entries.push_back(name);
         }
     }
-    CloseDirectory(directory);
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <queue>
 #include <system_error>
@@ -117,18 +118,18 @@ std::string OutboxDirectory::At(std::string_view name) const {
 bool OutboxDirectory::Walk(const std::function<void(const std::string& name)>& visit,
                            std::string& error) const {
     const LumString path{std::string_view(path_)};
-    LumDirectory* const listing = OpenDirectory(path);
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(path),
+                                                                           CloseDirectory);
     if (listing == nullptr) {
         error = path_ + ": " + Reason(errno);
         return false;
     }
     LumString name;
     std::string text;
-    while (ReadDirectory(listing, name)) {
+    while (ReadDirectory(listing.get(), name)) {
         text = name.View();
         visit(text);
     }
-    CloseDirectory(listing);
     return true;
 }
 

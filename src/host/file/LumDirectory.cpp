@@ -207,8 +207,13 @@ void DirRemoveLeftovers(const LumString& path) {
 }
 
 LumDirectory* OpenDirectory(const LumString& path) {
-    DIR* const handle = IsPath(path) ? opendir(path.GetString()) : nullptr;
-    return handle != nullptr ? std::make_unique<LumDirectory>(LumDirectory{handle}).release() : nullptr;
+    if (!IsPath(path)) {
+        return nullptr;
+    }
+    // Made before it is opened, so that nothing stays open where there is no memory for it.
+    auto directory = std::make_unique<LumDirectory>();
+    directory->handle = opendir(path.GetString());
+    return directory->handle != nullptr ? directory.release() : nullptr;
 }
 
 bool ReadDirectory(LumDirectory* directory, LumString& name) {

@@ -59,7 +59,7 @@ private:
     template <std::size_t Size>
     static void Copy(std::string_view path, char (&place)[Size]) {
         const std::size_t length = path.size() < Size ? path.size() : Size - 1;
-        std::memcpy(place, path.data(), length);
+        path.copy(place, length);
         place[length] = '\0';
     }
 };
