@@ -1,6 +1,7 @@
 #include "host/database/internal/Durability.h"
 
 #include <cstdint>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -36,13 +37,17 @@ bool DBAwaitDurable() {
     if (last.log == nullptr) {
         return true;
     }
-    std::string error;
-    if (last.log->Await(last.ticket, error)) {
-        return true;
-    }
-    pending.failed = true;
-    if (!error.empty()) {
-        pending.listener->NoteFailedSync(error);
+    try {
+        std::string error;
+        if (last.log->Await(last.ticket, error)) {
+            return true;
+        }
+        pending.failed = true;
+        if (!error.empty()) {
+            pending.listener->NoteFailedSync(error);
+        }
+    } catch (const std::bad_alloc&) {
+        pending.failed = true;  // there is no memory to say it, and scopes wait here as they end
     }
     return false;
 }
