@@ -18,7 +18,7 @@
 #include <unistd.h>
 
 #include "BenchSupport.h"
-#include "agent/RequestRouter.h"
+#include "agent/request/RequestRouter.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "support/AgentProcess.h"

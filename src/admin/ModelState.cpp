@@ -14,7 +14,7 @@
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
 #include "store/ModelRegistry.h"
-#include "store/StoreStartup.h"
+#include "store/startup/StoreStartup.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "agent/AgentHealth.h"
-#include "agent/ControlServer.h"
-#include "agent/ModuleHost.h"
+#include "agent/module/ModuleHost.h"
+#include "agent/socket/ControlServer.h"
 #include "host/core/LumMetrics.h"
 #include "host/text/LumString.h"
 

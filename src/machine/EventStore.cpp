@@ -7,7 +7,7 @@
 #include "contract/ContainerKeys.h"
 #include "contract/Statuses.h"
 #include "host/core/ActionDb.h"
-#include "machine/RecordId.h"
+#include "machine/source/RecordId.h"
 
 namespace {
 

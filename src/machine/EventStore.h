@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "machine/Source.h"
+#include "machine/source/Source.h"
 
 /// What the module asks of the event log: the actions that any module may call, and nothing beside. To be
 /// called from any thread.

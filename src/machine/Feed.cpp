@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "machine/MachineLog.h"
-#include "machine/RecordId.h"
+#include "machine/source/MachineLog.h"
+#include "machine/source/RecordId.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "host/text/LumString.h"
 #include "machine/EventStore.h"
 #include "machine/PositionFile.h"
-#include "machine/Source.h"
+#include "machine/source/Source.h"
 
 /// Carries what a source has to say into the event log: reads a batch, leaves out what the log holds already,
 /// stores the rest in order, and only then keeps the position. So a kill at any moment leaves at most a part

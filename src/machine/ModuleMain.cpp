@@ -11,11 +11,11 @@
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "machine/Feed.h"
-#include "machine/MachineLog.h"
 #include "machine/Recorder.h"
 #include "machine/Settings.h"
 #include "machine/ShippedModels.h"
 #include "machine/Sources.h"
+#include "machine/source/MachineLog.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "host/file/LumFile.h"
-#include "machine/MachineLog.h"
+#include "machine/source/MachineLog.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include "machine/MachineLog.h"
+#include "machine/source/MachineLog.h"
 
 namespace {
 

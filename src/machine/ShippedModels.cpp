@@ -5,8 +5,8 @@
 
 #include "host/file/LumFile.h"
 #include "machine/EventStore.h"
-#include "machine/MachineLog.h"
-#include "machine/Models.h"
+#include "machine/source/MachineLog.h"
+#include "machine/source/Models.h"
 
 namespace {
 

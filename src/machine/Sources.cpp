@@ -1,12 +1,12 @@
 #include "machine/Sources.h"
 
-#include "machine/DeviceSource.h"
-#include "machine/DiskSource.h"
-#include "machine/LoadSource.h"
-#include "machine/PackageSource.h"
-#include "machine/ServiceSource.h"
-#include "machine/SessionSource.h"
-#include "machine/StateSource.h"
+#include "machine/devices/DeviceSource.h"
+#include "machine/journal/ServiceSource.h"
+#include "machine/journal/SessionSource.h"
+#include "machine/journal/StateSource.h"
+#include "machine/measures/DiskSource.h"
+#include "machine/measures/LoadSource.h"
+#include "machine/packages/PackageSource.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "machine/Settings.h"
-#include "machine/Source.h"
+#include "machine/source/Source.h"
 
 /// Makes every source that the settings do not switch off. A further source is one line here and one file.
 [[nodiscard]] std::vector<std::unique_ptr<Source>> MakeSources(const Settings& settings);

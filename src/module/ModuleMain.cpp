@@ -23,7 +23,7 @@
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/Paths.h"
-#include "store/StoreStartup.h"
+#include "store/startup/StoreStartup.h"
 
 namespace {
 

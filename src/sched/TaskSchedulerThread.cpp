@@ -11,7 +11,7 @@
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
-#include "store/StoreStartup.h"
+#include "store/startup/StoreStartup.h"
 #include "tasks/Task.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "FuzzTarget.h"
-#include "agent/RequestRouter.h"
+#include "agent/request/RequestRouter.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 

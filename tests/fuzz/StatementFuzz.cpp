@@ -5,7 +5,7 @@
 
 #include "FuzzTarget.h"
 #include "host/database/Database.h"
-#include "host/database/internal/StatementShape.h"
+#include "host/database/internal/statement/StatementShape.h"
 #include "support/TempDirectory.h"
 
 namespace {

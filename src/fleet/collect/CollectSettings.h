@@ -6,7 +6,7 @@
 
 #include "fleet/broker/Broker.h"
 #include "fleet/broker/Stream.h"
-#include "fleet/collect/ModelTables.h"
+#include "fleet/collect/database/ModelTables.h"
 
 /// What lumcollect runs with: its command line, and section [Collect] of the ini file below it.
 struct CollectSettings {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "fleet/collect/Schema.h"
+#include "fleet/collect/database/Schema.h"
 #include "fleet/service/StopSignal.h"
 #include "fleet/wire/Subjects.h"
 #include "host/log/LumDebug.h"

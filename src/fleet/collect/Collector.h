@@ -8,10 +8,10 @@
 
 #include "fleet/broker/Broker.h"
 #include "fleet/broker/Stream.h"
-#include "fleet/collect/BatchStore.h"
 #include "fleet/collect/CollectSettings.h"
 #include "fleet/collect/CollectState.h"
-#include "fleet/collect/Database.h"
+#include "fleet/collect/database/BatchStore.h"
+#include "fleet/collect/database/Database.h"
 #include "fleet/service/Backoff.h"
 
 /// Takes batches from the stream, stores them, and tells devices so: each batch is acknowledged to the stream

@@ -2,7 +2,7 @@
 #include <iostream>
 
 #include "fleet/collect/Collector.h"
-#include "fleet/collect/Schema.h"
+#include "fleet/collect/database/Schema.h"
 #include "fleet/service/StatusServer.h"
 #include "fleet/service/StopSignal.h"
 

@@ -4,7 +4,7 @@
 #include "host/database/IniScripts.h"
 #include "host/database/internal/DBConnectionPoolImpl.h"
 #include "host/database/internal/DatabaseFigures.h"
-#include "host/database/internal/StatementText.h"
+#include "host/database/internal/statement/StatementText.h"
 
 namespace {
 

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "machine/DiskSource.h"
-#include "machine/LoadSource.h"
-#include "machine/Mounts.h"
-#include "machine/ProcText.h"
+#include "machine/measures/DiskSource.h"
+#include "machine/measures/LoadSource.h"
+#include "machine/measures/Mounts.h"
+#include "machine/measures/ProcText.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "store/DatabaseScope.h"
 #include "store/DatabaseSetup.h"
 #include "store/ModelRegistry.h"
-#include "store/SchemaUpgrades.h"
+#include "store/startup/SchemaUpgrades.h"
 #include "support/CallRecord.h"
 #include "support/LinkedModule.h"
 

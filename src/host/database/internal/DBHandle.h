@@ -13,7 +13,7 @@
 #include "host/database/internal/GenSqlResultBuffer.h"
 #include "host/database/internal/LockPatience.h"
 #include "host/database/internal/LogSync.h"
-#include "host/database/internal/StatementCache.h"
+#include "host/database/internal/statement/StatementCache.h"
 #include "host/thread/LumMutex.h"
 
 struct sqlite3;

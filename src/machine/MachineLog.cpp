@@ -1,3 +1,0 @@
-#include "machine/MachineLog.h"
-
-LumDebug MachineDebug("MachineEvents", "Machine events module (MachineEventsModule)");

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+#include "machine/journal/JournalSource.h"
+
+/// Units that failed, programs that crashed, and kills for lack of memory.
+class ServiceSource : public JournalSource {
+public:
+    using JournalSource::JournalSource;
+
+    [[nodiscard]] const char* GetName() const override { return "Services"; }
+    [[nodiscard]] std::vector<const char*> GetModels() const override;
+
+protected:
+    [[nodiscard]] JournalReader::Matches GetMatches() const override;
+    [[nodiscard]] const std::vector<std::string_view>& GetFields() const override;
+    [[nodiscard]] bool Judge(const JournalEntry& entry, MachineEvent& event) override;
+};

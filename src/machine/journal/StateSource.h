@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+#include "machine/journal/JournalSource.h"
+
+/// Starts, stops and sleeps of the machine, and changes of its clock.
+class StateSource : public JournalSource {
+public:
+    using JournalSource::JournalSource;
+
+    [[nodiscard]] const char* GetName() const override { return "Machine"; }
+    [[nodiscard]] std::vector<const char*> GetModels() const override;
+
+protected:
+    [[nodiscard]] JournalReader::Matches GetMatches() const override;
+    [[nodiscard]] const std::vector<std::string_view>& GetFields() const override;
+    [[nodiscard]] bool Judge(const JournalEntry& entry, MachineEvent& event) override;
+};

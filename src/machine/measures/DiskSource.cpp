@@ -1,0 +1,60 @@
+#include "machine/measures/DiskSource.h"
+
+#include <string>
+#include <utility>
+
+#include <sys/statvfs.h>
+
+#include "machine/measures/Mounts.h"
+#include "machine/measures/ProcFile.h"
+#include "machine/source/FieldText.h"
+#include "machine/source/Models.h"
+
+namespace {
+
+constexpr char kMountInfo[] = "/proc/self/mountinfo";
+constexpr uint64_t kMiB = uint64_t{1} << 20U;
+constexpr double kHundred = 100.0;
+
+MachineEvent DescribeMount(const Mount& mount, const struct statvfs& status) {
+    const uint64_t block = status.f_frsize;
+    const uint64_t used = (status.f_blocks - status.f_bfree) * block;
+    const uint64_t usable = used + status.f_bavail * block;
+    MachineEvent event;
+    event.model = models::kDiskUsage;
+    event.params.SetString("MountPoint", FieldText(mount.point));
+    event.params.SetString("FileSystem", FieldText(mount.type));
+    event.params.SetInt32("SizeMb", static_cast<int32_t>(status.f_blocks * block / kMiB));
+    event.params.SetInt32("UsedMb", static_cast<int32_t>(used / kMiB));
+    event.params.SetDouble(
+        "UsedPercent",
+        usable == 0 ? 0.0 : kHundred * static_cast<double>(used) / static_cast<double>(usable));
+    event.params.SetBool("ReadOnly", (status.f_flag & ST_RDONLY) != 0);
+    return event;
+}
+
+}  // namespace
+
+std::vector<const char*> DiskSource::GetModels() const {
+    return {models::kDiskUsage};
+}
+
+bool DiskSource::Open(LumString& error) {
+    std::string content;
+    return ReadProcFile(kMountInfo, content, error);
+}
+
+bool DiskSource::Measure(std::vector<MachineEvent>& events, LumString& error) {
+    std::string content;
+    if (!ReadProcFile(kMountInfo, content, error)) {
+        return false;
+    }
+    for (const Mount& mount : ParseMounts(content)) {
+        struct statvfs status = {};
+        // One that cannot be asked, or has no blocks, has gone meanwhile or tells nothing.
+        if (::statvfs(mount.point.c_str(), &status) == 0 && status.f_blocks > 0) {
+            events.push_back(DescribeMount(mount, status));
+        }
+    }
+    return true;
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <vector>
+
+#include "machine/measures/IntervalSource.h"
+
+/// How full each file system on a disk of this machine is.
+class DiskSource : public IntervalSource {
+public:
+    using IntervalSource::IntervalSource;
+
+    [[nodiscard]] const char* GetName() const override { return "Disks"; }
+    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] bool Open(LumString& error) override;
+
+protected:
+    [[nodiscard]] bool Measure(std::vector<MachineEvent>& events, LumString& error) override;
+};

@@ -1,0 +1,3 @@
+#include "machine/source/MachineLog.h"
+
+LumDebug MachineDebug("MachineEvents", "Machine events module (MachineEventsModule)");

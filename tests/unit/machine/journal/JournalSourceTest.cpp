@@ -1,0 +1,285 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <systemd/sd-messages.h>
+
+#include "machine/journal/JournalSource.h"
+#include "machine/journal/ServiceSource.h"
+#include "machine/journal/SessionSource.h"
+#include "machine/journal/StateSource.h"
+#include "support/JournalFile.h"
+#include "support/TempDirectory.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr int64_t kMoment = 1'780'000'000;
+
+/// Journals of a test's own, made by the system's tool.
+class JournalSourceTest : public testing::Test {
+protected:
+    void SetUp() override { directory_.MakeDirectory("journal"); }
+
+    void Add(const JournalFile::Fields& fields, int64_t seconds = kMoment) { journal_.Add(seconds, fields); }
+    /// What the remote shell writes as root.
+    void AddShell(const std::string& message, const std::string& process = "100") {
+        Add({{"_UID", "0"}, {"_COMM", "sshd"}, {"_PID", process}, {"MESSAGE", message}});
+    }
+    void AddSession(const std::string& user, const std::string& leader) {
+        Add({{"_UID", "0"},
+             {"_COMM", "systemd-logind"},
+             {"_SYSTEMD_UNIT", "systemd-logind.service"},
+             {"MESSAGE_ID", SD_MESSAGE_SESSION_START_STR},
+             {"USER_ID", user},
+             {"LEADER", leader}});
+    }
+    /// Writes what was added into a file of its own; entries of before are in it again, as they are after a
+    /// journal was copied.
+    void Write(const std::string& name = "a.journal") const {
+        ASSERT_TRUE(journal_.Write(directory_ / ("journal/" + name)));
+    }
+
+    template <class Made>
+    void Open(std::time_t oldest = 0) {
+        LumString error;
+        source_ = std::make_unique<Made>(directory_.At("journal"), oldest);
+        ASSERT_TRUE(source_->Open(error)) << error.GetString();
+    }
+    /// All that is new: the events as JSON, without record and time.
+    std::vector<std::string> New(std::size_t limit = 100) {
+        std::vector<std::string> events;
+        for (bool more = true; more;) {
+            SourceBatch batch;
+            LumString error;
+            EXPECT_TRUE(source_->ReadSince(position_, limit, batch, error)) << error.GetString();
+            more = batch.more;
+            position_ = batch.position;
+            for (MachineEvent& event : batch.events) {
+                records_.push_back(event.record);
+                event.params.ClearName("Record");
+                event.params.ClearName("Time");
+                events.push_back(std::string(event.model) + event.params.ToJson());
+            }
+        }
+        return events;
+    }
+
+    TempDirectory directory_;
+    JournalFile journal_;
+    std::unique_ptr<Source> source_;
+    std::string position_;
+    std::vector<uint64_t> records_;
+};
+
+TEST_F(JournalSourceTest, LogonsAndFailedLogonsBecomeEvents) {
+    AddShell("Accepted publickey for ann from 192.0.2.7 port 50022 ssh2: ED25519 SHA256:abc");
+    AddShell("Failed password for root from 192.0.2.8 port 5 ssh2");
+    AddShell("Connection closed by 192.0.2.8 port 5");
+    AddSession("bob", "4711");
+    Write();
+    Open<SessionSource>();
+    EXPECT_THAT(
+        New(),
+        ElementsAre(R"(Logon{"User":"ann","Outcome":"success","Terminal":"ssh","Origin":"192.0.2.7"})",
+                    R"(Logon{"User":"root","Outcome":"failure","Terminal":"ssh","Origin":"192.0.2.8"})",
+                    R"(Logon{"User":"bob","Outcome":"success"})"));
+    EXPECT_THAT(New(), IsEmpty());
+}
+
+TEST_F(JournalSourceTest, TheSessionOfARemoteLogonIsTheSameLogon) {
+    AddShell("Accepted publickey for ann from 192.0.2.7 port 50022 ssh2", "815");
+    Write("a.journal");
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+    AddSession("ann", "815");
+    Write("b.journal");
+    Open<SessionSource>();
+    EXPECT_THAT(New(), IsEmpty()) << "the logon was forgotten with the restart";
+}
+
+TEST_F(JournalSourceTest, NobodyButRootAndItsServicesIsBelieved) {
+    const std::string message = "Accepted password for root from 192.0.2.7 port 1 ssh2";
+    Add({{"_UID", "1000"}, {"_COMM", "sshd"}, {"MESSAGE", message}});
+    Add({{"_UID", "1000"}, {"_COMM", "logger"}, {"SYSLOG_IDENTIFIER", "sshd"}, {"MESSAGE", message}});
+    Add({{"_UID", "0"}, {"_UID", "1000"}, {"_COMM", "sshd"}, {"MESSAGE", message}});
+    Add({{"_COMM", "sshd"}, {"MESSAGE", message}});
+    Add({{"_UID", "0"},
+         {"_SYSTEMD_UNIT", "user@1000.service"},
+         {"MESSAGE_ID", SD_MESSAGE_SESSION_START_STR},
+         {"USER_ID", "root"},
+         {"LEADER", "1"}});
+    Write();
+    Open<SessionSource>();
+    EXPECT_THAT(New(), IsEmpty());
+}
+
+TEST_F(JournalSourceTest, StatesOfTheMachineBecomeEvents) {
+    Add({{"_UID", "0"},
+         {"_PID", "1"},
+         {"_COMM", "systemd"},
+         {"MESSAGE_ID", SD_MESSAGE_STARTUP_FINISHED_STR}});
+    Add({{"_UID", "0"},
+         {"_COMM", "systemd-sleep"},
+         {"MESSAGE_ID", SD_MESSAGE_SLEEP_START_STR},
+         {"SLEEP", "suspend"}});
+    Add({{"_UID", "0"},
+         {"_COMM", "systemd-sleep"},
+         {"MESSAGE_ID", SD_MESSAGE_SLEEP_STOP_STR},
+         {"SLEEP", "suspend"}});
+    Add({{"_UID", "0"}, {"_COMM", "systemd-timedat"}, {"MESSAGE_ID", SD_MESSAGE_TIME_CHANGE_STR}});
+    Add({{"_UID", "0"},
+         {"_COMM", "systemd-logind"},
+         {"MESSAGE_ID", SD_MESSAGE_SHUTDOWN_STR},
+         {"SHUTDOWN", "reboot"}});
+    Add({{"_UID", "0"},
+         {"_PID", "77"},
+         {"_COMM", "systemd"},
+         {"MESSAGE_ID", SD_MESSAGE_STARTUP_FINISHED_STR}});
+    Add({{"_UID", "1000"},
+         {"_PID", "1"},
+         {"_COMM", "systemd"},
+         {"MESSAGE_ID", SD_MESSAGE_STARTUP_FINISHED_STR}});
+    Write();
+    Open<StateSource>();
+    EXPECT_THAT(
+        New(),
+        ElementsAre(R"(MachineState{"State":"start"})", R"(MachineState{"State":"sleep","Detail":"suspend"})",
+                    R"(MachineState{"State":"wake","Detail":"suspend"})", R"(MachineState{"State":"clock"})",
+                    R"(MachineState{"State":"stop","Detail":"reboot"})"));
+}
+
+TEST_F(JournalSourceTest, FailuresAndCrashesBecomeEvents) {
+    Add({{"_UID", "0"},
+         {"_PID", "1"},
+         {"MESSAGE_ID", SD_MESSAGE_UNIT_FAILURE_RESULT_STR},
+         {"UNIT", "web.service"},
+         {"UNIT_RESULT", "exit-code"}});
+    Add({{"_UID", "0"},
+         {"_PID", "1"},
+         {"MESSAGE_ID", SD_MESSAGE_UNIT_OUT_OF_MEMORY_STR},
+         {"UNIT", "db.service"}});
+    Add({{"_UID", "1000"},
+         {"_SYSTEMD_UNIT", "systemd-coredump@3-77-0.service"},
+         {"MESSAGE_ID", SD_MESSAGE_COREDUMP_STR},
+         {"COREDUMP_EXE", "/usr/bin/prog"},
+         {"COREDUMP_COMM", "prog"},
+         {"COREDUMP_SIGNAL_NAME", "SIGSEGV"},
+         {"COREDUMP_UNIT", "web.service"},
+         {"COREDUMP_UID", "1000"}});
+    Add({{"_UID", "1000"},
+         {"_PID", "77"},
+         {"MESSAGE_ID", SD_MESSAGE_UNIT_FAILURE_RESULT_STR},
+         {"UNIT", "ssh.service"},
+         {"UNIT_RESULT", "signal"}});
+    Add({{"_UID", "1000"},
+         {"_SYSTEMD_UNIT", "user@1000.service"},
+         {"MESSAGE_ID", SD_MESSAGE_COREDUMP_STR},
+         {"COREDUMP_EXE", "/usr/sbin/sshd"}});
+    Write();
+    Open<ServiceSource>();
+    EXPECT_THAT(
+        New(),
+        ElementsAre(
+            R"(ServiceFailure{"Unit":"web.service","Result":"exit-code"})",
+            R"(Crash{"Kind":"memory","Unit":"db.service"})",
+            R"(Crash{"Kind":"crash","Program":"/usr/bin/prog","Signal":"SIGSEGV","Unit":"web.service","User":"1000"})"));
+}
+
+TEST_F(JournalSourceTest, HostileFieldsAreCutAndCleaned) {
+    Add({{"_UID", "0"},
+         {"_PID", "1"},
+         {"MESSAGE_ID", SD_MESSAGE_UNIT_FAILURE_RESULT_STR},
+         {"UNIT", std::string(1 << 20, 'x')},
+         {"UNIT_RESULT", std::string("a\0b\n\xff", 5)}});
+    Add({{"_UID", "0"}, {"_PID", "1"}, {"MESSAGE_ID", SD_MESSAGE_UNIT_FAILURE_RESULT_STR}});
+    Write();
+    Open<ServiceSource>();
+    const std::vector<std::string> events = New();
+    ASSERT_EQ(events.size(), 1U) << "a failure without a unit is one of nobody";
+    EXPECT_THAT(events[0], HasSubstr(std::string(256, 'x') + "…"));
+    EXPECT_THAT(events[0], HasSubstr("\"Result\":\"a\uFFFDb\uFFFD\uFFFD\""));
+}
+
+TEST_F(JournalSourceTest, EntriesOfBeforeTheOldestWantedAreLeftOut) {
+    AddShell("Failed password for old from 192.0.2.8 port 5 ssh2");
+    journal_.Add(kMoment + 10, {{"_UID", "0"},
+                                {"_COMM", "sshd"},
+                                {"MESSAGE", "Failed password for new from 192.0.2.8 port 5 ssh2"}});
+    Write();
+    Open<SessionSource>(kMoment + 5);
+    const std::vector<std::string> events = New();
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_THAT(events[0], HasSubstr("\"new\""));
+}
+
+TEST_F(JournalSourceTest, BatchesEndAtTheirLimitAndAreReadOnAfterARestart) {
+    for (int i = 0; i < 25; ++i) {
+        AddShell("Failed password for user" + std::to_string(i) + " from 192.0.2.8 port 5 ssh2");
+    }
+    Write();
+    Open<SessionSource>();
+    std::vector<uint64_t> all;
+    for (int i = 0; i < 25; i += 10) {
+        SourceBatch batch;
+        LumString error;
+        ASSERT_TRUE(source_->ReadSince(position_, 10, batch, error));
+        EXPECT_EQ(batch.events.size(), i < 20 ? 10U : 5U);
+        EXPECT_EQ(batch.more, i < 20);
+        position_ = batch.position;
+        Open<SessionSource>();
+    }
+    EXPECT_THAT(New(), IsEmpty());
+}
+
+TEST_F(JournalSourceTest, AnEntryKeepsItsRecordInACopyOfTheJournal) {
+    AddShell("Failed password for ann from 192.0.2.8 port 5 ssh2");
+    Write();
+    Open<SessionSource>();
+    static_cast<void>(New());
+    const std::vector<uint64_t> first = records_;
+    TempDirectory other;
+    std::filesystem::remove(directory_ / "journal/a.journal");
+    Write("copy.journal");
+    records_.clear();
+    position_.clear();
+    Open<SessionSource>();
+    static_cast<void>(New());
+    EXPECT_EQ(records_, first);
+}
+
+TEST_F(JournalSourceTest, APositionWhoseEntryHasGoneGoesOnAfterIt) {
+    AddShell("Failed password for a from 192.0.2.8 port 5 ssh2");
+    Write();
+    Open<SessionSource>();
+    static_cast<void>(New());
+    std::filesystem::remove(directory_ / "journal/a.journal");
+    journal_ = JournalFile();
+    journal_.Add(
+        kMoment + 10,
+        {{"_UID", "0"}, {"_COMM", "sshd"}, {"MESSAGE", "Failed password for b from 192.0.2.8 port 5 ssh2"}});
+    Write("later.journal");
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+}
+
+TEST_F(JournalSourceTest, WithoutAJournalItSaysSo) {
+    LumString error;
+    EXPECT_FALSE(SessionSource(directory_.At("journal"), 0).Open(error));
+    EXPECT_EQ(error, "there is no journal");
+    EXPECT_FALSE(SessionSource(directory_.At("nowhere"), 0).Open(error));
+    EXPECT_EQ(error, "the journal cannot be opened: No such file or directory");
+}
+
+TEST_F(JournalSourceTest, AJournalThatIsNotOneIsNotThere) {
+    directory_.Write("journal/a.journal", std::string(1 << 16, 'x'));
+    LumString error;
+    EXPECT_FALSE(SessionSource(directory_.At("journal"), 0).Open(error));
+}
+
+}  // namespace

@@ -1,0 +1,146 @@
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/core/LumHealth.h"
+#include "model/ModelElement.h"
+#include "store/DatabaseScope.h"
+#include "store/DatabaseSetup.h"
+#include "store/Paths.h"
+#include "store/startup/StoreStartup.h"
+#include "support/SmallDisk.h"
+#include "support/TestHost.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+namespace fs = std::filesystem;
+
+class StoreStartupTest : public testing::Test {
+protected:
+    StoreStartupTest() {
+        host_.StartWith(kLogonDefinition);
+        TestHost::KeepErrorsFromAlerts();
+        started_ = host_.Log().size();
+    }
+    /// Starts the module once more, as a new process would.
+    static void Restart() {
+        for (std::shared_ptr<Model_t> model; ModelCollection.GetAt(0, model);) {
+            ModelCollection.Remove(model);
+        }
+        TestHost::Initialise();
+        TestHost::KeepErrorsFromAlerts();
+    }
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] std::string Database(const char* suffix = "") const {
+        return host_.Directory() / (std::string(TestHost::kDatabase) + suffix);
+    }
+    [[nodiscard]] static uint32_t CreateOne() { return TestHost::Create("Logon", R"({"User":"ann"})"); }
+
+    const TestHost host_;
+    std::size_t started_ = 0;
+};
+
+TEST_F(StoreStartupTest, HasNothingToMakeGoodAfterAGoodStart) {
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_THAT(LumHealthReasons(), IsEmpty());
+}
+
+TEST_F(StoreStartupTest, LoadsTheModelsOnceTheDatabaseCanBeRead) {
+    DatabasePool.SetDatabase("SQLITE23", "", "", "", "", 0);
+    fs::rename(Database(), Database(".away"));
+    fs::create_directory(Database());
+    Restart();
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+    EXPECT_THAT(LumHealthReasons(),
+                Contains(LumString("The registered models could not be read from the database.")));
+    EXPECT_FALSE(KeepStoreUp());
+
+    started_ = host_.Log().size();
+    EXPECT_EQ(TestHost::Call("EventLogManagerReloadModels", "{}").status, 0U);
+    EXPECT_THAT(Said(),
+                Contains(HasSubstr("Dropped definitions wait, as the registered models are not loaded")));
+    EXPECT_THAT(Said(), Not(Contains(HasSubstr("with success"))));
+
+    fs::remove(Database());
+    fs::rename(Database(".away"), Database());
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+    EXPECT_EQ(CreateOne(), 0U);
+    EXPECT_THAT(LumHealthReasons(), IsEmpty());
+}
+
+TEST_F(StoreStartupTest, LoadsADefinitionOnceItCanBeRead) {
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Logon", model));
+    const std::string filed(FiledDirectory("Logon", model->GetChecksum()).View());
+    fs::rename(filed, filed + ".away");
+    Restart();
+    EXPECT_EQ(ModelCollection.GetCount(), 0U);
+    fs::rename(filed + ".away", filed);
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(StoreStartupTest, RegistersItsModelsInADatabaseThatIsMadeAnew) {
+    EXPECT_EQ(CreateOne(), 0U);
+    fs::remove(Database());
+    EXPECT_NE(CreateOne(), 0U);
+    EXPECT_THAT(LumHealthReasons(),
+                Contains(LumString(("The last change of the database failed: the database '" + Database() +
+                                    "' was removed or replaced while it was in use.")
+                                       .c_str())));
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_THAT(Said(), Contains("warning KeepStoreUp: Model 'Logon' is not in the database that was opened "
+                                 "and is registered there"));
+    EXPECT_EQ(CreateOne(), 0U);
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Event_Logon"), "1");
+    EXPECT_THAT(LumHealthReasons(), IsEmpty());
+}
+
+TEST_F(StoreStartupTest, TakesOverWhatARestoredDatabaseSaysOfItsModels) {
+    ASSERT_TRUE(
+        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 7; "
+                     "PRAGMA wal_checkpoint(TRUNCATE)"));
+    fs::copy_file(Database(), Database(".restored"));
+    fs::rename(Database(".restored"), Database());
+    EXPECT_NE(TestHost::Create("Logon", R"({"User":"lost"})"), 0U);
+    EXPECT_TRUE(KeepStoreUp());
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("Logon", model));
+    EXPECT_FALSE(model->IsEnabled());
+    EXPECT_EQ(model->GetLastUploadTime(), 7);
+}
+
+TEST_F(StoreStartupTest, LeavesADatabaseUncompactedWithoutRoomForThat) {
+    const SmallDisk disk(std::size_t{8} << 20U);
+    if (!disk.IsThere()) {
+        GTEST_SKIP() << "takes the rights of root";
+    }
+    DatabasePool.SetDatabase("SQLITE23", "", "", "", "", 0);
+    fs::copy_file(Database(), disk / "store.sqlite3");
+    DatabasePath = LumString(disk / "store.sqlite3");
+    DataDirectory = LumString(disk / "");
+    ASSERT_EQ(
+        Sqlite(disk / "store.sqlite3")
+            .Try("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT INTO "
+                 "Event_Logon (E_Date, E_DeviceId, E_GroupId, C_User) SELECT i, 0, 0, hex(zeroblob(500)) "
+                 "FROM n; PRAGMA wal_checkpoint(TRUNCATE)"),
+        SQLITE_OK);
+    started_ = host_.Log().size();
+    InitializeDatabase();
+    EXPECT_THAT(Said(),
+                ElementsAre(HasSubstr("warning InitializeDatabase: The database is not compacted: ")));
+    EXPECT_EQ(CreateOne(), 0U);
+    EXPECT_GT(disk.Free(), std::size_t{3} << 20U);
+}
+
+}  // namespace
