@@ -54,12 +54,3 @@ std::vector<uint64_t> Condensed(const std::vector<uint64_t>& counts, std::size_t
     }
     return sums;
 }
-
-std::string WithThousands(uint64_t number) {
-    std::string text = std::to_string(number);
-    for (std::size_t at = text.size(); at > 3;) {
-        at -= 3;
-        text.insert(at, ",");
-    }
-    return text;
-}

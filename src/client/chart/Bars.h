@@ -16,6 +16,3 @@
 
 /// At most `columns` counts: neighbours are added up.
 [[nodiscard]] std::vector<uint64_t> Condensed(const std::vector<uint64_t>& counts, std::size_t columns);
-
-/// "1,234,567".
-[[nodiscard]] std::string WithThousands(uint64_t number);

@@ -11,6 +11,7 @@
 #include "client/events/EventWalk.h"
 #include "client/events/RowWriter.h"
 #include "client/text/ProgressBar.h"
+#include "client/text/Quantity.h"
 #include "client/text/Suggestion.h"
 #include "client/text/TextTable.h"
 #include "client/text/TimeText.h"
@@ -107,9 +108,7 @@ private:
             const std::string bar = HorizontalBar(counts[i], largest, width, console_.unicode);
             console_.out << (bar.empty() ? "" : "  " + Coloured(bar)) << '\n';
         }
-        console_.out << "\n"
-                     << WithThousands(tally_.GetTotal())
-                     << (tally_.GetTotal() == 1 ? " event\n" : " events\n");
+        console_.out << "\n" << CountText(tally_.GetTotal(), "event") << '\n';
     }
 
     void PrintSeries() const {
@@ -129,7 +128,7 @@ private:
                          << "  " << WithThousands(series.total) << '\n';
         }
         console_.out << "\n"
-                     << WithThousands(tally_.GetTotal()) << " events; the highest mark is "
+                     << CountText(tally_.GetTotal(), "event") << "; the highest mark is "
                      << WithThousands(largest) << '\n';
     }
 

@@ -8,6 +8,7 @@
 #include "client/commands/CommandOutput.h"
 #include "client/commands/Commands.h"
 #include "client/connection/DataDirectory.h"
+#include "client/text/Quantity.h"
 #include "client/text/TextTable.h"
 
 namespace {
@@ -56,8 +57,8 @@ void Print(std::ostream& out, const DefinitionFile& file) {
             << Harmless(fault.text) << '\n';
     }
     if (file.faults.empty()) {
-        out << Harmless(file.path) << ": model '" << Harmless(file.model) << "', " << file.parameters.size()
-            << (file.parameters.size() == 1 ? " parameter" : " parameters") << ", no fault found\n";
+        out << Harmless(file.path) << ": model '" << Harmless(file.model) << "', "
+            << CountText(file.parameters.size(), "parameter") << ", no fault found\n";
     }
 }
 

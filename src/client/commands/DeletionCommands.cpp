@@ -8,6 +8,7 @@
 #include "client/commands/StatusPage.h"
 #include "client/events/EventCount.h"
 #include "client/model/Requests.h"
+#include "client/text/Quantity.h"
 #include "client/text/TimeText.h"
 #include "contract/Actions.h"
 
@@ -34,13 +35,14 @@ AgentAnswer CountDoomed(AgentConnection& agent, const std::string& model, std::o
 }
 
 std::string Describe(const Doomed& doomed) {
-    const std::string events = std::to_string(doomed.events) + (doomed.events == 1 ? " event" : " events");
+    const std::string events = CountText(static_cast<uint64_t>(doomed.events), "event");
     if (!doomed.notUploaded || doomed.events == 0) {
         return events;
     }
     return events + (*doomed.notUploaded == 0
                          ? std::string(" (all of them uploaded)")
-                         : " (" + std::to_string(*doomed.notUploaded) + " of them not uploaded)");
+                         : " (" + WithThousands(static_cast<uint64_t>(*doomed.notUploaded)) +
+                               " of them not uploaded)");
 }
 
 bool HasModel(const AgentAnswer& list, const std::string& model) {

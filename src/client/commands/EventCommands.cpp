@@ -10,6 +10,7 @@
 #include "client/events/RowWriter.h"
 #include "client/model/Requests.h"
 #include "client/text/ProgressBar.h"
+#include "client/text/Quantity.h"
 #include "client/text/Suggestion.h"
 #include "contract/Actions.h"
 #include "host/text/LumSystemError.h"
@@ -129,7 +130,6 @@ ExitStatus ExportEvents(CommandContext& context, const ExportOptions& options) {
     if (!file) {
         return Fail(context, ExitStatus::kFailed, options.file + ": it could not be written whole");
     }
-    context.console.err << listing.GetWritten() << (listing.GetWritten() == 1 ? " event" : " events")
-                        << " written to " << options.file << '\n';
+    context.console.err << CountText(listing.GetWritten(), "event") << " written to " << options.file << '\n';
     return ExitStatus::kDone;
 }

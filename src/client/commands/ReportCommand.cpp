@@ -10,6 +10,7 @@
 #include "client/report/ReportPage.h"
 #include "client/report/ReportReader.h"
 #include "client/text/ProgressBar.h"
+#include "client/text/Quantity.h"
 #include "client/text/TimeText.h"
 #include "host/text/LumSystemError.h"
 
@@ -56,8 +57,8 @@ ExitStatus WriteReport(CommandContext& context, const ReportOptions& options) {
         return Fail(context, ExitStatus::kFailed, options.file + ": it could not be written whole");
     }
     if (toFile) {
-        context.console.err << "Report of " << data.CountEvents() << " events written to " << options.file
-                            << '\n';
+        context.console.err << "Report of " << CountText(data.CountEvents(), "event") << " written to "
+                            << options.file << '\n';
     }
     return ExitStatus::kDone;
 }

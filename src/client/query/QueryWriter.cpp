@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "client/text/FieldText.h"
+#include "client/text/Quantity.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ void QueryWriter::WriteRow() {
 
 void QueryWriter::End() {
     if (format_ == OutputFormat::kTable) {
-        out_ << table_.TakeRendered() << rows_ << (rows_ == 1 ? " row\n" : " rows\n");
+        out_ << table_.TakeRendered() << CountText(rows_, "row") << '\n';
     } else if (format_ == OutputFormat::kJson) {
         out_ << (rows_ == 0 ? "[]\n" : "\n]\n");
     }

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "client/chart/Bars.h"
+#include "client/text/Quantity.h"
 #include "client/text/TextTable.h"
 
 namespace html {
@@ -28,13 +28,14 @@ double Share(uint64_t count, uint64_t of) {
     return of == 0 ? 0 : static_cast<double>(count) / static_cast<double>(of);
 }
 
-/// The smallest of 1, 2, 5, 10, 20, 50, ... that is not below `largest`, as the top of a scale.
+/// The smallest of 1, 2, 4, 6, 8, 10, 20, 40, ... that is not below `largest`, as the top of a scale: its
+/// middle is a round number too.
 uint64_t TopOfScale(uint64_t largest) {
     uint64_t unit = 1;
     while (unit <= largest / 10) {
         unit *= 10;
     }
-    for (const uint64_t factor : {1, 2, 5}) {
+    for (const uint64_t factor : {1, 2, 4, 6, 8}) {
         if (unit * factor >= largest) {
             return unit * factor;
         }

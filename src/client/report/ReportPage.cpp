@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <functional>
 
-#include "client/chart/Bars.h"
 #include "client/report/Html.h"
 #include "client/report/ReportStyle.h"
 #include "client/text/Quantity.h"
@@ -40,10 +40,6 @@ std::vector<std::string> DayAxis(const std::vector<int64_t>& days) {
 std::string Section(const std::string& title, const std::string& below, const std::string& content) {
     return "<section><h2>" + title + "</h2>\n<p class=\"quiet\">" + html::Text(below) + "</p>\n" + content +
            "</section>\n";
-}
-
-std::string Plural(uint64_t count, const std::string& one) {
-    return WithThousands(count) + " " + one + (count == 1 ? "" : "s");
 }
 
 std::string Tiles(const ReportData& data) {
@@ -108,12 +104,25 @@ std::string OverTime(const ReportData& data) {
                        "</ul>\n" + DayTable(data, sums));
 }
 
-std::string ByModel(const ReportData& data) {
+/// A bar for each model that has events. The others are named below: a list of empty bars tells nothing.
+std::string ModelBars(const ReportData& data, std::size_t colour,
+                      const std::function<uint64_t(const ModelReport&)>& count) {
     std::vector<html::Bar> bars;
+    std::string without;
     for (const ModelReport& model : data.models) {
-        bars.push_back({model.name, model.byDevice.GetTotal(), false});
+        if (count(model) > 0) {
+            bars.push_back({model.name, count(model), false});
+        } else {
+            without += (without.empty() ? "" : ", ") + model.name;
+        }
     }
-    return Section("By model", "Events of this time.", html::BarList(bars, 0));
+    return html::BarList(bars, colour) +
+           (without.empty() ? "" : "<p class=\"quiet rest\">None: " + html::Text(without) + "</p>\n");
+}
+
+std::string ByModel(const ReportData& data) {
+    return Section("By model", "Events of this time.",
+                   ModelBars(data, 0, [](const ModelReport& model) { return model.byDevice.GetTotal(); }));
 }
 
 std::string ByDevice(const ReportData& data) {
@@ -163,7 +172,7 @@ std::string Gaps(const ReportData& data) {
     return Section("Gaps in the record",
                    gaps.empty()
                        ? "Each column is a day, each row an hour. No two hours in a row are without an event."
-                       : "Each column is a day, each row an hour. " + Plural(gaps.size(), "time") +
+                       : "Each column is a day, each row an hour. " + CountText(gaps.size(), "time") +
                              " of two hours or more without any event.",
                    content);
 }
@@ -179,19 +188,17 @@ std::string Alerts(const ReportData& data) {
 }
 
 std::string Sizes(const ReportData& data) {
-    std::vector<html::Bar> bars;
-    for (const ModelReport& model : data.models) {
-        bars.push_back({model.name, static_cast<uint64_t>(std::max<int64_t>(model.stored, 0)), false});
-    }
     std::string below = "Events stored in all, whatever their time.";
     if (data.databaseBytes) {
         below += " The database takes " + BytesText(*data.databaseBytes) + ".";
     }
     if (data.outboxFiles && data.outboxBytes) {
-        below += " " + Plural(static_cast<uint64_t>(*data.outboxFiles), "file") + " of " +
+        below += " " + CountText(static_cast<uint64_t>(*data.outboxFiles), "file") + " of " +
                  BytesText(*data.outboxBytes) + " wait to be sent.";
     }
-    return Section("Sizes", below, html::BarList(bars, 3));
+    return Section("Sizes", below, ModelBars(data, 3, [](const ModelReport& model) {
+                       return static_cast<uint64_t>(std::max<int64_t>(model.stored, 0));
+                   }));
 }
 
 std::string ModelSection(const ReportData& data, const ModelReport& model, std::size_t place) {
@@ -212,7 +219,7 @@ std::string ModelSection(const ReportData& data, const ModelReport& model, std::
     content += "</div>\n";
     const std::string tag = model.enabled ? "" : "<span class=\"tag\">disabled</span>";
     return Section(html::Text(model.name) + tag,
-                   Plural(model.byDevice.GetTotal(), "event") + ". " + model.note, content);
+                   CountText(model.byDevice.GetTotal(), "event") + ". " + model.note, content);
 }
 
 }  // namespace

@@ -42,8 +42,9 @@ section { background: var(--card); border: 1px solid var(--line); border-radius:
   font-size: 0.85rem; }
 .legend li { overflow-wrap: anywhere; }
 .key { display: inline-block; width: 0.75em; height: 0.75em; border-radius: 3px; margin-right: 0.45em; }
-.bars { display: grid; grid-template-columns: minmax(0, 10em) minmax(40px, 1fr) max-content; gap: 6px 12px;
+.bars { display: grid; grid-template-columns: fit-content(14em) minmax(40px, 1fr) max-content; gap: 6px 12px;
   align-items: center; font-size: 0.9rem; margin-top: 10px; }
+.rest { margin: 14px 0 0; }
 .bars .name { overflow-wrap: anywhere; line-height: 1.3; }
 .bars .number { text-align: right; font-variant-numeric: tabular-nums; }
 .bars svg { display: block; width: 100%; height: 12px; border-radius: 4px; background: var(--track); }
@@ -66,7 +67,7 @@ footer { color: var(--quiet); font-size: 0.8rem; margin-top: 28px; }
   .tile b { font-size: 1.2rem; }
   section { padding: 16px; }
   .axis .wide { display: none; }
-  .bars { grid-template-columns: minmax(0, 9em) minmax(30px, 1fr) max-content; }
+  .bars { grid-template-columns: fit-content(10em) minmax(30px, 1fr) max-content; }
 }
 @media print {
   :root { --page: #fff; --card: #fff; --text: #000; --quiet: #444; --line: #bbb; --track: #eee;

@@ -23,6 +23,19 @@ bool IsMoment(std::string_view name) {
 
 }  // namespace
 
+std::string WithThousands(uint64_t number) {
+    std::string text = std::to_string(number);
+    for (std::size_t at = text.size(); at > 3;) {
+        at -= 3;
+        text.insert(at, ",");
+    }
+    return text;
+}
+
+std::string CountText(uint64_t count, std::string_view one) {
+    return WithThousands(count).append(" ").append(one).append(count == 1 ? "" : "s");
+}
+
 std::string BytesText(uint64_t bytes) {
     static constexpr std::array<const char*, 5> kUnits{"B", "KiB", "MiB", "GiB", "TiB"};
     constexpr double kStep = 1024;

@@ -25,10 +25,4 @@ TEST(Bars, AreAddedUpWhereTheyAreTooMany) {
     EXPECT_TRUE(Condensed({}, 80).empty());
 }
 
-TEST(Bars, GroupTheDigitsOfTheirNumbers) {
-    EXPECT_EQ(WithThousands(0), "0");
-    EXPECT_EQ(WithThousands(999), "999");
-    EXPECT_EQ(WithThousands(1234567), "1,234,567");
-}
-
 }  // namespace

@@ -49,11 +49,30 @@ TEST(ReportPage, ShowsWhatItIsGivenAsText) {
     EXPECT_NE(page.find("Device 7"), std::string::npos);
 }
 
+TEST(ReportPage, NamesModelsWithoutEventsBelowTheBars) {
+    const TimeZone zone("UTC");
+    ReportData data = TwoDays();
+    data.models.emplace_back("Busy", data.days).byDevice.Add(5, "7");
+    data.models.emplace_back("Idle", data.days);
+    data.models.emplace_back("<Idle>", data.days);
+    EXPECT_NE(ReportAsHtml(data).find("<p class=\"quiet rest\">None: Idle, &lt;Idle&gt;</p>"),
+              std::string::npos);
+}
+
 TEST(ReportPage, SaysSoWhereThereIsNothing) {
     const TimeZone zone("UTC");
     const std::string page = ReportAsHtml(TwoDays());
     EXPECT_NE(page.find("No model has an event of this time."), std::string::npos);
     EXPECT_NE(page.find("does not count its alerts"), std::string::npos);
+}
+
+TEST(Html, EndsAScaleWithARoundNumberWhoseHalfIsRound) {
+    for (const auto& [largest, top] : std::vector<std::pair<uint64_t, std::string>>{
+             {1, "1"}, {3, "4"}, {5, "6"}, {7, "8"}, {9, "10"}, {11, "20"}, {216, "400"}, {401, "600"}}) {
+        EXPECT_NE(html::Columns({{0, {largest}}}, 100, "label", {}).find("<span>" + top + "</span>"),
+                  std::string::npos)
+            << largest;
+    }
 }
 
 TEST(Html, PutsColumnsOnTopOfEachOther) {

@@ -6,6 +6,13 @@
 
 namespace {
 
+TEST(Quantity, CountsThings) {
+    EXPECT_EQ(CountText(0, "event"), "0 events");
+    EXPECT_EQ(CountText(1, "event"), "1 event");
+    EXPECT_EQ(CountText(999, "event"), "999 events");
+    EXPECT_EQ(CountText(1234567, "event"), "1,234,567 events");
+}
+
 TEST(Quantity, GivesBytesAUnitThatIsRead) {
     EXPECT_EQ(BytesText(0), "0 B");
     EXPECT_EQ(BytesText(1023), "1023 B");
