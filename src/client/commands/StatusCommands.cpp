@@ -6,6 +6,7 @@
 #include "client/commands/Commands.h"
 #include "client/commands/StatusPage.h"
 #include "client/connection/Answer.h"
+#include "client/status/StatusText.h"
 #include "client/text/Quantity.h"
 #include "client/text/TextTable.h"
 
@@ -100,7 +101,7 @@ ExitStatus ShowStatus(CommandContext& context) {
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, status.content);
     } else {
-        StatusPrinter(context.console.out).Print(status.content, "");
+        context.console.out << StatusAsText(status.content, context.console.colours);
     }
     return ExitStatus::kDone;
 }

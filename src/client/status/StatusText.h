@@ -1,0 +1,10 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+/// What `lumctl status` shows people: a line for each thing that an administrator looks for, then the models
+/// as a table. `bold` lets titles and what is wrong stand out. Nothing in `status` is trusted: a member that
+/// is absent or of another kind is left out, and one that this release does not know is shown under its own
+/// name.
+[[nodiscard]] std::string StatusAsText(const nlohmann::ordered_json& status, bool bold);

@@ -1,0 +1,72 @@
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include "client/status/StatusText.h"
+#include "support/TimeZone.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json Healthy() {
+    return Json::parse(R"({
+        "version": "1.2.3", "uptime": 3660, "process": 42, "health": [], "memory": 11534336, "threads": 14,
+        "freeBytes": 78383153152, "clients": 1, "calls": {"running": 0, "waiting": 2},
+        "modules": [{"name": "FileStore", "version": "1.0.0"}, {"name": "Other", "version": "2.0"}],
+        "outbox": {"files": 0, "bytes": 0, "oldestAge": 0}, "uploads": {},
+        "models": [{"name": "Logon", "enabled": true, "events": 1234, "oldest": 1795288343,
+                    "newest": 1795288344, "lastUpload": 1795288340},
+                   {"name": "Off", "enabled": false, "events": 0}],
+        "sizes": {"database": 32768, "log": 4144752}, "queue": 3, "alerts": {"sent": 1, "heldBack": 2}})");
+}
+
+TEST(StatusText, HasALineForEachThingAndTheModelsAsATable) {
+    const TimeZone zone("UTC");
+    EXPECT_EQ(StatusAsText(Healthy(), false),
+              "Health    ok\n"
+              "Agent     version 1.2.3, up for 1 h 1 min, process 42\n"
+              "Modules   FileStore 1.0.0\n"
+              "          Other 2.0\n"
+              "Memory    11 MiB, 14 threads\n"
+              "Disk      database 32 KiB, its log 4.0 MiB, 73 GiB free\n"
+              "Calls     1 connection, 0 running, 2 waiting\n"
+              "Tasks     3 waiting\n"
+              "Outbox    nothing waits to be sent\n"
+              "Alerts    1 sent, 2 held back\n"
+              "\n"
+              "Model  Enabled  Events  Oldest                     Newest                     Last upload"
+              "                Last aggregation\n"
+              "-----  -------  ------  -------------------------  -------------------------  "
+              "-------------------------  ----------------\n"
+              "Logon  yes       1,234  2026-11-21T19:12:23+00:00  2026-11-21T19:12:24+00:00  "
+              "2026-11-21T19:12:20+00:00\n"
+              "Off    no            0\n");
+}
+
+TEST(StatusText, SaysWhatIsWrongAndWhatWaits) {
+    Json status = Healthy();
+    status["health"] = {"The first reason.", "The second."};
+    status["outbox"] = {{"files", 3}, {"bytes", 2048}, {"oldestAge", 61}};
+    status["uploads"] = Json::parse(
+        R"({"Model": ["A", "B"], "HandedOver": [200, 0], "Left": [100, null], "Reason": ["", "no room"]})");
+    const std::string text = StatusAsText(status, false);
+    EXPECT_NE(text.find("Health    The first reason.\n          The second.\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("Outbox    3 files, 2.0 KiB, the oldest waits for 1 min\n"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("Uploads   model A goes on where it stopped: 200 handed over, 100 left\n"
+                        "          model B goes on where it stopped: 0 handed over; no room\n"),
+              std::string::npos)
+        << text;
+}
+
+TEST(StatusText, LeavesOutWhatIsNotToldAndTrustsNothing) {
+    EXPECT_EQ(StatusAsText(Json::object(), false), "");
+    EXPECT_EQ(
+        StatusAsText(Json::parse(R"({"health": 1, "modules": {}, "models": "x", "outbox": []})"), false), "");
+    EXPECT_EQ(StatusAsText(Json::parse(R"({"version": "1\u001b[2J", "later": 7})"), false),
+              "Agent     version 1\\x1b[2J\n"
+              "later     7\n");
+}
+
+}  // namespace
