@@ -168,7 +168,9 @@ bool UploadJournal::SetExtent(const UploadExtent& extent, LumString& error) {
 
 bool UploadJournal::AddHandedOver(uint32_t events, LumString& error) {
     handedOver_ += events;
-    return Overwrite(false, error);
+    // The last one may be forgotten in a loss of power, as the file may come twice.
+    const bool isLast = windows_.size() == 1 && extent_.has_value() && handedOver_ >= extent_->events;
+    return Overwrite(!isLast, error);
 }
 
 bool UploadJournal::FinishFirst(LumString& error) {

@@ -46,6 +46,7 @@ public:
     /// be written. Then Store writes what is missing, and nothing may be handed over before it has.
     [[nodiscard]] bool Append(EventWindow window, LumString& error);
     [[nodiscard]] bool SetExtent(const UploadExtent& extent, LumString& error);
+    /// Durable before the next file may be handed over.
     [[nodiscard]] bool AddHandedOver(uint32_t events, LumString& error);
     [[nodiscard]] bool FinishFirst(LumString& error);
     /// Forgets of the windows what is not before `mark`, the model's own: it is not marked as uploaded, so

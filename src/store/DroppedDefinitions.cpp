@@ -107,7 +107,8 @@ private:
             kRoutine.Error("Failed to copy new definition for model '%S'", model.GetName());
             return false;
         }
-        if (!FileDelete(path_, false)) {
+        // One that came back would be dropped anew: a deleted model would be there again.
+        if (!FileDeleteForGood(path_)) {
             kRoutine.Warning("Failed to delete file '%S'", path_);
         }
         return true;

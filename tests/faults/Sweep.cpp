@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <set>
@@ -18,20 +17,14 @@
 #include <string_view>
 #include <vector>
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "BuildPaths.h"
 #include "events/UploadBacklog.h"
-#include "host/core/ModuleInterface.h"
-#include "host/database/Database.h"
 #include "host/time/LumTime.h"
-#include "sched/TaskProcessorThread.h"
-#include "support/LinkedModule.h"
-#include "support/ModelText.h"
+#include "support/ModulePair.h"
 #include "support/Sqlite.h"
 #include "support/TempDirectory.h"
 #include "support/shim/FaultPlan.h"
@@ -61,68 +54,32 @@ struct Account {
     std::atomic<bool> recovered{false};
 };
 
-/// The two modules in this process, on the directory `place`.
-class Machine {
-public:
-    explicit Machine(const fs::path& place) : module_(place) {
-        void* const library = dlopen(LUM_BINARY_DIR "/modules/FileStore.so", RTLD_NOW | RTLD_LOCAL);
-        Require(library != nullptr, "load the file store");
-        const auto store = reinterpret_cast<LumModuleMain>(dlsym(library, kLumModuleEntryPoint));
-        store(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &storeHandle_);
-        store(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr);
-        LinkedModule::Initialise();
-    }
-
-    [[nodiscard]] static bool Create(const std::string& user) {
-        return TestAgent::Create("Logon", R"({"User":")" + user + "\"}") == 0;
-    }
-    static bool Alert(const std::string& text) {
-        return TestAgent::Call("EventLogManagerCreateAlert",
-                               R"({"Description":")" + text + R"(","Values":{}})")
-                   .status == 0;
-    }
-    static void UploadAndPurge(LumSeconds end) {
-        TaskQueue.Push(MakeTask(TaskType::TaskUpload, "Logon", 0, end, false));
-        TaskQueue.Push(MakeTask(TaskType::TaskDelete, "Logon", 0, end, false));
-        RunCycle();
-    }
-    /// What the thread of the tasks left undurable is not the fault of the next action on this thread.
-    static void RunCycle() {
-        ProcessorThread.RunCycle();
-        static_cast<void>(DBTakeDurable());
-    }
-
-    /// The work that is disturbed.
-    static void Work(Account& account) {
-        for (int i = 0; i < 2; ++i) {
-            if (Create("new" + std::to_string(account.created))) {
-                ++account.created;
-            }
+/// The work that is disturbed.
+void Work(Account& account) {
+    for (int i = 0; i < 2; ++i) {
+        if (ModulePair::Create("Logon", "new" + std::to_string(account.created))) {
+            ++account.created;
         }
-        UploadAndPurge(kOldEnd);
-        static_cast<void>(Alert("disturbed"));
-        TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":30})");
     }
+    ModulePair::UploadAndPurge("Logon", kOldEnd);
+    static_cast<void>(ModulePair::Alert("disturbed"));
+    TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":30})");
+}
 
-    /// What has to work once all is well; with nothing left to do at the end.
-    static void Recover(Account& account) {
-        RunCycle();
-        UploadAndPurge(kOldEnd);
-        UploadAndPurge(LumNow() + 1);
-        Require(UploadBacklog.GetOutstanding().empty(), "something is outstanding");
-        Require(Create("last"), "an event is refused");
-        Require(Alert("recovered"), "an alert is refused");
-        Require(TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":31})") == 0,
-                "settings are refused");
-        Require(TestAgent::Call("EventLogManagerGetValues", "").container.find(":31") != std::string::npos,
-                "settings are not kept");
-        account.recovered = true;
-    }
-
-private:
-    LinkedModule module_;
-    LumAgentHandle storeHandle_{"FileStore"};
-};
+/// What has to work once all is well; with nothing left to do at the end.
+void Recover(Account& account) {
+    ModulePair::RunCycle();
+    ModulePair::UploadAndPurge("Logon", kOldEnd);
+    ModulePair::UploadAndPurge("Logon", LumNow() + 1);
+    Require(UploadBacklog.GetOutstanding().empty(), "something is outstanding");
+    Require(ModulePair::Create("Logon", "last"), "an event is refused");
+    Require(ModulePair::Alert("recovered"), "an alert is refused");
+    Require(TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":31})") == 0,
+            "settings are refused");
+    Require(TestAgent::Call("EventLogManagerGetValues", "").container.find(":31") != std::string::npos,
+            "settings are not kept");
+    account.recovered = true;
+}
 
 /// Runs `life` in a process of its own; its status.
 int Live(const std::function<void()>& life) {
@@ -146,24 +103,6 @@ int Live(const std::function<void()>& life) {
     return status;
 }
 
-/// The users of all events in the outbox, each with the bytes of the files that it is in.
-std::map<std::string, std::vector<std::string>> SentEvents(const fs::path& place) {
-    std::map<std::string, std::vector<std::string>> sent;
-    for (const fs::directory_entry& entry : fs::directory_iterator(place / "data/FileStore/outbox")) {
-        LumContainer file;
-        LumString error;
-        if (entry.path().extension() != ".cbor" ||
-            !fs::exists(fs::path(entry.path()).replace_extension(".json"))) {
-            continue;
-        }
-        Require(file.LoadFromFile(LumString(entry.path().string()), error), "a file is damaged");
-        for (uint32_t i = 0; i < file.CountPositions("User"); ++i) {
-            sent[file.FindString("User", i)->GetString()].push_back(ReadWholeFile(entry.path()));
-        }
-    }
-    return sent;
-}
-
 class Sweep {
 public:
     Sweep() {
@@ -181,21 +120,21 @@ public:
         account_->created = 0;
         account_->recovered = false;
         const int status = Live([&] {
-            const Machine machine(agent_);
+            const ModulePair modules(agent_);
             account_->plan.Watch((agent_ / "data").string());
             FaultShimUse(&account_->plan);
             account_->plan.Arm(disturbance.kind, nth, disturbance.length);
-            Machine::Work(*account_);
+            Work(*account_);
             account_->plan.Disarm();
-            Machine::Recover(*account_);
+            Recover(*account_);
         });
         const uint64_t calls = account_->plan.Disarm();
         const std::string where = std::string(disturbance.name) + " at call " + std::to_string(nth);
         if (WIFSIGNALED(status)) {
             Require(WTERMSIG(status) == SIGKILL, where + ": it crashed");
             Require(Live([&] {
-                        const Machine machine(agent_);
-                        Machine::Recover(*account_);
+                        const ModulePair modules(agent_);
+                        Recover(*account_);
                     }) == 0,
                     where + ": it does not recover (" + agent_.string() + ")");
         }
@@ -207,12 +146,8 @@ public:
 private:
     void Prepare() const {
         const fs::path place = scratch_.Path() / "template";
-        fs::create_directories(place / "config");
-        fs::create_directories(place / "data/EventLogManager/models");
-        fs::copy_file(LUM_SOURCE_DIR "/etc/EventLogManager.ini", place / "config/EventLogManager.ini");
-        std::ofstream(place / "data/EventLogManager/models/Logon.xml")
-            << Definition({.name = "Logon", .params = {{.name = "User"}}});
-        const Machine machine(place);
+        ModulePair::Prepare(place, {.name = "Logon", .params = {{.name = "User"}}});
+        const ModulePair modules(place);
         Sqlite(place / TestAgent::kDatabase)
             .Run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
                  std::to_string(kOldEvents) +

@@ -171,6 +171,10 @@ bool FileDelete(const LumString& path, bool missingIsDeleted) {
     return IsPath(path) && (unlink(path.GetString()) == 0 || (missingIsDeleted && errno == ENOENT));
 }
 
+bool FileDeleteForGood(const LumString& path) {
+    return FileDelete(path, false) && SyncDirectory(ParentOf(path.View()));
+}
+
 bool IsRegularFile(const LumString& path) {
     struct stat status {};
     return IsPath(path) && lstat(path.GetString(), &status) == 0 && S_ISREG(status.st_mode);

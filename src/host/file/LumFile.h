@@ -46,6 +46,10 @@ LUM_API void DirRemoveLeftovers(const LumString& path);
 /// `missingIsDeleted` a path that does not exist counts as deleted.
 LUM_API bool FileDelete(const LumString& path, bool missingIsDeleted);
 
+/// The same for a file that is there and must not come back after a loss of power: its directory is synced.
+/// False also where that fails.
+[[nodiscard]] LUM_API bool FileDeleteForGood(const LumString& path);
+
 /// One directory's listing. Owned by whoever opened it, until CloseDirectory.
 struct LumDirectory;
 
