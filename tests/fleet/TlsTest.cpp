@@ -74,15 +74,20 @@ TEST_F(FleetTls, ADeviceMayNotSendAsAnother) {
     EXPECT_EQ(Query("SELECT count(*) FROM lum.batch"), "0\n");
 }
 
-TEST_F(FleetTls, ACertificateThatRanOutIsRefusedWithALine) {
+TEST_F(FleetTls, ACertificateThatRanOutIsRefusedWithALineUntilThereIsANewOne) {
     StartServers(As("collector"));
+    StartCollector(As("collector"));
     MakeCertificate("old", "alpha", "email:alpha@fleet.example", 0);
     Device& device = AddDevice("alpha");
     device.DropEvents(1, 2);
     device.Start(brokerUrls_, As("old"));
     EXPECT_TRUE(
         WaitFor([&] { return device.ReadLog().find("Cannot connect to tls://") != std::string::npos; }));
+    EXPECT_NE(device.ReadLog().find("/old.pem has run out"), std::string::npos) << device.ReadLog();
     EXPECT_EQ(device.CountEntries(), 1U);
+    MakeCertificate("old", "alpha", "email:alpha@fleet.example", 2);
+    EXPECT_EQ(WaitForRows("SELECT device, events FROM lum.batch", "alpha|2\n"), "alpha|2\n");
+    EXPECT_TRUE(WaitFor([&] { return device.CountEntries() == 0; }));
 }
 
 TEST_F(FleetTls, AServerThatNobodyVouchesForIsNotSpokenTo) {

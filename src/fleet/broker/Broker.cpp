@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "fleet/broker/internal/Certificate.h"
 #include "fleet/broker/internal/Handles.h"
 #include "host/file/LumFile.h"
 
@@ -205,6 +206,11 @@ bool Broker::Connect(const BrokerSettings& settings, std::string& error) {
     natsConnection* connection = nullptr;
     steps.Then("Cannot connect to " + settings.servers, natsConnection_Connect(&connection, created));
     handle_->connection.reset(connection);
+    // A server says no more to the holder of such a certificate than by ending the connection. It is not
+    // looked at before: the clock that says so may be wrong.
+    if (!steps.IsGood() && HasRunOut(settings.certificateFile)) {
+        error += "; the certificate in " + settings.certificateFile + " has run out";
+    }
     return steps.IsGood();
 }
 
