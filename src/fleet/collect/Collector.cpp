@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "fleet/collect/database/Schema.h"
+#include "fleet/service/SteadyClock.h"
 #include "fleet/service/StopSignal.h"
 #include "fleet/wire/Subjects.h"
 #include "host/log/LumDebug.h"
@@ -15,8 +16,8 @@ LumDebug CollectDebug("lumcollect", "Collector of the fleet's events");
 constexpr int64_t kFetchWaitMs = 300;
 constexpr int64_t kPutOffMs = 30'000;
 constexpr int64_t kHandBackMs = 1'000;
-constexpr int64_t kMaintainSeconds = 600;
-constexpr int64_t kLookSeconds = 15;
+constexpr int64_t kMaintainMs = 600'000;
+constexpr int64_t kLookMs = 15'000;
 constexpr int32_t kQuestionBytes = 8'000'000;
 /// Questions that are answered between two transactions.
 constexpr int kQuestionsAtOnce = 20;
@@ -311,11 +312,11 @@ bool Collector::Answer(const BrokerMessage& question) {
 }
 
 void Collector::Maintain() {
-    const int64_t now = std::time(nullptr);
-    if (now < maintainAt_ || !database_.IsOpen() || !broker_.IsConnected()) {
+    const int64_t now = SteadyMs();
+    if (now < maintainAtMs_ || !database_.IsOpen() || !broker_.IsConnected()) {
         return;
     }
-    maintainAt_ = now + kMaintainSeconds;
+    maintainAtMs_ = now + kMaintainMs;
     SqlFailure failure;
     if (!store_.GetTables().MakeAhead(database_, failure) ||
         (settings_.keepMonths > 0 && !store_.GetTables().DropOld(database_, settings_.keepMonths, failure))) {
@@ -324,11 +325,11 @@ void Collector::Maintain() {
 }
 
 void Collector::LookAtStream() {
-    const int64_t now = std::time(nullptr);
-    if (now < lookAt_ || !broker_.IsConnected()) {
+    const int64_t now = SteadyMs();
+    if (now < lookAtMs_ || !broker_.IsConnected()) {
         return;
     }
-    lookAt_ = now + kLookSeconds;
+    lookAtMs_ = now + kLookMs;
     StreamState stream;
     std::string error;
     // A stream that was deleted gives nothing, and no failure either.

@@ -64,7 +64,7 @@ private:
     Backoff databaseRetry_;
     Backoff brokerRetry_;
     int64_t streamMadeNs_ = 0;
-    int64_t lookAt_ = 0;      ///< seconds since 1970
-    int64_t maintainAt_ = 0;  ///< seconds since 1970
+    int64_t lookAtMs_ = 0;      ///< of a clock that never jumps
+    int64_t maintainAtMs_ = 0;  ///< of the same
     std::string lastError_;
 };
