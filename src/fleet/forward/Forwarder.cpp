@@ -3,6 +3,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "fleet/service/SteadyClock.h"
 #include "fleet/service/StopSignal.h"
 #include "fleet/wire/BatchHeaders.h"
 #include "fleet/wire/Subjects.h"
@@ -22,6 +23,7 @@ constexpr int64_t kIdleMs = 250;
 constexpr int64_t kAcknowledgeWithinMs = 30'000;
 constexpr int64_t kRescanMs = 30'000;
 constexpr int64_t kReportMs = 5'000;
+constexpr int64_t kFirstReportMs = 1'000;
 constexpr int64_t kReportPart = 50;
 /// The stream's own limit of a message is lower than the broker's.
 constexpr int64_t kMessageTooLarge = 10'054;
@@ -38,12 +40,6 @@ Forwarder::Forwarder(const ForwardSettings& settings, ForwardState& state)
       outbox_(settings.outbox),
       reconnect_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()),
       refused_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()) {}
-
-int64_t Forwarder::NowMs() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 void Forwarder::Run() {
     while (!StopSignal::IsSet()) {
@@ -75,6 +71,8 @@ bool Forwarder::Connect() {
     state_.connected = true;
     ++state_.connects;
     StartPass();
+    // Sending comes first: counting a large backlog takes a while.
+    reportNotBeforeMs_ = std::max(reportNotBeforeMs_, SteadyMs() + kFirstReportMs);
     return true;
 }
 
@@ -108,7 +106,7 @@ void Forwarder::Work() {
     if (!broker_.IsConnected()) {
         return;
     }
-    const int64_t now = NowMs();
+    const int64_t now = SteadyMs();
     if (ledger_.ForgetUnacknowledgedBefore(now - kAcknowledgeWithinMs) > 0) {
         StartPass();
         Complain("The broker does not acknowledge what is sent to it");
@@ -149,7 +147,7 @@ void Forwarder::TakeAcknowledgement(uint64_t number, std::string_view data) {
     const auto sequence = json.is_object() ? json.find("seq") : json.end();
     if (sequence != json.end() && sequence->is_number_unsigned()) {
         const int64_t askAfterMs = settings_.askAfterSeconds * 1'000;
-        ledger_.Acknowledge(number, sequence->get<uint64_t>(), NowMs() + askAfterMs);
+        ledger_.Acknowledge(number, sequence->get<uint64_t>(), SteadyMs() + askAfterMs);
         ++state_.acknowledged;
         if (!state_.brokerTakes.exchange(true)) {
             ForwardDebug.PrintWithNL("The broker takes batches again");
@@ -183,8 +181,8 @@ void Forwarder::HoldBack(const std::string& reason) {
     Complain("The broker refuses a batch: " + reason);
     state_.brokerTakes = false;
     // All that was under way meets the same refusal: one wait for all of them.
-    if (publishNotBeforeMs_ <= NowMs()) {
-        publishNotBeforeMs_ = NowMs() + refused_.Next();
+    if (publishNotBeforeMs_ <= SteadyMs()) {
+        publishNotBeforeMs_ = SteadyMs() + refused_.Next();
     }
     StartPass();
 }
@@ -246,7 +244,7 @@ bool Forwarder::HasRoom() const {
     return ledger_.CountUnacknowledged() < static_cast<std::size_t>(settings_.window) &&
            ledger_.UnacknowledgedBytes() < kWindowBytes &&
            ledger_.CountAll() < static_cast<std::size_t>(settings_.maxUnconfirmed) &&
-           NowMs() >= publishNotBeforeMs_;
+           SteadyMs() >= publishNotBeforeMs_;
 }
 
 void Forwarder::PublishWhatFits() {
@@ -273,7 +271,7 @@ bool Forwarder::NextDescription(std::string& name) {
 
 void Forwarder::ReadNextNames() {
     const int64_t stamp = outbox_.ChangeStamp();
-    const int64_t now = NowMs();
+    const int64_t now = SteadyMs();
     if (passDone_) {
         // Nothing new, and nothing that could not be read a while ago.
         if (stamp == passStamp_ && now < rescanNotBeforeMs_) {
@@ -302,13 +300,12 @@ void Forwarder::ReadNextNames() {
     }
     state_.outboxReadable = true;
     passDone_ = names.empty();
-    next_.assign(names.begin(), names.end());
+    next_.assign(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end()));
 }
 
 bool Forwarder::PublishEntry(const std::string& description) {
-    OutboxEntry entry;
     std::string reason;
-    switch (outbox_.Load(description, broker_.MaxPayload(), entry, reason)) {
+    switch (outbox_.Load(description, broker_.MaxPayload(), entry_, reason)) {
         case LoadResult::kReady:
             break;
         case LoadResult::kGone:
@@ -325,8 +322,8 @@ bool Forwarder::PublishEntry(const std::string& description) {
             Complain(reason);
             return true;
     }
-    if (!ledger_.Holds(entry.name)) {
-        Send(entry);
+    if (!ledger_.Holds(entry_.name)) {
+        Send(entry_);
     }
     return broker_.IsConnected();
 }
@@ -339,7 +336,7 @@ void Forwarder::Send(const OutboxEntry& entry) {
     batch.receivedAt = entry.receivedAt;
     const uint64_t number = nextNumber_++;
     std::string error;
-    ledger_.Add(entry.name, batch.key.digest, entry.content.size(), number, NowMs());
+    ledger_.Add(entry.name, batch.key.digest, entry.content.size(), number, SteadyMs());
     if (!broker_.Publish(BatchSubject(settings_.device, entry.label), AckSubject(settings_.device, number),
                          MakeHeaders(batch), entry.content, error)) {
         Disconnect(error);
@@ -350,7 +347,7 @@ void Forwarder::Send(const OutboxEntry& entry) {
 }
 
 void Forwarder::AskForReceipts() {
-    const int64_t now = NowMs();
+    const int64_t now = SteadyMs();
     if (now < askNotBeforeMs_) {
         return;
     }
@@ -367,7 +364,7 @@ void Forwarder::AskForReceipts() {
 void Forwarder::ReportState() {
     state_.unconfirmed = ledger_.CountAll();
     state_.underWay = ledger_.CountUnacknowledged();
-    const int64_t now = NowMs();
+    const int64_t now = SteadyMs();
     if (now < reportNotBeforeMs_) {
         return;
     }
@@ -383,7 +380,7 @@ void Forwarder::ReportState() {
     state_.waitingBytes = size.bytes;
     state_.oldest = size.oldest;
     // Counting a large backlog takes a while: it gets a small part of the time.
-    reportNotBeforeMs_ = now + std::max(kReportMs, (NowMs() - now) * kReportPart);
+    reportNotBeforeMs_ = now + std::max(kReportMs, (SteadyMs() - now) * kReportPart);
     LumString reason;
     const std::string text = ForwardStateJson(state_, settings_.device, lastError_, std::time(nullptr));
     if (!FileReplace(Text(settings_.stateFile), text, reason)) {

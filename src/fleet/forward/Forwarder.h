@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <set>
@@ -50,7 +49,6 @@ private:
     void AskForReceipts();
     void ReportState();
     void Complain(const std::string& reason);
-    [[nodiscard]] int64_t NowMs() const;
 
     const ForwardSettings settings_;
     ForwardState& state_;
@@ -59,6 +57,7 @@ private:
     Ledger ledger_;
     Backoff reconnect_;
     Backoff refused_;
+    OutboxEntry entry_;              ///< the one that was read last; keeps its memory for the next
     std::deque<std::string> next_;   ///< descriptions to be published
     std::string cursor_;             ///< the last description that was looked at in this pass
     bool passDone_ = false;          ///< the pass has seen all names

@@ -6,46 +6,47 @@ namespace {
 
 constexpr std::string_view kDigits = "0123456789abcdef";
 
-/// Half as long as the hexadecimal digits, as thousands of them are kept.
-std::string Packed(const std::string& digest) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < digest.size(); i += 2) {
-        bytes += static_cast<char>((kDigits.find(digest[i]) << 4U) | kDigits.find(digest[i + 1]));
-    }
-    return bytes;
-}
+}  // namespace
 
-std::string Unpacked(const std::string& bytes) {
-    std::string digest;
-    for (const char letter : bytes) {
-        const auto byte = static_cast<unsigned char>(letter);
-        digest += kDigits[byte >> 4U];
-        digest += kDigits[byte & 0xFU];
+Ledger::Digest Ledger::Packed(std::string_view digits) {
+    Digest digest{};
+    for (std::size_t i = 0; i < digest.size() && 2 * i + 1 < digits.size(); ++i) {
+        digest[i] =
+            static_cast<uint8_t>((kDigits.find(digits[2 * i]) << 4U) | kDigits.find(digits[2 * i + 1]));
     }
     return digest;
 }
 
-uint64_t StartOf(const std::string& bytes) {
+std::string Ledger::Unpacked(const Digest& digest) {
+    std::string digits;
+    for (const uint8_t byte : digest) {
+        digits += kDigits[byte >> 4U];
+        digits += kDigits[byte & 0xFU];
+    }
+    return digits;
+}
+
+uint64_t Ledger::StartOf(const Digest& digest) {
     uint64_t start = 0;
-    std::memcpy(&start, bytes.data(), std::min(bytes.size(), sizeof(start)));
+    std::memcpy(&start, digest.data(), sizeof(start));
     return start;
 }
 
-}  // namespace
-
 void Ledger::Add(const std::string& name, const std::string& digest, std::size_t bytes, uint64_t number,
                  int64_t nowMs) {
-    const auto [place, isNew] = entries_.try_emplace(name, Sent{Packed(digest), 0, nowMs});
-    if (isNew) {
-        byDigest_.emplace(StartOf(place->second.digest), &place->first);
-    }
-    underWay_[number] = UnderWay{name, bytes, nowMs};
+    Forget(name);
+    const auto place = entries_.emplace(name, Sent{Packed(digest), number, 0, nowMs}).first;
+    byDigest_.emplace(StartOf(place->second.digest), &place->first);
+    underWay_.emplace_hint(underWay_.end(), number, UnderWay{&place->first, bytes, nowMs});
     underWayBytes_ += bytes;
 }
 
-void Ledger::Land(std::map<uint64_t, UnderWay>::iterator place) {
-    underWayBytes_ -= place->second.bytes;
-    underWay_.erase(place);
+void Ledger::Land(uint64_t number) {
+    const auto place = underWay_.find(number);
+    if (place != underWay_.end()) {
+        underWayBytes_ -= place->second.bytes;
+        underWay_.erase(place);
+    }
 }
 
 void Ledger::Acknowledge(uint64_t number, uint64_t sequence, int64_t askAtMs) {
@@ -53,12 +54,11 @@ void Ledger::Acknowledge(uint64_t number, uint64_t sequence, int64_t askAtMs) {
     if (place == underWay_.end()) {
         return;
     }
-    const auto entry = entries_.find(place->second.name);
-    if (entry != entries_.end()) {
-        entry->second.sequence = sequence;
-        entry->second.askAtMs = askAtMs;
-    }
-    Land(place);
+    Sent& sent = entries_.find(*place->second.name)->second;
+    sent.number = 0;
+    sent.sequence = sequence;
+    sent.askAtMs = askAtMs;
+    Land(number);
 }
 
 std::string Ledger::Refuse(uint64_t number) {
@@ -66,8 +66,7 @@ std::string Ledger::Refuse(uint64_t number) {
     if (place == underWay_.end()) {
         return {};
     }
-    std::string name = place->second.name;
-    Land(place);
+    std::string name = *place->second.name;
     Forget(name);
     return name;
 }
@@ -86,7 +85,7 @@ std::size_t Ledger::ForgetUnacknowledgedBefore(int64_t beforeMs) {
 }
 
 std::vector<std::string> Ledger::NamesOf(const std::string& digest) const {
-    const std::string bytes = Packed(digest);
+    const Digest bytes = Packed(digest);
     std::vector<std::string> names;
     const auto [first, last] = byDigest_.equal_range(StartOf(bytes));
     for (auto place = first; place != last; ++place) {
@@ -110,6 +109,7 @@ void Ledger::Forget(const std::string& name) {
             break;
         }
     }
+    Land(entry->second.number);
     entries_.erase(entry);
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -39,18 +41,26 @@ public:
     [[nodiscard]] std::vector<AskLine> TakeQuestions(int64_t nowMs, int64_t nextMs);
 
 private:
+    /// A SHA-256 digest as bytes.
+    using Digest = std::array<uint8_t, 32>;
+
     struct Sent {
-        std::string digest;  ///< as bytes
+        Digest digest{};
+        uint64_t number = 0;  ///< of underWay_; 0: the broker has acknowledged it
         uint64_t sequence = 0;
         int64_t askAtMs = 0;
     };
     struct UnderWay {
-        std::string name;
+        const std::string* name = nullptr;  ///< the key of entries_
         std::size_t bytes = 0;
         int64_t sentAtMs = 0;
     };
 
-    void Land(std::map<uint64_t, UnderWay>::iterator place);
+    [[nodiscard]] static Digest Packed(std::string_view digits);
+    [[nodiscard]] static std::string Unpacked(const Digest& digest);
+    [[nodiscard]] static uint64_t StartOf(const Digest& digest);
+    /// Number `number` is not under way any more; nothing where it is not.
+    void Land(uint64_t number);
 
     std::map<std::string, Sent> entries_;
     std::map<uint64_t, UnderWay> underWay_;

@@ -12,6 +12,10 @@ namespace {
 int RunForwarder(const ForwardSettings& settings) {
     // One heap for all threads: each of its own would keep what it freed, on every machine of the fleet.
     static_cast<void>(mallopt(M_ARENA_MAX, 1));
+    // Each message is the last piece of the heap for a moment. Its end is neither to go back to the system
+    // nor to have all small free pieces sorted, file by file.
+    static_cast<void>(mallopt(M_TRIM_THRESHOLD, 256 * 1024));
+    static_cast<void>(mallopt(M_MXFAST, 0));
     const StopSignal signals;
     ForwardState state;
     StatusServer server;

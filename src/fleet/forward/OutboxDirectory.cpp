@@ -1,10 +1,9 @@
 #include "fleet/forward/OutboxDirectory.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <queue>
 #include <system_error>
 
 #include <dirent.h>
@@ -136,25 +135,29 @@ bool OutboxDirectory::Walk(const std::function<void(const std::string& name)>& v
 bool OutboxDirectory::NextDescriptions(const std::string& after, std::size_t limit,
                                        const std::function<bool(const std::string& name)>& isWanted,
                                        std::vector<std::string>& names, std::string& error) const {
-    std::priority_queue<std::string> smallest;
+    std::vector<std::string> smallest;  // a heap with the largest of them at its front once it is full
     const auto visit = [&](const std::string& name) {
-        if (!IsDescription(name) || name <= after || (smallest.size() == limit && name >= smallest.top()) ||
+        const bool isFull = smallest.size() == limit;
+        if (!IsDescription(name) || name <= after || (isFull && name >= smallest.front()) ||
             !isWanted(name)) {
             return;
         }
-        smallest.push(name);
-        if (smallest.size() > limit) {
-            smallest.pop();
+        if (!isFull) {
+            smallest.push_back(name);
+            if (smallest.size() == limit) {
+                std::make_heap(smallest.begin(), smallest.end());
+            }
+            return;
         }
+        std::pop_heap(smallest.begin(), smallest.end());
+        smallest.back() = name;
+        std::push_heap(smallest.begin(), smallest.end());
     };
     if (!Walk(visit, error)) {
         return false;
     }
-    names.resize(smallest.size());
-    for (std::size_t i = names.size(); i > 0; --i) {
-        names[i - 1] = smallest.top();
-        smallest.pop();
-    }
+    std::sort(smallest.begin(), smallest.end());
+    names = std::move(smallest);
     return true;
 }
 
