@@ -5,30 +5,7 @@
 
 namespace {
 
-constexpr char kCounts[] =
-    "SELECT count(*), count(DISTINCT \"Count\"), min(\"Count\"), max(\"Count\") FROM lum.\"event_Reading\"";
-
-class FleetFaults : public FleetFixture {
-protected:
-    /// Drops `files` files of ten events each.
-    void DropFiles(Device& device, int files, int firstFile = 0) {
-        for (int file = firstFile; file < firstFile + files; ++file) {
-            device.DropEvents(file * 10, 10);
-        }
-    }
-    /// Waits until the database holds the events of `files` files once each, and the outbox is empty.
-    void ExpectAllOnce(Device& device, int files) {
-        const std::string events = std::to_string(files * 10);
-        const std::string rows = events + "|" + events + "|0|" + std::to_string(files * 10 - 1) + "\n";
-        EXPECT_EQ(WaitForRows(kCounts, rows), rows);
-        EXPECT_TRUE(WaitFor([&] { return device.CountEntries() == 0; })) << device.CountEntries();
-        EXPECT_EQ(device.CountSetAside(), 0U);
-    }
-    /// Waits until some, if not all, of the files have left the outbox.
-    void WaitUntilFewerThan(const Device& device, std::size_t entries) {
-        EXPECT_TRUE(WaitFor([&] { return device.CountEntries() < entries; }));
-    }
-};
+class FleetFaults : public FleetFixture {};
 
 TEST_F(FleetFaults, AForwarderThatIsKilledGoesOnWhereItWas) {
     StartServers();

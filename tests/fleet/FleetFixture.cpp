@@ -1,5 +1,6 @@
 #include "fleet/FleetFixture.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -9,6 +10,10 @@
 #include "support/WaitFor.h"
 
 namespace {
+
+constexpr int kEventsOfFile = 10;
+constexpr char kCounts[] =
+    "SELECT count(*), count(DISTINCT \"Count\"), min(\"Count\"), max(\"Count\") FROM lum.\"event_Reading\"";
 
 void SetValue(LumContainer& container, const std::string& name, const std::string& type, int32_t number,
               uint32_t position) {
@@ -104,6 +109,7 @@ void Device::Start(const std::string& brokerUrls, const std::vector<std::string>
                                       "--retry-last-ms",
                                       "400"};
     words.insert(words.end(), arguments.begin(), arguments.end());
+    words.insert(words.begin(), prefix_.begin(), prefix_.end());
     forwarder_.Start(words, directory_ + "/log");
 }
 
@@ -117,6 +123,14 @@ std::size_t Device::CountSetAside() const {
 
 std::string Device::Get(const std::string& path) const {
     return RunShell("curl -s --max-time 5 http://127.0.0.1:" + std::to_string(port_) + path);
+}
+
+std::string Device::GetMetric(const std::string& name) const {
+    const std::string text = Get("/metrics");
+    const std::size_t place = text.find("\n" + name + " ");
+    return place == std::string::npos
+               ? ""
+               : text.substr(place + name.size() + 2, text.find('\n', place + 1) - place - name.size() - 2);
 }
 
 void FleetFixture::SetUp() {
@@ -148,10 +162,11 @@ int FleetFixture::SetUpFleet(const std::vector<std::string>& arguments) {
                                       database_->GetParameters(),
                                       "--servers",
                                       brokerUrls_,
-                                      "--stream-megabytes",
-                                      "100",
                                       "--ack-wait",
                                       "3"};
+    if (std::find(arguments.begin(), arguments.end(), "--stream-megabytes") == arguments.end()) {
+        words.insert(words.end(), {"--stream-megabytes", "100"});
+    }
     words.insert(words.end(), arguments.begin(), arguments.end());
     Process process;
     process.Start(words, scratch_ / "setup.log");
@@ -173,6 +188,7 @@ Process& FleetFixture::StartCollector(const std::vector<std::string>& arguments)
                                       "--listen",
                                       "127.0.0.1:" + std::to_string(collectorPorts_.back())};
     words.insert(words.end(), arguments.begin(), arguments.end());
+    words.insert(words.begin(), prefix_.begin(), prefix_.end());
     collectors_.push_back(std::make_unique<Process>());
     collectors_.back()->Start(words, scratch_ / "collector.log");
     return *collectors_.back();
@@ -188,11 +204,32 @@ std::string FleetFixture::GetCollector(const std::string& path, std::size_t inde
                     path);
 }
 
-std::string FleetFixture::WaitForRows(const std::string& sql, const std::string& rows) const {
+std::string FleetFixture::WaitForRows(const std::string& sql, const std::string& rows,
+                                      std::chrono::seconds patience) const {
     std::string found;
-    static_cast<void>(WaitFor([&] {
-        found = Query(sql);
-        return found == rows;
-    }));
+    static_cast<void>(WaitFor(
+        [&] {
+            found = Query(sql);
+            return found == rows;
+        },
+        patience));
     return found;
+}
+
+void FleetFixture::DropFiles(Device& device, int files, int firstFile) {
+    for (int file = firstFile; file < firstFile + files; ++file) {
+        device.DropEvents(file * kEventsOfFile, kEventsOfFile);
+    }
+}
+
+void FleetFixture::ExpectAllOnce(const Device& device, int files, std::chrono::seconds patience) const {
+    const std::string events = std::to_string(files * kEventsOfFile);
+    const std::string rows = events + "|" + events + "|0|" + std::to_string(files * kEventsOfFile - 1) + "\n";
+    EXPECT_EQ(WaitForRows(kCounts, rows, patience), rows);
+    EXPECT_TRUE(WaitFor([&] { return device.CountEntries() == 0; }, patience)) << device.CountEntries();
+    EXPECT_EQ(device.CountSetAside(), 0U);
+}
+
+void FleetFixture::WaitUntilFewerThan(const Device& device, std::size_t entries) {
+    EXPECT_TRUE(WaitFor([&] { return device.CountEntries() < entries; }));
 }
