@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <nats/nats.h>
+#include <zlib.h>
 
 #include "BenchSupport.h"
 #include "fleet/FleetFixture.h"
@@ -164,41 +165,78 @@ void BenchCollectors(bool tiny) {
     std::printf("collector, memory at the peak: %.1f MiB\n", static_cast<double>(peak) / kMiB);
 }
 
-/// Seconds that the client library's asynchronous publishing takes for `count` messages of `bytes`.
-double PublishPlain(const std::string& url, int count, const std::string& bytes) {
-    natsConnection* connection = nullptr;
-    jsCtx* context = nullptr;
-    Must(natsConnection_ConnectTo(&connection, url.c_str()) == NATS_OK &&
-             natsConnection_JetStream(&context, connection, nullptr) == NATS_OK,
-         "No connection");
-    const std::string subject = BatchSubject("plain", "EventLogManagerEvents");
-    const double seconds = SecondsOf([&] {
-        for (int i = 0; i < count; ++i) {
-            Must(js_PublishAsync(context, subject.c_str(), bytes.data(), static_cast<int>(bytes.size()),
-                                 nullptr) == NATS_OK,
-                 "Cannot publish");
-        }
-        Must(js_PublishAsyncComplete(context, nullptr) == NATS_OK, "Publishing does not end");
-    });
-    jsCtx_Destroy(context);
-    natsConnection_Destroy(connection);
-    return seconds;
-}
+/// A connection of the client library itself, and what it publishes and asks.
+class PlainClient {
+public:
+    explicit PlainClient(const std::string& url) {
+        natsConnection* connection = nullptr;
+        jsCtx* context = nullptr;
+        Must(natsConnection_ConnectTo(&connection, url.c_str()) == NATS_OK, "No connection");
+        connection_.reset(connection);
+        Must(natsConnection_JetStream(&context, connection, nullptr) == NATS_OK, "No stream");
+        context_.reset(context);
+    }
+
+    /// How many messages the stream has taken so far.
+    [[nodiscard]] uint64_t CountTaken() const {
+        jsStreamInfo* info = nullptr;
+        Must(js_GetStreamInfo(&info, context_.get(), kStreamName, nullptr, nullptr) == NATS_OK,
+             "The stream does not answer");
+        const uint64_t last = info->State.LastSeq;
+        jsStreamInfo_Destroy(info);
+        return last;
+    }
+
+    /// Seconds that asynchronous publishing takes for `count` batches such as a forwarder sends, with `bytes`
+    /// as the content of all.
+    [[nodiscard]] double Publish(int count, const std::string& bytes) const {
+        const std::string label = "EventLogManagerEvents";
+        const std::string subject = BatchSubject("plain", label);
+        return SecondsOf([&] {
+            for (int i = 0; i < count; ++i) {
+                const std::string number = std::to_string(i);
+                const BatchInfo batch{{"plain", std::string(kDigestLength - number.size(), '0') + number},
+                                      "20261121T011025Z-" + number + "-" + label + ".cbor",
+                                      label,
+                                      "2026-11-21T01:10:25Z"};
+                natsMsg* message = nullptr;
+                Must(natsMsg_Create(&message, subject.c_str(), nullptr, bytes.data(),
+                                    static_cast<int>(bytes.size())) == NATS_OK,
+                     "No message");
+                for (const auto& [name, value] : MakeHeaders(batch)) {
+                    Must(natsMsgHeader_Set(message, name.c_str(), value.c_str()) == NATS_OK, "No header");
+                }
+                Must(js_PublishMsgAsync(context_.get(), &message, nullptr) == NATS_OK, "Cannot publish");
+            }
+            Must(js_PublishAsyncComplete(context_.get(), nullptr) == NATS_OK, "Publishing does not end");
+        });
+    }
+
+private:
+    struct Destroy {
+        void operator()(natsConnection* connection) const noexcept { natsConnection_Destroy(connection); }
+        void operator()(jsCtx* context) const noexcept { jsCtx_Destroy(context); }
+    };
+
+    std::unique_ptr<natsConnection, Destroy> connection_;
+    std::unique_ptr<jsCtx, Destroy> context_;
+};
 
 /// Seconds until a forwarder has sent `count` entries of the outbox, when it may leave `unconfirmed` without
 /// a receipt; its memory in `peak`.
-double Forward(const Servers& servers, const std::string& outbox, const std::string& device, int count,
-               int unconfirmed, std::size_t& peak) {
+double Forward(const Servers& servers, const PlainClient& client, const std::string& outbox,
+               const std::string& device, int count, int unconfirmed, std::size_t& peak) {
     Process forwarder;
-    const int port = FreePort();
+    const uint64_t until = client.CountTaken() + static_cast<uint64_t>(count);
     const double seconds = SecondsOf([&] {
         forwarder.Start(
             {BinaryDirectory() + "/lumforward", "--outbox", outbox, "--device", device, "--servers",
-             servers.broker.GetUrl(), "--listen", "127.0.0.1:" + std::to_string(port), "--max-unconfirmed",
-             std::to_string(unconfirmed)},
+             servers.broker.GetUrl(), "--listen", "127.0.0.1:" + std::to_string(FreePort()),
+             "--max-unconfirmed", std::to_string(unconfirmed)},
             servers.scratch / "forwarder.log");
-        while (std::atoi(MetricOf(port, "lumforward_acknowledged_total").c_str()) < count) {
-            usleep(kPollMicroseconds / 4);
+        while (client.CountTaken() < until) {
+            constexpr int poll = 2'000;
+            usleep(poll);
         }
     });
     peak = forwarder.PeakBytes();
@@ -222,11 +260,12 @@ void BenchForwarder(bool tiny) {
     }
     std::size_t peak = 0;
     // Nobody collects, so that it is the sending alone that is measured.
-    const double ours = Forward(servers, outbox, "bench", files, files, peak);
+    const PlainClient client(servers.broker.GetUrl());
+    const double ours = Forward(servers, client, outbox, "bench", files, files, peak);
     const int usual = std::min(files, static_cast<int>(ForwardSettings().maxUnconfirmed));
     peak = 0;
-    static_cast<void>(Forward(servers, outbox, "usual", usual, usual, peak));
-    const double plain = PublishPlain(servers.broker.GetUrl(), files, bytes);
+    static_cast<void>(Forward(servers, client, outbox, "usual", usual, usual, peak));
+    const double plain = client.Publish(files, bytes);
     std::printf(
         "forwarder, a backlog of %d files of about %zu bytes, files a second: %.0f;"
         " asynchronous publishing: %.0f; ratio %.2f\n",
@@ -250,11 +289,58 @@ void BenchForwarder(bool tiny) {
                 static_cast<double>(wire) / static_cast<double>(bytes.size()));
 }
 
+/// What compression would save on the way, and what it would cost on both sides of it.
+void BenchCompression(bool tiny) {
+    const int rounds = tiny ? 2 : 2'000;
+    const std::string bytes = MakeEvents(BenchUpload(), 0, kEventsPerBatch).ToCbor();
+    const auto size = static_cast<uLong>(bytes.size());
+    const auto* const from = reinterpret_cast<const Bytef*>(bytes.data());
+    for (const int level : {Z_BEST_SPEED, Z_DEFAULT_COMPRESSION}) {
+        std::vector<Bytef> packed(compressBound(size));
+        std::vector<Bytef> unpacked(size);
+        uLongf packedSize = 0;
+        const double packing = SecondsOf([&] {
+            for (int i = 0; i < rounds; ++i) {
+                packedSize = packed.size();
+                Must(compress2(packed.data(), &packedSize, from, size, level) == Z_OK, "Cannot compress");
+            }
+        });
+        const double unpacking = SecondsOf([&] {
+            for (int i = 0; i < rounds; ++i) {
+                uLongf unpackedSize = unpacked.size();
+                Must(uncompress(unpacked.data(), &unpackedSize, packed.data(), packedSize) == Z_OK,
+                     "Cannot take apart");
+            }
+        });
+        constexpr double microseconds = 1e6;
+        std::printf("zlib, level %d: %lu bytes of %lu (%.2f); %.0f us to compress, %.0f us to take apart\n",
+                    level, packedSize, size, static_cast<double>(packedSize) / static_cast<double>(size),
+                    packing / rounds * microseconds, unpacking / rounds * microseconds);
+    }
+}
+
+/// True where the command line names this part, or none of them.
+bool IsAsked(int argc, char** argv, std::string_view part) {
+    const auto names = [](std::string_view word) {
+        return [word](const char* argument) { return std::string_view(argument) == word; };
+    };
+    return std::any_of(argv + 1, argv + argc, names(part)) ||
+           std::none_of(argv + 1, argv + argc, [](const char* argument) { return *argument != '-'; });
+}
+
 }  // namespace
 
+/// FleetBench [--full] [collector] [forwarder] [compression]
 int main(int argc, char** argv) {
     const bool tiny = IsTiny(argc, argv);
-    BenchCollectors(tiny);
-    BenchForwarder(tiny);
+    if (IsAsked(argc, argv, "collector")) {
+        BenchCollectors(tiny);
+    }
+    if (IsAsked(argc, argv, "forwarder")) {
+        BenchForwarder(tiny);
+    }
+    if (IsAsked(argc, argv, "compression")) {
+        BenchCompression(tiny);
+    }
     return 0;
 }
