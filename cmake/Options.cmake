@@ -4,6 +4,10 @@ if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g -DNDEBUG")
 endif()
 
+if(LUM_REPRODUCIBLE)
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+endif()
+
 add_compile_options(-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
 if(LUM_SANITIZE)

@@ -16,6 +16,7 @@
 #include "agent/AgentStatus.h"
 #include "agent/InstanceLock.h"
 #include "agent/ServiceManager.h"
+#include "agent/ServiceUser.h"
 #include "agent/Settings.h"
 #include "agent/StartupReporter.h"
 #include "agent/module/FileTrust.h"
@@ -113,6 +114,9 @@ int Agent::Run() {
 }
 
 bool Agent::Prepare(LumString& error) {
+    if (!BecomeOwnerOfConfiguration(commandLine_, error)) {
+        return false;
+    }
     dataDirectory_ = LumString(std::string_view(commandLine_.dataDirectory));
     const LumString configDirectory(std::string_view(commandLine_.configDirectory));
     for (const LumString& directory : {dataDirectory_, configDirectory}) {

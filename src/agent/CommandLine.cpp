@@ -26,6 +26,7 @@ std::optional<int> ReadCommandLine(int argc, const char* const* argv, CommandLin
                                                     {"warning", LumLogLevel::kWarning},
                                                     {"error", LumLogLevel::kError}};
     std::string levelName;
+    app.set_version_flag("--version", LUM_VERSION, "Display program version information and exit");
     app.add_option("--config-dir", commandLine.configDirectory, "Directory of agent.ini and the modules' ini")
         ->required()
         ->type_name("DIR");
