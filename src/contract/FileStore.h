@@ -26,3 +26,6 @@ inline constexpr char kFileStoreFileChecksum[] = "FileChecksum";
 inline constexpr char kFileStoreUpstream[] = "Upstream";
 /// 32-bit integer: the order in which waiting files are sent on.
 inline constexpr char kFileStorePriority[] = "Priority";
+
+/// The file of the outbox in which a forwarder says how far it is: JSON, replaced every few seconds.
+inline constexpr char kForwarderStateName[] = ".lumforward.json";

@@ -11,6 +11,7 @@
 
 #include "contract/FileStore.h"
 #include "contract/Statuses.h"
+#include "filestore/ForwarderState.h"
 #include "filestore/Outbox.h"
 #include "filestore/OutboxFigures.h"
 #include "host/container/LumContainer.h"
@@ -155,6 +156,10 @@ struct StoreStatus {
                                  LumStatusSetNumber(outbox, "files", figures.files);
                                  LumStatusSetNumber(outbox, "bytes", figures.bytes);
                                  LumStatusSetNumber(outbox, "oldestAge", AgeOf(figures));
+                                 LumContainer forwarder;
+                                 if (ReadForwarderState(StoreOutbox.GetDirectory(), forwarder)) {
+                                     outbox.SetContainer("forwarder", std::move(forwarder));
+                                 }
                                  all.SetContainer("outbox", std::move(outbox));
                              }};
     LumMetricsRefresh metrics{[] {

@@ -26,6 +26,9 @@ OutboxFigures ReadOutboxFigures(const std::string& directory) {
         return figures;
     }
     while (const dirent* const entry = ::readdir(listing.get())) {
+        if (entry->d_name[0] == '.') {
+            continue;  // what others keep there, a forwarder its state
+        }
         struct stat status = {};
         if (::fstatat(::dirfd(listing.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
             !S_ISREG(status.st_mode)) {

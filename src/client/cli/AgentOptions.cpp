@@ -30,9 +30,10 @@ void AddAgentCommands(CommandParser& parser) {
     parser.AddCommand(kAgentGroup, "status", "Show how the agent is: health, models, sizes, what waits",
                       [](CommandContext& context, const Options&) { return ShowStatus(context); },
                       {{"status", "For people."}, {"status --output json", "All of it, for a program."}});
-    parser.AddCommand(kAgentGroup, "outbox", "Show what waits to be sent",
-                      [](CommandContext& context, const Options&) { return ShowOutbox(context); },
-                      {{"outbox", "Files, bytes, and how long the oldest waits."}});
+    parser.AddCommand(
+        kAgentGroup, "outbox", "Show what waits to be sent",
+        [](CommandContext& context, const Options&) { return ShowOutbox(context); },
+        {{"outbox", "What waits, what a forwarder has sent without a receipt yet, the last receipt."}});
     CLI::App& settings = parser.AddCommand(
         kAgentGroup, "settings", "Show the settings of the event log, or change some",
         [](CommandContext& context, const Options& given) { return ShowSettings(context, given.settings); },

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <ctime>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -91,6 +92,27 @@ private:
     std::ostream& out_;
 };
 
+/// A forwarder writes every few seconds, in a large outbox every minute or so.
+constexpr int64_t kSilentSeconds = 180;
+
+/// What the figures mean for whoever wonders why files stay.
+std::string ForwarderAdvice(const Json& forwarder, int64_t now) {
+    if (!forwarder.is_object()) {
+        return "No forwarder has run here: files stay until lumforward, or somebody else, takes them.";
+    }
+    const Json& updated = MemberOf(forwarder, "updatedAt");
+    const int64_t silent = updated.is_number() ? now - updated.get<int64_t>() : 0;
+    if (silent > kSilentSeconds) {
+        return "The forwarder has not been heard of for " + DurationText(silent) +
+               "; does it run? (systemctl status lumforward)";
+    }
+    if (MemberOf(forwarder, "connected") != Json(true)) {
+        const std::string reason = TextOf(MemberOf(forwarder, "lastError"));
+        return "The forwarder has no connection to the broker" + (reason.empty() ? "." : ": " + reason);
+    }
+    return {};
+}
+
 }  // namespace
 
 ExitStatus ShowStatus(CommandContext& context) {
@@ -119,8 +141,12 @@ ExitStatus ShowOutbox(CommandContext& context) {
     }
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, outbox);
-    } else {
-        StatusPrinter(context.console.out).Print(outbox, "");
+        return ExitStatus::kDone;
+    }
+    StatusPrinter(context.console.out).Print(outbox, "");
+    const std::string advice = ForwarderAdvice(MemberOf(outbox, "forwarder"), std::time(nullptr));
+    if (!advice.empty()) {
+        context.console.out << '\n' << Harmless(advice) << '\n';
     }
     return ExitStatus::kDone;
 }

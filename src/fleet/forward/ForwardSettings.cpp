@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "contract/FileStore.h"
 #include "fleet/service/ProgramOptions.h"
 #include "fleet/wire/BatchKey.h"
 #include "host/file/LumFile.h"
@@ -33,7 +34,7 @@ bool Complete(ForwardSettings& settings, std::string& error) {
         return false;
     }
     if (settings.stateFile.empty()) {
-        settings.stateFile = settings.outbox + "/.lumforward.json";
+        settings.stateFile = settings.outbox + "/" + kForwarderStateName;
     }
     std::vector<std::string> servers;
     return CheckServers(settings.broker, servers, error);

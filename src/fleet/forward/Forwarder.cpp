@@ -3,6 +3,8 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+
 #include "fleet/service/SteadyClock.h"
 #include "fleet/service/StopSignal.h"
 #include "fleet/wire/BatchHeaders.h"
@@ -385,5 +387,8 @@ void Forwarder::ReportState() {
     const std::string text = ForwardStateJson(state_, settings_.device, lastError_, std::time(nullptr));
     if (!FileReplace(Text(settings_.stateFile), text, reason)) {
         Complain(settings_.stateFile + ": " + std::string(reason.View()));
+        return;
     }
+    // The agent, which may be another user, shows it; who may look into its directory stays as it is.
+    static_cast<void>(::chmod(settings_.stateFile.c_str(), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH));
 }

@@ -15,6 +15,7 @@ TEST(OutboxFigures, CountWhatIsComplete) {
     scratch.Write("outbox/a.cbor", "12345");
     const std::string described = scratch.Write("outbox/a.json", "{}");
     scratch.Write("outbox/b.cbor", "1");
+    scratch.Write("outbox/.lumforward.json", "{}");
     const utimbuf times{1'000'000, 1'000'000};
     ASSERT_EQ(::utime(described.c_str(), &times), 0);
     const OutboxFigures figures = ReadOutboxFigures(scratch / "outbox");
