@@ -1,8 +1,12 @@
 #include "module/ModuleStatus.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <string>
 
 #include <sys/stat.h>
 
@@ -19,29 +23,66 @@ namespace {
 
 constexpr LumRoutine kRoutine(ModuleDebug, "ModuleStatus");
 
-/// What can be read off the ends of the table's indexes, however many events there are.
 struct EventSpan {
     int64_t count = 0;
     int64_t oldest = 0;
     int64_t newest = 0;
 };
 
-/// Events are only ever appended, and deleted from the oldest on: so the ids of a table have no gaps, and the
-/// first and the last one tell how many there are. Where the clock was set back a deletion leaves gaps, which
-/// count until the events around them are gone too.
-EventSpan ReadSpan(DatabaseScope& scope, const LumString& modelName) {
-    const LumString table = EventTable(modelName);
+/// Tells how many events the models have without a look at all of them. Events are appended, and as a rule
+/// deleted from the oldest on, so the first and the last number of a table tell it, less the numbers between
+/// them that no event has. Those are counted at the first look, and again after events have been deleted: a
+/// clock that was set back, or somebody's hand, makes some. May be asked from any thread.
+class EventSpans {
+public:
+    [[nodiscard]] EventSpan Read(const std::shared_ptr<Model_t>& model);
+
+private:
+    struct Gaps {
+        std::weak_ptr<Model_t> model;  ///< whose table they were counted in
+        uint64_t deleted = 0;          ///< the model's deletions before that
+        int64_t count = 0;
+    };
+
+    std::mutex mutex_;
+    std::map<std::string, Gaps> gaps_;
+};
+
+bool ReadEnds(DatabaseScope& scope, const LumString& table, EventSpan& span) {
     LumString statement;
     statement.Printf(
         "SELECT (SELECT MAX(E_Id) FROM %S) - (SELECT MIN(E_Id) FROM %S) + 1, (SELECT MIN(E_Date) FROM %S), "
         "(SELECT MAX(E_Date) FROM %S)",
         table, table, table, table);
-    EventSpan span;
     const GenSqlResult* const rows = scope.Connection().Query(statement, true);
-    if (rows != nullptr && rows->GetRowCount() == 1) {
-        static_cast<void>(rows->GetColumn(0, span.count) && rows->GetColumn(1, span.oldest) &&
-                          rows->GetColumn(2, span.newest));  // an empty table has nothing but 0
+    // An empty table has nothing but 0.
+    return rows != nullptr && rows->GetRowCount() == 1 && rows->GetColumn(0, span.count) &&
+           rows->GetColumn(1, span.oldest) && rows->GetColumn(2, span.newest);
+}
+
+int64_t CountRows(DatabaseScope& scope, const LumString& table, int64_t otherwise) {
+    LumString statement;
+    statement.Printf("SELECT COUNT (*) FROM %S", table);
+    int64_t count = otherwise;
+    const GenSqlResult* const rows = scope.Connection().Query(statement, true);
+    return rows != nullptr && rows->GetColumn(0, count) ? count : otherwise;
+}
+
+EventSpan EventSpans::Read(const std::shared_ptr<Model_t>& model) {
+    const LumString table = EventTable(model->GetName());
+    const uint64_t deleted =
+        model->Deleted().Get();  // a deletion that comes in between is seen by the next look
+    EventSpan span;
+    DatabaseScope scope(kRoutine);
+    if (!scope.IsLocked() || !ReadEnds(scope, table, span)) {
+        return span;
     }
+    const std::lock_guard<std::mutex> guard(mutex_);
+    Gaps& gaps = gaps_[std::string(model->GetName().View())];
+    if (gaps.model.lock() != model || gaps.deleted != deleted) {
+        gaps = {model, deleted, span.count - CountRows(scope, table, span.count)};
+    }
+    span.count = std::max<int64_t>(span.count - gaps.count, 0);
     return span;
 }
 
@@ -51,14 +92,7 @@ void PutTime(LumContainer& status, const char* name, int64_t time) {
     }
 }
 
-LumContainer DescribeModel(const Model_t& model) {
-    EventSpan span;
-    {
-        DatabaseScope scope(kRoutine);
-        if (scope.IsLocked()) {
-            span = ReadSpan(scope, model.GetName());
-        }
-    }
+LumContainer DescribeModel(const Model_t& model, const EventSpan& span) {
     LumContainer description;
     description.SetString("name", model.GetName());
     description.SetBool("enabled", model.IsEnabled());
@@ -75,10 +109,10 @@ uint64_t SizeOf(const LumString& path) {
     return ::stat(path.GetString(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
-void FillStatus(LumContainer& status) {
+void FillStatus(EventSpans& spans, LumContainer& status) {
     std::shared_ptr<Model_t> model;
     for (uint32_t i = 0; ModelCollection.GetAt(i, model); ++i) {
-        status.SetContainer("models", DescribeModel(*model), i);
+        status.SetContainer("models", DescribeModel(*model, spans.Read(model)), i);
     }
     LumContainer sizes;
     LumStatusSetNumber(sizes, "database", SizeOf(DatabasePath));
@@ -102,7 +136,8 @@ void RefreshMetrics() {
 }
 
 struct Status {
-    LumStatusProvider provider{LumString(), FillStatus};
+    EventSpans spans;
+    LumStatusProvider provider{LumString(), [this](LumContainer& status) { FillStatus(spans, status); }};
     LumMetricsRefresh refresh{RefreshMetrics};
 };
 
