@@ -1,7 +1,6 @@
 #include "events/EventQuery.h"
 
 #include <memory>
-#include <utility>
 
 #include "contract/ContainerKeys.h"
 #include "host/core/ActionFrame.h"
@@ -82,13 +81,10 @@ LumString Ordering(const Model_t& model, const LumContainer& values) {
     return ordering;
 }
 
-/// A caller that reads page after page asks for the count once: it costs a walk over an index of the table.
-bool WantsCount(const LumContainer& values) {
-    bool wanted = true;
-    return !values.GetBool(keys::kEventCount, wanted) || wanted;
-}
+LumContainer BuildResult(const Model_t& model, GenSqlResult& events, const GenSqlResult* count) {
+    LumContainer result;
+    result.SetInt32(keys::kEventCount, count != nullptr ? ReadInt32(*count, 0) : 0);
 
-LumContainer BuildRows(const Model_t& model, GenSqlResult& events, LumContainer result) {
     const ParamCells params(model, kFixedColumns);
     for (uint32_t row = 0; events.SelectRow(row); ++row) {
         result.SetInt32(keys::kEventDate, ReadInt32(events, 0), row);
@@ -115,17 +111,13 @@ uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
     if (!scope.IsLocked()) {
         return kActionFailed;
     }
-    LumContainer result;
     GenSqlResult* const events = scope.Query(text.select);
-    if (!text.count.IsEmpty()) {
-        const GenSqlResult* const count = scope.Query(text.count);
-        result.SetInt32(keys::kEventCount, count != nullptr ? ReadInt32(*count, 0) : 0);
-    }
+    const GenSqlResult* const count = scope.Query(text.count);
     scope.Unlock();
     if (events == nullptr) {
         return kActionFailed;
     }
-    answer.SetContainer(keys::kResult, BuildRows(*model, *events, std::move(result)));
+    answer.SetContainer(keys::kResult, BuildResult(*model, *events, count));
     return kActionDone;
 }
 
@@ -134,9 +126,7 @@ uint32_t GetEvents(const LumContainer& values, LumContainer& answer) {
 EventQueryText BuildEventQuery(const Model_t& model, const LumContainer& values) {
     EventQueryText text;
     const LumString table = EventTable(model.GetName());
-    if (WantsCount(values)) {
-        text.count.Printf("SELECT COUNT (*) FROM %S;", table);
-    }
+    text.count.Printf("SELECT COUNT (*) FROM %S;", table);
     text.select = "SELECT ";
     text.select.Append(kDateAndIdColumns);
     AppendParamColumns(text.select, model);

@@ -9,7 +9,7 @@
 /// The two statements that answer a query. Constant texts of their inputs.
 struct EventQueryText {
     LumString select;
-    LumString count;  ///< empty where the caller does not want it
+    LumString count;
 };
 
 /// Builds them from what a caller asks for in "Values" (the keys are those of docs/actions.md). The count is

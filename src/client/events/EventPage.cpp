@@ -78,9 +78,7 @@ private:
 };
 
 bool EventPage::Parse(std::string_view answer) {
-    const int64_t told = eventCount_;
     Clear();
-    eventCount_ = told;
     Handler handler(*this);
     if (!nlohmann::json::sax_parse(answer, &handler) || !handler.IsDone()) {
         Clear();

@@ -25,7 +25,7 @@ public:
     [[nodiscard]] bool Parse(std::string_view answer);
 
     [[nodiscard]] std::size_t GetRowCount() const { return rows_; }
-    /// All events of the model, whatever the page holds: as the last answer said that told it.
+    /// All events of the model, whatever the page holds.
     [[nodiscard]] int64_t GetEventCount() const { return eventCount_; }
 
     /// The column of that name; nothing where no row has a value of it.

@@ -10,11 +10,12 @@
 
 namespace {
 
-/// The first page is there at once; the following ones are large enough for what each request costs.
+/// The first page is there at once; the following ones cost the agent a count of the table each, so they are
+/// as large as constant memory allows.
 constexpr uint32_t kFirstPageRows = 100;
-constexpr uint32_t kMaxPageRows = 6000;
+constexpr uint32_t kMaxPageRows = 12000;
 /// Pages become smaller where rows are long.
-constexpr std::size_t kPageBytes = 500000;
+constexpr std::size_t kPageBytes = 1000000;
 
 }  // namespace
 
@@ -47,7 +48,6 @@ bool EventWalk::Next(EventPage& page) {
         }
         return false;
     }
-    counted_ = true;
     MoveTo(page, answer.body.size());
     if (ahead_ && !atEnd_) {
         static_cast<void>(Ask());  // the page that came is whole; the next call tells of the failure
@@ -72,7 +72,6 @@ bool EventWalk::Ask() {
     fields.skip = position_.seen;
     fields.sort = range_.sort;
     fields.descending = range_.order == EventOrder::kNewestFirst;
-    fields.withCount = !counted_;
     if (IsByDate()) {
         (fields.descending ? fields.until : fields.since) = position_.date;
     } else if (range_.since) {

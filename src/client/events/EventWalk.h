@@ -38,9 +38,8 @@ public:
     EventWalk& operator=(const EventWalk&) = delete;
     ~EventWalk();
 
-    /// Puts the next page into `page`, always the same one: the number of all events comes with the first
-    /// answer alone. Its rows before GetEnd belong to the walk. False at the end and on failure, of which
-    /// GetFailure tells.
+    /// Puts the next page into `page`: its rows before GetEnd belong to the walk. False at the end and on
+    /// failure, of which GetFailure tells.
     [[nodiscard]] bool Next(EventPage& page);
     [[nodiscard]] std::size_t GetEnd() const { return end_; }
     /// Of a walk by another column rows outside of the range come, too.
@@ -64,8 +63,7 @@ private:
     Position position_;
     uint32_t pageRows_;
     uint32_t askedRows_ = 0;
-    bool asked_ = false;    ///< an answer is on its way
-    bool counted_ = false;  ///< the number of all events was told
+    bool asked_ = false;  ///< an answer is on its way
     bool atEnd_ = false;
     std::size_t end_ = 0;
     AgentAnswer failure_;

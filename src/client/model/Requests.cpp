@@ -68,9 +68,6 @@ Json EventsRequest(const EventsRequestFields& fields) {
     }
     values[keys::kSortColumn] = fields.sort.value_or(keys::kEventDate);
     values[keys::kSortDirection] = fields.descending ? "Desc" : "Asc";
-    if (!fields.withCount) {
-        values[keys::kEventCount] = false;
-    }
     return WithValues(std::move(values));
 }
 

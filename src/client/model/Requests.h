@@ -21,8 +21,6 @@ struct EventsRequestFields {
     uint32_t skip = 0;  ///< so many rows of the order are passed over
     std::optional<std::string> sort;
     bool descending = false;
-    /// The number of all events costs the agent a walk over an index of the table.
-    bool withCount = true;
 };
 
 /// For the actions that take a model's name and no more.

@@ -25,14 +25,6 @@ TEST(EventPage, ReadsColumnsOfEveryKind) {
     EXPECT_EQ(page.GetValue("Missing", 0).kind, EventValue::Kind::kNone);
 }
 
-TEST(EventPage, KeepsTheCountThatWasToldLast) {
-    EventPage page;
-    ASSERT_TRUE(page.Parse(kAnswer));
-    ASSERT_TRUE(page.Parse(R"({"status":0,"container":{"Result":{"EventDate":[8]}}})"));
-    EXPECT_EQ(page.GetRowCount(), 1U);
-    EXPECT_EQ(page.GetEventCount(), 9);
-}
-
 TEST(EventPage, IsEmptyAfterAnAnswerThatIsNone) {
     EventPage page;
     ASSERT_TRUE(page.Parse(kAnswer));
