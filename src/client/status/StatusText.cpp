@@ -55,7 +55,7 @@ public:
     [[nodiscard]] const std::string& Get() const { return out_; }
 
 private:
-    static constexpr std::size_t kTermColumns = 10;
+    static constexpr std::size_t kTermColumns = 11;
     std::string out_;
 };
 
@@ -129,6 +129,27 @@ std::string ModelTable(const Json& models, bool bold) {
     return table.Render();
 }
 
+/// A forwarder writes every few seconds, in a large outbox every minute or so.
+constexpr int64_t kSilentSeconds = 180;
+
+/// What the figures mean for whoever wonders why files stay; empty where all is well.
+std::string ForwarderAdvice(const Json& forwarder, int64_t now) {
+    if (!forwarder.is_object()) {
+        return "No forwarder has run here: files stay until lumforward, or somebody else, takes them.";
+    }
+    const Json& updated = MemberOf(forwarder, "updatedAt");
+    const int64_t silent = updated.is_number() ? now - updated.get<int64_t>() : 0;
+    if (silent > kSilentSeconds) {
+        return "The forwarder has not been heard of for " + DurationText(silent) +
+               "; does it run? (systemctl status lumforward)";
+    }
+    if (MemberOf(forwarder, "connected") != Json(true)) {
+        const std::string reason = TextOf(MemberOf(forwarder, "lastError"));
+        return "The forwarder has no connection to the broker" + (reason.empty() ? "." : ": " + reason);
+    }
+    return {};
+}
+
 /// What a module of a later release may tell.
 void AddUnknown(const Json& status, Lines& lines) {
     static const std::vector<std::string> kKnown{
@@ -167,4 +188,20 @@ std::string StatusAsText(const Json& status, bool bold) {
     const Json& models = MemberOf(status, "models");
     return lines.Get() +
            (models.is_array() && !models.empty() ? "\n" + ModelTable(models, bold) : std::string());
+}
+
+std::string OutboxAsText(const Json& outbox, int64_t now) {
+    Lines lines;
+    lines.Add("Outbox", OutboxText(outbox));
+    const Json& forwarder = MemberOf(outbox, "forwarder");
+    const std::string device = TextOf(MemberOf(forwarder, "device"));
+    lines.Add("Forwarder", Joined({device.empty() ? "" : "device " + device,
+                                   MemberOf(forwarder, "connected") == Json(true) ? "connected" : "",
+                                   Told(forwarder, "updatedAt", "heard of at ")}));
+    lines.Add("Sent", Joined({Told(forwarder, "unconfirmed", "", " not confirmed yet"),
+                              Told(forwarder, "confirmed", "", " confirmed"),
+                              Told(forwarder, "setAside", "", " set aside"),
+                              Told(forwarder, "lastReceipt", "last receipt ")}));
+    const std::string advice = ForwarderAdvice(forwarder, now);
+    return lines.Get() + (advice.empty() ? "" : "\n" + Harmless(advice) + "\n");
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -8,3 +9,7 @@
 /// is absent or of another kind is left out, and one that this release does not know is shown under its own
 /// name.
 [[nodiscard]] std::string StatusAsText(const nlohmann::ordered_json& status, bool bold);
+
+/// What `lumctl outbox` shows people: what waits, how the forwarder of this machine gets on, and in the end
+/// what keeps files from leaving. `now` is in seconds since 1970.
+[[nodiscard]] std::string OutboxAsText(const nlohmann::ordered_json& outbox, int64_t now);
