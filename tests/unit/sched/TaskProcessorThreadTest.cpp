@@ -1,3 +1,4 @@
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -50,6 +51,35 @@ TEST_F(TaskProcessorThreadTest, DropsATaskWhoseModelIsGoneAndGoesOn) {
                                   "TaskProcessorThread::ThreadMain: Failed to get model "
                                   "'AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn'"),
               1);
+}
+
+/// A task that says when it is destroyed.
+struct CountedTask : Task_t {
+    CountedTask(const char* model, int& gone)
+        : Task_t(TaskType::TaskDelete, model, 0, 100, false), gone_(gone) {}
+    CountedTask(const CountedTask&) = delete;
+    CountedTask& operator=(const CountedTask&) = delete;
+    ~CountedTask() override { ++gone_; }
+
+private:
+    int& gone_;
+};
+
+TEST(TaskProcessorThreadTasks, AreDestroyedButForThoseWhoseModelIsGone) {
+    const LinkedModule module;
+    LinkedModule::Initialise();
+    LinkedModule::KeepErrorsFromAlerts();
+    static_cast<void>(LinkedModule::Add({.name = "A"}));
+    // The one that stays may outlive the test.
+    static int done = 0;
+    static int unknown = 0;
+    TaskQueue.Push(std::make_unique<CountedTask>("A", done));
+    TaskQueue.Push(std::make_unique<CountedTask>("Nobody", unknown));
+    TaskProcessorThread thread;
+    thread.RunCycle();
+    EXPECT_EQ(TaskQueue.GetCount(), 0U);
+    EXPECT_EQ(done, 1);
+    EXPECT_EQ(unknown, 0);
 }
 
 TEST_F(TaskProcessorThreadTest, RunsNothingForAKindThatItDoesNotKnow) {

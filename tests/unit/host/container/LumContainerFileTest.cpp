@@ -12,6 +12,7 @@
 #include "support/LogLines.h"
 #include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
+#include "support/shim/FaultPlan.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -47,6 +48,23 @@ std::string ErrorOf(const LumString& path) {
 }
 
 }  // namespace
+
+TEST_F(LumContainerFile, IsSyncedBeforeItsPathIsReturned) {
+    FaultPlan plan;
+    plan.Watch(directory_.Path().string());
+    FaultShimUse(&plan);
+    constexpr uint64_t calls = 3;  // made, written, synced
+    for (uint64_t nth = 1; nth <= calls; ++nth) {
+        plan.Arm(FaultPlan::Kind::kBroken, nth);
+        EXPECT_TRUE(container_.SaveToTempFile().IsEmpty()) << nth;
+        plan.Disarm();
+        EXPECT_EQ(directory_.CountEntries(), 0U) << nth;
+    }
+    plan.Arm(FaultPlan::Kind::kBroken, calls + 1);
+    EXPECT_FALSE(container_.SaveToTempFile().IsEmpty());
+    EXPECT_EQ(plan.Disarm(), calls);
+    FaultShimUse(nullptr);
+}
 
 TEST_F(LumContainerFile, HoldsTheWholeEncodingForTheOwnerAlone) {
     const LumString path = container_.SaveToTempFile();

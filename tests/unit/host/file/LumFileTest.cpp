@@ -304,6 +304,59 @@ TEST(LumFileCopy, LeavesNothingBehindOnAFullDisk) {
     EXPECT_EQ(directory.CountEntries(), 2U);
 }
 
+/// Runs `work -> bool` once for each call by which it changes something in `directory`, and has that call
+/// fail: `work` must fail too, and `undo` is called after each. How many such calls there are.
+template <class Work, class Undo>
+uint64_t CallsThatMatter(const TempDirectory& directory, Work&& work, Undo&& undo) {
+    FaultPlan plan;
+    plan.Watch(directory.Path().string());
+    FaultShimUse(&plan);
+    uint64_t calls = 0;
+    bool isDone = false;
+    for (uint64_t nth = 1; !isDone; ++nth) {
+        plan.Arm(FaultPlan::Kind::kBroken, nth);
+        isDone = work();
+        calls = plan.Disarm();
+        EXPECT_EQ(isDone, calls < nth) << nth;
+        undo();
+    }
+    FaultShimUse(nullptr);
+    return calls;
+}
+
+TEST(LumFileCopy, IsSyncedBeforeItHasItsNameAndItsNameAfterwards) {
+    const TempDirectory directory;
+    directory.Write("from", "content");
+    EXPECT_EQ(CallsThatMatter(
+                  directory, [&] { return FileCopy(directory.At("from"), directory.At("to"), false); },
+                  [&] { fs::remove(directory / "to"); }),
+              5U)
+        << "made, written, synced, named, the name synced";
+}
+
+TEST(LumFileMove, SyncsTheFileAndItsNewName) {
+    const TempDirectory directory;
+    const auto put = [&] {
+        fs::remove(directory / "to");
+        directory.Write("from", "content");
+    };
+    put();
+    EXPECT_EQ(CallsThatMatter(
+                  directory, [&] { return FileMove(directory.At("from"), directory.At("to")); }, put),
+              3U)
+        << "synced, renamed, the name synced";
+}
+
+TEST(LumFileReplace, IsSyncedBeforeItHasItsNameAndItsNameAfterwards) {
+    const TempDirectory directory;
+    LumString error;
+    EXPECT_EQ(CallsThatMatter(
+                  directory, [&] { return FileReplace(directory.At("file"), "content", error); },
+                  [&] { fs::remove(directory / "file"); }),
+              5U)
+        << "made, written, synced, named, the name synced";
+}
+
 TEST(LumFileMove, GivesTheFileItsNewPath) {
     const TempDirectory directory;
     directory.Write("from", "content");
