@@ -44,9 +44,7 @@ uint32_t AlertCeiling_t::TakeHeldBack(std::time_t now) {
 
 void LoadAlertCeiling() {
     int32_t perMinute = AlertCeiling_t::kDefaultPerMinute;
-    LumAgentGetIniAndLock().GetEntryValue("Agent", "AlertsPerMinute", perMinute,
-                                          AlertCeiling_t::kDefaultPerMinute);
-    LumAgentReleaseIni();
+    LumAgentIni()->GetEntryValue("Agent", "AlertsPerMinute", perMinute, AlertCeiling_t::kDefaultPerMinute);
     AlertCeiling.SetPerMinute(static_cast<uint32_t>(std::max(perMinute, 0)));
 }
 

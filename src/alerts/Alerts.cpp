@@ -97,23 +97,24 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     static_cast<void>(
         container->GetContainer(keys::kValues, values));  // an alert may be its description alone
     const LumString description = ReadText(*container, keys::kAlertDescription);
-    container->Clear();
     if (!description.IsEmpty()) {
         values.SetString(keys::kAlertDescription, description);
     }
     const std::time_t now = std::time(nullptr);
+    values.SetInt32(keys::kEventGmtOffset, LumGmtOffset(now));
+    values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
     if (!MayPass(AlertText(description, values), ReadText(values, keys::kAlertStatus),
                  LumUtcFieldsAsLocal(now)) ||
         !AlertCeiling.Admit(now)) {
+        container->Clear();
         return kActionDone;
     }
-    values.SetInt32(keys::kEventGmtOffset, LumGmtOffset(now));
-    values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
     LumString path;
     // An alert that was not taken waits in the temporary directory.
     if (FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path) == FileStoreOutcome::kDone) {
         AlertsSent().Add();
     }
+    container->Clear();
     return kActionDone;
 }
 

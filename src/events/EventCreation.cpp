@@ -96,12 +96,13 @@ uint32_t StoreEvent(const Model_t& model, const LumContainer& params) {
         return kActionFailed;
     }
     const LumString statement = insert.Take();
+    LumCounter& stored = model.Stored();  // after the statement nothing may fail any more
     DatabaseScope scope(kRoutine, DatabaseScope::Durability::kCaller);
     if (!scope.IsLocked() || scope.Query(statement) == nullptr) {
         return kActionFailed;
     }
     scope.Unlock();
-    model.Stored().Add();
+    stored.Add();
     kRoutine.Trace("Event created with success for model '%S'", model.GetName());
     return kActionDone;
 }

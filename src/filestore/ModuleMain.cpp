@@ -112,8 +112,7 @@ void StoreInitialise() {
     LumAgentGetDataDir(base);
     base += "FileStore";
     int32_t maxMegabytes = kDefaultMaxMegabytes;
-    LumAgentGetIniAndLock().GetEntryValue("Agent", "OutboxMaxMB", maxMegabytes, kDefaultMaxMegabytes);
-    LumAgentReleaseIni();
+    LumAgentIni()->GetEntryValue("Agent", "OutboxMaxMB", maxMegabytes, kDefaultMaxMegabytes);
     StoreOutbox.SetMaxBytes(static_cast<uint64_t>(std::max(maxMegabytes, 0)) << 20U);
     Outbox::LeftOvers leftOvers;
     LumString error;

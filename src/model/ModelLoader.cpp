@@ -37,16 +37,6 @@ bool GetNodeText(const MarkupTree& tree, const LumString& path, LumString& text)
     return true;
 }
 
-template <class T, class... Args>
-std::shared_ptr<T> TryMake(const Args&... args) {
-    try {
-        return std::make_shared<T>(args...);
-    } catch (const std::bad_alloc&) {
-        kRoutine.Error("Memory error");
-        return nullptr;
-    }
-}
-
 /// What stands at the level of the model itself.
 struct ModelHead {
     LumString name;
@@ -66,6 +56,7 @@ public:
 
     bool Load(std::shared_ptr<Model_t>& model) {
         if (!tree_.ParseFile(path_)) {
+            memoryRanOut_ = tree_.GetFault().memoryRanOut;
             return false;
         }
         const MarkupElementNode* const root = tree_.GetRootNode();
@@ -90,7 +81,20 @@ public:
         return true;
     }
 
+    [[nodiscard]] bool DidMemoryRunOut() const { return memoryRanOut_; }
+
 private:
+    template <class T, class... Args>
+    std::shared_ptr<T> TryMake(const Args&... args) const {
+        try {
+            return std::make_shared<T>(args...);
+        } catch (const std::bad_alloc&) {
+            memoryRanOut_ = true;
+            kRoutine.Error("Memory error");
+            return nullptr;
+        }
+    }
+
     /// Reads MODEL/`element`; warns with `missing` where it is not given.
     bool ReadRequired(const char* element, FileMessage missing, LumString& text) const {
         LumString path;
@@ -248,11 +252,17 @@ private:
 
     const LumString& path_;
     MarkupTree tree_;
+    mutable bool memoryRanOut_ = false;
 };
 
 }  // namespace
 
-bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model) {
+bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model, bool* memoryRanOut) {
     kRoutine.Trace("Entering");
-    return Loader(path).Load(model);
+    Loader loader(path);
+    const bool loaded = loader.Load(model);
+    if (memoryRanOut != nullptr && loader.DidMemoryRunOut()) {
+        *memoryRanOut = true;
+    }
+    return loaded;
 }

@@ -43,18 +43,16 @@ void Write(IniFile& ini, const char* key, int32_t value) {
 /// Takes the flag from `values` where it is given as a bool, and writes the one in force.
 void ChangeFlag(const LumContainer& values, const char* key, std::atomic<bool>& flag, IniFile& ini) {
     bool value = flag.load(std::memory_order_relaxed);
-    if (values.GetBool(key, value)) {
-        flag.store(value, std::memory_order_relaxed);
-    }
+    static_cast<void>(values.GetBool(key, value));  // of another kind, or absent: the one in force stays
     Write(ini, key, value ? 1 : 0);
+    flag.store(value, std::memory_order_relaxed);
 }
 
 void ChangeGap(const LumContainer& values, IniFile& ini) {
     int32_t value = AlertMinimumGap.load(std::memory_order_relaxed);
-    if (values.GetInt32(keys::kAlertMinimumGap, value)) {
-        AlertMinimumGap.store(value, std::memory_order_relaxed);
-    }
+    static_cast<void>(values.GetInt32(keys::kAlertMinimumGap, value));
     Write(ini, keys::kAlertMinimumGap, value);
+    AlertMinimumGap.store(value, std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -93,7 +91,6 @@ uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {
     LumContainer values;
     static_cast<void>(
         container->GetContainer(keys::kValues, values));  // without it there is nothing to change
-    container->Clear();
     IniFile ini(IniFilePath);
     for (LumString name; values.GetNextName(name);) {
         if (name == keys::kEnableUpload) {
@@ -104,6 +101,7 @@ uint32_t ActionHandler_EventLogManagerSetValues(LumContainer* container) {
             ChangeGap(values, ini);
         }
     }
+    container->Clear();
     return kActionDone;
 }
 

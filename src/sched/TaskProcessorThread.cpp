@@ -74,16 +74,19 @@ void TaskProcessorThread::ThreadMain() {
 }
 
 void TaskProcessorThread::RunCycle() {
-    if (isReady_ != nullptr && !isReady_()) {
+    bool isReady = false;
+    RunGuarded("Reading the settings", [&] { isReady = isReady_ == nullptr || isReady_(); });
+    if (!isReady) {
         return;
     }
     RunGuarded("Resuming the uploads", [] { ResumeUploads(); });
-    RunWaiting();
-    RunQueue();
+    RunGuarded("Looking at the tasks that wait", [this] { RunWaiting(); });
+    RunGuarded("Looking at the queue", [this] { RunQueue(); });
 }
 
 void TaskProcessorThread::RunWaiting() {
     std::vector<std::unique_ptr<Task_t>> waiting;
+    waiting.reserve(waiting_.size());  // room for all of them to wait again
     waiting.swap(waiting_);
     for (std::unique_ptr<Task_t>& task : waiting) {
         static_cast<void>(Take(std::move(task)));  // that it waits was said before
@@ -91,7 +94,8 @@ void TaskProcessorThread::RunWaiting() {
 }
 
 void TaskProcessorThread::RunQueue() {
-    for (std::unique_ptr<Task_t> task; TaskQueue.Pop(task);) {
+    std::unique_ptr<Task_t> task;
+    for (MakeRoomToKeep(); TaskQueue.Pop(task); MakeRoomToKeep()) {
         if (Take(std::move(task))) {
             const Task_t& kept = *waiting_.back();
             if (kept.GetType() == TaskType::TaskDelete) {
@@ -102,13 +106,15 @@ void TaskProcessorThread::RunQueue() {
     }
 }
 
+void TaskProcessorThread::MakeRoomToKeep() {
+    if (waiting_.size() == waiting_.capacity()) {
+        waiting_.reserve(2 * waiting_.size() + 1);
+    }
+}
+
 bool TaskProcessorThread::Take(std::unique_ptr<Task_t> task) {
     RunGuarded("A task", [&] { Run(task); });
-    bool isFirst = false;
-    if (task != nullptr) {
-        RunGuarded("Keeping a task", [&] { isFirst = Keep(std::move(task)); });
-    }
-    return isFirst;
+    return task != nullptr && Keep(std::move(task));
 }
 
 void TaskProcessorThread::Run(std::unique_ptr<Task_t>& task) {

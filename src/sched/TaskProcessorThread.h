@@ -35,6 +35,10 @@ private:
     [[nodiscard]] bool Take(std::unique_ptr<Task_t> task);
     /// Looks the task's model up and runs its routine; `task` is null afterwards unless it has to wait.
     void Run(std::unique_ptr<Task_t>& task);
+    /// Makes room for one more that waits, before it is taken out of the queue: so none gets lost for want of
+    /// memory.
+    void MakeRoomToKeep();
+    /// Needs no memory: there is room.
     [[nodiscard]] bool Keep(std::unique_ptr<Task_t> task);
     /// True where a task other than a deletion has to run again.
     [[nodiscard]] bool IsBehind() const;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <utility>
 
 #include "host/log/LumDebug.h"
 #include "host/time/LumTime.h"
@@ -27,6 +28,18 @@ constexpr std::time_t kJumpSeconds = 3600;
 /// How far a model's time may be ahead without a warning.
 constexpr std::time_t kAheadSeconds = 60;
 
+/// Runs a part of the thread's work; false where it threw, which is one error line.
+template <class Body>
+bool EndsWell(Body&& body) {
+    try {
+        std::forward<Body>(body)();
+        return true;
+    } catch (const std::exception& error) {
+        kRoutine.Error("A cycle ended with an exception: %s", error.what());
+        return false;
+    }
+}
+
 template <class Visit>
 void ForEachModel(Visit&& visit) {
     std::shared_ptr<Model_t> model;
@@ -45,25 +58,26 @@ std::array<bool, kPeriodCount> ChangedPeriods(const std::tm& previous, const std
 
 void TaskSchedulerThread::ThreadMain() {
     kRoutine.Trace("Entering");
-    Initialise();
+    bool isInitialised = EndsWell([this] { Initialise(); });
     while (!CheckCancelled(false)) {
+        isInitialised = isInitialised || EndsWell([this] { Initialise(); });
         const LumSeconds before = lastTimestamp_;
-        try {
-            static_cast<void>(
-                KeepStoreUp());  // what it cannot make good now it looks at again in the next cycle
-            RunCycle(std::time(nullptr));
-            WatchClock(std::time(nullptr));
-            if (eachCycle_ != nullptr) {
-                eachCycle_();
-            }
-        } catch (const std::exception& error) {
+        if (isInitialised && !EndsWell([this] { RunTurn(); })) {
             lastTimestamp_ = before;  // what fell due does so again
-            kRoutine.Error("A cycle ended with an exception: %s", error.what());
         }
         if (CheckCancelled(false)) {
             return;
         }
         Pause(kPauseMs);
+    }
+}
+
+void TaskSchedulerThread::RunTurn() {
+    static_cast<void>(KeepStoreUp());  // what it cannot make good now it looks at again in the next turn
+    RunCycle(std::time(nullptr));
+    WatchClock(std::time(nullptr));
+    if (eachCycle_ != nullptr) {
+        eachCycle_();
     }
 }
 

@@ -42,6 +42,8 @@ public:
     void WatchClock(std::time_t now);
 
 private:
+    /// One turn of the thread.
+    void RunTurn();
     [[nodiscard]] static bool ReadLastTimestamp(LumSeconds& timestamp);
     [[nodiscard]] static bool WriteLastTimestamp(LumSeconds timestamp);
     /// Writes and says where that failed.

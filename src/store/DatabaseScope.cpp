@@ -16,18 +16,24 @@ bool LockDatabase(const LumRoutine& routine) LUM_NO_THREAD_SAFETY_ANALYSIS {
 
 }  // namespace
 
+DatabaseScope::HeldLock::HeldLock(const LumRoutine& routine) : held_(LockDatabase(routine)) {}
+
+void DatabaseScope::HeldLock::GiveBack() {
+    if (held_) {
+        held_ = false;
+        DatabaseMutex.Unlock();
+    }
+}
+
 DatabaseScope::DatabaseScope(const LumRoutine& routine, Durability durability)
-    : durability_(durability), locked_(LockDatabase(routine)), connection_(DatabasePool) {}
+    : durability_(durability), lock_(routine), connection_(DatabasePool) {}
 
 DatabaseScope::~DatabaseScope() {
     Unlock();
 }
 
 void DatabaseScope::Unlock() {
-    if (locked_) {
-        locked_ = false;
-        DatabaseMutex.Unlock();
-    }
+    lock_.GiveBack();
     if (durability_ == Durability::kScope && !DatabaseMutex.IsHeldByThisThread()) {
         DBAwaitDurable();  // an action asks for the outcome when it ends; others have the error line
     }

@@ -24,24 +24,39 @@ public:
     enum class Durability : uint8_t { kScope, kCaller };
 
     /// `routine` is the one that says "Failed to lock database".
-    explicit DatabaseScope(const LumRoutine& routine,
-                           Durability durability = Durability::kScope) LUM_NO_THREAD_SAFETY_ANALYSIS;
+    explicit DatabaseScope(const LumRoutine& routine, Durability durability = Durability::kScope);
     DatabaseScope(const DatabaseScope&) = delete;
     DatabaseScope& operator=(const DatabaseScope&) = delete;
     ~DatabaseScope();
 
     /// False where the lock could not be taken. The connection works all the same, for the few routines that
     /// go on.
-    [[nodiscard]] bool IsLocked() const { return locked_; }
+    [[nodiscard]] bool IsLocked() const { return lock_.IsHeld(); }
 
     [[nodiscard]] DBConnection& Connection() { return connection_; }
     [[nodiscard]] GenSqlResult* Query(const LumString& sql) { return connection_.Query(sql); }
 
     /// Releases the lock before the scope ends. Results stay readable until it does.
-    void Unlock() LUM_NO_THREAD_SAFETY_ANALYSIS;
+    void Unlock();
 
 private:
+    /// DatabaseMutex, for as long as it is not given back before. A member of its own, so that it is given
+    /// back also where there is no memory for the connection.
+    class HeldLock {
+    public:
+        explicit HeldLock(const LumRoutine& routine);
+        HeldLock(const HeldLock&) = delete;
+        HeldLock& operator=(const HeldLock&) = delete;
+        ~HeldLock() { GiveBack(); }
+
+        [[nodiscard]] bool IsHeld() const { return held_; }
+        void GiveBack() LUM_NO_THREAD_SAFETY_ANALYSIS;
+
+    private:
+        bool held_;
+    };
+
     const Durability durability_;
-    bool locked_;
+    HeldLock lock_;
     DBConnection connection_;
 };

@@ -71,31 +71,40 @@ private:
     /// A start or a reload was cut off after the model was registered and before its definition was filed, or
     /// the filed one was lost.
     void Restore(const std::shared_ptr<Model_t>& model) const {
-        if (!File(*model)) {
-            return;
+        if (TakeFromUnloaded(model)) {
+            kRoutine.Print("Model '%S' was registered without a definition and has it again",
+                           model->GetName());
         }
+    }
+
+    /// Files the definition of one of UnloadedModels, and the model in the collection.
+    [[nodiscard]] bool TakeFromUnloaded(const std::shared_ptr<Model_t>& model) const {
         const auto unloaded = FindUnloaded(*model);
+        // Should memory run out on the way, it is loaded from where it is filed then.
+        unloaded->wasReadable = false;
+        if (!File(*model)) {
+            return false;
+        }
         model->SetLastAggregationTime(unloaded->row.lastAggregation);
         model->SetLastUploadTime(unloaded->row.lastUpload);
         model->SetEnabled(unloaded->row.enabled);
-        UnloadedModels.erase(unloaded);
         static_cast<void>(ModelCollection.Add(model));
-        kRoutine.Print("Model '%S' was registered without a definition and has it again", model->GetName());
+        UnloadedModels.erase(unloaded);
+        return true;
     }
 
     void Register(const std::shared_ptr<Model_t>& model) const {
-        if (!RegisterModel(model)) {
-            return;
+        UnloadedModel registered;
+        registered.row.name = model->GetName();
+        registered.row.checksum = model->GetChecksum();
+        registered.row.enabled = true;
+        UnloadedModels.reserve(UnloadedModels.size() + 1);
+        if (RegisterModel(model)) {
+            // Whatever fails from here on, it is known as registered, and the file that stays is its
+            // definition.
+            UnloadedModels.push_back(std::move(registered));
+            static_cast<void>(TakeFromUnloaded(model));
         }
-        if (File(*model)) {
-            static_cast<void>(ModelCollection.Add(model));
-            return;
-        }
-        RegisteredRow row;
-        row.name = model->GetName();
-        row.checksum = model->GetChecksum();
-        row.enabled = true;
-        UnloadedModels.push_back({row, true});
     }
 
     /// Moves the file to where the registry keeps definitions: copied first, down to the disk with the

@@ -1,6 +1,7 @@
 #include "store/ModelRegistry.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -43,6 +44,37 @@ void FileLoaded(const std::shared_ptr<Model_t>& model, const RegisteredRow& row)
     static_cast<void>(ModelCollection.Add(model));  // of two rows with one name the first stands
 }
 
+/// Loads the definition of a registered model and files the model; where that fails, `unloaded` says whether
+/// another reading could change that.
+bool LoadUnloaded(UnloadedModel& unloaded) {
+    const RegisteredRow& row = unloaded.row;
+    std::shared_ptr<Model_t> model;
+    bool memoryRanOut = false;
+    if (LoadRegisteredModel(row.name, row.checksum, model, &memoryRanOut)) {
+        FileLoaded(model, row);
+        return true;
+    }
+    unloaded.wasReadable = !memoryRanOut && CanBeRead(FiledDirectory(row.name, row.checksum));
+    return false;
+}
+
+/// Loads the registered models that memory does not have although their definitions could be read: they were
+/// dropped because a model that they refer to was missing.
+void LoadWhatWasDropped() {
+    DatabaseScope scope(LumRoutine(ModuleDebug, "LoadWhatCanBeReadAgain"));
+    GenSqlResult* const rows = scope.IsLocked() ? scope.Query(kSelectRegisteredRows) : nullptr;
+    scope.Unlock();
+    for (uint32_t i = 0; rows != nullptr && rows->SelectRow(i); ++i) {
+        const RegisteredRow row = ReadRegisteredRow(*rows);
+        const bool isUnloaded =
+            std::any_of(UnloadedModels.begin(), UnloadedModels.end(),
+                        [&row](const UnloadedModel& unloaded) { return unloaded.row.name == row.name; });
+        if (!isUnloaded && !ModelCollection.Contains(row.name)) {
+            LoadRow(row);
+        }
+    }
+}
+
 }  // namespace
 
 bool LoadRegisteredModels() {
@@ -69,30 +101,36 @@ bool LoadRegisteredModels() {
 }
 
 void LoadRow(const RegisteredRow& row) {
-    std::shared_ptr<Model_t> model;
-    if (LoadRegisteredModel(row.name, row.checksum, model)) {
-        FileLoaded(model, row);
-    } else {
-        UnloadedModels.push_back({row, CanBeRead(FiledDirectory(row.name, row.checksum))});
+    UnloadedModel unloaded{row};
+    if (!LoadUnloaded(unloaded)) {
+        UnloadedModels.push_back(std::move(unloaded));
     }
 }
 
-void LoadWhatCanBeReadAgain() {
+bool LoadWhatCanBeReadAgain() {
     const LumMutexLock wholeStep(RegistryMutex);
-    std::vector<UnloadedModel> before;
-    before.swap(UnloadedModels);
-    for (UnloadedModel& unloaded : before) {
+    bool loaded = false;
+    for (std::size_t i = 0; i < UnloadedModels.size();) {
+        UnloadedModel& unloaded = UnloadedModels[i];
         const RegisteredRow& row = unloaded.row;
-        if (unloaded.wasReadable || !IsPathComponent(row.name) || !IsPathComponent(row.checksum) ||
-            !CanBeRead(FiledDirectory(row.name, row.checksum))) {
-            UnloadedModels.push_back(std::move(unloaded));
+        const bool mayLoad = !unloaded.wasReadable && IsPathComponent(row.name) &&
+                             IsPathComponent(row.checksum) &&
+                             CanBeRead(FiledDirectory(row.name, row.checksum));
+        if (mayLoad && LoadUnloaded(unloaded)) {
+            UnloadedModels.erase(UnloadedModels.begin() + static_cast<std::ptrdiff_t>(i));
+            loaded = true;
         } else {
-            LoadRow(row);
+            ++i;
         }
     }
+    if (loaded) {
+        LoadWhatWasDropped();
+    }
+    return loaded;
 }
 
-bool LoadRegisteredModel(const LumString& name, const LumString& checksum, std::shared_ptr<Model_t>& model) {
+bool LoadRegisteredModel(const LumString& name, const LumString& checksum, std::shared_ptr<Model_t>& model,
+                         bool* memoryRanOut) {
     constexpr LumRoutine kRoutine(ModuleDebug, "LoadRegisteredModel");
     kRoutine.Trace("Entering");
     const LumString directory = FiledDirectory(name, checksum);
@@ -110,7 +148,7 @@ bool LoadRegisteredModel(const LumString& name, const LumString& checksum, std::
         return false;
     }
     for (const LumString& entry : entries) {
-        if (IsDefinitionName(entry) && LoadModel(PathInDirectory(directory, entry), model)) {
+        if (IsDefinitionName(entry) && LoadModel(PathInDirectory(directory, entry), model, memoryRanOut)) {
             return true;
         }
         kRoutine.Warning("While trying to load model '%S', unexpected file '%S'", name, entry);
@@ -146,6 +184,7 @@ bool UnregisterModel(const std::shared_ptr<Model_t>& model) {
         return false;
     }
     const LumString& name = model->GetName();
+    const LumString filed = FiledDirectory(name, model->GetChecksum());
     {
         DatabaseScope scope(kRoutine);
         if (!scope.IsLocked()) {
@@ -157,7 +196,9 @@ bool UnregisterModel(const std::shared_ptr<Model_t>& model) {
             return false;
         }
     }
-    DirDelete(FiledDirectory(name, model->GetChecksum()), true, true);
+    // From here on nothing ends the routine for want of memory: what the database has given up goes as a
+    // whole.
+    DirDelete(filed, true, true);
     kRoutine.Print("Model '%S' has been unregistered with success", name);
     return true;
 }
@@ -171,10 +212,11 @@ bool RemoveRegisteredModel(const LumString& name) {
         kRoutine.Error("Failed to get model '%S'", name);
         return false;
     }
+    const LumString directory = ModelDirectory(name);
     if (!UnregisterModel(model)) {
         return false;
     }
-    DirDelete(ModelDirectory(name), true, true);
+    DirDelete(directory, true, true);
     ModelCollection.Remove(model);
     kRoutine.Print("Model '%S' has been removed with success", name);
     return true;

@@ -23,7 +23,7 @@ extern LumMutex RegistryMutex;
 /// A registered model that memory does not have, because its definition could not be loaded.
 struct UnloadedModel {
     RegisteredRow row;
-    bool wasReadable = false;  ///< its files could be read, so reading them again would change nothing
+    bool wasReadable = false;  ///< its files were read, so reading them again would change nothing
 };
 /// These models, as the last LoadRegisteredModels and what was dropped since have left them. RegistryMutex is
 /// to be held.
@@ -34,16 +34,18 @@ extern std::vector<UnloadedModel> UnloadedModels;
 bool LoadRegisteredModels();
 
 /// Loads the definition filed under a name and a checksum. True where one was loaded; else `model` is of no
-/// use.
+/// use, and `memoryRanOut`, unless that is null, is set where another reading could do better.
 [[nodiscard]] bool LoadRegisteredModel(const LumString& name, const LumString& checksum,
-                                       std::shared_ptr<Model_t>& model);
+                                       std::shared_ptr<Model_t>& model, bool* memoryRanOut = nullptr);
 
 /// Loads the model of one row and files it in the collection with what the row says of it; where that fails
 /// it is one of UnloadedModels.
 void LoadRow(const RegisteredRow& row);
 
-/// Loads what could not be read before and can be now, a descriptor or a disk having failed meanwhile.
-void LoadWhatCanBeReadAgain();
+/// Loads what could not be read before and can be now, a descriptor, a disk or memory having failed
+/// meanwhile, and what was dropped for want of it. True where something was loaded: then it is to be checked
+/// anew.
+bool LoadWhatCanBeReadAgain();
 
 /// Takes in the definition files that were dropped into the models directory: a new model is registered, a
 /// known one is replaced by an equal definition, one that is registered without a filed definition gets the

@@ -108,12 +108,13 @@ public:
         if (byName_.contains(info.name.View())) {
             return false;
         }
-        std::shared_ptr<RunningCalls>& calls = calls_[agentHandle];
-        if (calls == nullptr) {
-            calls = std::make_shared<RunningCalls>();
-        }
+        const auto known = calls_.find(agentHandle);
+        const auto calls = known != calls_.end() ? known->second : std::make_shared<RunningCalls>();
         const auto action = std::make_shared<const Action>(
             Action{info, handler, agentHandle, calls, ActionFigures(info.name)});
+        // What may run out of memory comes first, so that the action is in all three or in none.
+        inOrder_.reserve(inOrder_.size() + 1);
+        calls_.try_emplace(agentHandle, calls);
         byName_.emplace(action->info.name.View(), action);
         inOrder_.push_back(action);
         return true;

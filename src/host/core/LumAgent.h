@@ -31,3 +31,17 @@ LUM_API void LumAgentGetDataDir(LumString& directory);
 /// LumAgentReleaseIni on the same thread. Changes are in the file when their operation returns.
 [[nodiscard]] LUM_API IniFile& LumAgentGetIniAndLock();
 LUM_API void LumAgentReleaseIni();
+
+/// The same for the lifetime of an object.
+class LumAgentIni {
+public:
+    LumAgentIni() : ini_(LumAgentGetIniAndLock()) {}
+    LumAgentIni(const LumAgentIni&) = delete;
+    LumAgentIni& operator=(const LumAgentIni&) = delete;
+    ~LumAgentIni() { LumAgentReleaseIni(); }
+
+    IniFile* operator->() const { return &ini_; }
+
+private:
+    IniFile& ini_;
+};

@@ -1,3 +1,4 @@
+#include <new>
 #include <utility>
 
 #include "host/database/internal/DBConnectionPoolImpl.h"
@@ -20,7 +21,12 @@ void DBConnectionPool::Impl::NoteChange(const DBOutcome& outcome, bool done) {
     }
     changesFail_.store(failed, std::memory_order_relaxed);
     if (const ChangeAction action = changeAction_.load()) {
-        action(LumString(outcome.error.c_str()));
+        try {
+            action(LumString(outcome.error.c_str()));
+        } catch (const std::bad_alloc&) {
+            // What was changed stays changed, whether it can be told or not. The next change is told anew.
+            changesFail_.store(!failed, std::memory_order_relaxed);
+        }
     }
 }
 
@@ -60,7 +66,11 @@ void DBConnectionPool::Impl::GiveBack(std::shared_ptr<DBHandle> handle) {
         return;
     }
     const LumMutexLock lock(mutex_);
-    idle_.push_back(std::move(handle));
+    try {
+        idle_.push_back(std::move(handle));
+    } catch (const std::bad_alloc&) {
+        handle.reset();  // the next connection opens another one
+    }
 }
 
 DBConnectionPool::DBConnectionPool() : impl_(std::make_unique<Impl>()) {}

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -165,6 +166,18 @@ bool DeleteTree(const std::string& path) {
     return root.IsOpen() && EmptyDirectory(root) && rmdir(path.c_str()) == 0;
 }
 
+bool Delete(const LumString& path, bool recursive, bool force) {
+    if (!IsPath(path)) {
+        return false;
+    }
+    const std::string plain(WithoutTail(path.View()));
+    if (plain == "/" || plain == "." || HasParentComponent(plain)) {
+        return Fail(EINVAL);
+    }
+    const bool deleted = recursive ? DeleteTree(plain) : rmdir(plain.c_str()) == 0;
+    return deleted || (force && errno == ENOENT && IsGone(plain));
+}
+
 }  // namespace
 
 bool PathCreate(const LumString& path) {
@@ -186,15 +199,11 @@ bool DirExists(const LumString& path) {
 }
 
 bool DirDelete(const LumString& path, bool recursive, bool force) {
-    if (!IsPath(path)) {
-        return false;
+    try {
+        return Delete(path, recursive, force);
+    } catch (const std::bad_alloc&) {
+        return Fail(ENOMEM);  // callers delete what has no owner any more, and go on whatever comes of it
     }
-    const std::string plain(WithoutTail(path.View()));
-    if (plain == "/" || plain == "." || HasParentComponent(plain)) {
-        return Fail(EINVAL);
-    }
-    const bool deleted = recursive ? DeleteTree(plain) : rmdir(plain.c_str()) == 0;
-    return deleted || (force && errno == ENOENT && IsGone(plain));
 }
 
 void DirRemoveLeftovers(const LumString& path) {

@@ -17,24 +17,36 @@
 
 namespace {
 
-/// A file that is deleted again unless it was kept.
+/// An empty file of mode 0600 beside the one that it is to become, deleted again unless it was kept.
 class ProvisionalFile {
 public:
-    explicit ProvisionalFile(const std::string& path) : path_(path) {}
+    explicit ProvisionalFile(std::string_view path) : parent_(ParentOf(path)) {
+        made_.append(parent_).append("/").append(kUnfinishedPrefix).append("XXXXXX");
+        file_ = FileDescriptor(mkostemp(made_.data(), O_CLOEXEC));
+    }
     ProvisionalFile(const ProvisionalFile&) = delete;
     ProvisionalFile& operator=(const ProvisionalFile&) = delete;
     ~ProvisionalFile() {
         const int reason = errno;
-        if (!path_.empty()) {
-            unlink(path_.c_str());
+        if (file_.IsOpen() && !kept_) {
+            unlink(made_.c_str());
         }
         errno = reason;
     }
 
-    void Keep() { path_.clear(); }
+    [[nodiscard]] bool IsOpen() const { return file_.IsOpen(); }
+    [[nodiscard]] int Get() const { return file_.Get(); }
+    [[nodiscard]] const char* Path() const { return made_.c_str(); }
+    /// The directory of both.
+    [[nodiscard]] const std::string& Parent() const { return parent_; }
+
+    void Keep() { kept_ = true; }
 
 private:
-    std::string path_;
+    const std::string parent_;
+    std::string made_;
+    FileDescriptor file_;
+    bool kept_ = false;
 };
 
 /// Reads what there is, up to `size` bytes; 0 at the end, -1 on failure.
@@ -58,12 +70,6 @@ int OpenRegular(const char* path) {
         return -1;
     }
     return file.Release();
-}
-
-/// Creates an empty file of mode 0600 beside `path`; its path in `made`.
-int CreateBeside(std::string_view path, std::string& made) {
-    made = ParentOf(path).append("/").append(kUnfinishedPrefix).append("XXXXXX");
-    return mkostemp(made.data(), O_CLOEXEC);
 }
 
 bool CopyContent(int from, int to) {
@@ -98,17 +104,13 @@ bool FillReplacement(int made, const std::string& path, std::string_view content
 }
 
 bool ReplaceFile(const std::string& path, std::string_view content) {
-    std::string madePath;
-    const FileDescriptor made(CreateBeside(path, madePath));
-    if (!made.IsOpen()) {
+    ProvisionalFile made(path);
+    if (!made.IsOpen() || !FillReplacement(made.Get(), path, content) ||
+        rename(made.Path(), path.c_str()) != 0) {
         return false;
     }
-    ProvisionalFile provisional(madePath);
-    if (!FillReplacement(made.Get(), path, content) || rename(madePath.c_str(), path.c_str()) != 0) {
-        return false;
-    }
-    provisional.Keep();
-    return SyncDirectory(ParentOf(path));
+    made.Keep();
+    return SyncDirectory(made.Parent());
 }
 
 }  // namespace
@@ -140,22 +142,17 @@ bool FileCopy(const LumString& from, const LumString& to, bool failIfExists) {
     if (!source.IsOpen()) {
         return false;
     }
-    std::string madePath;
-    const FileDescriptor made(CreateBeside(to.View(), madePath));
-    if (!made.IsOpen()) {
+    ProvisionalFile made(to.View());
+    if (!made.IsOpen() || !CopyContent(source.Get(), made.Get()) || fsync(made.Get()) != 0) {
         return false;
     }
-    ProvisionalFile provisional(madePath);
-    if (!CopyContent(source.Get(), made.Get()) || fsync(made.Get()) != 0) {
-        return false;
-    }
-    const bool placed = failIfExists ? FileRenameNew(madePath.c_str(), to.GetString())
-                                     : rename(madePath.c_str(), to.GetString()) == 0;
+    const bool placed =
+        failIfExists ? FileRenameNew(made.Path(), to.GetString()) : rename(made.Path(), to.GetString()) == 0;
     if (!placed) {
         return false;
     }
-    provisional.Keep();
-    return SyncDirectory(ParentOf(to.View()));
+    made.Keep();
+    return SyncDirectory(made.Parent());
 }
 
 bool FileMove(const LumString& from, const LumString& to) {

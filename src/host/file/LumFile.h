@@ -21,7 +21,7 @@ LUM_API bool PathCreate(const LumString& path);
 /// Deletes the directory `path`: an empty one, or with `recursive` one with everything in it. Symbolic links
 /// in it are deleted, never followed, and a link in place of the directory itself is refused. With `force` a
 /// directory that does not exist counts as deleted. An empty path, "/", and a path with a ".." component are
-/// refused.
+/// refused. Throws nothing: without memory it fails with ENOMEM.
 LUM_API bool DirDelete(const LumString& path, bool recursive, bool force);
 
 /// Deletes the files that FileCopy and FileReplace left unfinished in the directory `path` when their process

@@ -77,29 +77,21 @@ bool IsRunning(LumDebug::ErrorAction action) {
     return false;
 }
 
-/// Without memory there may be none for the line either; then the error's own line has to do.
-void SayThatActionFailed() noexcept {
-    try {
-        LumHostDebug().WarningWithNL("An error line could not be passed on");
-    } catch (...) {  // NOLINT(bugprone-empty-catch)
-    }
-}
-
 void RunErrorAction(LumDebug::ErrorAction action, const LumString& text) {
     if (action == nullptr || IsRunning(action)) {
         return;
     }
     const RunningAction running{action, runningActions};
     runningActions = &running;
-    std::exception_ptr failure;
+    bool failed = false;
     try {
         action(text);
     } catch (...) {
-        failure = std::current_exception();
+        failed = true;
     }
     runningActions = running.outer;
-    if (failure != nullptr) {
-        SayThatActionFailed();
+    if (failed) {
+        LumHostDebug().WarningWithNL("An error line could not be passed on");
     }
 }
 
@@ -155,6 +147,28 @@ bool LumDebugContext::ReopenFile(LumString& error) {
 }
 
 void LumDebugContext::Write(LumLogLevel level, std::string_view logger, std::string_view text) {
+    try {
+        TellMissing();
+        WriteLine(level, logger, text);
+    } catch (const std::exception&) {
+        NoteMissing();
+    }
+}
+
+void LumDebugContext::TellMissing() {
+    const uint64_t missing = missing_.exchange(0, std::memory_order_relaxed);
+    if (missing == 0) {
+        return;
+    }
+    try {
+        WriteLine(LumLogLevel::kWarning, "Host",
+                  std::to_string(missing) + " lines were left out here, as there was no memory for them");
+    } catch (const std::exception&) {
+        missing_.fetch_add(missing, std::memory_order_relaxed);
+    }
+}
+
+void LumDebugContext::WriteLine(LumLogLevel level, std::string_view logger, std::string_view text) {
     std::string line(LumLogLevelName(level));
     line += ' ';
     AppendPrintable(line, logger);
@@ -189,12 +203,17 @@ void LumDebug::SetContext(LumDebugContext* context) {
 
 void LumDebug::WriteLine(std::string_view routine, LumLogLevel level, std::string_view format,
                          const LumFormatArg* args) {
-    std::string text(routine);
-    text += routine.empty() ? "" : ": ";
-    LumAppendFormatted(text, format, args);
-    context_.load(std::memory_order_acquire)->Write(level, name_.View(), text);
-    if (level == LumLogLevel::kError) {
-        RunErrorAction(errorAction_.load(), LumString(std::move(text)));
+    LumDebugContext& context = *context_.load(std::memory_order_acquire);
+    try {
+        std::string text(routine);
+        text += routine.empty() ? "" : ": ";
+        LumAppendFormatted(text, format, args);
+        context.Write(level, name_.View(), text);
+        if (level == LumLogLevel::kError) {
+            RunErrorAction(errorAction_.load(), LumString(std::move(text)));
+        }
+    } catch (const std::exception&) {
+        context.NoteMissing();
     }
 }
 

@@ -46,8 +46,12 @@ public:
         return level >= level_.load(std::memory_order_relaxed);
     }
 
-    /// Writes one line whatever its level.
+    /// Writes one line whatever its level. Throws nothing: where there is no memory for a line it is left
+    /// out, and the next one that is written comes after a warning that says how many were.
     void Write(LumLogLevel level, std::string_view logger, std::string_view text);
+
+    /// Counts a line as left out.
+    void NoteMissing() { missing_.fetch_add(1, std::memory_order_relaxed); }
 
     /// The context of loggers that were given none: standard error alone.
     [[nodiscard]] static LumDebugContext& Default();
@@ -55,11 +59,17 @@ public:
 private:
     struct Sinks;
 
+    void WriteLine(LumLogLevel level, std::string_view logger, std::string_view text);
+    void TellMissing();
+
     std::unique_ptr<Sinks> sinks_;
     std::atomic<LumLogLevel> level_{LumLogLevel::kPrint};
+    std::atomic<uint64_t> missing_{0};
 };
 
-/// A named logger. All operations may be called from any thread; the setters are meant for the start.
+/// A named logger. All operations may be called from any thread; the setters are meant for the start. No line
+/// that is logged throws, for want of memory or of anything else: what a caller has done before is done, and
+/// what it does next does not depend on its log.
 class LUM_API LumDebug {
 public:
     using ErrorAction = void (*)(const LumString& text);

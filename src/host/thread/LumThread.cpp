@@ -1,7 +1,7 @@
 #include "host/thread/LumThread.h"
 
 #include <chrono>
-#include <system_error>
+#include <exception>
 
 LumThread::~LumThread() {
     WaitForEnd();
@@ -31,7 +31,7 @@ bool LumThread::Start(Routine routine, void* argument) {
             running_ = false;
             changed_.notify_all();
         });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {  // no thread, or no memory for what it has to be told
         const std::lock_guard<std::mutex> guard(mutex_);
         running_ = false;
         return false;

@@ -19,13 +19,10 @@ namespace {
 constexpr std::string_view kParseFileRoutine = "MarkupTree::ParseFile";
 constexpr std::string_view kParseTextRoutine = "MarkupTree::ParseText";
 
-/// What is wrong with a document, and where.
-struct Defect {
-    MarkupPosition position;
-    LumString reason;
-};
+constexpr const char* kMemoryError = "Memory error";
 
-using MaybeDefect = std::optional<Defect>;
+/// What is wrong with a document, and where.
+using MaybeDefect = std::optional<MarkupFault>;
 
 /// The parser's name of the encoding that a document declares; null where the encoding is not supported.
 const char* KnownEncoding(const LumString& declared) {
@@ -147,17 +144,18 @@ public:
     /// Puts the root element with all that it holds into `root`. After a defect `root` may hold a part of it.
     MaybeDefect Build(std::unique_ptr<MarkupElementNode>& root) {
         if (parser_ == nullptr) {
-            return Defect{{1, 1}, "Memory error"};
+            return MarkupFault{{1, 1}, kMemoryError, true};
         }
         if (encoding_ == nullptr && IsUnmarkedUtf16(text_)) {
-            return Defect{{1, 1}, "UTF-16 without a byte order mark"};
+            return MarkupFault{{1, 1}, "UTF-16 without a byte order mark"};
         }
         root_ = &root;
         SetHandlers();
         const XML_Status status =
             XML_Parse(parser_.get(), text_.data(), static_cast<int>(text_.size()), XML_TRUE);
         if (status == XML_STATUS_ERROR && !defect_.has_value()) {
-            defect_ = Defect{Position(), XML_ErrorString(XML_GetErrorCode(parser_.get()))};
+            const XML_Error error = XML_GetErrorCode(parser_.get());
+            defect_ = MarkupFault{Position(), XML_ErrorString(error), error == XML_ERROR_NO_MEMORY};
         }
         return std::exchange(defect_, std::nullopt);
     }
@@ -177,7 +175,8 @@ private:
         try {
             (self.*Handler)(args...);
         } catch (const std::exception&) {
-            self.Refuse("Memory error");
+            self.Refuse(kMemoryError);
+            self.defect_->memoryRanOut = true;
         }
     }
 
@@ -263,7 +262,7 @@ private:
     }
 
     void Refuse(const LumString& reason) {
-        defect_ = Defect{Position(), reason};
+        defect_ = MarkupFault{Position(), reason};
         static_cast<void>(
             XML_StopParser(parser_.get(), XML_FALSE));  // fails only where it is stopped already
     }
@@ -328,9 +327,9 @@ bool MarkupTree::Parse(std::string_view text, std::string_view routine, const Lu
         return true;
     }
     root_.reset();
-    fault_ = {defect->position, defect->reason};
-    LumHostDebug().WarningWithNL("%S: %S: line %u, column %u: %S", routine, name, defect->position.line,
-                                 defect->position.column, defect->reason);
+    fault_ = std::move(*defect);
+    LumHostDebug().WarningWithNL("%S: %S: line %u, column %u: %S", routine, name, fault_.position.line,
+                                 fault_.position.column, fault_.reason);
     return false;
 }
 

@@ -82,6 +82,7 @@ private:
 struct MarkupFault {
     MarkupPosition position;
     LumString reason;
+    bool memoryRanOut = false;  ///< nothing need be wrong with the document
 };
 
 /// An XML document in memory. An object belongs to one thread at a time.

@@ -56,8 +56,7 @@ bool RetireEventManagerModule() {
     iniFile += kOlderModule;
     iniFile += ".ini";
     // An entry that stays makes the agent say at its start that the module's file is missing, and no more.
-    static_cast<void>(LumAgentGetIniAndLock().DeleteEntry("Modules", kOlderModule));
-    LumAgentReleaseIni();
+    static_cast<void>(LumAgentIni()->DeleteEntry("Modules", kOlderModule));
     if (!FileDelete(iniFile, true)) {
         return false;
     }

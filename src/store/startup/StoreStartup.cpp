@@ -142,6 +142,8 @@ bool KeepStoreUp() {
     if (openCount != state.openCount && TakeOverDatabase()) {
         state.openCount = openCount;
     }
-    LoadWhatCanBeReadAgain();
+    if (LoadWhatCanBeReadAgain()) {
+        CheckModels();
+    }
     return state.mayTakeIn;
 }

@@ -291,14 +291,23 @@ bool DBHandle::RunControl(const void* user, Control control, DBOutcome& outcome)
     return done;
 }
 
-bool DBHandle::RunControlOnce(Control control, DBOutcome& outcome) {
+bool DBHandle::IsPrepared(Control control, DBOutcome& outcome) {
     OwnedStatement& statement = controls_[static_cast<std::size_t>(control)];
     if (statement == nullptr) {
         statement = Prepare(ControlText(control), outcome);
     }
-    if (statement == nullptr || (control != Control::kRollback && !MayChange(outcome))) {
+    return statement != nullptr;
+}
+
+bool DBHandle::RunControlOnce(Control control, DBOutcome& outcome) {
+    // What begins must be able to end: for a rollback there may be no memory when it is needed.
+    if (control == Control::kBegin && !IsPrepared(Control::kRollback, outcome)) {
         return false;
     }
+    if (!IsPrepared(control, outcome) || (control != Control::kRollback && !MayChange(outcome))) {
+        return false;
+    }
+    const OwnedStatement& statement = controls_[static_cast<std::size_t>(control)];
     const StatementReset reset(statement.get());
     return sqlite3_step(statement.get()) == SQLITE_DONE || Fail(outcome);
 }
@@ -314,7 +323,10 @@ void DBHandle::NoteTransaction(const void* user) {
 void DBHandle::Leave(const void* user) {
     if (IsInTransaction(user)) {
         DBOutcome outcome;
-        // SQLite rolls back by itself whatever a failure here would leave.
-        static_cast<void>(RunControl(user, Control::kRollback, outcome));
+        try {
+            // SQLite rolls back by itself whatever a failure here would leave.
+            static_cast<void>(RunControl(user, Control::kRollback, outcome));
+        } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): nobody could be told
+        }
     }
 }

@@ -78,6 +78,8 @@ private:
     };
 
     [[nodiscard]] bool EnsureOpen(DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// True where the database can be used; else it is to be closed.
+    [[nodiscard]] bool Open(std::string& error) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool OpenFile(std::string& error) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool Configure(std::string& error) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool ProveSound(std::string& error) LUM_REQUIRES(mutex_);
@@ -95,6 +97,9 @@ private:
     [[nodiscard]] bool RunShaped(const StatementShape& shape, int& status) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
                                 DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// Keeps the statement of `control` ready; false, and the reason in `outcome`, where it cannot be
+    /// prepared.
+    [[nodiscard]] bool IsPrepared(Control control, DBOutcome& outcome) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunControlOnce(Control control, DBOutcome& outcome) LUM_REQUIRES(mutex_);
     /// `sql` is null-terminated.
     [[nodiscard]] OwnedStatement Prepare(std::string_view sql, DBOutcome& outcome) LUM_REQUIRES(mutex_);

@@ -1,6 +1,7 @@
 // How a handle opens its database, and opens it anew.
 
 #include <atomic>
+#include <new>
 #include <string>
 
 #include <sqlite3.h>
@@ -49,7 +50,7 @@ bool DBHandle::EnsureOpen(DBOutcome& outcome) {
         return false;
     }
     std::string reason;
-    if (OpenFile(reason) && Configure(reason) && (!suspect_ || ProveSound(reason))) {
+    if (Open(reason)) {
         suspect_ = false;
         files_.Remember();
         openCount_.fetch_add(1, std::memory_order_relaxed);
@@ -60,6 +61,15 @@ bool DBHandle::EnsureOpen(DBOutcome& outcome) {
     outcome.byMachine = true;
     Close();
     return false;
+}
+
+bool DBHandle::Open(std::string& error) {
+    try {
+        return OpenFile(error) && Configure(error) && (!suspect_ || ProveSound(error));
+    } catch (const std::bad_alloc&) {
+        error = sqlite3_errstr(SQLITE_NOMEM);
+        return false;
+    }
 }
 
 bool DBHandle::OpenFile(std::string& error) {

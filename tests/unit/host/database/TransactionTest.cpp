@@ -1,3 +1,5 @@
+#include <new>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -61,6 +63,18 @@ TEST_F(TransactionTest, RollsBackWhatTheBodyGivesUp) {
     EXPECT_FALSE(
         InTransaction(connection, [&] { return connection.Query("CREATE TABLE T (a)") == nullptr; }));
     EXPECT_EQ(Tables(), "");
+}
+
+TEST_F(TransactionTest, RollsBackBeforeWhatTheBodyThrowsLeavesIt) {
+    DBConnection connection(database_.Pool());
+    const auto fail = [&]() -> bool {
+        static_cast<void>(connection.Query("CREATE TABLE T (a)"));
+        throw std::bad_alloc();
+    };
+    EXPECT_THROW(static_cast<void>(InTransaction(connection, fail)), std::bad_alloc);
+    // On the same connection: what is stored next must not be part of what was given up.
+    ASSERT_NE(connection.Query("CREATE TABLE U (a)"), nullptr);
+    EXPECT_EQ(Tables(), "U");
 }
 
 }  // namespace

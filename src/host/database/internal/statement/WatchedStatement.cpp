@@ -15,7 +15,8 @@ int64_t PageCount(sqlite3* database) {
     sqlite3_exec(
         database, "PRAGMA page_count",
         [](void* place, int /*columns*/, char** values, char** /*names*/) {
-            *static_cast<int64_t*>(place) = std::strtoll(values[0], nullptr, 10);
+            // Null where there is no memory for the number's text.
+            *static_cast<int64_t*>(place) = values[0] != nullptr ? std::strtoll(values[0], nullptr, 10) : 0;
             return 0;
         },
         &count, nullptr);
