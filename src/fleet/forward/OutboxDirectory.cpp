@@ -206,8 +206,9 @@ LoadResult OutboxDirectory::Load(const std::string& descriptionName, std::size_t
         return LoadResult::kStays;
     }
     const std::string& name = description.fileName;
-    if (name.find('/') != std::string::npos || DescriptionOf(name) != descriptionName ||
-        name == descriptionName) {
+    // Up to a null byte the system would take the name for another one.
+    if (name.find_first_of(std::string_view("/\0", 2)) != std::string::npos ||
+        DescriptionOf(name) != descriptionName || name == descriptionName) {
         reason = descriptionName + ": its FileName is not that of the file beside it";
         return LoadResult::kBad;
     }

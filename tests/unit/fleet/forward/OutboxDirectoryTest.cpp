@@ -133,7 +133,7 @@ TEST_F(OutboxDirectoryTest, TellsWhatIsGoneFromWhatIsBad) {
 }
 
 TEST_F(OutboxDirectoryTest, ReadsNothingButTheFileBeside) {
-    for (const char* const name : {"../1.cbor", "2.cbor", "1.json", "", "sub/1.cbor"}) {
+    for (const char* const name : {"../1.cbor", "2.cbor", "1.json", "", "sub/1.cbor", "1.cbor\\u0000"}) {
         Put("1");
         Describe("1", std::string(R"({"Upstream":true,"FileName":")") + name + R"("})");
         EXPECT_EQ(Load("1.json"), LoadResult::kBad) << name;
