@@ -13,7 +13,7 @@ struct ForwardSettings {
     std::string stateFile;  ///< empty: .lumforward.json in the outbox
     std::string listen = "127.0.0.1:9461";
     BrokerSettings broker;
-    int64_t window = 1'000;          ///< batches under way that the broker has not acknowledged
+    int64_t window = 500;            ///< batches under way that the broker has not acknowledged
     int64_t maxUnconfirmed = 2'000;  ///< batches that were sent and that no receipt has come for
     int64_t askAfterSeconds = 30;
     int64_t retryFirstMs = 1'000;

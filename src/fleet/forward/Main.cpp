@@ -14,7 +14,9 @@ int RunForwarder(const ForwardSettings& settings) {
     static_cast<void>(mallopt(M_ARENA_MAX, 1));
     // Each message is the last piece of the heap for a moment. Its end is neither to go back to the system
     // nor to have all small free pieces sorted, file by file.
-    static_cast<void>(mallopt(M_TRIM_THRESHOLD, 256 * 1024));
+    constexpr int kilobyte = 1024;
+    static_cast<void>(mallopt(M_TRIM_THRESHOLD, 64 * kilobyte));
+    static_cast<void>(mallopt(M_TOP_PAD, 16 * kilobyte));
     static_cast<void>(mallopt(M_MXFAST, 0));
     const StopSignal signals;
     ForwardState state;
