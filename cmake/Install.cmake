@@ -26,6 +26,7 @@ install(TARGETS bring-settings RUNTIME DESTINATION ${LUM_INSTALL_LIBDIR})
 install(TARGETS lum lumcore EXPORT LumTargets
     LIBRARY DESTINATION ${LUM_INSTALL_LIBDIR} NAMELINK_COMPONENT dev)
 install(TARGETS EventLogManager FileStore MachineEvents LIBRARY DESTINATION ${LUM_INSTALL_MODULEDIR})
+install(TARGETS lumjournal RUNTIME DESTINATION ${LUM_INSTALL_MODULEDIR})
 install(FILES etc/agent.ini etc/EventLogManager.ini etc/MachineEvents.ini
     DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent/settings)
 install(DIRECTORY etc/models DESTINATION ${CMAKE_INSTALL_DATADIR}/lumagent FILES_MATCHING PATTERN "*.xml")

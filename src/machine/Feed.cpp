@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/database/Database.h"
 #include "machine/source/MachineLog.h"
 #include "machine/source/RecordId.h"
 
@@ -14,6 +15,9 @@ constexpr std::size_t kBatchEvents = 50;
 /// How many of the last events of a model are looked through for those of an interrupted batch: enough for
 /// what others stored in between.
 constexpr uint32_t kRecentEvents = 2000;
+/// The position is written after so many events of a backlog; less than kRecentEvents by far.
+constexpr std::size_t kMostUnsaved = 500;
+constexpr std::chrono::seconds kLongestUnsaved{1};
 constexpr uint32_t kAllEvents = 1'000'000;
 
 /// Stands before a position that comparesAll_ goes with.
@@ -32,6 +36,7 @@ int Feed::GetDescriptor() const {
 }
 
 bool Feed::Work(const std::function<bool()>& isStopping) {
+    isResting_ = false;
     if (!EnsureModels() || !EnsureOpen() || !EnsurePosition()) {
         return false;
     }
@@ -51,17 +56,29 @@ bool Feed::Work(const std::function<bool()>& isStopping) {
     if (!StoreBatch(batch, isStopping)) {
         return false;
     }
-    const bool isCaughtUp = comparesAll_ && !batch.more;
-    comparesAll_ = comparesAll_ && batch.more;
-    if (isCaughtUp || batch.position != position_) {
-        position_ = batch.position;
+    Advance(batch);
+    return batch.more;
+}
+
+void Feed::Advance(const SourceBatch& batch) {
+    const bool isCaughtUp = !batch.more && !batch.awaitsMore;
+    const bool endsComparison = comparesAll_ && isCaughtUp;
+    comparesAll_ = comparesAll_ && !isCaughtUp;
+    unsaved_ += batch.position != position_ ? std::max<std::size_t>(batch.events.size(), 1) : 0;
+    position_ = batch.position;
+    const bool isDue = isCaughtUp || unsaved_ >= kMostUnsaved || Clock::now() - saved_ >= kLongestUnsaved;
+    if (endsComparison || (isDue && unsaved_ > 0)) {
         SavePosition();
     }
-    if (!batch.more) {
+    if (isCaughtUp) {
         known_.Clear();
+    }
+    if (!batch.events.empty() || isCaughtUp) {
+        SayReadAgain();
+    }
+    if (!batch.more) {
         SetDue(source_->GetWaitMs());
     }
-    return batch.more;
 }
 
 bool Feed::EnsureModels() {
@@ -96,12 +113,14 @@ bool Feed::EnsureOpen() {
         Rest(retryMs_, error);
         return false;
     }
-    if (isResting_) {
+    isOpen_ = true;
+    return true;
+}
+
+void Feed::SayReadAgain() {
+    if (std::exchange(hasWarned_, false)) {
         MachineDebug.PrintWithNL("%s: is read again", GetName());
     }
-    isOpen_ = true;
-    isResting_ = false;
-    return true;
 }
 
 bool Feed::EnsurePosition() {
@@ -118,6 +137,8 @@ bool Feed::EnsurePosition() {
 
 void Feed::SavePosition() {
     file_.Save(comparesAll_ ? kComparesAll + position_ : position_);
+    unsaved_ = 0;
+    saved_ = Clock::now();
 }
 
 bool Feed::LearnRecords() {
@@ -132,6 +153,17 @@ bool Feed::LearnRecords() {
 }
 
 bool Feed::StoreBatch(const SourceBatch& batch, const std::function<bool()>& isStopping) {
+    bool isWhole = false;
+    {
+        // One wait for the disk serves the whole batch, so that a burst leaves it to others as well.
+        const DBDurabilityDelay delay;
+        isWhole = StoreEvents(batch, isStopping);
+    }
+    DBAwaitDurable();
+    return DBTakeDurable() ? isWhole : HandleResult(StoreResult::kFailed);
+}
+
+bool Feed::StoreEvents(const SourceBatch& batch, const std::function<bool()>& isStopping) {
     for (const MachineEvent& event : batch.events) {
         if (isStopping()) {
             hasAskedStore_ = false;
@@ -164,10 +196,10 @@ bool Feed::HandleResult(StoreResult result) {
 }
 
 void Feed::Rest(uint32_t milliseconds, const LumString& reason) {
-    if (!isResting_) {
+    isResting_ = true;
+    if (!std::exchange(hasWarned_, true)) {
         MachineDebug.WarningWithNL("%s: cannot be read at the moment and is looked for again: %S", GetName(),
                                    reason);
     }
-    isResting_ = true;
     SetDue(milliseconds);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,8 +14,8 @@
 #include "machine/source/Source.h"
 
 /// Carries what a source has to say into the event log: reads a batch, leaves out what the log holds already,
-/// stores the rest in order, and only then keeps the position. So a kill at any moment leaves at most a part
-/// of one batch stored beyond the position, and that part is found in the log by its record numbers when the
+/// stores the rest in order, and keeps the position after that. So a kill at any moment leaves some hundred
+/// events at most stored beyond the position, and those are found in the log by their record numbers when the
 /// source is read on. An object belongs to one thread at a time.
 class Feed {
 public:
@@ -40,11 +41,16 @@ private:
     /// Reads which records the models hold: all where comparesAll_ says so, else those that a kill may have
     /// left beyond the position.
     [[nodiscard]] bool LearnRecords();
+    /// After the batch is stored: keeps its position, and says what is to be waited for.
+    void Advance(const SourceBatch& batch);
     void SavePosition();
+    /// False where not all of it is safe: the store has to say then what it holds.
     [[nodiscard]] bool StoreBatch(const SourceBatch& batch, const std::function<bool()>& isStopping);
+    [[nodiscard]] bool StoreEvents(const SourceBatch& batch, const std::function<bool()>& isStopping);
     bool HandleResult(StoreResult result);
-    /// Leaves the source alone for `milliseconds`; says why, once.
+    /// Leaves the source alone for `milliseconds`; says why, once until it is read again.
     void Rest(uint32_t milliseconds, const LumString& reason);
+    void SayReadAgain();
     void SetDue(uint32_t milliseconds) { due_ = Clock::now() + std::chrono::milliseconds(milliseconds); }
 
     const std::unique_ptr<Source> source_;
@@ -61,5 +67,8 @@ private:
     bool comparesAll_ = false;
     bool hasAskedStore_ = false;
     bool isResting_ = false;
+    bool hasWarned_ = false;
+    std::size_t unsaved_ = 0;  ///< how many events are stored beyond the position in the file, about
+    Clock::time_point saved_;
     Clock::time_point due_;
 };

@@ -61,7 +61,7 @@ std::vector<const char*> ServiceSource::GetModels() const {
     return {models::kServiceFailure, models::kCrash};
 }
 
-JournalReader::Matches ServiceSource::GetMatches() const {
+JournalSource::Matches ServiceSource::GetMatches() const {
     return {{"MESSAGE_ID=" SD_MESSAGE_UNIT_FAILURE_RESULT_STR,
              "MESSAGE_ID=" SD_MESSAGE_UNIT_OUT_OF_MEMORY_STR, "MESSAGE_ID=" SD_MESSAGE_COREDUMP_STR}};
 }

@@ -30,7 +30,7 @@ std::vector<const char*> SessionSource::GetModels() const {
     return {models::kLogon};
 }
 
-JournalReader::Matches SessionSource::GetMatches() const {
+JournalSource::Matches SessionSource::GetMatches() const {
     std::vector<std::string> programs = {"_UID=0", "_COMM=" + std::string(kLogin)};
     for (const std::string_view program : kRemoteShells) {
         programs.push_back("_COMM=" + std::string(program));

@@ -16,7 +16,7 @@ public:
     [[nodiscard]] std::vector<const char*> GetModels() const override;
 
 protected:
-    [[nodiscard]] JournalReader::Matches GetMatches() const override;
+    [[nodiscard]] Matches GetMatches() const override;
     [[nodiscard]] const std::vector<std::string_view>& GetFields() const override;
     [[nodiscard]] bool Judge(const JournalEntry& entry, MachineEvent& event) override;
     [[nodiscard]] std::string GetMemory() const override;

@@ -33,7 +33,7 @@ std::vector<const char*> StateSource::GetModels() const {
     return {models::kMachineState};
 }
 
-JournalReader::Matches StateSource::GetMatches() const {
+JournalSource::Matches StateSource::GetMatches() const {
     std::vector<std::string> group = {"_UID=0"};
     for (const StateMessage& message : kMessages) {
         group.push_back(std::string("MESSAGE_ID=") + message.id);

@@ -20,6 +20,8 @@ struct SourceBatch {
     std::vector<MachineEvent> events;
     std::string position;  ///< where to go on once the events are stored
     bool more = false;     ///< there is more to be read at once
+    /// More of what is there already is on its way: the descriptor tells when it can be read.
+    bool awaitsMore = false;
     /// The position no longer leads anywhere (the log was replaced, say), so the source begins anew and gives
     /// again what it gave before: the store has to say which of it is known.
     bool begunAnew = false;

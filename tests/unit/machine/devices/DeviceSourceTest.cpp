@@ -1,14 +1,26 @@
+#include <fstream>
+#include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "machine/devices/DeviceSource.h"
+#include "support/ChildProcess.h"
+#include "support/LogReader.h"
+#include "support/UdevMessages.h"
 
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 const Device kStick{"usb", "Acme", "Stick 3", "0815"};
@@ -61,6 +73,148 @@ TEST(DeviceSource, WithoutUdevItSaysSo) {
     EXPECT_EQ(error, "udev does not run: /run/udev/control: No such file or directory");
     EXPECT_FALSE(source.ReadSince("", 1, batch, error));
     EXPECT_EQ(source.GetDescriptor(), -1);
+}
+
+/// Runs `routine` with /run and a network of its own, in which udev seems to run and only the test speaks for
+/// it. Its status, or -1 with the reason in `whyNot`.
+int RunWithUdev(const std::function<void(const UdevMessages&)>& routine, std::string& whyNot) {
+    ChildProcess child([&](const ChildProcess::Parent& parent) {
+        if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("lum-test", "/run", "tmpfs", 0, nullptr) != 0) {
+            return 77;
+        }
+        mkdir("/run/udev", 0755);
+        std::ofstream("/run/udev/control").flush();
+        routine(UdevMessages());
+        parent.Tell();
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    const int status = child.Join();
+    if (status == 77) {
+        whyNot = "only root may have a network of its own";
+    }
+    return status;
+}
+
+const UdevMessages::Properties kStickAdded = {{"ACTION", "add"},
+                                              {"DEVPATH", "/devices/pci0000:00/usb9/9-1"},
+                                              {"SUBSYSTEM", "usb"},
+                                              {"DEVTYPE", "usb_device"},
+                                              {"SEQNUM", "1"},
+                                              {"ID_VENDOR", "Acme"},
+                                              {"ID_MODEL", "Stick\t3\xff"},
+                                              {"ID_SERIAL", "0815"}};
+
+UdevMessages::Properties With(UdevMessages::Properties properties, const std::string& name,
+                              const std::string& value) {
+    for (auto& [key, text] : properties) {
+        text = key == name ? value : text;
+    }
+    return properties;
+}
+
+/// Waits for a message and reads all that have come: "add /devices/..." each.
+std::vector<std::string> ReadChanges(DeviceSource& source, std::string& position) {
+    std::vector<std::string> changes;
+    pollfd wait = {source.GetDescriptor(), POLLIN, 0};
+    EXPECT_EQ(poll(&wait, 1, 30'000), 1);
+    SourceBatch batch;
+    LumString error;
+    EXPECT_TRUE(source.ReadSince(position, 50, batch, error)) << error.GetString();
+    for (const MachineEvent& event : batch.events) {
+        LumString action;
+        LumString device;
+        EXPECT_TRUE(event.params.GetString("Action", action) && event.params.GetString("Device", device));
+        changes.push_back((action + " " + device).GetString());
+    }
+    position = batch.position;
+    return changes;
+}
+
+TEST(DeviceSource, SeesADeviceComeAndGo) {
+    std::string whyNot;
+    const int status = RunWithUdev(
+        [](const UdevMessages& udev) {
+            DeviceSource source;
+            LumString error;
+            SourceBatch first;
+            ASSERT_TRUE(source.Open(error)) << error.GetString();
+            ASSERT_TRUE(source.ReadSince("", 50, first, error)) << error.GetString();
+            EXPECT_THAT(first.events, IsEmpty()) << "what is plugged in at first was not plugged in now";
+            std::string position = first.position;
+            ASSERT_TRUE(udev.Send(kStickAdded));
+            EXPECT_THAT(ReadChanges(source, position), ElementsAre("add /devices/pci0000:00/usb9/9-1"));
+            EXPECT_NE(position.find("\tAcme\tStick\uFFFD3\uFFFD\t0815\n"), std::string::npos) << position;
+            // Plugged in twice without having been out, an interface, and a device that is not one.
+            ASSERT_TRUE(udev.Send(kStickAdded));
+            ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVTYPE", "usb_interface")));
+            ASSERT_TRUE(udev.Send(With(With(With(kStickAdded, "SUBSYSTEM", "block"), "DEVTYPE", "disk"),
+                                       "DEVPATH", "/devices/virtual/block/loop9")));
+            ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "remove")));
+            std::vector<std::string> changes;
+            while (changes.empty()) {
+                changes = ReadChanges(source, position);
+            }
+            EXPECT_THAT(changes, ElementsAre("remove /devices/pci0000:00/usb9/9-1"));
+        },
+        whyNot);
+    if (!whyNot.empty()) {
+        GTEST_SKIP() << whyNot;
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceSource, WhatCameWhileNobodyListenedShowsAsTheDifference) {
+    std::string whyNot;
+    const int status = RunWithUdev(
+        [](const UdevMessages&) {
+            DeviceSource source;
+            LumString error;
+            SourceBatch batch;
+            ASSERT_TRUE(source.Open(error)) << error.GetString();
+            const DeviceList before{3, {{"/devices/pci0000:00/usb9/9-1", kStick}}};
+            ASSERT_TRUE(source.ReadSince(before.Write(), 50, batch, error)) << error.GetString();
+            ASSERT_GE(batch.events.size(), 1U);
+            LumString action;
+            EXPECT_TRUE(batch.events[0].params.GetString("Action", action));
+            EXPECT_EQ(action, "remove");
+        },
+        whyNot);
+    if (!whyNot.empty()) {
+        GTEST_SKIP() << whyNot;
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceSource, AFloodOfMessagesIsMadeUpForByTheDifference) {
+    std::string whyNot;
+    const int status = RunWithUdev(
+        [](const UdevMessages& udev) {
+            DeviceSource source;
+            LumString error;
+            SourceBatch batch;
+            ASSERT_TRUE(source.Open(error)) << error.GetString();
+            ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
+            const std::size_t there = CountIn(batch.position, "\n");
+            std::string position = batch.position;
+            const int bytes = 8192;
+            ASSERT_EQ(setsockopt(source.GetDescriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)), 0);
+            for (int i = 0; i < 1000; ++i) {
+                static_cast<void>(
+                    udev.Send(With(kStickAdded, "DEVPATH", "/devices/usb9/" + std::to_string(i))));
+            }
+            for (batch.more = true; batch.more; position = batch.position) {
+                batch = SourceBatch();
+                ASSERT_TRUE(source.ReadSince(position, 50, batch, error)) << error.GetString();
+            }
+            EXPECT_EQ(CountIn(position, "\n"), there) << "what is not there is plugged in";
+        },
+        whyNot);
+    if (!whyNot.empty()) {
+        GTEST_SKIP() << whyNot;
+    }
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

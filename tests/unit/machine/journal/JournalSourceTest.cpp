@@ -1,4 +1,6 @@
-#include <memory>
+#include <ctime>
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -6,76 +8,16 @@
 #include <gtest/gtest.h>
 #include <systemd/sd-messages.h>
 
-#include "machine/journal/JournalSource.h"
 #include "machine/journal/ServiceSource.h"
 #include "machine/journal/SessionSource.h"
 #include "machine/journal/StateSource.h"
-#include "support/JournalFile.h"
-#include "support/TempDirectory.h"
+#include "unit/machine/journal/JournalSourceFixture.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr int64_t kMoment = 1'780'000'000;
-
-/// Journals of a test's own, made by the system's tool.
-class JournalSourceTest : public testing::Test {
-protected:
-    void SetUp() override { directory_.MakeDirectory("journal"); }
-
-    void Add(const JournalFile::Fields& fields, int64_t seconds = kMoment) { journal_.Add(seconds, fields); }
-    /// What the remote shell writes as root.
-    void AddShell(const std::string& message, const std::string& process = "100") {
-        Add({{"_UID", "0"}, {"_COMM", "sshd"}, {"_PID", process}, {"MESSAGE", message}});
-    }
-    void AddSession(const std::string& user, const std::string& leader) {
-        Add({{"_UID", "0"},
-             {"_COMM", "systemd-logind"},
-             {"_SYSTEMD_UNIT", "systemd-logind.service"},
-             {"MESSAGE_ID", SD_MESSAGE_SESSION_START_STR},
-             {"USER_ID", user},
-             {"LEADER", leader}});
-    }
-    /// Writes what was added into a file of its own; entries of before are in it again, as they are after a
-    /// journal was copied.
-    void Write(const std::string& name = "a.journal") const {
-        ASSERT_TRUE(journal_.Write(directory_ / ("journal/" + name)));
-    }
-
-    template <class Made>
-    void Open(std::time_t oldest = 0) {
-        LumString error;
-        source_ = std::make_unique<Made>(directory_.At("journal"), oldest);
-        ASSERT_TRUE(source_->Open(error)) << error.GetString();
-    }
-    /// All that is new: the events as JSON, without record and time.
-    std::vector<std::string> New(std::size_t limit = 100) {
-        std::vector<std::string> events;
-        for (bool more = true; more;) {
-            SourceBatch batch;
-            LumString error;
-            EXPECT_TRUE(source_->ReadSince(position_, limit, batch, error)) << error.GetString();
-            more = batch.more;
-            position_ = batch.position;
-            for (MachineEvent& event : batch.events) {
-                records_.push_back(event.record);
-                event.params.ClearName("Record");
-                event.params.ClearName("Time");
-                events.push_back(std::string(event.model) + event.params.ToJson());
-            }
-        }
-        return events;
-    }
-
-    TempDirectory directory_;
-    JournalFile journal_;
-    std::unique_ptr<Source> source_;
-    std::string position_;
-    std::vector<uint64_t> records_;
-};
 
 TEST_F(JournalSourceTest, LogonsAndFailedLogonsBecomeEvents) {
     AddShell("Accepted publickey for ann from 192.0.2.7 port 50022 ssh2: ED25519 SHA256:abc");
@@ -224,16 +166,15 @@ TEST_F(JournalSourceTest, BatchesEndAtTheirLimitAndAreReadOnAfterARestart) {
     }
     Write();
     Open<SessionSource>();
-    std::vector<uint64_t> all;
-    for (int i = 0; i < 25; i += 10) {
-        SourceBatch batch;
-        LumString error;
-        ASSERT_TRUE(source_->ReadSince(position_, 10, batch, error));
-        EXPECT_EQ(batch.events.size(), i < 20 ? 10U : 5U);
-        EXPECT_EQ(batch.more, i < 20);
-        position_ = batch.position;
+    for (int batches = 0; batches < 2; ++batches) {
+        const std::size_t before = records_.size();
+        ReadSome(10);
+        EXPECT_LE(records_.size(), before + 10);
         Open<SessionSource>();
     }
+    static_cast<void>(New(10));
+    EXPECT_EQ(records_.size(), 25U);
+    EXPECT_EQ(std::set<uint64_t>(records_.begin(), records_.end()).size(), 25U);
     EXPECT_THAT(New(), IsEmpty());
 }
 
@@ -266,20 +207,80 @@ TEST_F(JournalSourceTest, APositionWhoseEntryHasGoneGoesOnAfterIt) {
     Write("later.journal");
     Open<SessionSource>();
     EXPECT_EQ(New().size(), 1U);
+    EXPECT_THAT(log_.Said(),
+                ElementsAre("print MachineEvents Sessions: the journal no longer holds the entry that was "
+                            "read last; entries after it may be gone with it"));
+}
+
+TEST_F(JournalSourceTest, APositionThatIsNoneIsReadAnew) {
+    AddShell("Failed password for a from 192.0.2.8 port 5 ssh2");
+    Write();
+    for (const std::string position : {"nonsense", "s=1;t=ffffffffffffff", "\xff\x01\n\n", ";"}) {
+        position_ = position;
+        begunAnew_ = false;
+        Open<SessionSource>();
+        EXPECT_EQ(New().size(), 1U) << position;
+        EXPECT_TRUE(begunAnew_) << position;
+    }
+    position_ = std::string(1 << 20, 'x');
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+}
+
+TEST_F(JournalSourceTest, AnEntryFromTheFutureBearsTheTimeOfItsReading) {
+    const std::time_t before = std::time(nullptr);
+    Add({{"_UID", "0"}, {"_COMM", "sshd"}, {"MESSAGE", "Failed password for a from 192.0.2.8 port 5 ssh2"}},
+        int64_t{before} + 30 * 86400);
+    Write();
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+    EXPECT_GE(times_.at(0), before);
+    EXPECT_LE(times_.at(0), std::time(nullptr));
+}
+
+TEST_F(JournalSourceTest, AJournalThatIsReplacedIsReadOn) {
+    AddShell("Failed password for a from 192.0.2.8 port 5 ssh2");
+    Write();
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+    journal_ = JournalFile();
+    Add({{"_UID", "0"}, {"_COMM", "sshd"}, {"MESSAGE", "Failed password for b from 192.0.2.8 port 5 ssh2"}},
+        kMoment + 1);
+    ASSERT_TRUE(journal_.Write(directory_ / "new.journal"));
+    std::filesystem::rename(directory_ / "new.journal", directory_ / "journal/a.journal");
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+}
+
+TEST_F(JournalSourceTest, AJournalThatVanishesIsGoneUntilItIsBack) {
+    AddShell("Failed password for a from 192.0.2.8 port 5 ssh2");
+    Write();
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 1U);
+    std::filesystem::copy(directory_ / "journal/a.journal", directory_ / "copy");
+    std::filesystem::remove(directory_ / "journal/a.journal");
+    ASSERT_TRUE(HasNews());
+    EXPECT_THAT(New(), ElementsAre("gone"));
+    EXPECT_EQ(error_, "the journal has gone");
+    EXPECT_FALSE(source_->Open(error_));
+    EXPECT_EQ(error_, "there is no journal");
+    std::filesystem::rename(directory_ / "copy", directory_ / "journal/a.journal");
+    Open<SessionSource>();
+    EXPECT_THAT(New(), IsEmpty());
 }
 
 TEST_F(JournalSourceTest, WithoutAJournalItSaysSo) {
     LumString error;
-    EXPECT_FALSE(SessionSource(directory_.At("journal"), 0).Open(error));
+    EXPECT_FALSE(SessionSource(Place(), 0).Open(error));
     EXPECT_EQ(error, "there is no journal");
-    EXPECT_FALSE(SessionSource(directory_.At("nowhere"), 0).Open(error));
+    EXPECT_FALSE(SessionSource(Place("nowhere"), 0).Open(error));
     EXPECT_EQ(error, "the journal cannot be opened: No such file or directory");
 }
 
 TEST_F(JournalSourceTest, AJournalThatIsNotOneIsNotThere) {
     directory_.Write("journal/a.journal", std::string(1 << 16, 'x'));
     LumString error;
-    EXPECT_FALSE(SessionSource(directory_.At("journal"), 0).Open(error));
+    EXPECT_FALSE(SessionSource(Place(), 0).Open(error));
 }
 
 }  // namespace
