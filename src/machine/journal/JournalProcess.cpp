@@ -26,30 +26,29 @@ std::string Reason(int code) {
 }
 
 /// What a process is started with: nothing of the agent's but its standard error, and signals as they come.
-class SpawnSettings {
-public:
+struct SpawnSettings {
     explicit SpawnSettings(int itsSocket) {
-        ::posix_spawn_file_actions_init(&actions_);
-        ::posix_spawn_file_actions_adddup2(&actions_, itsSocket, STDIN_FILENO);
-        ::posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-        ::posix_spawnattr_init(&attributes_);
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_adddup2(&actions, itsSocket, STDIN_FILENO);
+        ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+        ::posix_spawnattr_init(&attributes);
         sigset_t signals;
         ::sigemptyset(&signals);
-        ::posix_spawnattr_setsigmask(&attributes_, &signals);
+        ::posix_spawnattr_setsigmask(&attributes, &signals);
         ::sigfillset(&signals);
-        ::posix_spawnattr_setsigdefault(&attributes_, &signals);
-        ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        ::posix_spawnattr_setsigdefault(&attributes, &signals);
+        ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     }
     SpawnSettings(const SpawnSettings&) = delete;
     SpawnSettings& operator=(const SpawnSettings&) = delete;
     ~SpawnSettings() {
-        ::posix_spawn_file_actions_destroy(&actions_);
-        ::posix_spawnattr_destroy(&attributes_);
+        ::posix_spawn_file_actions_destroy(&actions);
+        ::posix_spawnattr_destroy(&attributes);
     }
 
-    posix_spawn_file_actions_t actions_{};
-    posix_spawnattr_t attributes_{};
+    posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
 };
 
 }  // namespace
@@ -96,7 +95,7 @@ bool JournalProcess::Spawn(const std::vector<std::string>& words, int itsSocket,
     }
     arguments.push_back(nullptr);
     const SpawnSettings settings(itsSocket);
-    const int failure = ::posix_spawn(&process_, arguments[0], &settings.actions_, &settings.attributes_,
+    const int failure = ::posix_spawn(&process_, arguments[0], &settings.actions, &settings.attributes,
                                       arguments.data(), environ);
     if (failure != 0) {
         process_ = -1;

@@ -8,6 +8,7 @@
 #include <systemd/sd-messages.h>
 
 #include "machine/source/FieldText.h"
+#include "machine/source/MachineLog.h"
 #include "machine/source/Models.h"
 
 namespace {
@@ -18,6 +19,19 @@ constexpr std::size_t kMaxRemembered = 64;
 constexpr std::array<std::string_view, 2> kRemoteShells = {"sshd", "sshd-session"};
 constexpr std::array<std::string_view, 3> kDisplayManagers = {"gdm-session-wor", "lightdm", "sddm-helper"};
 constexpr std::string_view kLogin = "login";
+
+/// The journal takes so many messages of a service in a while and no more; it says itself how many it left
+/// out.
+void SayWhatWasDropped(const JournalEntry& entry) {
+    constexpr std::string_view kRemoteShell = " from ssh";
+    const std::string_view message = entry.Get("MESSAGE");
+    if (entry.Is("MESSAGE_ID", SD_MESSAGE_JOURNAL_DROPPED_STR) && entry.Is("_TRANSPORT", "driver") &&
+        message.find(kRemoteShell) != std::string_view::npos) {
+        MachineDebug.WarningWithNL(
+            "Sessions: the journal did not take in %S messages, logons among them perhaps: %S",
+            FieldText(entry.Get("N_DROPPED")), FieldText(message));
+    }
+}
 
 bool IsOneOf(const JournalEntry& entry, const auto& programs) {
     return std::any_of(programs.begin(), programs.end(),
@@ -38,16 +52,20 @@ JournalSource::Matches SessionSource::GetMatches() const {
     for (const std::string_view program : kDisplayManagers) {
         programs.push_back("_COMM=" + std::string(program));
     }
-    return {{"MESSAGE_ID=" SD_MESSAGE_SESSION_START_STR, "_UID=0"}, programs};
+    return {{"MESSAGE_ID=" SD_MESSAGE_SESSION_START_STR, "_UID=0"},
+            {"MESSAGE_ID=" SD_MESSAGE_JOURNAL_DROPPED_STR, "_TRANSPORT=driver"},
+            programs};
 }
 
 const std::vector<std::string_view>& SessionSource::GetFields() const {
     static const std::vector<std::string_view> kFields = {
-        "_UID", "_COMM", "_PID", "_BOOT_ID", "_SYSTEMD_UNIT", "MESSAGE", "MESSAGE_ID", "USER_ID", "LEADER"};
+        "_UID",       "_COMM",   "_PID",   "_BOOT_ID",   "_SYSTEMD_UNIT", "MESSAGE",
+        "MESSAGE_ID", "USER_ID", "LEADER", "_TRANSPORT", "N_DROPPED"};
     return kFields;
 }
 
 bool SessionSource::Judge(const JournalEntry& entry, MachineEvent& event) {
+    SayWhatWasDropped(entry);
     Logon logon;
     if (!entry.Is("_UID", "0") || !(JudgeSession(entry, logon) || JudgeMessage(entry, logon))) {
         return false;

@@ -159,7 +159,11 @@ bool JournalTeller::TellEnd() {
 
 bool JournalTeller::TellDamaged() {
     const std::size_t damaged = reader_.TakeDamaged();
-    return damaged == 0 || Tell(JournalSaying::kDamaged, std::to_string(damaged));
+    if (damaged == 0) {
+        return true;
+    }
+    hasToldEnd_ = false;
+    return Tell(JournalSaying::kDamaged, std::to_string(damaged));
 }
 
 bool JournalTeller::Send(std::string_view bytes) const {

@@ -61,6 +61,27 @@ TEST_F(JournalSourceTest, NobodyButRootAndItsServicesIsBelieved) {
     EXPECT_THAT(New(), IsEmpty());
 }
 
+TEST_F(JournalSourceTest, WhatTheJournalItselfLeftOutOfTheRemoteShellIsSaid) {
+    const auto dropped = [&](const std::string& transport, const std::string& unit) {
+        Add({{"_UID", "0"},
+             {"_TRANSPORT", transport},
+             {"MESSAGE_ID", SD_MESSAGE_JOURNAL_DROPPED_STR},
+             {"N_DROPPED", "90000"},
+             {"MESSAGE", "Suppressed 90000 messages from " + unit}});
+    };
+    dropped("driver", "ssh.service");
+    dropped("driver", "chatter.service");
+    dropped("journal", "ssh.service");
+    Write();
+    Open<SessionSource>();
+    EXPECT_THAT(New(), IsEmpty());
+    EXPECT_THAT(
+        log_.Said(),
+        ElementsAre(
+            "warning MachineEvents Sessions: the journal did not take in 90000 messages, logons among "
+            "them perhaps: Suppressed 90000 messages from ssh.service"));
+}
+
 TEST_F(JournalSourceTest, StatesOfTheMachineBecomeEvents) {
     Add({{"_UID", "0"},
          {"_PID", "1"},

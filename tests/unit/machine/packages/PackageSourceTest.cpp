@@ -1,3 +1,4 @@
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -68,6 +69,9 @@ protected:
             for (const MachineEvent& event : batch.events) {
                 packages.push_back(Text(event, "Package"));
                 records_.push_back(event.record);
+                int32_t time = 0;
+                EXPECT_TRUE(event.params.GetInt32("Time", time));
+                times_.push_back(time);
             }
         }
         return packages;
@@ -89,6 +93,7 @@ protected:
     std::unique_ptr<PackageSource> source_;
     std::string position_;
     std::vector<uint64_t> records_;
+    std::vector<int32_t> times_;
     LumString error_;
 };
 
@@ -260,6 +265,35 @@ TEST_F(PackageSourceTest, AMegabyteWithoutAnEndIsPassedOver) {
     Append(Line("a") + std::string(1 << 20, 'x'));
     EXPECT_THAT(New(), ElementsAre("a"));
     Append("\n" + Line("b"));
+    EXPECT_THAT(New(), ElementsAre("b"));
+}
+
+TEST_F(PackageSourceTest, ControlCharactersAndBrokenUtf8AreReplaced) {
+    Append("2026-11-20 10:00:00 install a\x1b[2J\xff:amd64 <none> 1\xe2\x80\xae\n");
+    Append(std::string("2026-11-20 10:00:01 install b\0c:amd64 <none> 1\n", 47));
+    EXPECT_THAT(New(), ElementsAre("a\uFFFD[2J\uFFFD", "b\uFFFDc"));
+}
+
+TEST_F(PackageSourceTest, AnOverlongLineIsCutWithAMark) {
+    Append("2026-11-20 10:00:00 install " + std::string(3000, 'x') + ":amd64 <none> 1\n");
+    const std::vector<std::string> packages = New();
+    ASSERT_EQ(packages.size(), 1U);
+    EXPECT_EQ(packages[0], std::string(256, 'x') + "…");
+}
+
+TEST_F(PackageSourceTest, AMomentOfAWrongClockIsTheTimeOfReading) {
+    const std::time_t before = std::time(nullptr);
+    Append(Line("a", "2037-01-01 00:00:00") + Line("b", "9999-12-31 23:59:59"));
+    EXPECT_THAT(New(), ElementsAre("a", "b"));
+    for (const int32_t time : times_) {
+        EXPECT_GE(time, before);
+        EXPECT_LE(time, std::time(nullptr));
+    }
+}
+
+TEST_F(PackageSourceTest, LinesWithTooFewOrTooManyWordsArePassedOver) {
+    Append("2026-11-20 10:00:00 install\n2026-11-20 10:00:00 install a:amd64\n\n \n");
+    Append("2026-11-20 10:00:00 install a:amd64 <none> 1 2\ninstall a:amd64 <none> 1\n" + Line("b"));
     EXPECT_THAT(New(), ElementsAre("b"));
 }
 
