@@ -2,8 +2,10 @@
 
 #include <array>
 
+#include <fcntl.h>
 #include <nats/nats.h>
 #include <sys/epoll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -24,6 +26,7 @@ using Message = std::unique_ptr<natsMsg, Destroy<natsMsg_Destroy>>;
 struct ConnectionLoop::Connection {
     int epoll = -1;
     natsSock socket = -1;
+    ino_t inode = 0;  ///< of the socket
     epoll_event wanted{};
     std::unique_ptr<natsConnection, Destroy<natsConnection_Destroy>> connection;
     std::unique_ptr<natsSubscription, Destroy<natsSubscription_Destroy>> subscription;
@@ -33,10 +36,26 @@ struct ConnectionLoop::Connection {
     Connection& operator=(const Connection&) = delete;
     ~Connection() {
         subscription.reset();
+        if (connection == nullptr) {
+            return;
+        }
         // Closing waits for what is still to be written, which nobody but this thread would do.
-        if (connection != nullptr && (wanted.events & EPOLLOUT) != 0) {
+        if ((wanted.events & EPOLLOUT) != 0) {
             natsConnection_ProcessWriteEvent(connection.get());
         }
+        natsConnection_Close(connection.get());
+        // The library only shuts the socket down, and leaves it to the loop to find its end.
+        natsConnection_ProcessReadEvent(connection.get());
+        connection.reset();
+        if (IsSocketOpen()) {
+            close(socket);
+        }
+    }
+
+    /// True where the descriptor is still that of this connection.
+    [[nodiscard]] bool IsSocketOpen() const {
+        struct stat status {};
+        return fstat(socket, &status) == 0 && status.st_ino == inode;
     }
 
     natsStatus Change(int operation) {
@@ -52,6 +71,10 @@ struct ConnectionLoop::Connection {
         *self = loop;
         auto* const connection = static_cast<Connection*>(loop);
         connection->socket = socket;
+        // A collector that is started meanwhile must not keep all of them open.
+        static_cast<void>(fcntl(socket, F_SETFD, FD_CLOEXEC));
+        struct stat status {};
+        connection->inode = fstat(socket, &status) == 0 ? status.st_ino : 0;
         connection->wanted.events = EPOLLIN;
         return connection->Change(EPOLL_CTL_ADD);
     }
