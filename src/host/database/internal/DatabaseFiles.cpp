@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
 #include <utility>
 
@@ -14,6 +15,8 @@
 namespace {
 
 constexpr mode_t kOwnerAlone = S_IRUSR | S_IWUSR;
+/// Longer than any file system takes between two times that differ.
+constexpr int64_t kYoungSeconds = 3;
 
 std::string SystemReason(int error) {
     return LumSystemErrorText(error).GetString();
@@ -66,6 +69,11 @@ void DatabaseFiles::FindNames() {
     const std::unique_ptr<char, void (*)(void*)> resolved(realpath(path_.c_str(), nullptr), std::free);
     const std::string name = resolved != nullptr ? resolved.get() : path_;
     names_ = {name, name + "-wal", name + "-shm"};
+    struct stat status {};
+    const bool isLink = lstat(path_.c_str(), &status) != 0 || S_ISLNK(status.st_mode);
+    const std::size_t slash = path_.rfind('/');
+    directory_ = isLink || slash == std::string::npos ? std::string() : path_.substr(0, slash + 1);
+    seen_ = {};
 }
 
 DatabaseFiles::Identity DatabaseFiles::Look(const std::string& path) {
@@ -79,7 +87,27 @@ void DatabaseFiles::Remember() {
     }
 }
 
+DatabaseFiles::Stamp DatabaseFiles::LookAtDirectory() const {
+    struct stat status {};
+    if (directory_.empty() || stat(directory_.c_str(), &status) != 0) {
+        return {};
+    }
+    return {{status.st_dev, status.st_ino}, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
 bool DatabaseFiles::AreInPlace() {
+    const Stamp now = LookAtDirectory();
+    if (!(now == Stamp{}) && now == seen_) {
+        return true;
+    }
+    const bool areInPlace = LookAtFiles();
+    // A later change may get the same time while the time is young.
+    const bool isSettled = areInPlace && now.seconds + kYoungSeconds < std::time(nullptr);
+    seen_ = isSettled ? now : Stamp{};
+    return areInPlace;
+}
+
+bool DatabaseFiles::LookAtFiles() {
     for (std::size_t i = 0; i < kFiles; ++i) {
         const Identity now = Look(i == 0 ? path_ : names_[i]);
         // SQLite makes the log and its index when they are first needed.

@@ -18,7 +18,8 @@ public:
 
     /// Takes what is there for the files of the database that was opened just now.
     void Remember();
-    /// False where one of the files is gone or is another one: a change would go where nobody finds it.
+    /// False where one of the files is gone or is another one: a change would go where nobody finds it. Looks
+    /// at their directory alone while nothing was made, removed or renamed in it.
     [[nodiscard]] bool AreInPlace();
 
 private:
@@ -27,12 +28,23 @@ private:
         ino_t number = 0;
         friend bool operator==(const Identity&, const Identity&) = default;
     };
+    /// A directory and when its names changed.
+    struct Stamp {
+        Identity directory;
+        int64_t seconds = 0;
+        int64_t nanoseconds = 0;
+        friend bool operator==(const Stamp&, const Stamp&) = default;
+    };
     static constexpr std::size_t kFiles = 3;
 
     [[nodiscard]] static Identity Look(const std::string& path);
+    [[nodiscard]] Stamp LookAtDirectory() const;
+    [[nodiscard]] bool LookAtFiles();
     void FindNames();
 
     const std::string path_;
     std::array<std::string, kFiles> names_;
     std::array<Identity, kFiles> known_;
+    std::string directory_;  // empty where a link leads to the database from another one
+    Stamp seen_;             // of the directory while the files were in place; nothing where it was too young
 };

@@ -21,7 +21,7 @@ bool LogSync::Await(uint64_t ticket, std::string& error) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (durable_ < ticket && !HasFailed()) {
         if (syncing_) {
-            changed_.wait(lock);
+            WaitForSync(ticket, lock);
         } else {
             SyncForAll(lock);
         }
@@ -33,20 +33,26 @@ bool LogSync::Await(uint64_t ticket, std::string& error) {
     return false;
 }
 
+void LogSync::WaitForSync(uint64_t ticket, std::unique_lock<std::mutex>& lock) {
+    ended_[(ticket <= reached_ ? syncs_ : syncs_ + 1) % 2].wait(lock);
+}
+
 void LogSync::SyncForAll(std::unique_lock<std::mutex>& lock) {
     syncing_ = true;
+    const uint64_t sync = ++syncs_;
+    reached_ = committed_.load(std::memory_order_acquire);
     lock.unlock();
-    const uint64_t reached = committed_.load(std::memory_order_acquire);
     const int status = Sync();
     lock.lock();
     syncing_ = false;
     if (status == SQLITE_OK) {
-        CountSync(reached - durable_);
-        durable_ = reached;
+        CountSync(reached_ - durable_);
+        durable_ = reached_;
+        ended_[(sync + 1) % 2].notify_one();  // makes the next one
     } else {
         Fail(sqlite3_errstr(status));
     }
-    changed_.notify_all();
+    ended_[sync % 2].notify_all();
 }
 
 int LogSync::Sync() const {
@@ -60,25 +66,28 @@ int LogSync::Sync() const {
 void LogSync::NoteFailure(const std::string& reason) {
     const std::lock_guard<std::mutex> lock(mutex_);
     Fail(reason);
-    changed_.notify_all();
 }
 
 void LogSync::Fail(const std::string& reason) {
     if (!failed_.exchange(true, std::memory_order_acq_rel)) {
         untoldReason_ = reason;
     }
+    for (std::condition_variable& ended : ended_) {
+        ended.notify_all();
+    }
 }
 
 void LogSync::Detach() {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return !syncing_; });
+    while (syncing_) {
+        ended_[syncs_ % 2].wait(lock);
+    }
     if (durable_ < committed_.load(std::memory_order_acquire) && !HasFailed()) {
         SyncForAll(lock);
     }
     // Nobody may start another one: the file is about to go.
     Fail("the database was closed");
     file_.store(nullptr, std::memory_order_release);
-    changed_.notify_all();
 }
 
 void LogSync::Forget() {

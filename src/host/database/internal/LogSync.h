@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -42,6 +43,9 @@ public:
 private:
     /// Makes one sync for all that have committed; the lock is free meanwhile.
     void SyncForAll(std::unique_lock<std::mutex>& lock);
+    /// Sleeps until the sync that makes the ticket durable has ended, or, where the one that runs does not,
+    /// until the next one is to be made.
+    void WaitForSync(uint64_t ticket, std::unique_lock<std::mutex>& lock);
     [[nodiscard]] int Sync() const;
     void Fail(const std::string& reason);
 
@@ -50,8 +54,11 @@ private:
     std::atomic<bool> failed_{false};
 
     std::mutex mutex_;
-    std::condition_variable changed_;
     uint64_t durable_ = 0;  // the greatest ticket that is on the disk
+    uint64_t reached_ = 0;  // the one that will be, after the sync that runs
     bool syncing_ = false;
+    // Who waits for one sync is not woken by the other: the number of the sync that runs is even or odd.
+    uint64_t syncs_ = 0;
+    std::array<std::condition_variable, 2> ended_;
     std::string untoldReason_;
 };

@@ -1,6 +1,7 @@
 // What becomes of the files of a database while it is in use.
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -76,6 +77,34 @@ TEST_F(DatabaseFilesTest, KeepsWhatLiesInALogThatIsTakenAway) {
     }
     EXPECT_EQ(Count(), "4");
     EXPECT_EQ(database_.Rows("pragma integrity_check"), "ok");
+}
+
+TEST_F(DatabaseFilesTest, NoticesItInADirectoryThatHadNotChangedForLong) {
+    for (const char* const file : {"", "-wal", "-shm"}) {
+        EXPECT_TRUE(database_.Run(kInsert));
+        fs::last_write_time(fs::path(At()).parent_path(),
+                            fs::file_time_type::clock::now() - std::chrono::hours(1));
+        EXPECT_TRUE(database_.Run(kInsert));
+        EXPECT_TRUE(database_.Run(kInsert));
+        fs::rename(At(file), At(".away"));
+        EXPECT_FALSE(database_.Run(kInsert)) << file;
+        if (*file == '\0') {
+            fs::rename(At(".away"), At());
+        }
+    }
+    EXPECT_TRUE(database_.Run(kInsert));
+    EXPECT_EQ(Count(), "10");
+}
+
+TEST_F(DatabaseFilesTest, NoticesADirectoryThatHasTakenThePlace) {
+    const fs::path place = database_.Directory() / "place";
+    fs::create_directory(place);
+    database_.Select(LumString((place / "db").string()));
+    EXPECT_TRUE(database_.Run("CREATE TABLE t (a)"));
+    fs::last_write_time(place, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    EXPECT_TRUE(database_.Run(kInsert));
+    fs::rename(place, place.string() + ".away");
+    EXPECT_FALSE(database_.Run(kInsert));
 }
 
 TEST_F(DatabaseFilesTest, RefusesTheCommitOfATransactionWhoseDatabaseIsGone) {
