@@ -2,15 +2,20 @@
 // this process; and what an agent that has nothing to do takes.
 //
 //     AgentBench [--full]
+//     AgentBench --load SOCKET CLIENTS CREATES   creates events at an agent that runs, of another build
+//     perhaps,
+//                                                and that has the model Bench
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -49,10 +54,9 @@ std::string Body(uint32_t number) {
 /// A real agent with both modules and these models.
 class RunningAgent {
 public:
-    explicit RunningAgent(uint32_t models) {
-        agent_.WriteIni(
-            "[Database]\nSynchronous = normal\n[Modules]\nFileStore = FileStore.so\n"
-            "EventLogManager = EventLogManager.so\n");
+    explicit RunningAgent(uint32_t models, const std::string& synchronous = "normal") {
+        agent_.WriteIni("[Database]\nSynchronous = " + synchronous +
+                        "\n[Modules]\nFileStore = FileStore.so\nEventLogManager = EventLogManager.so\n");
         agent_.GetScratch().Write("config/EventLogManager.ini", Shipped("EventLogManager.ini"));
         for (uint32_t i = 0; i < models; ++i) {
             agent_.Drop(BenchModel(i == 0 ? "Bench" : "Model" + std::to_string(i)));
@@ -72,6 +76,8 @@ public:
         }
         return connections;
     }
+
+    [[nodiscard]] const AgentProcess& Process() const { return agent_; }
 
     [[nodiscard]] double ResidentMegabytes() const {
         std::ifstream file(ProcessFile("statm"));
@@ -160,14 +166,18 @@ LumContainer Arguments(uint32_t number) {
     return arguments;
 }
 
+void CreateAt(HttpClient& connection, uint32_t number) {
+    const HttpReply reply = connection.Request("POST", kTarget, Body(number));
+    if (!reply.body.starts_with(R"({"status":0,)")) {
+        Fail("an event was not created: " + reply.body);
+    }
+}
+
 void BenchSocket(const Sizes& sizes, const RunningAgent& agent, uint32_t clients) {
     std::vector<HttpClient> connections = agent.Connect(clients);
     const auto bySocket = [&](uint32_t number) {
         // Thread t of TimeCalls makes the calls t, t + clients, ...: a connection belongs to one thread.
-        const HttpReply reply = connections[number % clients].Request("POST", kTarget, Body(number));
-        if (!reply.body.starts_with(R"({"status":0,)")) {
-            Fail("an event was not created: " + reply.body);
-        }
+        CreateAt(connections[number % clients], number);
     };
     const LumContainer arguments = Arguments(1);
     std::vector<double> ours;
@@ -184,6 +194,49 @@ void BenchSocket(const Sizes& sizes, const RunningAgent& agent, uint32_t clients
     const double our99 = Percentile99(ours) * 1e6;
     const double floor99 = Percentile99(floors) * 1e6;
     PrintRow("  99th percentile of a call, us", our99, floor99, our99 / floor99, "");
+}
+
+/// A batch whose changes are durable, beside the action in the process without waiting for the disk.
+void BenchBatch(const Sizes& sizes) {
+    const RunningAgent agent(1, "full");
+    std::string lines;
+    for (uint32_t i = 0; i < sizes.creates; ++i) {
+        lines += Body(i) + "\n";
+    }
+    const std::string file = agent.Process().GetScratch().Write("lines", lines);
+    const LumContainer arguments = Arguments(1);
+    const auto [ours, floor] = Alternate(
+        sizes.rounds,
+        [&] {
+            const std::string answers =
+                RunShell("curl -sS --unix-socket " + agent.Process().GetSocketPath() + " --data-binary @" +
+                         file + " http://agent/batch/EventLogManagerCreateEvent | grep -c '\"status\":0'");
+            if (std::strtoul(answers.c_str(), nullptr, 10) != sizes.creates) {
+                Fail("an event was not created: " + answers);
+            }
+        },
+        [&] {
+            for (uint32_t i = 0; i < sizes.creates; ++i) {
+                CallInProcess(arguments);
+            }
+        });
+    PrintRow("creates a second by batch, full", sizes.creates / ours, sizes.creates / floor, floor / ours,
+             ">= 0.6");
+}
+
+/// Many clients that keep their connections, at any agent.
+void Load(const std::string& socket, uint32_t clients, uint32_t creates) {
+    std::vector<HttpClient> connections;
+    for (uint32_t i = 0; i < clients; ++i) {
+        connections.emplace_back(socket);
+    }
+    std::vector<double> calls;
+    const double seconds = SecondsOf([&] {
+        calls = TimeCalls(creates, clients,
+                          [&](uint32_t number) { CreateAt(connections[number % clients], number); });
+    });
+    std::printf("%u clients: %.0f creates a second, 99th percentile %.0f us\n", clients, creates / seconds,
+                Percentile99(calls) * 1e6);
 }
 
 /// The parts of a call that are no business of the action: a request taken apart and answered, and bytes that
@@ -241,6 +294,11 @@ void BenchIdle(const Sizes& sizes) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 5 && std::string_view(argv[1]) == "--load") {
+        Load(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)),
+             static_cast<uint32_t>(std::strtoul(argv[4], nullptr, 10)));
+        return 0;
+    }
     const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
     PrintHead();
     BenchIdle(sizes);
@@ -250,6 +308,7 @@ int main(int argc, char** argv) {
     for (const uint32_t clients : {1U, kManyClients}) {
         BenchSocket(sizes, agent, clients);
     }
+    BenchBatch(sizes);
     BenchParts(sizes);
     return 0;
 }

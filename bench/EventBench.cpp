@@ -2,7 +2,7 @@
 // interface: the same statements on the same table with the same settings, in turns, as medians.
 //
 //     EventBench [--full]                    prints the table
-//     EventBench --creates module|text N     creates N events, to be counted under callgrind
+//     EventBench --creates module|text N [full]   creates N events, to be counted under callgrind or strace
 
 #include <algorithm>
 #include <chrono>
@@ -249,9 +249,9 @@ void BenchStart(const Sizes& sizes) {
                 (ourSeconds - floorSeconds) * 1e3, "", "", "<= 50");
 }
 
-int CreateOnly(std::string_view side, uint32_t count) {
+int CreateOnly(std::string_view side, uint32_t count, bool full) {
     if (side == "module") {
-        const BenchModule module(false);
+        const BenchModule module(full);
         module.StartWith(BenchModel("Bench"));
         for (uint32_t i = 0; i < count; ++i) {
             LumContainer arguments = Arguments(i);
@@ -259,7 +259,7 @@ int CreateOnly(std::string_view side, uint32_t count) {
         }
     } else {
         const TempDirectory scratch;
-        RawCreator raw(scratch / "raw.sqlite3", false);
+        RawCreator raw(scratch / "raw.sqlite3", full);
         for (uint32_t i = 0; i < count; ++i) {
             raw.Create(InsertText(i));
         }
@@ -270,8 +270,9 @@ int CreateOnly(std::string_view side, uint32_t count) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && std::string_view(argv[1]) == "--creates") {
-        return CreateOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)));
+    if (argc >= 4 && std::string_view(argv[1]) == "--creates") {
+        return CreateOnly(argv[2], static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10)),
+                          argc > 4 && std::string_view(argv[4]) == "full");
     }
     const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
     PrintHead();

@@ -106,7 +106,7 @@ BatchCall::Answer BatchCall::CallLine(std::string_view line) const {
     LumString error;
     if (line.size() > kMaxLine) {
         answer.error = LengthError();
-    } else if (!call_->Run(line, false, answer.result, error)) {
+    } else if (!call_->Run(line, explain_, answer.result, error)) {
         answer.error = error.IsEmpty() ? "The action is not there any more."
                                        : "The line is not a container: " + std::string(error.View()) + ".";
     }

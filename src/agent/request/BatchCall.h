@@ -22,7 +22,9 @@ public:
     /// Work stops when the answers of one turn have this length.
     static constexpr std::size_t kTurn = std::size_t{256} << 10U;
 
-    explicit BatchCall(std::unique_ptr<ActionCall> call) : call_(std::move(call)) {}
+    /// With `explain` each answer has the messages of its call.
+    explicit BatchCall(std::unique_ptr<ActionCall> call, bool explain = false)
+        : call_(std::move(call)), explain_(explain) {}
 
     void Take(std::string_view bytes, bool isLast) override;
     [[nodiscard]] bool Work(std::string& answers) override;
@@ -47,6 +49,7 @@ private:
     [[nodiscard]] static std::string LengthError();
 
     const std::unique_ptr<ActionCall> call_;
+    const bool explain_;
     std::string pending_;  ///< what is not yet worked on, from begin_ on
     std::size_t begin_ = 0;
     std::size_t searched_ = 0;  ///< no line ends before it

@@ -159,7 +159,8 @@ std::unique_ptr<BatchStream> RequestRouter::OpenBatch(const ClientRequest& reque
     if (!IsOpenFor(request, name, refusal)) {
         return nullptr;
     }
-    return std::make_unique<BatchCall>(std::make_unique<ActionCall>(name, request.client, debug_));
+    return std::make_unique<BatchCall>(std::make_unique<ActionCall>(name, request.client, debug_),
+                                       IsAskedFor(request.target, "explain"));
 }
 
 HttpAnswer RequestRouter::AnswerHealth() const {

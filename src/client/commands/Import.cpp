@@ -4,7 +4,10 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
+#include <sstream>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "client/commands/CommandOutput.h"
 #include "client/model/Requests.h"
@@ -22,13 +25,35 @@ bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r") == std::string::npos;
 }
 
-/// One import from its first line to its count.
+/// What is sent at once: what the agent can take while the next lines are read, and makes durable together.
+constexpr std::size_t kWindowLines = 1000;
+constexpr std::size_t kWindowBytes = std::size_t{128} << 10U;
+
+/// Lines that are sent and answered together.
+struct Window {
+    struct Line {
+        uint64_t number;
+        std::string refusal;  ///< why it was not sent; empty where it was
+    };
+
+    std::vector<Line> lines;
+    std::string requests;
+    bool isSent = false;
+    uint64_t readBytes = 0;  ///< of the file, up to its end
+
+    [[nodiscard]] bool IsFull() const {
+        return lines.size() >= kWindowLines || requests.size() >= kWindowBytes;
+    }
+};
+
+/// One import from its first line to its count. While the agent works on a window the next one is read.
 class Importer {
 public:
     Importer(CommandContext& context, const ModelDefinition& definition, std::istream& in,
              uint64_t totalBytes)
         : context_(context),
           definition_(definition),
+          in_(in),
           lines_(in),
           totalBytes_(totalBytes),
           progress_(context.console.err, context.console.errIsTerminal) {}
@@ -36,59 +61,139 @@ public:
     ExitStatus Run(uint64_t fromLine) {
         const InterruptScope interrupt;
         std::string line;
-        LineReader::Line read = lines_.Next(line);
-        for (; read != LineReader::Line::kEnd && exit_ != ExitStatus::kNoAgent; read = lines_.Next(line)) {
-            if (InterruptScope::WasInterrupted()) {
-                exit_ = ExitStatus::kInterrupted;
+        bool isInterrupted = false;
+        while (exit_ != ExitStatus::kNoAgent) {
+            const LineReader::Line read = lines_.Next(line);
+            isInterrupted = InterruptScope::WasInterrupted() && read != LineReader::Line::kEnd;
+            if (read == LineReader::Line::kEnd || isInterrupted) {
                 break;
             }
-            if (lines_.GetNumber() < fromLine) {
-                continue;
+            if (lines_.GetNumber() >= fromLine) {
+                TakeLine(read, line);
             }
-            if (read == LineReader::Line::kTooLong) {
-                Refuse("it is longer than 16 MiB");
-            } else if (!IsBlank(line)) {
-                ImportLine(line);
-            }
-            progress_.Update(lines_.GetBytes(), totalBytes_, imported_);
         }
+        const uint64_t next = lines_.GetNumber();
+        Exchange();
+        Collect();
         progress_.Erase();
-        if (exit_ == ExitStatus::kInterrupted) {
-            context_.console.err << "lumctl: stopped before line " << lines_.GetNumber() << "; --from-line "
-                                 << lines_.GetNumber() << " goes on\n";
+        if (isInterrupted && exit_ != ExitStatus::kNoAgent) {
+            exit_ = ExitStatus::kInterrupted;
+            context_.console.err << "lumctl: stopped before line " << next << "; --from-line " << next
+                                 << " goes on\n";
         }
         Report();
         return exit_;
     }
 
 private:
-    void ImportLine(const std::string& line) {
+    void TakeLine(LineReader::Line read, const std::string& line) {
         Json eventParams;
-        std::string error;
-        if (!ImportEventParams(definition_, line, eventParams, error)) {
-            Refuse(error);
+        std::string refusal;
+        if (read == LineReader::Line::kTooLong) {
+            refusal = "it is longer than 16 MiB";
+        } else if (IsBlank(line)) {
             return;
+        } else if (ImportEventParams(definition_, line, eventParams, refusal)) {
+            window_.requests += CreateRequest(definition_.name, std::move(eventParams)).dump() + "\n";
         }
-        const AgentAnswer answer = CallAction(context_.agent, actions::kCreateEvent,
-                                              CreateRequest(definition_.name, std::move(eventParams)));
-        if (answer.IsDone()) {
-            ++imported_;
-            return;
-        }
-        Refuse(answer.error);
-        PrintMessages(context_, answer);
-        exit_ = answer.exit;
-        if (exit_ == ExitStatus::kNoAgent) {
-            context_.console.err << "lumctl: whether that line was taken is not known; --from-line "
-                                 << lines_.GetNumber() << " goes on with it\n";
+        window_.lines.push_back({lines_.GetNumber(), std::move(refusal)});
+        window_.readBytes = lines_.GetBytes();
+        if (window_.IsFull()) {
+            Exchange();
+        } else if (in_.rdbuf()->in_avail() <= 0) {
+            Exchange();  // nobody knows when the next line comes
+            Collect();
         }
     }
 
-    void Refuse(const std::string& reason) {
+    /// Takes the answers to the window before, and sends this one.
+    void Exchange() {
+        Collect();
+        std::swap(window_, sent_);
+        if (exit_ == ExitStatus::kNoAgent || sent_.requests.empty()) {
+            return;
+        }
+        AgentAnswer failure;
+        sent_.isSent =
+            BeginBatch(context_.agent, actions::kCreateEvent, std::move(sent_.requests), failure.error);
+        if (!sent_.isSent) {
+            failure.exit = ExitStatus::kNoAgent;
+            Settle(failure);
+        }
+    }
+
+    /// Waits for the answers to what was sent.
+    void Collect() {
+        if (!sent_.lines.empty() && exit_ != ExitStatus::kNoAgent) {
+            Settle(sent_.isSent ? EndBatch(context_.agent) : AgentAnswer());
+        }
+        sent_ = {};
+    }
+
+    /// Says of each line of the window what became of it.
+    void Settle(const AgentAnswer& answers) {
+        std::istringstream body(answers.body);
+        uint64_t asked = 0;
+        for (const Window::Line& line : sent_.lines) {
+            if (!line.refusal.empty()) {
+                Refuse(line.number, line.refusal);
+            } else if (!Note(line.number, AnswerTo(++asked, body, answers))) {
+                SayWhatIsUnknown(line.number);
+                break;
+            }
+        }
+        progress_.Update(sent_.readBytes, totalBytes_, imported_);
+    }
+
+    /// The answer to the line that was the `asked`th of its window: the next one in `body`, or what is to be
+    /// said of all that have none.
+    static AgentAnswer AnswerTo(uint64_t asked, std::istream& body, const AgentAnswer& answers) {
+        std::string text;
+        uint64_t number = 0;
+        if (std::getline(body, text) && !body.eof()) {  // without its end it is not whole
+            AgentAnswer answer = ReadBatchAnswer(actions::kCreateEvent, text, number);
+            if (number == asked) {
+                return answer;
+            }
+        }
+        if (!answers.IsDone()) {
+            return answers;
+        }
+        AgentAnswer missing;
+        missing.exit = ExitStatus::kFailed;
+        missing.error = "the agent did not answer it";
+        return missing;
+    }
+
+    /// False where nothing is known of the line, nor of those after it.
+    bool Note(uint64_t number, const AgentAnswer& answer) {
+        if (answer.IsDone()) {
+            ++imported_;
+            return true;
+        }
+        Refuse(number, answer.error);
+        PrintMessages(context_, answer);
+        exit_ = answer.exit;
+        return exit_ != ExitStatus::kNoAgent;
+    }
+
+    void SayWhatIsUnknown(uint64_t first) {
+        const uint64_t last = sent_.lines.back().number;
+        context_.console.err << "lumctl: whether ";
+        if (first == last) {
+            context_.console.err << "that line was taken is not known; --from-line " << first
+                                 << " goes on with it\n";
+        } else {
+            context_.console.err << "lines " << first << " to " << last
+                                 << " were taken is not known; --from-line " << first
+                                 << " goes on with them\n";
+        }
+    }
+
+    void Refuse(uint64_t number, const std::string& reason) {
         progress_.Erase();
         ++failed_;
-        exit_ =
-            Fail(context_, ExitStatus::kFailed, "line " + std::to_string(lines_.GetNumber()) + ": " + reason);
+        exit_ = Fail(context_, ExitStatus::kFailed, "line " + std::to_string(number) + ": " + reason);
     }
 
     void Report() {
@@ -106,9 +211,12 @@ private:
 
     CommandContext& context_;
     const ModelDefinition& definition_;
+    std::istream& in_;
     LineReader lines_;
     const uint64_t totalBytes_;
     ProgressBar progress_;
+    Window window_;  // being read
+    Window sent_;    // being answered
     uint64_t imported_ = 0;
     uint64_t failed_ = 0;
     ExitStatus exit_ = ExitStatus::kDone;

@@ -113,6 +113,32 @@ AgentAnswer ReadActionAnswer(std::string_view action, AgentAnswer answer) {
     return answer;
 }
 
+bool BeginBatch(AgentConnection& agent, std::string_view action, std::string lines, std::string& error) {
+    return agent.Send("/batch/" + PercentEncoded(action) + "?explain=1", std::move(lines), error);
+}
+
+AgentAnswer EndBatch(AgentConnection& agent) {
+    AgentConnection::Reply reply;
+    std::string error;
+    if (agent.Receive(reply, error)) {
+        return FromReply(std::move(reply));
+    }
+    AgentAnswer answer = NoAgent(std::move(error));
+    answer.body = std::move(reply.body);
+    return answer;
+}
+
+AgentAnswer ReadBatchAnswer(std::string_view action, std::string_view line, uint64_t& number) {
+    AgentAnswer answer;
+    answer.body = line;
+    const Json content = Json::parse(line, nullptr, false);
+    const Json& counted = MemberOf(content, "line");
+    number = counted.is_number_unsigned() ? counted.get<uint64_t>() : 0;
+    const std::string reason = TextOf(MemberOf(content, "error"));
+    return reason.empty() ? ReadActionAnswer(action, std::move(answer))
+                          : Failed(std::move(answer), "the agent answers: " + reason);
+}
+
 AgentAnswer CallActionWithText(AgentConnection& agent, std::string_view action, std::string arguments) {
     AgentConnection::Reply reply;
     std::string error;

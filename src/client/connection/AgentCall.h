@@ -36,6 +36,15 @@ struct AgentAnswer {
 /// What the text of an answer to an action says. `action` is for the sentence.
 [[nodiscard]] AgentAnswer ReadActionAnswer(std::string_view action, AgentAnswer answer);
 
+/// Has the action carried out once for each of `lines`, JSON objects with a line end each. False, with a
+/// sentence, where they could not be sent; else one EndBatch must follow.
+[[nodiscard]] bool BeginBatch(AgentConnection& agent, std::string_view action, std::string lines,
+                              std::string& error);
+/// The lines that the agent answered are in `body`, also where it is gone before it answered all of them.
+[[nodiscard]] AgentAnswer EndBatch(AgentConnection& agent);
+/// What one of these lines says, and the number of the line that it answers, from 1; 0 where it says none.
+[[nodiscard]] AgentAnswer ReadBatchAnswer(std::string_view action, std::string_view line, uint64_t& number);
+
 /// Carries out the action with arguments that are sent as they stand; empty text stands for none. The answer
 /// is the agent's own, without messages.
 [[nodiscard]] AgentAnswer CallActionWithText(AgentConnection& agent, std::string_view action,

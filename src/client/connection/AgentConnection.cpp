@@ -44,18 +44,19 @@ public:
         request.prepare_payload();
         // A refused request is answered before it was read whole, so a write that fails may still have an
         // answer.
-        writeFailure_ = {};
-        http::write(*socket_, request, writeFailure_);
+        error_code ignored;
+        http::write(*socket_, request, ignored);
         return true;
     }
 
     bool Read(Reply& reply, std::string& error) {
-        error_code readFailure = writeFailure_;
-        if (!IsReadable(answerTimeout_)) {
+        error_code readFailure;
+        if (ReadAnswer(reply, readFailure)) {
+            return true;
+        }
+        if (readFailure == asio::error::timed_out) {
             error = "the agent at " + GetPath() + " did not answer within " + InSeconds(answerTimeout_) +
                     "; --timeout SECONDS waits longer";
-        } else if (ReadAnswer(reply, readFailure)) {
-            return true;
         } else {
             error = "the agent at " + GetPath() + " closed the connection without an answer (" +
                     readFailure.message() + ")";
@@ -106,16 +107,45 @@ private:
     bool ReadAnswer(Reply& reply, error_code& failure) {
         http::response_parser<http::string_body> parser;
         parser.body_limit(boost::none);
-        http::read(*socket_, buffer_, parser, failure);
+        parser.eager(true);
+        while (!parser.is_done() && !failure) {
+            if (!TakeRead(parser, failure)) {
+                ReadSome(parser.got_some(), failure);
+            }
+        }
+        reply.body = std::move(parser.get().body());
         if (failure) {
             return false;
         }
         reply.status = parser.get().result_int();
-        reply.body = std::move(parser.get().body());
         if (!parser.get().keep_alive()) {
             Close();
         }
         return true;
+    }
+
+    /// Has the parser take what was read; false where it needs more.
+    bool TakeRead(http::response_parser<http::string_body>& parser, error_code& failure) {
+        const std::size_t taken = buffer_.size() > 0 ? parser.put(buffer_.data(), failure) : 0;
+        buffer_.consume(taken);
+        if (failure == http::error::need_more) {
+            failure = {};
+        }
+        return taken > 0;
+    }
+
+    /// Each part of an answer may take its time.
+    void ReadSome(bool isBegun, error_code& failure) {
+        constexpr std::size_t kPart = std::size_t{64} << 10U;
+        pollfd waited{socket_->native_handle(), POLLIN, 0};
+        if (poll(&waited, 1, static_cast<int>(answerTimeout_.count())) == 0) {
+            failure = asio::error::timed_out;
+            return;
+        }
+        buffer_.commit(socket_->read_some(buffer_.prepare(kPart), failure));
+        if (failure == asio::error::eof) {
+            failure = isBegun ? http::error::partial_message : http::error::end_of_stream;
+        }
     }
 
     bool IsReadable(std::chrono::milliseconds timeout) {
@@ -134,7 +164,6 @@ private:
     const std::vector<std::string> paths_;
     const std::chrono::milliseconds answerTimeout_;
     std::size_t used_ = 0;
-    error_code writeFailure_;
     asio::io_context context_{1};
     std::optional<asio::local::stream_protocol::socket> socket_;
     boost::beast::flat_buffer buffer_;

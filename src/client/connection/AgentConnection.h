@@ -36,6 +36,7 @@ public:
     /// The two halves of Post, so that the caller can work while the agent does. Each Send is followed by one
     /// Receive before anything else is sent.
     [[nodiscard]] bool Send(std::string_view target, std::string body, std::string& error);
+    /// Where the answer broke off, `reply` has what came of its body.
     [[nodiscard]] bool Receive(Reply& reply, std::string& error);
 
 private:

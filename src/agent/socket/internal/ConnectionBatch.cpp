@@ -43,6 +43,9 @@ void Connection::BeginBatch() {
     batch_->head->chunked(true);
     batch_->headSerializer.emplace(*batch_->head);
     body_.resize(kWindow);
+    // A read takes what the buffer has room for, and the window is what was read: its changes share a sync.
+    buffer_.max_size(kWindow);
+    buffer_.reserve(kWindow);
     GoOnToBody();
 }
 

@@ -82,6 +82,13 @@ TEST_F(BatchCallTest, SaysWhichLineIsNoContainer) {
     EXPECT_NE(answers.find("\n{\"line\":2,\"status\":0,"), std::string::npos);
 }
 
+TEST_F(BatchCallTest, ExplainsWhereThatIsAskedFor) {
+    BatchCall batch(std::make_unique<ActionCall>("Count", client_, debug_), true);
+    batch.Take("{}\n", true);
+    const std::string answers = Work(batch);
+    EXPECT_NE(answers.find(R"(,"messages":[]})"), std::string::npos) << answers;
+}
+
 TEST_F(BatchCallTest, SaysThatTheActionHasGone) {
     const auto batch = Open("Nobody");
     batch->Take("{}\n", true);
