@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/container/LumContainer.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
+#include "host/ini/IniFile.h"
 #include "support/DiskStates.h"
 #include "support/TempDirectory.h"
 
@@ -136,6 +138,23 @@ TEST_F(DiskStatesTest, MovesDownToTheDisk) {
     ASSERT_EQ(write(file.Get(), "ab", 2), 2);
     ASSERT_TRUE(FileMove(LumString(At("new")), LumString(At("moved"))));
     EXPECT_EQ(Contents("moved"), Set{"ab"});
+}
+
+TEST_F(DiskStatesTest, SavesAContainerDownToTheDisk) {
+    const LumString before = GetTempDirectory();
+    SetTempDirectory(LumString(place_.string()));
+    LumContainer content;
+    content.SetString("Text", LumString(std::string(2000, 'x')));
+    const std::string path = content.SaveToTempFile().GetString();
+    SetTempDirectory(before);
+    EXPECT_EQ(Contents(path.substr(path.rfind('/') + 1)), (Set{"-", ReadWholeFile(path)}));
+}
+
+TEST_F(DiskStatesTest, WritesAnIniFileDownToTheDisk) {
+    scratch_.Write("place/some.ini", "[Section]\nKey = 1\n");
+    IniFile ini(LumString(At("some.ini")));
+    ASSERT_TRUE(ini.WriteEntryValue("Section", "Key", 2));
+    EXPECT_EQ(Contents("some.ini"), Set{ReadWholeFile(At("some.ini"))});
 }
 
 TEST_F(DiskStatesTest, MakesDirectoriesDownToTheDisk) {

@@ -4,8 +4,10 @@
 // all of a model's in one table, and every database file whole.
 //
 //     Upgrade [kill|full|io|sync [STRIDE [CASE...]]]
+//     Upgrade power STATES [CASE...]
 //
 // Only every so many-th call is tried, from another one on in each case; 1 leaves none out. A CASE is a file.
+// "power" starts on so many states that a loss of power during the start may leave.
 
 #include <algorithm>
 #include <cstdio>
@@ -14,6 +16,8 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,9 +28,11 @@
 #include <unistd.h>
 
 #include "BuildPaths.h"
+#include "support/DiskStates.h"
 #include "support/FaultVfs.h"
 #include "support/LoadedModule.h"
 #include "support/Program.h"
+#include "support/shim/DiskRecord.h"
 #include "upgrade/UpgradeFixture.h"
 
 namespace {
@@ -105,6 +111,32 @@ public:
         Expect(StartOnce(agent_, call, [](FaultVfs&) {}) == 0, "an undisturbed start works");
         kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
         return std::stoull(ReadWholeFile(agent_ / "calls"));
+    }
+
+    /// Writes down what an undisturbed start does.
+    void Record() {
+        Reset();
+        states_.emplace(agent_);
+        DiskRecordBegin(agent_.c_str(), 0);
+        {
+            LoadedModule module(agent_);
+            module.Start();
+        }
+        std::vector<DiskCall> calls;
+        DiskRecordEnd(&calls);
+        states_->Take(std::move(calls), false);
+        kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
+    }
+
+    void TryPowerCut(uint64_t seed) {
+        where_ = "power, seed " + std::to_string(seed);
+        std::mt19937_64 random(seed);
+        fs::remove_all(agent_);
+        const std::size_t count = random() % (states_->Calls().size() + 1);
+        states_->Build(count, random(), agent_);
+        Expect(StartOnce(agent_, Call::kAny, [](FaultVfs&) {}) == 0, "it starts again");
+        CheckDatabase();
+        CheckCopies();
     }
 
     void Try(const Disturbance& disturbance, uint64_t nth) {
@@ -189,7 +221,21 @@ private:
     std::string where_ = "undisturbed";
     std::map<std::string, UpgradeFixture::Events> before_;
     std::map<std::string, UpgradeFixture::Events> kept_;
+    std::optional<DiskStates> states_;
 };
+
+void CutPower(uint64_t states, const std::vector<fs::path>& cases) {
+    uint64_t seed = 0;
+    for (const fs::path& description : cases) {
+        Machine machine(description);
+        machine.Record();
+        for (uint64_t i = 0; i < states; ++i) {
+            machine.TryPowerCut(++seed);
+        }
+    }
+    std::printf("power: %lu states\n", static_cast<unsigned long>(seed));
+    Require(seed > 0, "a state is tried");
+}
 
 void Disturb(const Disturbance& disturbance, uint64_t stride, const std::vector<fs::path>& cases) {
     uint64_t tried = 0;
@@ -212,12 +258,19 @@ void Disturb(const Disturbance& disturbance, uint64_t stride, const std::vector<
 int main(int argc, char** argv) {
     constexpr uint64_t kUsualStride = 449;
     const std::string_view wanted = argc > 1 ? argv[1] : "kill";
+    const uint64_t number = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 0;
+    if (wanted == "power" && number > 0) {
+        return RunProgram(
+            [&] { CutPower(number, CasesFrom(argc, argv, 3, LUM_SOURCE_DIR "/tests/upgrade/cases")); });
+    }
     const auto* const disturbance =
         std::find_if(std::begin(kDisturbances), std::end(kDisturbances),
                      [wanted](const Disturbance& one) { return wanted == one.name; });
-    const uint64_t stride = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : kUsualStride;
+    const uint64_t stride = argc > 2 ? number : kUsualStride;
     if (disturbance == std::end(kDisturbances) || stride == 0) {
-        std::fprintf(stderr, "usage: Upgrade [kill|full|io|sync [STRIDE [CASE...]]]\n");
+        std::fprintf(
+            stderr,
+            "usage: Upgrade [kill|full|io|sync [STRIDE [CASE...]]] or Upgrade power STATES [CASE...]\n");
         return 2;
     }
     return RunProgram([&] {

@@ -108,7 +108,8 @@ TEST_F(StoreStartupTest, RegistersItsModelsInADatabaseThatIsMadeAnew) {
 
 TEST_F(StoreStartupTest, TakesOverWhatARestoredDatabaseSaysOfItsModels) {
     ASSERT_TRUE(
-        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 7; "
+        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 7, "
+                     "RM_LastAggregationTimestamp = 9; "
                      "PRAGMA wal_checkpoint(TRUNCATE)"));
     fs::copy_file(Database(), Database(".restored"));
     fs::rename(Database(".restored"), Database());
@@ -118,6 +119,7 @@ TEST_F(StoreStartupTest, TakesOverWhatARestoredDatabaseSaysOfItsModels) {
     ASSERT_TRUE(ModelCollection.Get("Logon", model));
     EXPECT_FALSE(model->IsEnabled());
     EXPECT_EQ(model->GetLastUploadTime(), 7);
+    EXPECT_EQ(model->GetLastAggregationTime(), 9);
 }
 
 TEST_F(StoreStartupTest, LeavesADatabaseUncompactedWithoutRoomForThat) {
