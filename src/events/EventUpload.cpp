@@ -215,6 +215,17 @@ UploadJournal* OpenJournal(const Model_t& model, EventWindow window, bool sends)
     return nullptr;
 }
 
+/// A statement failed. A window that is marked as sent already waits in the backlog.
+void SettleFailure(const Model_t& model, EventWindow window, bool marked, UploadJournal& journal) {
+    kRoutine.Error("Failed to upload events for model '%S', SQL error", model.GetName());
+    if (marked) {
+        UploadBacklog.Postpone(model.GetName(), window.end);
+        LumString error;
+        static_cast<void>(journal.ForgetAfter(window.start, error));  // Settle says it
+        UploadBacklog.Settle(model.GetName(), error);
+    }
+}
+
 bool IsSending(const Model_t& model) {
     return UploadEnabled.load(std::memory_order_relaxed) && model.IsEnabled();
 }
@@ -300,7 +311,6 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSe
         LogNothing(*model);
         return true;
     }
-    const LumString& name = model->GetName();
     const bool uploadEnabled = UploadEnabled.load(std::memory_order_relaxed);
     const bool sends = uploadEnabled && model->IsEnabled();
     UploadJournal* const journal = OpenJournal(*model, *window, sends);
@@ -314,13 +324,7 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSe
     const Consumed consumed = ConsumeWindow(scope, *model, *window, sends);
     if (consumed.rows == nullptr) {
         scope.Unlock();
-        kRoutine.Error("Failed to upload events for model '%S', SQL error", name);
-        if (consumed.marked) {
-            UploadBacklog.Postpone(name, window->end);
-            LumString error;
-            static_cast<void>(journal->ForgetAfter(window->start, error));  // Settle says it
-            UploadBacklog.Settle(name, error);
-        }
+        SettleFailure(*model, *window, consumed.marked, *journal);
         return false;
     }
     model->SetLastUploadTime(window->end);
@@ -328,12 +332,10 @@ bool UploadEvents(const std::shared_ptr<Model_t>& model, LumSeconds start, LumSe
 
     if (sends) {
         SendAndSettle(*model, consumed, *journal);
-        return true;
-    }
-    if (!uploadEnabled) {
-        kRoutine.Trace("Upload is disabled, ignoring events for model '%S'", name);
+    } else if (!uploadEnabled) {
+        kRoutine.Trace("Upload is disabled, ignoring events for model '%S'", model->GetName());
     } else {
-        kRoutine.Trace("Ignoring events for disabled model '%S'", name);
+        kRoutine.Trace("Ignoring events for disabled model '%S'", model->GetName());
     }
     return true;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
@@ -11,16 +10,14 @@
 #include <string_view>
 #include <system_error>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "contract/FileStore.h"
 #include "filestore/FileNames.h"
-#include "host/file/FileDescriptor.h"
+#include "filestore/internal/Placement.h"
 #include "host/file/LumFile.h"
 #include "host/text/LumSha256.h"
-#include "host/text/LumSystemError.h"
 
 namespace {
 
@@ -29,162 +26,10 @@ constexpr std::string_view kUnfinishedPrefix = ".lum-";
 /// An outbox that is full is looked at again that often.
 constexpr std::time_t kCountEverySeconds = 10;
 
-/// "<path>: <what>", with the reason that `reason` gives where it is not 0.
-LumString Sentence(const LumString& path, std::string_view what, int reason = 0) {
-    LumString text;
-    text.Printf("%S: %S%s%S", path, what, reason != 0 ? ": " : "",
-                reason != 0 ? LumSystemErrorText(reason) : LumString());
-    return text;
-}
-
 bool Exists(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
-
-/// A file that is to be moved: open, and where it lies as a name in an open directory, so that nobody can put
-/// something else on the way to it.
-struct Source {
-    FileDescriptor directory;  ///< not open: `name` is an absolute path
-    std::string name;
-    FileDescriptor file;
-    struct stat status {};
-
-    [[nodiscard]] int At() const { return directory.IsOpen() ? directory.Get() : AT_FDCWD; }
-};
-
-/// Neither a pipe nor a device is waited for.
-constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-
-/// The part of `path` below the directory `top`, also where `top` is called by another name; empty where it
-/// lies elsewhere.
-std::string_view PartBelow(const LumString& path, const LumString& top) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(top.GetString(), nullptr), &std::free);
-    for (const std::string_view known : {top.View(), std::string_view(real != nullptr ? real.get() : "")}) {
-        if (!known.empty() && path.View().starts_with(known) && path.View().substr(known.size(), 1) == "/") {
-            return path.View().substr(known.size() + 1);
-        }
-    }
-    return {};
-}
-
-/// Walks down from `top` to the directory of `part`, name by name; false where something else than a
-/// directory stands on the way.
-bool WalkDown(const LumString& top, std::string_view part, Source& source) {
-    source.directory = FileDescriptor(open(top.GetString(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    while (source.directory.IsOpen()) {
-        const std::size_t slash = part.find('/');
-        source.name = std::string(part.substr(0, slash));
-        if (source.name.empty() || source.name == "." || source.name == "..") {
-            return false;
-        }
-        if (slash == std::string_view::npos) {
-            return true;
-        }
-        source.directory = FileDescriptor(openat(source.directory.Get(), source.name.c_str(),
-                                                 O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        part.remove_prefix(slash + 1);
-    }
-    return false;
-}
-
-/// Finds and opens the file, if it is a regular one that lies at its path itself; false with the reason.
-bool OpenSource(const ReceivedFile& file, Source& source, LumString& error) {
-    const LumString& path = file.movePath;
-    if (!path.View().starts_with('/') || path.View().find('\0') != std::string_view::npos) {
-        error = Sentence(path, "it is not an absolute path");
-        return false;
-    }
-    source.name = std::string(path.View());
-    if (!file.confinedTo.IsEmpty() && !WalkDown(file.confinedTo, PartBelow(path, file.confinedTo), source)) {
-        error = Sentence(path, "it does not lie below " + std::string(file.confinedTo.View()));
-        return false;
-    }
-    source.file = FileDescriptor(openat(source.At(), source.name.c_str(), kReadFlags));
-    if (!source.file.IsOpen()) {
-        error = errno == ELOOP ? Sentence(path, "it is a symbolic link")
-                               : Sentence(path, "it cannot be opened", errno);
-        return false;
-    }
-    if (fstat(source.file.Get(), &source.status) != 0 || !S_ISREG(source.status.st_mode)) {
-        error = Sentence(path, "it is not a regular file");
-        return false;
-    }
-    return true;
-}
-
-/// FileRenameNew from or to a name in an open directory.
-bool RenameNewAt(int fromAt, const std::string& from, int toAt, const std::string& to) {
-    if (renameat2(fromAt, from.c_str(), toAt, to.c_str(), RENAME_NOREPLACE) == 0) {
-        return true;
-    }
-    return errno == EINVAL && linkat(fromAt, from.c_str(), toAt, to.c_str(), 0) == 0 &&
-           unlinkat(fromAt, from.c_str(), 0) == 0;
-}
-
-/// A file that was brought into the outbox, and is taken out again unless it was kept.
-class Placement {
-public:
-    Placement(const LumString& path, const Source& source, std::string to)
-        : path_(path), source_(source), to_(std::move(to)) {}
-    Placement(const Placement&) = delete;
-    Placement& operator=(const Placement&) = delete;
-    ~Placement() {
-        if (isPlaced_) {
-            TakeOut();
-        }
-    }
-
-    /// Moves the file, or copies it where the outbox is on another file system.
-    bool Place(LumString& error) {
-        isPlaced_ = RenameNewAt(source_.At(), source_.name, AT_FDCWD, to_);
-        if (isPlaced_) {
-            struct stat placed {};
-            // Whoever owns the source's directory may have put something else in its place meanwhile.
-            if (lstat(to_.c_str(), &placed) != 0 || placed.st_ino != source_.status.st_ino ||
-                placed.st_dev != source_.status.st_dev) {
-                error = Sentence(path_, "it was replaced while it was moved");
-                Undo(error);
-                return false;
-            }
-            return true;
-        }
-        if (errno == EXDEV) {
-            // Of the very file that was opened, whatever has its name now.
-            const std::string opened = "/proc/self/fd/" + std::to_string(source_.file.Get());
-            copied_ = FileCopy(LumString(opened), LumString(to_), true);
-            isPlaced_ = copied_;
-        }
-        if (!isPlaced_) {
-            error = Sentence(path_, "it cannot be moved to " + to_, errno);
-        }
-        return isPlaced_;
-    }
-
-    void Undo(LumString& error) {
-        if (!TakeOut()) {
-            error += LumString("; it stays at " + to_);
-        }
-    }
-
-    /// Ends the move; false where it was a copy and the source cannot be deleted.
-    bool Keep() {
-        isPlaced_ = false;
-        return !copied_ || unlinkat(source_.At(), source_.name.c_str(), 0) == 0;
-    }
-
-private:
-    bool TakeOut() {
-        isPlaced_ = false;
-        return copied_ ? unlink(to_.c_str()) == 0 : RenameNewAt(AT_FDCWD, to_, source_.At(), source_.name);
-    }
-
-    const LumString path_;
-    const Source& source_;
-    const std::string to_;
-    bool copied_ = false;
-    bool isPlaced_ = false;
-};
 
 std::string Description(const ReceivedFile& file, const std::string& name, const std::string& checksum,
                         std::string_view receivedAt) {
@@ -218,7 +63,7 @@ bool Outbox::OpenDirectories(LeftOvers& leftOvers, LumString& error) {
     isOpen_ = false;
     uint64_t highest = 0;
     if (!PathCreate(directory)) {
-        error = Sentence(directory, "it cannot be made", errno);
+        error = FileSentence(directory, "it cannot be made", errno);
         return false;
     }
     if (!ScanDirectory(leftOvers, highest, error)) {
@@ -278,7 +123,7 @@ bool Outbox::ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& e
     const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(
         OpenDirectory(LumString(directory_)), CloseDirectory);
     if (listing == nullptr) {
-        error = Sentence(LumString(directory_), "it cannot be read", errno);
+        error = FileSentence(LumString(directory_), "it cannot be read", errno);
         return false;
     }
     std::set<std::string> names;
@@ -311,11 +156,11 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     LumString error;
     ReceivedFile file;
     file.movePath = path;
-    Source source;
+    SourceFile source;
     std::string checksum;
     const bool isOpen = OpenSource(file, source, error);
     if (!isOpen || !Sha256OfFile(source.file.Get(), checksum)) {
-        leftOvers.errors.push_back(!isOpen ? error : Sentence(path, "it cannot be read", errno));
+        leftOvers.errors.push_back(!isOpen ? error : FileSentence(path, "it cannot be read", errno));
         return;
     }
     file.fileType = LumString(parts.label);
@@ -323,7 +168,7 @@ void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {
     file.upstream = true;
     const LumString descriptionPath(PathOf(DescriptionName(name)));
     if (!FileReplace(descriptionPath, Description(file, name, checksum, parts.receivedAt), error)) {
-        leftOvers.errors.push_back(Sentence(descriptionPath, error.View()));
+        leftOvers.errors.push_back(FileSentence(descriptionPath, error.View()));
         return;
     }
     leftOvers.completed.push_back(name);
@@ -334,7 +179,7 @@ Received Outbox::Receive(const ReceivedFile& file) {
     if (!EnsureOpen(reason)) {
         return {Received::Outcome::kFailed,
                 {},
-                Sentence(file.movePath, "the outbox is not open") +
+                FileSentence(file.movePath, "the outbox is not open") +
                     (reason.IsEmpty() ? LumString() : LumString("; ") + reason)};
     }
     const std::time_t now = std::time(nullptr);
@@ -347,53 +192,59 @@ Received Outbox::Receive(const ReceivedFile& file) {
     if (!number_.Next(number, reason)) {
         return {Received::Outcome::kFailed,
                 {},
-                Sentence(file.movePath, "no number for it: " + std::string(reason.View()))};
+                FileSentence(file.movePath, "no number for it: " + std::string(reason.View()))};
     }
     return ReceiveAs(file, DerivedName(now, number, file.fileLabel.View()), receivedAt);
 }
 
 Received Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, std::string_view receivedAt) {
     Received received{Received::Outcome::kRefused, {}, {}};
-    Source source;
+    SourceFile source;
     if (!OpenSource(file, source, received.problem)) {
         return received;
     }
-    const LumString descriptionPath(PathOf(DescriptionName(name)));
-    if (IsDescriptionName(name) || Exists(std::string(descriptionPath.View()))) {
-        received.problem = Sentence(file.movePath, "the name " + name + " is taken");
+    if (IsDescriptionName(name) || Exists(PathOf(DescriptionName(name)))) {
+        received.problem = FileSentence(file.movePath, "the name " + name + " is taken");
         return received;
     }
     std::string checksum(file.fileChecksum.View());
     // Synced before it is renamed: what was written through already costs nothing then.
     if (fsync(source.file.Get()) != 0 || (checksum.empty() && !Sha256OfFile(source.file.Get(), checksum))) {
-        received.problem = Sentence(file.movePath, "it cannot be read", errno);
+        received.problem = FileSentence(file.movePath, "it cannot be read", errno);
         return received;
     }
     const std::string description = Description(file, name, checksum, receivedAt);
     received.outcome = Received::Outcome::kFailed;
     if (!HasRoomFor(file, static_cast<uint64_t>(source.status.st_size) + description.size())) {
-        received.problem = Sentence(file.movePath, "the outbox is full");
+        received.problem = FileSentence(file.movePath, "the outbox is full");
         return received;
     }
+    Place(file, source, name, description, received);
+    return received;
+}
+
+void Outbox::Place(const ReceivedFile& file, const SourceFile& source, const std::string& name,
+                   const std::string& description, Received& received) {
     Placement placement(file.movePath, source, PathOf(name));
     if (!placement.Place(received.problem)) {
         received.outcome = Exists(PathOf(name)) ? Received::Outcome::kRefused : Received::Outcome::kFailed;
-        return received;
+        return;
     }
-    // Syncs the directory as well, and with it the file's own entry.
+    const LumString descriptionPath(PathOf(DescriptionName(name)));
     LumString reason;
+    // Syncs the directory as well, and with it the file's own entry.
     if (!FileReplace(descriptionPath, description, reason)) {
-        received.problem = Sentence(file.movePath, "its description " + std::string(descriptionPath.View()) +
-                                                       " cannot be written: " + std::string(reason.View()));
+        received.problem =
+            FileSentence(file.movePath, "its description " + std::string(descriptionPath.View()) +
+                                            " cannot be written: " + std::string(reason.View()));
         unlink(descriptionPath.GetString());  // it was not there before
         placement.Undo(received.problem);
-        return received;
+        return;
     }
     received.outcome = Received::Outcome::kDone;
     received.path = LumString(PathOf(name));
     if (!placement.Keep()) {
         received.problem =
-            Sentence(file.movePath, "it was copied to the outbox but cannot be deleted", errno);
+            FileSentence(file.movePath, "it was copied to the outbox but cannot be deleted", errno);
     }
-    return received;
 }

@@ -39,6 +39,8 @@ struct Received {
     LumString problem;
 };
 
+struct SourceFile;
+
 /// A directory that files are moved into and taken from by others. Each file has a description beside it, a
 /// JSON file of the same stem that appears whole once the file is safe: without it a file is not complete.
 /// docs/file-formats.md describes both for those who take them.
@@ -79,6 +81,10 @@ public:
 private:
     [[nodiscard]] Received ReceiveAs(const ReceivedFile& file, const std::string& name,
                                      std::string_view receivedAt);
+    /// Brings `source` into the outbox as `name`, its description beside it; `received` tells what became of
+    /// it.
+    void Place(const ReceivedFile& file, const SourceFile& source, const std::string& name,
+               const std::string& description, Received& received);
     [[nodiscard]] bool EnsureOpen(LumString& error);
     [[nodiscard]] bool OpenDirectories(LeftOvers& leftOvers, LumString& error) LUM_REQUIRES(opening_);
     [[nodiscard]] bool HasRoomFor(const ReceivedFile& file, uint64_t bytes);

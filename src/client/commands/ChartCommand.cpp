@@ -162,6 +162,27 @@ Json ToJson(const ChartOptions& options, const EventTally& tally) {
     return json;
 }
 
+/// Walks over the events of the span and counts those that the filter takes.
+AgentAnswer Count(CommandContext& context, const ChartOptions& options, const EventFilter& filter,
+                  const std::string& column, const std::string& type, EventTally& tally) {
+    ProgressBar bar(context.console.err, context.console.errIsTerminal);
+    EventWalk walk(context.agent,
+                   {options.query.model, options.query.since, options.query.until, EventOrder::kOldestFirst,
+                    std::nullopt},
+                   0, true);
+    EventPage page;
+    while (walk.Next(page)) {
+        for (std::size_t row = 0; row < walk.GetEnd(); ++row) {
+            if (filter.Takes(page, row)) {
+                tally.Add(page.GetDate(row), options.per ? CellOf(page.GetValue(column, row), type) : "");
+            }
+        }
+        bar.Update(0, 0, tally.GetTotal());
+    }
+    bar.Erase();
+    return walk.GetFailure();
+}
+
 }  // namespace
 
 ExitStatus ShowChart(CommandContext& context, const ChartOptions& given) {
@@ -185,23 +206,9 @@ ExitStatus ShowChart(CommandContext& context, const ChartOptions& given) {
     }
     EventTally tally(PeriodStarts(options.byHour ? TallyPeriod::kHour : TallyPeriod::kDay,
                                   *options.query.since, *options.query.until));
-    ProgressBar bar(context.console.err, context.console.errIsTerminal);
-    EventWalk walk(
-        context.agent,
-        {model.name, options.query.since, options.query.until, EventOrder::kOldestFirst, std::nullopt}, 0,
-        true);
-    EventPage page;
-    while (walk.Next(page)) {
-        for (std::size_t row = 0; row < walk.GetEnd(); ++row) {
-            if (filter.Takes(page, row)) {
-                tally.Add(page.GetDate(row), options.per ? CellOf(page.GetValue(column, row), type) : "");
-            }
-        }
-        bar.Update(0, 0, tally.GetTotal());
-    }
-    bar.Erase();
-    if (!walk.GetFailure().IsDone()) {
-        return Fail(context, walk.GetFailure());
+    const AgentAnswer counted = Count(context, options, filter, column, type, tally);
+    if (!counted.IsDone()) {
+        return Fail(context, counted);
     }
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, ToJson(options, tally));

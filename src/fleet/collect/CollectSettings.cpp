@@ -18,14 +18,14 @@ std::string HostName() {
     return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "collector";
 }
 
-}  // namespace
+/// What the stream is made with, in the units of the command line.
+struct StreamSizes {
+    int64_t megabytes;
+    int64_t hours;
+    int64_t messageBytes;
+};
 
-std::optional<int> ReadCollectSettings(int argc, const char* const* argv, CollectSettings& settings) {
-    int64_t streamMegabytes = settings.stream.maxBytes / kMegabyte;
-    int64_t streamHours = settings.stream.maxAgeSeconds / 3600;
-    int64_t largest = settings.stream.maxMessageBytes;
-    ProgramOptions options("Stores what devices have sent to the broker in the database", "lumcollect",
-                           "Collect");
+void AddOptions(ProgramOptions& options, CollectSettings& settings) {
     options.Add("--setup", settings.setUp, "Make or bring up to date the stream and the schema, and end");
     options.Add("--database", settings.database, "PARAMETERS",
                 "The database, as key=value pairs or a postgresql:// address");
@@ -39,21 +39,36 @@ std::optional<int> ReadCollectSettings(int argc, const char* const* argv, Collec
                 "Models that one device may introduce");
     options.Add("--keep-months", settings.keepMonths, 0, 1'200,
                 "Months before this one that are kept; 0 keeps everything");
-    options.Add("--stream-replicas", settings.stream.replicas, 0, 5,
+}
+
+void AddStreamOptions(ProgramOptions& options, StreamSettings& stream, StreamSizes& sizes) {
+    options.Add("--stream-replicas", stream.replicas, 0, 5,
                 "With --setup: copies of the stream; 0 takes 3 where the cluster has them");
-    options.Add("--stream-megabytes", streamMegabytes, 1, 100'000'000, "With --setup: size of the stream");
-    options.Add("--stream-hours", streamHours, 1, 87'600,
+    options.Add("--stream-megabytes", sizes.megabytes, 1, 100'000'000, "With --setup: size of the stream");
+    options.Add("--stream-hours", sizes.hours, 1, 87'600,
                 "With --setup: hours that the stream keeps a batch");
-    options.Add("--stream-message-bytes", largest, 1'024, 67'108'864, "With --setup: largest batch");
-    options.Add("--ack-wait", settings.stream.ackWaitSeconds, 1, 3'600,
+    options.Add("--stream-message-bytes", sizes.messageBytes, 1'024, 67'108'864,
+                "With --setup: largest batch");
+    options.Add("--ack-wait", stream.ackWaitSeconds, 1, 3'600,
                 "With --setup: seconds after which a batch that a collector took goes to another");
+}
+
+}  // namespace
+
+std::optional<int> ReadCollectSettings(int argc, const char* const* argv, CollectSettings& settings) {
+    StreamSizes sizes{settings.stream.maxBytes / kMegabyte, settings.stream.maxAgeSeconds / 3600,
+                      settings.stream.maxMessageBytes};
+    ProgramOptions options("Stores what devices have sent to the broker in the database", "lumcollect",
+                           "Collect");
+    AddOptions(options, settings);
+    AddStreamOptions(options, settings.stream, sizes);
     options.AddBroker(settings.broker);
     if (const std::optional<int> status = options.Read(argc, argv); status.has_value()) {
         return status;
     }
-    settings.stream.maxBytes = streamMegabytes * kMegabyte;
-    settings.stream.maxAgeSeconds = streamHours * 3600;
-    settings.stream.maxMessageBytes = static_cast<int32_t>(largest);
+    settings.stream.maxBytes = sizes.megabytes * kMegabyte;
+    settings.stream.maxAgeSeconds = sizes.hours * 3600;
+    settings.stream.maxMessageBytes = static_cast<int32_t>(sizes.messageBytes);
     settings.stream.name = kStreamName;
     settings.stream.subjects = kBatchSubjects;
     settings.stream.consumer = kConsumerName;

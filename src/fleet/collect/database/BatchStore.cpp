@@ -110,6 +110,43 @@ CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) 
     return nullptr;
 }
 
+/// Rows that go to the database as one array a column.
+class ColumnArrays {
+public:
+    void Add(const SqlValues& row) {
+        columns_.resize(row.size());
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            columns_[column].push_back(row[column]);
+        }
+    }
+    [[nodiscard]] SqlValues Texts() const {
+        SqlValues texts;
+        for (const SqlValues& column : columns_) {
+            texts.emplace_back(ArrayText(column));
+        }
+        return texts;
+    }
+
+private:
+    std::vector<SqlValues> columns_;
+};
+
+/// A batch as kInsertKeys takes it.
+SqlValues KeyRow(const Incoming& batch) {
+    const int64_t number = RunningNumberOf(batch.info.name);
+    const auto* const events = std::get_if<EventContent>(&batch.content);
+    return {batch.info.key.device,
+            batch.info.key.digest,
+            StorableText(batch.info.label),
+            StorableText(batch.info.name),
+            number > 0 ? SqlValue(std::to_string(number)) : std::nullopt,
+            TimeOf(batch.info.receivedAt),
+            std::to_string(batch.bytes),
+            std::to_string(EventsOf(batch)),
+            events != nullptr ? SqlValue(events->model) : std::nullopt,
+            events != nullptr ? SqlValue(events->checksum) : std::nullopt};
+}
+
 /// What a transaction adds to one device.
 struct Contact {
     int64_t batches = 0;
@@ -117,6 +154,28 @@ struct Contact {
     int64_t rejected = 0;
     std::set<int64_t> numbers;
 };
+
+/// What a device has sent, as kUpdateDevices takes it.
+SqlValues ContactRow(const std::string& device, const Contact& contact) {
+    SqlValue lowest;
+    SqlValue highest;
+    std::string got = "{";
+    if (!contact.numbers.empty()) {
+        lowest = std::to_string(*contact.numbers.begin());
+        highest = std::to_string(*contact.numbers.rbegin());
+    }
+    for (const int64_t number : contact.numbers) {
+        const std::string text = std::to_string(number);
+        got += (got.size() > 1 ? ",[" : "[") + text + "," + text + "]";
+    }
+    return {device,
+            std::to_string(contact.batches),
+            std::to_string(contact.events),
+            std::to_string(contact.rejected),
+            lowest,
+            highest,
+            got + "}"};
+}
 
 }  // namespace
 
@@ -204,7 +263,7 @@ bool BatchStore::PrepareTables(const Group& batches, std::map<const Incoming*, s
 }
 
 bool BatchStore::InsertKeys(const Group& batches, SqlFailure& failure) {
-    std::vector<SqlValues> columns(10);
+    ColumnArrays keys;
     std::map<std::string, Incoming*> byKey;
     for (Incoming* const batch : batches) {
         const std::vector<std::size_t>* fields = nullptr;
@@ -215,31 +274,13 @@ bool BatchStore::InsertKeys(const Group& batches, SqlFailure& failure) {
         if (!byKey.emplace(KeyText(batch->info.key), batch).second) {
             continue;
         }
-        const int64_t number = RunningNumberOf(batch->info.name);
-        const auto* const events = std::get_if<EventContent>(&batch->content);
-        const SqlValues row{batch->info.key.device,
-                            batch->info.key.digest,
-                            StorableText(batch->info.label),
-                            StorableText(batch->info.name),
-                            number > 0 ? SqlValue(std::to_string(number)) : std::nullopt,
-                            TimeOf(batch->info.receivedAt),
-                            std::to_string(batch->bytes),
-                            std::to_string(EventsOf(*batch)),
-                            events != nullptr ? SqlValue(events->model) : std::nullopt,
-                            events != nullptr ? SqlValue(events->checksum) : std::nullopt};
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            columns[column].push_back(row[column]);
-        }
+        keys.Add(KeyRow(*batch));
     }
     if (byKey.empty()) {
         return true;
     }
-    SqlValues arrays;
-    for (const SqlValues& column : columns) {
-        arrays.emplace_back(ArrayText(column));
-    }
     SqlRows rows;
-    if (!database_.Run(kInsertKeys, arrays, rows, failure)) {
+    if (!database_.Run(kInsertKeys, keys.Texts(), rows, failure)) {
         return false;
     }
     for (const auto& row : rows) {
@@ -310,37 +351,14 @@ bool BatchStore::NoteContacts(const Group& batches, SqlFailure& failure) {
         }
     }
     contacts.erase("");  // of a message whose subject names no device
-    std::vector<SqlValues> columns(7);
-    for (const auto& [device, contact] : contacts) {
-        SqlValue lowest;
-        SqlValue highest;
-        std::string got = "{";
-        if (!contact.numbers.empty()) {
-            lowest = std::to_string(*contact.numbers.begin());
-            highest = std::to_string(*contact.numbers.rbegin());
-        }
-        for (const int64_t number : contact.numbers) {
-            const std::string text = std::to_string(number);
-            got += (got.size() > 1 ? ",[" : "[") + text + "," + text + "]";
-        }
-        const SqlValues row{device,
-                            std::to_string(contact.batches),
-                            std::to_string(contact.events),
-                            std::to_string(contact.rejected),
-                            lowest,
-                            highest,
-                            got + "}"};
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            columns[column].push_back(row[column]);
-        }
-    }
     if (contacts.empty()) {
         return true;
     }
-    SqlValues arrays;
-    for (const SqlValues& column : columns) {
-        arrays.emplace_back(ArrayText(column));
+    ColumnArrays devices;
+    for (const auto& [device, contact] : contacts) {
+        devices.Add(ContactRow(device, contact));
     }
+    const SqlValues arrays = devices.Texts();
     return database_.Run(kInsertDevices, {arrays[0]}, failure) &&
            database_.Run(kLockDevices, {arrays[0]}, failure) &&
            database_.Run(kUpdateDevices, arrays, failure);
