@@ -100,7 +100,7 @@ public:
 
 private:
     [[nodiscard]] std::string ProcessFile(const char* name) const {
-        return "/proc/" + std::to_string(agent_.GetProcess()) + "/" + name;
+        return "/proc/" + std::to_string(agent_.GetId()) + "/" + name;
     }
 
     AgentProcess agent_;
@@ -239,7 +239,7 @@ void Load(const std::string& socket, uint32_t clients, uint32_t creates) {
                 Percentile99(calls) * 1e6);
 }
 
-/// The parts of a call that are no business of the action: a request taken apart and answered, and bytes that
+/// The parts of a call that do not depend on the action: a request taken apart and answered, and bytes that
 /// go to and fro.
 void BenchParts(const Sizes& sizes) {
     LumDebug debug("Agent", "The agent process");

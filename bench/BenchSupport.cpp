@@ -120,13 +120,7 @@ std::pair<double, double> Alternate(int rounds, const std::function<void()>& our
     return {Median(ourTimes), Median(floorTimes)};
 }
 
-std::vector<double> TimeCalls(uint32_t count, uint32_t threads, const std::function<void(uint32_t)>& call) {
-    std::vector<std::vector<double>> times(threads);
-    const auto work = [&](uint32_t first) {
-        for (uint32_t i = first; i < count; i += threads) {
-            times[first].push_back(SecondsOf([&] { call(i); }));
-        }
-    };
+void OnThreads(uint32_t threads, const std::function<void(uint32_t)>& work) {
     std::vector<std::thread> others;
     for (uint32_t i = 1; i < threads; ++i) {
         others.emplace_back(work, i);
@@ -135,6 +129,16 @@ std::vector<double> TimeCalls(uint32_t count, uint32_t threads, const std::funct
     for (std::thread& other : others) {
         other.join();
     }
+}
+
+std::vector<double> TimeCalls(uint32_t count, uint32_t threads, const std::function<void(uint32_t)>& call) {
+    std::vector<std::vector<double>> times(threads);
+    const auto work = [&](uint32_t first) {
+        for (uint32_t i = first; i < count; i += threads) {
+            times[first].push_back(SecondsOf([&] { call(i); }));
+        }
+    };
+    OnThreads(threads, work);
     std::vector<double> all;
     for (const std::vector<double>& some : times) {
         all.insert(all.end(), some.begin(), some.end());

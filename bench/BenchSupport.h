@@ -55,6 +55,9 @@ public:
     int rounds, const std::function<void()>& ours, const std::function<void()>& floor,
     const std::function<void()>& prepare = [] {});
 
+/// Calls `work` with 0 to `threads` - 1, each on a thread of its own, the first on this one.
+void OnThreads(uint32_t threads, const std::function<void(uint32_t)>& work);
+
 /// Runs `call(number)` for all numbers below `count` on that many threads; how long each call took, in
 /// seconds.
 [[nodiscard]] std::vector<double> TimeCalls(uint32_t count, uint32_t threads,

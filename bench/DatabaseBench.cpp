@@ -103,21 +103,13 @@ private:
 
 template <class Database>
 void InsertMany(Database& database, uint32_t count, uint32_t threads) {
-    const auto work = [&database, count, threads](uint32_t first) {
+    OnThreads(threads, [&database, count, threads](uint32_t first) {
         LumString sql;
         for (uint32_t i = first; i < count; i += threads) {
             WriteInsert(sql, i);
             database.Insert(sql);
         }
-    };
-    std::vector<std::thread> others;
-    for (uint32_t i = 1; i < threads; ++i) {
-        others.emplace_back(work, i);
-    }
-    work(0);
-    for (std::thread& other : others) {
-        other.join();
-    }
+    });
 }
 
 void BenchInserts(const TempDirectory& scratch, const Sizes& sizes, DBSynchronous synchronous,

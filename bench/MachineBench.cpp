@@ -91,8 +91,7 @@ public:
         double kilobytes = 0;
         for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
             const std::string status = ReadWholeFile(entry.path() / "status");
-            if (Number(status, "Pid:") == agent_.GetProcess() ||
-                Number(status, "PPid:") == agent_.GetProcess()) {
+            if (Number(status, "Pid:") == agent_.GetId() || Number(status, "PPid:") == agent_.GetId()) {
                 kilobytes += static_cast<double>(Number(status, "RssAnon:"));
             }
         }

@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "support/AgentProcess.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/WaitFor.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "support/AgentProcess.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -191,7 +191,7 @@ TEST_F(Agent, LeavesDescriptorsToItsModules) {
 TEST_F(Agent, TakesAsManyDescriptorsAsItMayHave) {
     agent_.softDescriptorLimit = 40;
     ASSERT_TRUE(agent_.StartAndServe());
-    const std::string limits = ReadWholeFile("/proc/" + std::to_string(agent_.GetProcess()) + "/limits");
+    const std::string limits = ReadWholeFile("/proc/" + std::to_string(agent_.GetId()) + "/limits");
     std::istringstream line(limits.substr(limits.find("Max open files") + 14));
     std::string soft;
     std::string hard;
@@ -223,7 +223,7 @@ TEST_F(Agent, NeverOpensItsSocketToOthersWhileItStarts) {
         while (!isOpenToGroup) {
             struct stat status = {};
             if (::lstat(agent_.GetSocketPath().c_str(), &status) != 0) {
-                ASSERT_FALSE(agent_.HasEnded()) << agent_.ReadStandardError();
+                ASSERT_FALSE(!agent_.IsRunning()) << agent_.ReadStandardError();
                 continue;
             }
             const mode_t mode = status.st_mode & 07777U;
@@ -289,7 +289,7 @@ TEST_F(Agent, KeepsASecondAgentFromItsDataDirectory) {
                        " --data-dir " + agent_.GetDataDirectory() + " --socket " + said + ".sock 2>" + said),
               "status 1");
     EXPECT_NE(ReadWholeFile(said).find(
-                  "The agent does not start: Another agent (process " + std::to_string(agent_.GetProcess()) +
+                  "The agent does not start: Another agent (process " + std::to_string(agent_.GetId()) +
                   ") is running on the data directory " + agent_.GetDataDirectory() + "/\n"),
               std::string::npos);
     EXPECT_EQ(CountInLog("Another agent"), 0U) << "the log belongs to the first";

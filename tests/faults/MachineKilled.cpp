@@ -39,7 +39,7 @@ public:
         agent_.Start();
         bool goesOn = true;
         for (int count = Count(); goesOn && count < wanted; count = Count()) {
-            goesOn = WaitFor([&] { return Count() > count || agent_.HasEnded(); }) && !agent_.HasEnded();
+            goesOn = WaitFor([&] { return Count() > count || !agent_.IsRunning(); }) && agent_.IsRunning();
         }
         agent_.Signal(SIGKILL);
         if (agent_.Wait() != -SIGKILL || !goesOn) {

@@ -1,27 +1,16 @@
 #include "support/AgentProcess.h"
 
 #include <array>
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/TestAgent.h"
 #include "support/WaitFor.h"
-
-AgentProcess::~AgentProcess() {
-    if (process_ != 0) {
-        Signal(SIGKILL);
-        static_cast<void>(Wait());
-    }
-}
 
 void AgentProcess::Drop(const ModelText& model) const {
     scratch_.Write(std::string(TestAgent::kModels) + "/" + model.name + ".xml", Definition(model));
@@ -31,10 +20,7 @@ Sqlite AgentProcess::Database() const {
     return Sqlite(scratch_ / TestAgent::kDatabase);
 }
 
-void AgentProcess::Execute() const {
-    const int output = ::open((scratch_ / "stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    ::dup2(output, STDERR_FILENO);
-    ::dup2(output, STDOUT_FILENO);
+void AgentProcess::Prepare() const {
     if (descriptorLimit != 0) {
         const rlimit limit{descriptorLimit, descriptorLimit};
         ::setrlimit(RLIMIT_NOFILE, &limit);
@@ -52,16 +38,6 @@ void AgentProcess::Execute() const {
     if (!environment.empty()) {
         ::putenv(const_cast<char*>(environment.c_str()));
     }
-    std::vector<std::string> words = {BinaryDirectory() + "/lumagent", "--config-dir", GetConfigDirectory(),
-                                      "--data-dir", GetDataDirectory()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) {
-        pointers.push_back(word.data());
-    }
-    pointers.push_back(nullptr);
-    ::execv(pointers[0], pointers.data());
-    ::_exit(127);
 }
 
 void AgentProcess::WriteShippedSettings() const {
@@ -72,47 +48,20 @@ void AgentProcess::WriteShippedSettings() const {
 }
 
 void AgentProcess::Start() {
-    process_ = ::fork();
-    if (process_ == 0) {
-        Execute();
-    }
-}
-
-bool AgentProcess::HasEnded() const {
-    siginfo_t info = {};
-    return ::waitid(P_PID, static_cast<id_t>(process_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-           info.si_pid != 0;
+    std::vector<std::string> words = {BinaryDirectory() + "/lumagent", "--config-dir", GetConfigDirectory(),
+                                      "--data-dir", GetDataDirectory()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    Process::Start(words, scratch_ / "stderr", [this] { Prepare(); });
 }
 
 bool AgentProcess::WaitUntilServing() const {
-    bool hasEnded = false;
-    const bool ready = WaitFor([&] {
-        hasEnded = HasEnded();
-        return hasEnded || Request("GET", "/modules").status == 200;
-    });
-    return ready && !hasEnded;
+    const bool ready = WaitFor([&] { return !IsRunning() || Request("GET", "/modules").status == 200; });
+    return ready && IsRunning();
 }
 
 bool AgentProcess::StartAndServe() {
     Start();
     return WaitUntilServing();
-}
-
-void AgentProcess::Signal(int signal) const {
-    ::kill(process_, signal);
-}
-
-int AgentProcess::Wait() {
-    int status = 0;
-    while (::waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-    }
-    process_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-int AgentProcess::Stop() {
-    Signal(SIGTERM);
-    return Wait();
 }
 
 HttpReply AgentProcess::Request(std::string_view method, std::string_view target,
@@ -133,7 +82,7 @@ bool AgentProcess::WaitForLog(std::string_view part) const {
 }
 
 std::size_t AgentProcess::CountDescriptors() const {
-    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(process_) + "/fd");
+    const std::filesystem::directory_iterator entries("/proc/" + std::to_string(GetId()) + "/fd");
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 

@@ -5,22 +5,21 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
-
 #include "support/HttpClient.h"
 #include "support/LogReader.h"
 #include "support/ModelText.h"
+#include "support/Process.h"
 #include "support/Sqlite.h"
 #include "support/TempDirectory.h"
 
 /// A real agent process on directories of its own: the `lumagent` beside the running test.
-class AgentProcess {
+class AgentProcess : public Process {
 public:
     AgentProcess() = default;
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
-    /// Kills what still runs.
-    ~AgentProcess();
+    /// Kills what still runs, before its directories go.
+    ~AgentProcess() { Kill(); }
 
     /// Further arguments of the command line.
     std::vector<std::string> arguments;
@@ -37,7 +36,6 @@ public:
     [[nodiscard]] std::string GetConfigDirectory() const { return scratch_ / "config"; }
     [[nodiscard]] std::string GetDataDirectory() const { return scratch_ / "data"; }
     [[nodiscard]] std::string GetSocketPath() const { return scratch_ / "data/agent.sock"; }
-    [[nodiscard]] pid_t GetProcess() const { return process_; }
 
     /// Writes agent.ini.
     void WriteIni(std::string_view content) const { scratch_.Write("config/agent.ini", content); }
@@ -55,12 +53,6 @@ public:
     [[nodiscard]] bool WaitUntilServing() const;
     bool StartAndServe();
 
-    [[nodiscard]] bool HasEnded() const;
-    void Signal(int signal) const;
-    /// Waits for the end of the process; its exit status, or minus the signal that killed it.
-    [[nodiscard]] int Wait();
-    [[nodiscard]] int Stop();
-
     [[nodiscard]] HttpReply Request(std::string_view method, std::string_view target,
                                     std::string_view body = {}) const;
 
@@ -71,10 +63,10 @@ public:
     [[nodiscard]] std::size_t CountDescriptors() const;
 
 private:
-    [[noreturn]] void Execute() const;
+    /// Takes the limits, in the new process.
+    void Prepare() const;
 
     TempDirectory scratch_;
-    pid_t process_ = 0;
 };
 
 /// Runs a shell command; its standard output, or "status N" where it failed.

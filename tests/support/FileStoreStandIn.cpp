@@ -32,11 +32,15 @@ uint32_t FileStoreStandIn::Handle(LumContainer* request) {
     LumString error;
     LumContainer content;
     const bool isRead = request->GetString(kFileStoreMovePath, path) && content.LoadFromFile(path, error);
+    if (self.receive_ != nullptr) {
+        const uint32_t status = self.receive_(*request, content);
+        if (status == 0) {
+            FileDelete(path, true);
+        }
+        return status;
+    }
     if (isRead) {
         FileDelete(path, true);
-    }
-    if (self.receive_ != nullptr) {
-        return self.receive_(*request, content);
     }
     const std::lock_guard<std::mutex> guard(self.mutex_);
     self.requests_.push_back(*request);

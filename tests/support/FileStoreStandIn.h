@@ -13,7 +13,8 @@
 class FileStoreStandIn {
 public:
     /// What to do with a request and the content of its file, which is empty where none could be read; what
-    /// it answers is the action's status. Called on the thread of whoever hands a file over.
+    /// it answers is the action's status; with 0 the file is deleted. Called on the thread of whoever hands a
+    /// file over.
     using Receive = std::function<uint32_t(const LumContainer& request, const LumContainer& content)>;
 
     /// Keeps requests and files and answers 0.

@@ -59,7 +59,7 @@ std::string TemplateDirectory() {
         Process maker;
         maker.Start({std::string(kPostgresDirectory) + "/initdb", "-D", made, "-U", "postgres",
                      "--auth=trust", "--no-sync", "--no-instructions", "-E", "UTF8", "--locale=C.UTF-8"},
-                    base / "initdb.log", true);
+                    base / "initdb.log", DropPrivileges);
         if (maker.Wait() == 0) {
             std::ofstream(base / "complete") << "";
         }
@@ -178,7 +178,7 @@ bool DatabaseServer::Start() {
     process_.Start({std::string(kPostgresDirectory) + "/postgres", "-D", directory_ + "/data", "-k",
                     directory_ + "/socket", "-c", "listen_addresses=", "-c", "fsync=off", "-c",
                     "shared_buffers=16MB", "-c", "max_connections=40"},
-                   directory_ + "/log", true);
+                   directory_ + "/log", DropPrivileges);
     const bool ready =
         WaitFor([this] { return !process_.IsRunning() || Query("SELECT 1", "postgres") == "1\n"; });
     return ready && process_.IsRunning();

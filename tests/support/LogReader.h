@@ -44,8 +44,6 @@ public:
     ~LogLines() = default;
 
     [[nodiscard]] LumDebugContext& Context() { return context_; }
-    /// Said, under the name that older tests have for it.
-    [[nodiscard]] std::vector<std::string> All() const { return Said(LumLogLevel::kTrace); }
 
 private:
     LumDebugContext context_;

@@ -32,6 +32,14 @@ struct ModelText {
     std::string note{"A note"};
 };
 
+/// A model with a text and a number that has a default.
+inline const ModelText kLogon{
+    .upload = Policy::kDaily,
+    .deletion = Policy::kMonthly,
+    .params = {{"User"}, {.name = "Count", .type = ParamType::kInteger, .defaultText = "0"}},
+    .modelClass = "Security",
+};
+
 /// The same as a definition file. Texts go in as they stand, so that a test may break the document with them;
 /// what is unknown or empty is left out.
 [[nodiscard]] std::string Definition(const ModelText& text);

@@ -17,15 +17,15 @@ namespace {
 
 constexpr uid_t kNobody = 65534;
 
-[[noreturn]] void Execute(std::vector<std::string> words, const std::string& outputPath, bool unprivileged) {
+[[noreturn]] void Execute(std::vector<std::string> words, const std::string& outputPath,
+                          const std::function<void()>& prepare) {
     const int output = ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     ::dup2(output, STDERR_FILENO);
     ::dup2(output, STDOUT_FILENO);
     // A test that crashes leaves nothing running.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (unprivileged && ::geteuid() == 0 &&
-        (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)) {
-        ::_exit(126);
+    if (prepare) {
+        prepare();
     }
     std::vector<char*> pointers;
     for (std::string& word : words) {
@@ -44,10 +44,11 @@ Process::~Process() {
     }
 }
 
-void Process::Start(const std::vector<std::string>& words, const std::string& outputPath, bool unprivileged) {
+void Process::Start(const std::vector<std::string>& words, const std::string& outputPath,
+                    const std::function<void()>& prepare) {
     process_ = ::fork();
     if (process_ == 0) {
-        Execute(words, outputPath, unprivileged);
+        Execute(words, outputPath, prepare);
     }
 }
 
@@ -100,6 +101,13 @@ std::size_t Process::ResidentBytes() const {
 
 std::size_t Process::PeakBytes() const {
     return StatusBytes("VmHWM:");
+}
+
+void DropPrivileges() {
+    if (::geteuid() == 0 &&
+        (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)) {
+        ::_exit(126);
+    }
 }
 
 int FreePort() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,10 +15,10 @@ public:
     /// Kills what still runs.
     ~Process();
 
-    /// Starts `words`; its output is appended to `outputPath`. `unprivileged`: where the test is root, as the
-    /// user nobody.
+    /// Starts `words`; its output is appended to `outputPath`. The new process calls `prepare` before it
+    /// becomes the program.
     void Start(const std::vector<std::string>& words, const std::string& outputPath,
-               bool unprivileged = false);
+               const std::function<void()>& prepare = {});
     [[nodiscard]] bool IsRunning() const;
     void Signal(int signal) const;
     /// Waits for its end: the exit status, or minus the signal that killed it.
@@ -35,6 +36,9 @@ private:
 
     pid_t process_ = 0;
 };
+
+/// Makes this process one of the user nobody, where it is root's.
+void DropPrivileges();
 
 /// A port of the loopback interface that nobody listens on.
 [[nodiscard]] int FreePort();

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/core/ActionDb.h"
 #include "host/core/ModuleInterface.h"
@@ -55,12 +56,15 @@ public:
     /// The module's database, opened as another program would.
     [[nodiscard]] Sqlite Database() const { return Sqlite(directory_ / kDatabase); }
     [[nodiscard]] std::string Rows(std::string_view sql) const { return Database().Rows(sql); }
+    void Change(const std::string& sql) const { Database().Run(sql); }
 
     /// The lines of the module, and those of the host's own libraries.
     [[nodiscard]] LogReader& Log() { return log_; }
     [[nodiscard]] const LogReader& Log() const { return log_; }
     [[nodiscard]] LogReader& HostLog() { return hostLog_; }
     [[nodiscard]] const LogReader& HostLog() const { return hostLog_; }
+    /// What the module has said since its log was last forgotten, but for the traces.
+    [[nodiscard]] std::vector<std::string> Said() const { return log_.Said(); }
 
     /// Where config/, data/ and the log lie, and some paths below it.
     [[nodiscard]] const TestDirectory& Directory() const { return directory_; }

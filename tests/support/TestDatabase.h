@@ -8,7 +8,7 @@
 
 #include "host/database/Database.h"
 #include "host/log/LumDebug.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/TempDirectory.h"
 
 /// A pool on a database file of its own, with a logger named "Test" whose lines can be read back.

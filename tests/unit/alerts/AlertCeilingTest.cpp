@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "alerts/AlertCeiling.h"
-#include "support/ModuleHarness.h"
+#include "support/StartedModule.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ TEST(AlertCeiling, CountsByTheMinute) {
 }
 
 TEST(AlertCeiling, IsReadFromTheAgentsSettings) {
-    const ModuleHarness harness;
+    StartedModule harness;
     EXPECT_EQ(AlertCeiling.GetPerMinute(), 600U);
     static_cast<void>(harness.Directory().Write("config/agent.ini", "[Agent]\nAlertsPerMinute = 7\n"));
     LoadAlertCeiling();
@@ -30,7 +30,7 @@ TEST(AlertCeiling, IsReadFromTheAgentsSettings) {
 }
 
 TEST(AlertCeiling, TellsInOneLineHowManyWereHeldBack) {
-    const ModuleHarness harness;
+    StartedModule harness;
     AlertCeiling.SetPerMinute(1);
     const std::time_t lastMinute = std::time(nullptr) - 60;
     for (int i = 0; i < 4; ++i) {
@@ -38,9 +38,9 @@ TEST(AlertCeiling, TellsInOneLineHowManyWereHeldBack) {
     }
     TellHeldBackAlerts();
     TellHeldBackAlerts();
-    EXPECT_EQ(harness.ModuleLines(
-                  "error", "TellHeldBackAlerts: 3 alerts were held back, no more than 1 a minute leave"),
-              1);
+    EXPECT_EQ(harness.Log().Count(
+                  "error TellHeldBackAlerts: 3 alerts were held back, no more than 1 a minute leave\n"),
+              1U);
 }
 
 }  // namespace

@@ -8,13 +8,19 @@
 #include "alerts/AlertGapTable.h"
 #include "alerts/Alerts.h"
 #include "contract/ContainerKeys.h"
+#include "contract/FileStore.h"
+#include "host/container/LumContainer.h"
+#include "host/core/ActionDb.h"
 #include "host/core/ActionFrame.h"
+#include "model/ModuleLog.h"
+#include "store/DatabaseScope.h"
 #include "support/CallRecord.h"
-#include "support/ModuleHarness.h"
+#include "support/FileStoreStandIn.h"
+#include "support/StartedModule.h"
 
 namespace {
 
-class Alerts : public testing::Test {
+class Alerts : public testing::Test, protected StartedModule {
 protected:
     Alerts() {
         AlertMinimumGap = 60;
@@ -42,8 +48,6 @@ protected:
         static_cast<void>(file.GetString(name, text));
         return text;
     }
-
-    ModuleHarness harness_;
 };
 
 TEST_F(Alerts, AnswerWithoutAContainer) {
@@ -73,10 +77,9 @@ TEST_F(Alerts, PassAtTheGapAndBecomeTheReference) {
     AlertMinimumGap = 1;
     EXPECT_EQ(Check(1000), kActionDone);
     EXPECT_EQ(Check(1059), kActionWithinGap);
-    EXPECT_EQ(harness_.ModuleLines("trace",
-                                   "The following alert has already been created and will not be "
-                                   "uploaded to the Master: 'disk-1'"),
-              1);
+    EXPECT_EQ(Log().Count("trace The following alert has already been created and will not be "
+                          "uploaded to the Master: 'disk-1'\n"),
+              1U);
     EXPECT_EQ(Check(1060), kActionDone);
     EXPECT_EQ(Check(1119), kActionWithinGap);
 }
@@ -126,8 +129,8 @@ TEST_F(Alerts, CarryADescriptionOfAMegabyte) {
 TEST_F(Alerts, AreGivenUpWhereNobodyStoresThem) {
     EXPECT_EQ(Create("disk full", LumContainer()), kActionDone);
     EXPECT_EQ(
-        harness_.Lines("warning Host Action 'FileStoreReceiveFile' invoked, but no module has registered it"),
-        1);
+        HostLog().Count("warning Action 'FileStoreReceiveFile' invoked, but no module has registered it\n"),
+        1U);
 }
 
 uint32_t Refuse(LumContainer* /*container*/) {
@@ -199,7 +202,7 @@ TEST_F(Alerts, ComeOfAnErrorUnderTheDatabaseLock) {
 
 TEST_F(Alerts, ComeOfAnErrorThatTheLockIsMissing) {
     const FileStoreStandIn received;
-    const ExhaustedDatabaseMutex exhausted;
+    const DatabaseLockout exhausted;
     ModuleDebug.ErrorWithNL("%S: Failed to lock database", std::string_view("Routine"));
     EXPECT_EQ(received.Files().size(), 1U);
 }
@@ -219,7 +222,7 @@ TEST_F(Alerts, DoNotComeOfAnErrorWhileOneIsMade) {
     ModuleDebug.ErrorWithNL("%S: Failed to do it", std::string_view("Routine"));
     ActionDbUnregisterModule(&store);
     EXPECT_EQ(calls, 1U);
-    EXPECT_EQ(harness_.ModuleLines("error", "Store: Failed call 1"), 1);
+    EXPECT_EQ(Log().Count("error Store: Failed call 1\n"), 1U);
 }
 
 TEST_F(Alerts, AreCheckedUnderTheirLockToTheEnd) {

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "events/EventAggregation.h"
-#include "support/ModuleHarness.h"
+#include "model/ModelElement.h"
+#include "store/ModelRegistry.h"
+#include "support/StartedModule.h"
 #include "support/TimeZone.h"
 
 namespace {
@@ -13,7 +15,7 @@ std::string SelectOf(AggregationOperation operation) {
                                   .type = ModelType::kAutomatic,
                                   .source = "Logon",
                                   .aggregation = Policy::kYearly,
-                                  .params = {Param("Total", ParamType::kInteger, "Size", operation)}});
+                                  .params = {{"Total", ParamType::kInteger, "Size", operation}}});
     const std::string text = BuildAggregation(*model, {1, 2}).GetString();
     const std::string before = "SELECT MAX (E_Date), E_DeviceID, E_GroupID";
     const std::size_t from = text.find(before) + before.size();
@@ -60,8 +62,8 @@ TEST(EventAggregationText, IsOneStatementInTheOrderOfTheNames) {
                    .type = ModelType::kAutomatic,
                    .source = "Logon",
                    .aggregation = Policy::kHourly,
-                   .params = {Param("Total", ParamType::kInteger, "Size", AggregationOperation::kCount),
-                              Param("First", ParamType::kString, "User")},
+                   .params = {{"Total", ParamType::kInteger, "Size", AggregationOperation::kCount},
+                              {"First", ParamType::kString, "User"}},
                    .groupedBy = {"B", "A"}});
     EXPECT_STREQ(
         BuildAggregation(*model, {-5, 2147483647}).GetString(),
@@ -71,41 +73,39 @@ TEST(EventAggregationText, IsOneStatementInTheOrderOfTheNames) {
         "'unixepoch', 'localtime'), C_A, C_B");
 }
 
-class EventAggregation : public testing::Test {
+class EventAggregation : public testing::Test, protected StartedModule {
 protected:
-    EventAggregation() {
-        module_.Add({.params = {Param("Size", ParamType::kInteger), Param("User", ParamType::kString)}});
-    }
+    EventAggregation() { Add({.params = {{"Size", ParamType::kInteger}, {"User"}}}); }
 
     std::shared_ptr<Model_t> AddSums(Policy policy = Policy::kHourly, const char* source = "Logon") {
-        return module_.Add({.name = "Sums",
-                            .type = ModelType::kAutomatic,
-                            .source = source,
-                            .aggregation = policy,
-                            .params = {Param("Size", ParamType::kInteger, "Size", AggregationOperation::kSum),
-                                       Param("User", ParamType::kString, "User")},
-                            .groupedBy = {"User"}});
+        return Add({.name = "Sums",
+                    .type = ModelType::kAutomatic,
+                    .source = source,
+                    .aggregation = policy,
+                    .params = {{"Size", ParamType::kInteger, "Size", AggregationOperation::kSum},
+                               {"User", ParamType::kString, "User"}},
+                    .groupedBy = {"User"}});
     }
-    static void Event(std::time_t date, int device, const char* user, int size) {
-        ModuleHarness::Sql(
+    void Event(std::time_t date, int device, const char* user, int size) {
+        Change(
             "INSERT INTO Event_Logon (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Size, "
             "C_User) VALUES (" +
             std::to_string(date) + ", 3600, " + std::to_string(device) + ", 0, " + std::to_string(size) +
             ", '" + user + "')");
     }
-    static std::string Rows() {
-        return ModuleHarness::Sql(
-            "SELECT group_concat(E_Date || ' ' || E_DeviceId || ' ' || C_User || ' ' || C_Size || "
-            "ifnull(E_GMT_Offset, ''), '; ') FROM (SELECT * FROM Event_Sums ORDER BY E_Date, E_DeviceId, "
+    std::string Sums() {
+        return Rows(
+            "SELECT ifnull(group_concat(E_Date || ' ' || E_DeviceId || ' ' || C_User || ' ' || C_Size || "
+            "ifnull(E_GMT_Offset, ''), '; '), '') FROM (SELECT * FROM Event_Sums ORDER BY E_Date, "
+            "E_DeviceId, "
             "C_User)");
     }
     static bool Run(const std::shared_ptr<Model_t>& model, std::time_t start, std::time_t end) {
         return AggregateEvents(model, static_cast<uint32_t>(start), static_cast<uint32_t>(end), true);
     }
-    static std::string Stored() { return ModuleHarness::StoredTime("RM_LastAggregationTimestamp", "Sums"); }
+    std::string Stored() { return StoredTime("RM_LastAggregationTimestamp", "Sums"); }
 
     const TimeZone zone_{"Europe/Berlin"};
-    ModuleHarness module_;
     const std::time_t nine_ = Utc(2026, 7, 15, 7);
 };
 
@@ -121,14 +121,13 @@ TEST_F(EventAggregation, MakesOneEventOfEachGroupDeviceBucketAndEntry) {
     sums->SetLastAggregationTime(static_cast<uint32_t>(nine_ - 3600));
     EXPECT_TRUE(Run(sums, nine_ + 1200, nine_ + 2 * 3600 + 2700));
     const auto row = [this](int after, const char* rest) { return std::to_string(nine_ + after) + rest; };
-    EXPECT_EQ(Rows(),
+    EXPECT_EQ(Sums(),
               row(10, " 1 ann 3; ") + row(20, " 1 bob 4; ") + row(30, " 2 ann 8; ") + row(3600, " 1 ann 16"));
     EXPECT_EQ(Stored(), std::to_string(nine_ + 7200));
     EXPECT_EQ(sums->GetLastAggregationTime(), static_cast<uint32_t>(nine_ + 7200));
-    EXPECT_EQ(module_.ModuleLines("trace",
-                                  "AggregateEvents: Model 'Logon' has been aggregated into model "
-                                  "'Sums' with success"),
-              1);
+    EXPECT_EQ(Log().Count("trace AggregateEvents: Model 'Logon' has been aggregated into model "
+                          "'Sums' with success\n"),
+              1U);
 }
 
 TEST_F(EventAggregation, TakesTheSameHourOfTwoDaysForOneBucket) {
@@ -136,7 +135,7 @@ TEST_F(EventAggregation, TakesTheSameHourOfTwoDaysForOneBucket) {
     Event(nine_, 1, "ann", 1);
     Event(nine_ + 86400, 1, "ann", 2);
     EXPECT_TRUE(Run(sums, 0, nine_ + 2 * 86400));
-    EXPECT_EQ(Rows(), std::to_string(nine_ + 86400) + " 1 ann 3");
+    EXPECT_EQ(Sums(), std::to_string(nine_ + 86400) + " 1 ann 3");
 }
 
 TEST_F(EventAggregation, HasNothingToDoTwiceInOneHour) {
@@ -144,8 +143,8 @@ TEST_F(EventAggregation, HasNothingToDoTwiceInOneHour) {
     EXPECT_TRUE(Run(sums, 0, nine_ + 60));
     Event(nine_ - 1, 1, "ann", 1);
     EXPECT_TRUE(Run(sums, 0, nine_ + 3599));
-    EXPECT_EQ(Rows(), "");
-    EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Nothing to aggregate for model 'Sums'"), 1);
+    EXPECT_EQ(Sums(), "");
+    EXPECT_EQ(Log().Count("trace AggregateEvents: Nothing to aggregate for model 'Sums'\n"), 1U);
 }
 
 TEST_F(EventAggregation, ConsumesTheWindowWhileItIsSwitchedOff) {
@@ -154,11 +153,11 @@ TEST_F(EventAggregation, ConsumesTheWindowWhileItIsSwitchedOff) {
     AggregationEnabled = false;
     sums->SetEnabled(false);
     EXPECT_TRUE(Run(sums, 0, nine_));
-    EXPECT_EQ(Rows(), "");
+    EXPECT_EQ(Sums(), "");
     EXPECT_EQ(Stored(), std::to_string(nine_));
-    EXPECT_EQ(module_.ModuleLines(
-                  "trace", "AggregateEvents: Aggregation is disabled, ignoring events for model 'Sums'"),
-              1);
+    EXPECT_EQ(
+        Log().Count("trace AggregateEvents: Aggregation is disabled, ignoring events for model 'Sums'\n"),
+        1U);
 }
 
 TEST_F(EventAggregation, ConsumesTheWindowOfADisabledModel) {
@@ -166,9 +165,9 @@ TEST_F(EventAggregation, ConsumesTheWindowOfADisabledModel) {
     Event(nine_ - 1, 1, "ann", 1);
     sums->SetEnabled(false);
     EXPECT_TRUE(Run(sums, 0, nine_));
-    EXPECT_EQ(Rows(), "");
+    EXPECT_EQ(Sums(), "");
     EXPECT_EQ(Stored(), std::to_string(nine_));
-    EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Ignoring events for disabled model 'Sums'"), 1);
+    EXPECT_EQ(Log().Count("trace AggregateEvents: Ignoring events for disabled model 'Sums'\n"), 1U);
 }
 
 TEST_F(EventAggregation, RefusesNullAndModelsThatAreNotAutomatic) {
@@ -176,17 +175,16 @@ TEST_F(EventAggregation, RefusesNullAndModelsThatAreNotAutomatic) {
     std::shared_ptr<Model_t> user;
     ASSERT_TRUE(ModelCollection.Get("Logon", user));
     EXPECT_FALSE(Run(user, 0, nine_));
-    EXPECT_EQ(module_.ModuleLines("warning",
-                                  "AggregateEvents: Aggregation cannot be invoked for non automatic "
-                                  "model 'Logon'"),
-              1);
+    EXPECT_EQ(Log().Count("warning AggregateEvents: Aggregation cannot be invoked for non automatic "
+                          "model 'Logon'\n"),
+              1U);
 }
 
 TEST_F(EventAggregation, SaysThatItCannotLockTheDatabase) {
     const auto sums = AddSums();
-    const ExhaustedDatabaseMutex exhausted;
+    const DatabaseLockout exhausted;
     EXPECT_FALSE(Run(sums, 0, nine_));
-    EXPECT_EQ(module_.ModuleLines("error", "AggregateEvents: Failed to lock database"), 1);
+    EXPECT_EQ(Log().Count("error AggregateEvents: Failed to lock database\n"), 1U);
     EXPECT_EQ(sums->GetLastAggregationTime(), 0U);
 }
 
@@ -199,41 +197,41 @@ TEST_F(EventAggregation, FailsForAModelThatIsNeverAggregatedAndKeepsItsTime) {
 
 TEST_F(EventAggregation, RollsTheTimeBackWhereItsSourceIsGoneAndTriesTheWindowAgain) {
     const auto sums = AddSums();
-    ModuleHarness::Sql("ALTER TABLE Event_Logon RENAME TO Away");
+    Change("ALTER TABLE Event_Logon RENAME TO Away");
     EXPECT_FALSE(Run(sums, 0, nine_));
     EXPECT_EQ(Stored(), "0");
-    EXPECT_EQ(module_.ModuleLines(
-                  "error", "AggregateEvents: Failed to aggregate model 'Logon' into model 'Sums', SQL error"),
-              1);
-    ModuleHarness::Sql("ALTER TABLE Away RENAME TO Event_Logon");
+    EXPECT_EQ(Log().Count(
+                  "error AggregateEvents: Failed to aggregate model 'Logon' into model 'Sums', SQL error\n"),
+              1U);
+    Change("ALTER TABLE Away RENAME TO Event_Logon");
     Event(nine_ - 1, 1, "ann", 1);
     EXPECT_TRUE(Run(sums, 0, nine_));
-    EXPECT_EQ(Rows(), std::to_string(nine_ - 1) + " 1 ann 1");
+    EXPECT_EQ(Sums(), std::to_string(nine_ - 1) + " 1 ann 1");
 }
 
 TEST_F(EventAggregation, FailsWhereTheRegistryIsGone) {
     const auto sums = AddSums();
     Event(nine_ - 1, 1, "ann", 1);
-    ModuleHarness::Sql("ALTER TABLE RegisteredModel RENAME TO Away");
+    Change("ALTER TABLE RegisteredModel RENAME TO Away");
     EXPECT_FALSE(Run(sums, 0, nine_));
-    EXPECT_EQ(Rows(), "");
+    EXPECT_EQ(Sums(), "");
 }
 
 TEST_F(EventAggregation, OfAModelFromItselfAddsToItsOwnEvents) {
     const auto sums = AddSums(Policy::kHourly, "Sums");
-    ModuleHarness::Sql("INSERT INTO Event_Sums (E_Date, E_DeviceId, E_GroupId, C_Size, C_User) VALUES (" +
-                       std::to_string(nine_ - 1) + ", 1, 0, 5, 'ann')");
+    Change("INSERT INTO Event_Sums (E_Date, E_DeviceId, E_GroupId, C_Size, C_User) VALUES (" +
+           std::to_string(nine_ - 1) + ", 1, 0, 5, 'ann')");
     EXPECT_TRUE(Run(sums, 0, nine_));
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_Sums"), "2");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_Sums"), "2");
 }
 
 TEST_F(EventAggregation, OfAModelThatWasDeletedMeanwhileFailsWithALine) {
     const auto sums = AddSums();
     ASSERT_TRUE(RemoveRegisteredModel("Sums"));
     EXPECT_FALSE(Run(sums, 0, nine_));
-    EXPECT_EQ(module_.ModuleLines(
-                  "error", "AggregateEvents: Failed to aggregate model 'Logon' into model 'Sums', SQL error"),
-              1);
+    EXPECT_EQ(Log().Count(
+                  "error AggregateEvents: Failed to aggregate model 'Logon' into model 'Sums', SQL error\n"),
+              1U);
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "events/EventQuery.h"
-#include "support/TestHost.h"
+#include "host/container/LumContainer.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -85,76 +86,71 @@ TEST(EventQueryText, DoesNotSortByAnUnknownColumn) {
     EXPECT_EQ(Clauses(R"({"SortColumn":"E_Date; DROP TABLE x"})"), "");
 }
 
-class EventQuery : public testing::Test {
+class EventQuery : public testing::Test, protected LinkedModule {
 protected:
     EventQuery() {
-        host_.StartWith(UserModel("Sample", Param("A", "_STRING_", "x") + Param("B", "_DOUBLE_", "0.5") +
-                                                Param("C", "_BOOLEAN_", "1") +
-                                                Param("D", "_TIMESTAMP_", "9")));
-        started_ = host_.Log().size();
+        StartWith({.name = "Sample",
+                   .params = {{.name = "A", .defaultText = "x"},
+                              {.name = "B", .type = ParamType::kDouble, .defaultText = "0.5"},
+                              {.name = "C", .type = ParamType::kBoolean, .defaultText = "1"},
+                              {.name = "D", .type = ParamType::kTimestamp, .defaultText = "9"}}});
+        Log().Forget();
     }
     void Insert(int date, int device, const char* a) const {
-        EXPECT_TRUE(host_.Change(
+        Change(
             "INSERT INTO Event_Sample (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_A, C_B, C_C, "
             "C_D) VALUES (" +
-            std::to_string(date) + ", 0, " + std::to_string(device) + ", 1, '" + a + "', 2.0, 1, 3)"));
+            std::to_string(date) + ", 0, " + std::to_string(device) + ", 1, '" + a + "', 2.0, 1, 3)");
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
-
-    const TestHost host_;
-    std::size_t started_ = 0;
 };
 
 TEST_F(EventQuery, AnswersRowsAsListsUnderTheNamesOfTheParameters) {
     Insert(200, 2, "b");
     Insert(100, 1, "a");
-    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})"),
-              (TestHost::Answer{
-                  0, R"({"Result":{"EventCount":2,"EventDate":[100,200],"EventDeviceId":[1,2],)"
-                     R"("EventGroupId":[1,1],"A":["a","b"],"B":[2.0,2.0],"C":[true,true],"D":[3,3]}})"}));
+    EXPECT_EQ(Query(R"({"ModelName":"Sample"})"),
+              (Answer{0, R"({"Result":{"EventCount":2,"EventDate":[100,200],"EventDeviceId":[1,2],)"
+                         R"("EventGroupId":[1,1],"A":["a","b"],"B":[2.0,2.0],"C":[true,true],"D":[3,3]}})"}));
 }
 
 TEST_F(EventQuery, AnswersTheCountAloneForAnEmptyTable) {
-    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})"),
-              (TestHost::Answer{0, R"({"Result":{"EventCount":0}})"}));
+    EXPECT_EQ(Query(R"({"ModelName":"Sample"})"), (Answer{0, R"({"Result":{"EventCount":0}})"}));
 }
 
 TEST_F(EventQuery, CountsTheWholeTableWhateverIsSelected) {
     Insert(100, 1, "a");
     Insert(200, 1, "b");
-    EXPECT_THAT(TestHost::Query(R"({"ModelName":"Sample","StartDate":150})").container,
+    EXPECT_THAT(Query(R"({"ModelName":"Sample","StartDate":150})").container,
                 HasSubstr(R"("EventCount":2,"EventDate":[200],)"));
-    EXPECT_THAT(TestHost::Query(R"({"ModelName":"Sample","EndDate":100})").container,
+    EXPECT_THAT(Query(R"({"ModelName":"Sample","EndDate":100})").container,
                 HasSubstr(R"("EventCount":2,"EventDate":[100],)"));
 }
 
 TEST_F(EventQuery, FailsWithBothDatesAndLeavesTheContainerAsItWas) {
     const std::string arguments = R"({"ModelName":"Sample","StartDate":1,"EndDate":2})";
-    EXPECT_EQ(TestHost::Query(arguments), (TestHost::Answer{1, R"({"Values":)" + arguments + "}"}));
+    EXPECT_EQ(Query(arguments), (Answer{1, R"({"Values":)" + arguments + "}"}));
     EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: near \"AND\": syntax error")));
 }
 
 TEST_F(EventQuery, SortsByAParameter) {
     Insert(100, 1, "a");
     Insert(200, 1, "b");
-    EXPECT_THAT(
-        TestHost::Query(R"({"ModelName":"Sample","SortColumn":"A","SortDirection":"Desc"})").container,
-        HasSubstr(R"("A":["b","a"])"));
+    EXPECT_THAT(Query(R"({"ModelName":"Sample","SortColumn":"A","SortDirection":"Desc"})").container,
+                HasSubstr(R"("A":["b","a"])"));
 }
 
 TEST_F(EventQuery, RefusesMissingArguments) {
     EXPECT_EQ(ActionHandler_EventLogManagerGetEvents(nullptr), 13U);
-    EXPECT_EQ(TestHost::Call("EventLogManagerGetEvents", "{}").status, 13U);
+    EXPECT_EQ(Call("EventLogManagerGetEvents", "{}").status, 13U);
     EXPECT_THAT(Said(), IsEmpty());
-    EXPECT_EQ(TestHost::Query("{}").status, 13U);
-    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Other"})").status, 13U);
+    EXPECT_EQ(Query("{}").status, 13U);
+    EXPECT_EQ(Query(R"({"ModelName":"Other"})").status, 13U);
     const std::string routine = "error ActionHandler_EventLogManagerGetEvents: ";
     EXPECT_THAT(Said(), ElementsAre(routine + "Failed to get model name", routine + "Unknown model 'Other'"));
 }
 
 TEST_F(EventQuery, SaysThatTheLockCannotBeHad) {
     const DatabaseLockout lockout;
-    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})").status, 1U);
+    EXPECT_EQ(Query(R"({"ModelName":"Sample"})").status, 1U);
     EXPECT_THAT(Said(), ElementsAre("error ActionHandler_EventLogManagerGetEvents: Failed to lock database"));
 }
 
@@ -162,18 +158,18 @@ TEST_F(EventQuery, AnswersACountOfZeroWhereItCannotBeRead) {
     Insert(1, 1, "old");
     Insert(9, 1, "new");
     // The rows from 5 on can be read, and a walk through all of them fails.
-    host_.Database().Run(
+    Database().Run(
         "ALTER TABLE Event_Sample RENAME TO Kept; CREATE VIEW Event_Sample AS SELECT * FROM Kept WHERE CASE "
         "WHEN "
         "E_Date < 5 THEN abs(-9223372036854775808) ELSE 1 END");
-    const TestHost::Answer answer = TestHost::Query(R"({"ModelName":"Sample","StartDate":5})");
+    const Answer answer = Query(R"({"ModelName":"Sample","StartDate":5})");
     EXPECT_EQ(answer.status, 0U);
     EXPECT_THAT(answer.container, StartsWith(R"({"Result":{"EventCount":0,"EventDate":[9],)"));
 }
 
 TEST_F(EventQuery, FailsWhereTheTableIsGone) {
-    ASSERT_TRUE(host_.Change("DROP TABLE Event_Sample"));
-    EXPECT_EQ(TestHost::Query(R"({"ModelName":"Sample"})").status, 1U);
+    Change("DROP TABLE Event_Sample");
+    EXPECT_EQ(Query(R"({"ModelName":"Sample"})").status, 1U);
 }
 
 }  // namespace

@@ -5,45 +5,40 @@
 
 #include "events/EventRetention.h"
 #include "host/container/LumContainer.h"
-#include "support/ModuleHarness.h"
+#include "support/StartedModule.h"
 #include "support/TimeZone.h"
 
 namespace {
 
-class EventRetention : public testing::Test {
+class EventRetention : public testing::Test, protected StartedModule {
 protected:
-    static void Event(int64_t date) {
-        ModuleHarness::Sql("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (" +
-                           std::to_string(date) + ", 0, 0)");
+    void Event(int64_t date) {
+        Change("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (" + std::to_string(date) +
+               ", 0, 0)");
     }
-    static std::string Left() {
-        return ModuleHarness::Sql("SELECT group_concat(E_Date) FROM Event_Logon ORDER BY E_Date");
-    }
+    std::string Left() { return Rows("SELECT group_concat(E_Date) FROM Event_Logon ORDER BY E_Date"); }
     uint32_t Ask(LumContainer values) {
         LumContainer request;
         request.SetContainer("Values", std::move(values));
         return ActionHandler_EventLogManagerDeleteEvents(&request);
     }
-
-    ModuleHarness module_;
 };
 
 TEST_F(EventRetention, DeletesWhatIsOlderAndKeepsWhatIsAtTheCutOff) {
-    const auto model = module_.Add({});
+    const auto model = Add({});
     Event(99);
     Event(100);
     Event(101);
     EXPECT_TRUE(DeleteEvents(model, 7, 100, false));
     EXPECT_EQ(Left(), "100,101");
-    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
-    EXPECT_EQ(
-        module_.ModuleLines("trace", "DeleteEvents: Events have been deleted with success for model 'Logon'"),
-        1);
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Entering\n"), 1U);
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Events have been deleted with success for model 'Logon'\n"),
+              1U);
 }
 
 TEST_F(EventRetention, KeepsTheCurrentPeriodWhenItIsScheduled) {
     const TimeZone zone("Europe/Berlin");
-    const auto model = module_.Add({.deletion = Policy::kDaily});
+    const auto model = Add({.deletion = Policy::kDaily});
     const auto midnight = Utc(2026, 7, 14, 22);
     Event(midnight - 1);
     Event(midnight);
@@ -52,7 +47,7 @@ TEST_F(EventRetention, KeepsTheCurrentPeriodWhenItIsScheduled) {
 }
 
 TEST_F(EventRetention, DeletesEverythingOlderOfAModelThatIsNeverToBeScheduled) {
-    const auto model = module_.Add({.deletion = Policy::kNever});
+    const auto model = Add({.deletion = Policy::kNever});
     Event(99);
     Event(100);
     EXPECT_TRUE(DeleteEvents(model, 0, 100, true));
@@ -64,32 +59,30 @@ TEST_F(EventRetention, RefusesNull) {
 }
 
 TEST_F(EventRetention, SaysThatItCannotLockTheDatabase) {
-    const auto model = module_.Add({});
+    const auto model = Add({});
     Event(1);
     {
-        const ExhaustedDatabaseMutex exhausted;
+        const DatabaseLockout exhausted;
         EXPECT_FALSE(DeleteEvents(model, 0, 100, false));
     }
-    EXPECT_EQ(module_.ModuleLines("error", "DeleteEvents: Failed to lock database"), 1);
+    EXPECT_EQ(Log().Count("error DeleteEvents: Failed to lock database\n"), 1U);
     EXPECT_EQ(Left(), "1");
 }
 
 TEST_F(EventRetention, SaysThatTheDatabaseRefused) {
-    const auto model = module_.Add({});
-    ModuleHarness::Sql("DROP TABLE Event_Logon");
+    const auto model = Add({});
+    Change("DROP TABLE Event_Logon");
     EXPECT_FALSE(DeleteEvents(model, 0, 100, false));
-    EXPECT_EQ(
-        module_.ModuleLines("error", "DeleteEvents: Failed to delete events for model 'Logon', SQL error"),
-        1);
+    EXPECT_EQ(Log().Count("error DeleteEvents: Failed to delete events for model 'Logon', SQL error\n"), 1U);
 }
 
 TEST_F(EventRetention, IsQueuedByItsAction) {
-    module_.Add({})->SetEnabled(false);
+    Add({})->SetEnabled(false);
     LumContainer values;
     values.SetString("ModelName", "Logon");
     values.SetInt32("EndDate", int32_t{1234});
     EXPECT_EQ(Ask(values), 0U);
-    const auto tasks = ModuleHarness::TakeTasks();
+    const auto tasks = TakeTasks();
     ASSERT_EQ(tasks.size(), 1U);
     EXPECT_EQ(tasks[0]->GetType(), TaskType::TaskDelete);
     EXPECT_TRUE(tasks[0]->GetModelName() == "Logon");
@@ -99,13 +92,13 @@ TEST_F(EventRetention, IsQueuedByItsAction) {
 }
 
 TEST_F(EventRetention, IsQueuedForTheCurrentTimeWithoutAnEndDate) {
-    module_.Add({});
+    Add({});
     LumContainer values;
     values.SetString("ModelName", "Logon");
     values.SetString("EndDate", "1234");  // of another kind: absent
     const auto before = static_cast<uint32_t>(std::time(nullptr));
     EXPECT_EQ(Ask(values), 0U);
-    const auto tasks = ModuleHarness::TakeTasks();
+    const auto tasks = TakeTasks();
     ASSERT_EQ(tasks.size(), 1U);
     EXPECT_GE(tasks[0]->GetTimestamp(), before);
     EXPECT_LE(tasks[0]->GetTimestamp(), static_cast<uint32_t>(std::time(nullptr)));
@@ -115,18 +108,15 @@ TEST_F(EventRetention, IsRefusedWithoutArguments) {
     LumContainer empty;
     EXPECT_EQ(ActionHandler_EventLogManagerDeleteEvents(nullptr), 13U);
     EXPECT_EQ(ActionHandler_EventLogManagerDeleteEvents(&empty), 13U);
-    EXPECT_EQ(module_.ModuleLines("trace", "ActionHandler_EventLogManagerDeleteEvents: Entering"), 2);
+    EXPECT_EQ(Log().Count("trace ActionHandler_EventLogManagerDeleteEvents: Entering\n"), 2U);
     EXPECT_EQ(Ask({}), 13U);
-    EXPECT_EQ(
-        module_.ModuleLines("error", "ActionHandler_EventLogManagerDeleteEvents: Failed to get model name"),
-        1);
+    EXPECT_EQ(Log().Count("error ActionHandler_EventLogManagerDeleteEvents: Failed to get model name\n"), 1U);
     LumContainer values;
     values.SetString("ModelName", "Nobody");
     EXPECT_EQ(Ask(values), 13U);
-    EXPECT_EQ(module_.ModuleLines("error",
-                                  "ActionHandler_EventLogManagerDeleteEvents: Failed to get model 'Nobody'"),
-              1);
-    EXPECT_TRUE(ModuleHarness::TakeTasks().empty());
+    EXPECT_EQ(Log().Count("error ActionHandler_EventLogManagerDeleteEvents: Failed to get model 'Nobody'\n"),
+              1U);
+    EXPECT_TRUE(TakeTasks().empty());
 }
 
 }  // namespace

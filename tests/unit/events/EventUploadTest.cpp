@@ -7,15 +7,19 @@
 #include <sqlite3.h>
 
 #include "events/EventUpload.h"
-#include "support/ModuleHarness.h"
+#include "host/container/LumContainer.h"
+#include "host/file/LumFile.h"
+#include "store/ModelRegistry.h"
+#include "store/Paths.h"
+#include "support/FileStoreStandIn.h"
 #include "support/ResourceLimit.h"
+#include "support/StartedModule.h"
 #include "support/TimeZone.h"
 
 namespace {
 
 TEST(EventUploadText, ReadsTheColumnsInTheirOrder) {
-    const auto model =
-        MakeModel({.params = {Param("User", ParamType::kString), Param("Count", ParamType::kInteger)}});
+    const auto model = MakeModel({.params = {{"User"}, {"Count", ParamType::kInteger}}});
     EXPECT_STREQ(BuildUpload(*model, {-5, 7}).GetString(),
                  "SELECT E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_Count, C_User FROM EVENT_Logon WHERE "
                  "E_Date >= -5 AND E_Date < 7;");
@@ -24,28 +28,26 @@ TEST(EventUploadText, ReadsTheColumnsInTheirOrder) {
                  "E_Date < 1;");
 }
 
-class EventUpload : public testing::Test {
+class EventUpload : public testing::Test, protected StartedModule {
 protected:
     std::shared_ptr<Model_t> AddLogon(Policy policy = Policy::kNever) {
-        return module_.Add({.upload = policy, .params = {Param("User", ParamType::kString)}});
+        return Add({.upload = policy, .params = {{"User"}}});
     }
     /// Events with the dates 1 to `count`.
-    static void Events(int count, const char* device = "0", const char* group = "0") {
-        ModuleHarness::Sql("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-                           std::to_string(count) +
-                           ") INSERT INTO Event_Logon (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_User) "
-                           "SELECT i, 3600, " +
-                           device + ", " + group + ", 'user' || i FROM n");
+    void Events(int count, const char* device = "0", const char* group = "0") {
+        Change("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+               std::to_string(count) +
+               ") INSERT INTO Event_Logon (E_Date, E_GMT_Offset, E_DeviceId, E_GroupId, C_User) "
+               "SELECT i, 3600, " +
+               device + ", " + group + ", 'user' || i FROM n");
     }
     [[nodiscard]] std::vector<LumContainer> Files() const { return received_.Files(); }
-    static std::string Stored() { return ModuleHarness::StoredTime("RM_LastUploadTimestamp", "Logon"); }
+    std::string Stored() { return StoredTime("RM_LastUploadTimestamp", "Logon"); }
     [[nodiscard]] int64_t Success() const {
-        return module_.ModuleLines("trace",
-                                   "UploadEvents: Events have been uploaded with success for model 'Logon'");
+        return Log().Count("trace UploadEvents: Events have been uploaded with success for model 'Logon'\n");
     }
     [[nodiscard]] int64_t SqlErrors() const {
-        return module_.ModuleLines("error",
-                                   "UploadEvents: Failed to upload events for model 'Logon', SQL error");
+        return Log().Count("error UploadEvents: Failed to upload events for model 'Logon', SQL error\n");
     }
     uint32_t Ask(LumContainer values) {
         LumContainer request;
@@ -53,7 +55,6 @@ protected:
         return ActionHandler_EventLogManagerUploadEvents(&request);
     }
 
-    ModuleHarness module_;
     FileStoreStandIn received_;
 };
 
@@ -89,16 +90,16 @@ TEST_F(EventUpload, MakesNoEmptyFileOfAFullHundred) {
 }
 
 TEST_F(EventUpload, WritesEveryKindOfParameterAndDescribesTheModel) {
-    const auto model =
-        module_.Add({.name = "All",
-                     .params = {Param("S", ParamType::kString), Param("I", ParamType::kInteger),
-                                Param("D", ParamType::kDouble), Param("T", ParamType::kTimestamp),
-                                Param("B", ParamType::kBoolean), Param("E", ParamType::kEnum),
-                                Param("X", static_cast<ParamType>(9))}});
-    ModuleHarness::Sql(
-        "INSERT INTO Event_All VALUES (NULL, 5, -3600, 7, -1, 1, 2.5, 'red', -9, 'it''s', 77, 'x')");
-    ModuleHarness::Sql(
-        "INSERT INTO Event_All VALUES (NULL, 6, 0, 0, 0, NULL, NULL, NULL, NULL, NULL, NULL, NULL)");
+    const auto model = Add({.name = "All",
+                            .params = {{"S"},
+                                       {"I", ParamType::kInteger},
+                                       {"D", ParamType::kDouble},
+                                       {"T", ParamType::kTimestamp},
+                                       {"B", ParamType::kBoolean},
+                                       {"E", ParamType::kEnum},
+                                       {"X", static_cast<ParamType>(9)}}});
+    Change("INSERT INTO Event_All VALUES (NULL, 5, -3600, 7, -1, 1, 2.5, 'red', -9, 'it''s', 77, 'x')");
+    Change("INSERT INTO Event_All VALUES (NULL, 6, 0, 0, 0, NULL, NULL, NULL, NULL, NULL, NULL, NULL)");
     EXPECT_TRUE(UploadEvents(model, 0, 10, false));
     ASSERT_EQ(Files().size(), 1U);
     EXPECT_EQ(
@@ -124,8 +125,8 @@ TEST_F(EventUpload, LeavesOutIdsThatAreAllZeroFileByFile) {
 }
 
 TEST_F(EventUpload, OfAModelWithoutParametersHasTheFixedKeysAlone) {
-    const auto model = module_.Add({});
-    ModuleHarness::Sql("INSERT INTO Event_Logon VALUES (NULL, 5, 60, 1, 2)");
+    const auto model = Add({});
+    Change("INSERT INTO Event_Logon VALUES (NULL, 5, 60, 1, 2)");
     EXPECT_TRUE(UploadEvents(model, 0, 10, false));
     ASSERT_EQ(Files().size(), 1U);
     EXPECT_NE(Files()[0].ToJson().find("\"ModelVars\":{}},\"EventDate\":[5],\"EventGMTOffset\":[60],"
@@ -154,8 +155,7 @@ TEST_F(EventUpload, LeavesTheCurrentPeriodToTheNextScheduledRun) {
     const auto model = AddLogon(Policy::kHourly);
     const auto ten = Utc(2026, 7, 15, 8);
     for (const std::time_t date : {ten - 1, ten, ten + 3540}) {
-        ModuleHarness::Sql("INSERT INTO Event_Logon VALUES (NULL, " + std::to_string(date) +
-                           ", 0, 0, 0, 'u')");
+        Change("INSERT INTO Event_Logon VALUES (NULL, " + std::to_string(date) + ", 0, 0, 0, 'u')");
     }
     EXPECT_TRUE(UploadEvents(model, 0, static_cast<uint32_t>(ten + 3540), true));
     ASSERT_EQ(Files().size(), 1U);
@@ -170,14 +170,14 @@ TEST_F(EventUpload, HasNothingToDoInAnEmptyWindowAndMovesNothing) {
     const auto model = AddLogon();
     model->SetLastUploadTime(50);
     EXPECT_TRUE(UploadEvents(model, 0, 50, false));
-    EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Nothing to upload for model 'Logon'"), 1);
+    EXPECT_EQ(Log().Count("trace UploadEvents: Nothing to upload for model 'Logon'\n"), 1U);
     EXPECT_EQ(Stored(), "0");
 }
 
 TEST_F(EventUpload, MovesTheTimeWhereThereAreNoEvents) {
     const auto model = AddLogon();
     EXPECT_TRUE(UploadEvents(model, 0, 50, false));
-    EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Nothing to upload for model 'Logon'"), 1);
+    EXPECT_EQ(Log().Count("trace UploadEvents: Nothing to upload for model 'Logon'\n"), 1U);
     EXPECT_EQ(Stored(), "50");
     EXPECT_EQ(model->GetLastUploadTime(), 50U);
     EXPECT_TRUE(Files().empty());
@@ -192,9 +192,7 @@ TEST_F(EventUpload, ConsumesTheWindowWhileItIsSwitchedOff) {
     EXPECT_TRUE(Files().empty());
     EXPECT_EQ(Stored(), "50");
     EXPECT_EQ(model->GetLastUploadTime(), 50U);
-    EXPECT_EQ(
-        module_.ModuleLines("trace", "UploadEvents: Upload is disabled, ignoring events for model 'Logon'"),
-        1);
+    EXPECT_EQ(Log().Count("trace UploadEvents: Upload is disabled, ignoring events for model 'Logon'\n"), 1U);
 }
 
 TEST_F(EventUpload, ConsumesTheWindowOfADisabledModel) {
@@ -204,7 +202,7 @@ TEST_F(EventUpload, ConsumesTheWindowOfADisabledModel) {
     EXPECT_TRUE(UploadEvents(model, 0, 50, false));
     EXPECT_TRUE(Files().empty());
     EXPECT_EQ(Stored(), "50");
-    EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Ignoring events for disabled model 'Logon'"), 1);
+    EXPECT_EQ(Log().Count("trace UploadEvents: Ignoring events for disabled model 'Logon'\n"), 1U);
 }
 
 TEST_F(EventUpload, RefusesNull) {
@@ -213,21 +211,21 @@ TEST_F(EventUpload, RefusesNull) {
 
 TEST_F(EventUpload, SaysThatItCannotLockTheDatabase) {
     const auto model = AddLogon();
-    const ExhaustedDatabaseMutex exhausted;
+    const DatabaseLockout exhausted;
     EXPECT_FALSE(UploadEvents(model, 0, 50, false));
-    EXPECT_EQ(module_.ModuleLines("error", "UploadEvents: Failed to lock database"), 1);
+    EXPECT_EQ(Log().Count("error UploadEvents: Failed to lock database\n"), 1U);
     EXPECT_EQ(model->GetLastUploadTime(), 0U);
 }
 
 TEST_F(EventUpload, KeepsTheStoredTimeButNotItsOwnWhereTheEventsCannotBeRead) {
     const auto model = AddLogon();
     Events(3);
-    ModuleHarness::Sql("ALTER TABLE Event_Logon RENAME TO Away");
+    Change("ALTER TABLE Event_Logon RENAME TO Away");
     EXPECT_FALSE(UploadEvents(model, 0, 50, false));
     EXPECT_EQ(SqlErrors(), 1);
     EXPECT_EQ(Stored(), "50");
     EXPECT_EQ(model->GetLastUploadTime(), 0U);
-    ModuleHarness::Sql("ALTER TABLE Away RENAME TO Event_Logon");
+    Change("ALTER TABLE Away RENAME TO Event_Logon");
     EXPECT_TRUE(UploadEvents(model, 0, 60, false));
     EXPECT_EQ(Files().size(), 1U);
 }
@@ -235,7 +233,7 @@ TEST_F(EventUpload, KeepsTheStoredTimeButNotItsOwnWhereTheEventsCannotBeRead) {
 TEST_F(EventUpload, FailsWhereTheRegistryIsGone) {
     const auto model = AddLogon();
     Events(3);
-    ModuleHarness::Sql("ALTER TABLE RegisteredModel RENAME TO Away");
+    Change("ALTER TABLE RegisteredModel RENAME TO Away");
     EXPECT_FALSE(UploadEvents(model, 0, 50, false));
     EXPECT_EQ(SqlErrors(), 1);
     EXPECT_TRUE(Files().empty());
@@ -269,7 +267,7 @@ TEST_F(EventUpload, IsQueuedByItsAction) {
     values.SetString("ModelName", "Logon");
     const auto before = static_cast<uint32_t>(std::time(nullptr));
     EXPECT_EQ(Ask(values), 0U);
-    const auto tasks = ModuleHarness::TakeTasks();
+    const auto tasks = TakeTasks();
     ASSERT_EQ(tasks.size(), 1U);
     EXPECT_EQ(tasks[0]->GetType(), TaskType::TaskUpload);
     EXPECT_TRUE(tasks[0]->GetModelName() == "Logon");
@@ -282,18 +280,15 @@ TEST_F(EventUpload, IsRefusedWithoutArguments) {
     LumContainer empty;
     EXPECT_EQ(ActionHandler_EventLogManagerUploadEvents(nullptr), 13U);
     EXPECT_EQ(ActionHandler_EventLogManagerUploadEvents(&empty), 13U);
-    EXPECT_EQ(module_.ModuleLines("trace", "ActionHandler_EventLogManagerUploadEvents: Entering"), 2);
+    EXPECT_EQ(Log().Count("trace ActionHandler_EventLogManagerUploadEvents: Entering\n"), 2U);
     EXPECT_EQ(Ask({}), 13U);
-    EXPECT_EQ(
-        module_.ModuleLines("error", "ActionHandler_EventLogManagerUploadEvents: Failed to get model name"),
-        1);
+    EXPECT_EQ(Log().Count("error ActionHandler_EventLogManagerUploadEvents: Failed to get model name\n"), 1U);
     LumContainer values;
     values.SetString("ModelName", "Nobody");
     EXPECT_EQ(Ask(values), 13U);
-    EXPECT_EQ(module_.ModuleLines("error",
-                                  "ActionHandler_EventLogManagerUploadEvents: Failed to get model 'Nobody'"),
-              1);
-    EXPECT_TRUE(ModuleHarness::TakeTasks().empty());
+    EXPECT_EQ(Log().Count("error ActionHandler_EventLogManagerUploadEvents: Failed to get model 'Nobody'\n"),
+              1U);
+    EXPECT_TRUE(TakeTasks().empty());
 }
 
 }  // namespace

@@ -4,10 +4,11 @@
 #include "events/EventAggregation.h"
 #include "events/EventRetention.h"
 #include "events/EventUpload.h"
+#include "host/container/LumContainer.h"
 #include "store/DatabaseScope.h"
 #include "support/CallRecord.h"
 #include "support/FileStoreStandIn.h"
-#include "support/LinkedModule.h"
+#include "support/StartedModule.h"
 
 // What each piece of work on events does under DatabaseMutex, and what no longer.
 
@@ -20,17 +21,11 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-class EventLock : public testing::Test {
+class EventLock : public testing::Test, protected StartedModule {
 protected:
-    EventLock() {
-        LinkedModule::Initialise();
-        LinkedModule::KeepErrorsFromAlerts();
-        logon_ = LinkedModule::Add({.params = {{.name = "User"}}});
-    }
-    void DropTable() const { module_.Database().Run("DROP TABLE Event_Logon"); }
+    void DropTable() const { Change("DROP TABLE Event_Logon"); }
 
-    LinkedModule module_;
-    std::shared_ptr<Model_t> logon_;
+    const std::shared_ptr<Model_t> logon_ = Add({.params = {{"User"}}});
 };
 
 using EventCreationLock = EventLock;
@@ -41,7 +36,7 @@ using EventAggregationLock = EventLock;
 
 TEST_F(EventCreationLock, IsHeldForOneStatementOutsideOfATransaction) {
     const CallRecord record;
-    EXPECT_EQ(LinkedModule::Create("Logon", R"({"User":"ann"})"), 0U);
+    EXPECT_EQ(Create("Logon", R"({"User":"ann"})"), 0U);
     EXPECT_THAT(record.All("SQL "), ElementsAre(StartsWith("SQL INSERT INTO Event_Logon ")));
     EXPECT_THAT(record.WithoutLock("SQL "), IsEmpty());
     EXPECT_THAT(record.WithoutLock("trace "),
@@ -49,16 +44,16 @@ TEST_F(EventCreationLock, IsHeldForOneStatementOutsideOfATransaction) {
 }
 
 TEST_F(EventQueryLock, CoversTheRowsAndTheirCountButNotTheAnswer) {
-    ASSERT_EQ(LinkedModule::Create("Logon", R"({"User":"ann"})"), 0U);
+    ASSERT_EQ(Create("Logon", R"({"User":"ann"})"), 0U);
     const CallRecord record;
-    EXPECT_EQ(LinkedModule::Query(R"({"ModelName":"Logon"})").status, 0U);
+    EXPECT_EQ(Query(R"({"ModelName":"Logon"})").status, 0U);
     EXPECT_THAT(record.UnderLock(""),
                 ElementsAre(StartsWith("SQL SELECT E_Date"), StartsWith("SQL SELECT COUNT")));
     EXPECT_THAT(record.WithoutLock("put "), Contains("put EventDate"));
 }
 
 TEST_F(EventUploadLock, IsGivenBackBeforeTheFilesAreSent) {
-    ASSERT_EQ(LinkedModule::Create("Logon", R"({"User":"ann"})"), 0U);
+    ASSERT_EQ(Create("Logon", R"({"User":"ann"})"), 0U);
     bool wasHeld = true;
     const FileStoreStandIn store([&wasHeld](const LumContainer&, const LumContainer&) {
         wasHeld = DatabaseMutex.IsHeldByThisThread();
@@ -92,11 +87,11 @@ TEST_F(EventRetentionLock, IsGivenBackBeforeTheOutcomeIsSaid) {
 }
 
 TEST_F(EventAggregationLock, IsGivenBackBeforeTheOutcomeIsSaid) {
-    const auto sums = LinkedModule::Add({.name = "Sums",
-                                         .type = ModelType::kAutomatic,
-                                         .source = "Logon",
-                                         .aggregation = Policy::kHourly,
-                                         .params = {{.name = "User", .source = "User"}}});
+    const auto sums = Add({.name = "Sums",
+                           .type = ModelType::kAutomatic,
+                           .source = "Logon",
+                           .aggregation = Policy::kHourly,
+                           .params = {{.name = "User", .source = "User"}}});
     const CallRecord record;
     EXPECT_TRUE(AggregateEvents(sums, 0, 7200, true));
     EXPECT_THAT(record.All("SQL "),

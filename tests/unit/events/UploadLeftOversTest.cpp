@@ -3,14 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include "events/UploadJournal.h"
 #include "events/UploadLeftOvers.h"
-#include "support/ModuleHarness.h"
+#include "host/container/LumContainer.h"
+#include "support/FileStoreStandIn.h"
+#include "support/StartedModule.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-class UploadLeftOversTest : public testing::Test {
+class UploadLeftOversTest : public testing::Test, protected StartedModule {
 protected:
     /// A container file as a process left it that ended two minutes ago.
     static std::string Leave(const LumContainer& content) {
@@ -42,8 +45,6 @@ protected:
         EXPECT_TRUE(request.GetString("FileType", type));
         return type;
     }
-
-    ModuleHarness module_;
 };
 
 TEST_F(UploadLeftOversTest, AreHandedOverAsWhatTheyAre) {
@@ -79,7 +80,7 @@ TEST_F(UploadLeftOversTest, AreLeftToWhoMakesThemAtThisMoment) {
 
 TEST_F(UploadLeftOversTest, AreDeletedWhereTheUploadMakesThemAgain) {
     const FileStoreStandIn received;
-    module_.Add({});
+    Add({});
     UploadJournal journal("Logon");
     LumString error;
     ASSERT_TRUE(journal.Append({0, 10}, error));
@@ -92,8 +93,7 @@ TEST_F(UploadLeftOversTest, AreDeletedWhereTheUploadMakesThemAgain) {
 TEST_F(UploadLeftOversTest, AreDeletedWhereTheyAreNotWhole) {
     const FileStoreStandIn received;
     const std::string bytes = Alert().ToCbor();
-    const std::string half =
-        module_.Directory().Write("data/tmp/lum-abcdef", bytes.substr(0, bytes.size() / 2));
+    const std::string half = Directory().Write("data/tmp/lum-abcdef", bytes.substr(0, bytes.size() / 2));
     Age(half);
     HandOverLeftOvers();
     EXPECT_FALSE(fs::exists(half));
@@ -102,28 +102,27 @@ TEST_F(UploadLeftOversTest, AreDeletedWhereTheyAreNotWhole) {
 
 TEST_F(UploadLeftOversTest, OfOthersStay) {
     const FileStoreStandIn received;
-    const std::string named = module_.Directory().Write("data/tmp/mine.cbor", Alert().ToCbor());
+    const std::string named = Directory().Write("data/tmp/mine.cbor", Alert().ToCbor());
     Age(named);
     LumContainer other;
     other.SetString("Anything", "else");
     const std::string container = Leave(other);
-    fs::create_symlink("/etc/passwd", module_.Directory() / "data/tmp/lum-linked");
+    fs::create_symlink("/etc/passwd", Directory() / "data/tmp/lum-linked");
     HandOverLeftOvers();
     EXPECT_TRUE(fs::exists(named));
     EXPECT_TRUE(fs::exists(container));
-    EXPECT_TRUE(module_.Directory().Has("data/tmp/lum-linked"));
+    EXPECT_TRUE(Directory().Has("data/tmp/lum-linked"));
     EXPECT_TRUE(received.Requests().empty());
 }
 
 TEST_F(UploadLeftOversTest, WaitOnWhereTheStoreTakesNoMore) {
     Leave(Alert());
     Leave(Alert());
-    LumAgentHandle store{"Store"};
-    static int calls = 0;
-    ActionDbRegisterAction(
-        kFileStoreSignature, [](LumContainer*) -> uint32_t { return ++calls, 1; }, &store);
-    HandOverLeftOvers();
-    ActionDbUnregisterModule(&store);
+    int calls = 0;
+    {
+        const FileStoreStandIn full([&](const auto&, const auto&) { return ++calls, 1U; });
+        HandOverLeftOvers();
+    }
     EXPECT_EQ(calls, 1);
     const FileStoreStandIn received;
     HandOverLeftOvers();

@@ -3,18 +3,19 @@
 #include <gtest/gtest.h>
 
 #include "model/CheckModels.h"
-#include "support/ModuleHarness.h"
+#include "model/ModelElement.h"
+#include "support/StartedModule.h"
 
 namespace {
 
-class CheckModelsTest : public testing::Test {
+class CheckModelsTest : public testing::Test, protected StartedModule {
 protected:
     /// A user model called `name` with one parameter for each of the names.
     static void AddUser(const char* name, std::initializer_list<const char*> params,
                         const char* source = "") {
         ModelText text{.name = name, .source = source};
         for (const char* const param : params) {
-            text.params.push_back(Param(param, ParamType::kString));
+            text.params.push_back({param});
         }
         ASSERT_TRUE(ModelCollection.Add(MakeModel(text)));
     }
@@ -24,14 +25,12 @@ protected:
         ASSERT_TRUE(ModelCollection.Add(MakeModel({.name = name,
                                                    .type = ModelType::kAutomatic,
                                                    .source = source,
-                                                   .params = {Param("P", ParamType::kString, from)},
+                                                   .params = {{"P", ParamType::kString, from}},
                                                    .groupedBy = std::move(groupedBy)})));
     }
-    [[nodiscard]] int64_t Errors(const std::string& text) const {
-        return harness_.ModuleLines("error", "CheckModels: " + text);
+    [[nodiscard]] std::size_t Errors(const std::string& text) const {
+        return Log().Count("error CheckModels: " + text + "\n");
     }
-
-    ModuleHarness harness_;
 };
 
 TEST_F(CheckModelsTest, KeepsWhatRefersToWhatIsThere) {
@@ -40,14 +39,14 @@ TEST_F(CheckModelsTest, KeepsWhatRefersToWhatIsThere) {
     AddAutomatic("Grouped", "Source", "A", {"A", "B"});
     CheckModels();
     EXPECT_EQ(ModelCollection.GetCount(), 3U);
-    EXPECT_EQ(harness_.ModuleLines("trace", "CheckModels: Entering"), 1);
+    EXPECT_EQ(Log().Count("trace CheckModels: Entering\n"), 1U);
 }
 
 TEST_F(CheckModelsTest, DropsAModelWithoutItsSource) {
     AddAutomatic("Lost", "Nowhere", "A");
     CheckModels();
     EXPECT_FALSE(ModelCollection.Contains("Lost"));
-    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown model 'Nowhere'"), 1);
+    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown model 'Nowhere'"), 1U);
 }
 
 TEST_F(CheckModelsTest, DropsAChainFromItsEnd) {
@@ -55,9 +54,9 @@ TEST_F(CheckModelsTest, DropsAChainFromItsEnd) {
     AddAutomatic("B", "C", "P");
     CheckModels();
     EXPECT_EQ(ModelCollection.GetCount(), 0U);
-    EXPECT_EQ(Errors("Model 'B' makes reference to unknown model 'C'"), 1);
-    EXPECT_EQ(Errors("Model 'A' makes reference to unknown model 'B'"), 1);
-    EXPECT_EQ(harness_.ModuleLines("trace", "CheckModels: Entering"), 3);
+    EXPECT_EQ(Errors("Model 'B' makes reference to unknown model 'C'"), 1U);
+    EXPECT_EQ(Errors("Model 'A' makes reference to unknown model 'B'"), 1U);
+    EXPECT_EQ(Log().Count("trace CheckModels: Entering\n"), 3U);
 }
 
 TEST_F(CheckModelsTest, TakesAModelForItsOwnSource) {
@@ -66,7 +65,7 @@ TEST_F(CheckModelsTest, TakesAModelForItsOwnSource) {
     CheckModels();
     EXPECT_TRUE(ModelCollection.Contains("Good"));
     EXPECT_FALSE(ModelCollection.Contains("Bad"));
-    EXPECT_EQ(Errors("Model 'Bad' makes reference to unknown parameter 'Q' from model 'Bad'"), 1);
+    EXPECT_EQ(Errors("Model 'Bad' makes reference to unknown parameter 'Q' from model 'Bad'"), 1U);
 }
 
 TEST_F(CheckModelsTest, NeverLooksAtAUserModel) {
@@ -80,7 +79,7 @@ TEST_F(CheckModelsTest, DropsAModelOfAMissingParameterWhateverItIsGroupedBy) {
     AddAutomatic("Lost", "Source", "Missing", {"A"});
     CheckModels();
     EXPECT_FALSE(ModelCollection.Contains("Lost"));
-    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'Missing' from model 'Source'"), 1);
+    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'Missing' from model 'Source'"), 1U);
 }
 
 TEST_F(CheckModelsTest, DropsAModelThatIsGroupedByAMissingParameter) {
@@ -88,7 +87,7 @@ TEST_F(CheckModelsTest, DropsAModelThatIsGroupedByAMissingParameter) {
     AddAutomatic("Lost", "Source", "A", {"A", "Missing"});
     CheckModels();
     EXPECT_FALSE(ModelCollection.Contains("Lost"));
-    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'Missing' from model 'Source'"), 1);
+    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'Missing' from model 'Source'"), 1U);
 }
 
 TEST_F(CheckModelsTest, TellsNamesApartByTheirCase) {
@@ -96,19 +95,19 @@ TEST_F(CheckModelsTest, TellsNamesApartByTheirCase) {
     AddAutomatic("Lost", "Source", "user");
     CheckModels();
     EXPECT_FALSE(ModelCollection.Contains("Lost"));
-    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'user' from model 'Source'"), 1);
+    EXPECT_EQ(Errors("Model 'Lost' makes reference to unknown parameter 'user' from model 'Source'"), 1U);
 }
 
 TEST_F(CheckModelsTest, ChangesMemoryAlone) {
-    harness_.Add({.name = "Lost",
-                  .type = ModelType::kAutomatic,
-                  .source = "Nowhere",
-                  .aggregation = Policy::kDaily,
-                  .params = {Param("P", ParamType::kString, "A")}});
+    Add({.name = "Lost",
+         .type = ModelType::kAutomatic,
+         .source = "Nowhere",
+         .aggregation = Policy::kDaily,
+         .params = {{"P", ParamType::kString, "A"}}});
     CheckModels();
     EXPECT_FALSE(ModelCollection.Contains("Lost"));
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM RegisteredModel WHERE RM_ModelName = 'Lost'"), "1");
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_Lost"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel WHERE RM_ModelName = 'Lost'"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_Lost"), "0");
 }
 
 }  // namespace

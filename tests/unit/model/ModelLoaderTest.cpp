@@ -6,8 +6,8 @@
 #include "host/log/LumDebug.h"
 #include "model/ModelLoader.h"
 #include "model/ModuleLog.h"
-#include "support/LogLines.h"
-#include "support/TestHost.h"
+#include "support/LogReader.h"
+#include "support/ModelText.h"
 
 namespace {
 
@@ -43,9 +43,6 @@ protected:
         const std::string file = "While parsing '" + std::string(path_.View()) + "', ";
         std::vector<std::string> said;
         for (std::string line : lines_.Said()) {
-            if (line.starts_with("trace ")) {
-                continue;
-            }
             for (const std::string& part : {prefix, file}) {
                 const std::size_t at = line.find(part);
                 if (at != std::string::npos) {
@@ -62,14 +59,20 @@ protected:
     const LumString path_ = directory_.At("model.xml");
 };
 
-const std::string kAutomatic =
-    AutomaticModel("Sums", "Logon", "_HOURLY_",
-                   "<PARAM><NAME>Total</NAME><TYPE>_INTEGER_</TYPE><SOURCE>Count</SOURCE>"
-                   "<OPERATION>_SUM_</OPERATION></PARAM>",
-                   "<NAME>User</NAME>");
+const std::string kAutomatic = Definition({
+    .name = "Sums",
+    .type = ModelType::kAutomatic,
+    .source = "Logon",
+    .aggregation = Policy::kHourly,
+    .upload = Policy::kDaily,
+    .deletion = Policy::kMonthly,
+    .params = {{"Total", ParamType::kInteger, "Count", AggregationOperation::kSum}},
+    .groupedBy = {"User"},
+    .modelClass = "Security",
+});
 
 TEST_F(ModelLoader, LoadsAUserModel) {
-    const auto model = Load(kLogonDefinition);
+    const auto model = Load(Definition(kLogon));
     ASSERT_NE(model, nullptr);
     EXPECT_EQ(model->GetName(), "Logon");
     EXPECT_EQ(model->GetClass(), "Security");
@@ -106,13 +109,11 @@ TEST_F(ModelLoader, LoadsAnAutomaticModel) {
 }
 
 TEST_F(ModelLoader, PassesOverWhatBelongsToAutomaticModels) {
-    std::string definition = UserModel("Logon",
-                                       "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE><SOURCE>x</SOURCE>"
-                                       "<OPERATION>_NONSENSE_</OPERATION></PARAM>");
-    definition.replace(definition.find("<PARAMS>"), 0,
-                       "<SOURCE>Other</SOURCE><AGGREGATION-POLICY>_DAILY_</AGGREGATION-POLICY>"
-                       "<AGGREGATION><NAME>User</NAME></AGGREGATION>");
-    const auto model = Load(definition);
+    const auto model =
+        Load(Definition({.source = "Other",
+                         .aggregation = Policy::kDaily,
+                         .params = {{"User", ParamType::kString, "x", static_cast<AggregationOperation>(99)}},
+                         .groupedBy = {"User"}}));
     ASSERT_NE(model, nullptr);
     EXPECT_TRUE(model->GetSource().IsEmpty());
     EXPECT_EQ(model->GetAggregationPolicy(), Policy::kUnknown);
@@ -124,9 +125,12 @@ TEST_F(ModelLoader, PassesOverWhatBelongsToAutomaticModels) {
 }
 
 TEST_F(ModelLoader, PassesOverTheDefaultOfAnAutomaticParameterAndLoadsOneWithoutOperation) {
-    const auto model = Load(AutomaticModel(
-        "Sums", "Logon", "_HOURLY_",
-        "<PARAM><NAME>User</NAME><TYPE>_STRING_</TYPE><SOURCE>User</SOURCE><DEFAULT>x</DEFAULT></PARAM>"));
+    const auto model = Load(
+        Definition({.name = "Sums",
+                    .type = ModelType::kAutomatic,
+                    .source = "Logon",
+                    .aggregation = Policy::kHourly,
+                    .params = {{"User", ParamType::kString, "User", AggregationOperation::kNone, "x"}}}));
     ASSERT_NE(model, nullptr);
     std::shared_ptr<ModelParam_t> param;
     ASSERT_TRUE(model->GetParams().Get("User", param));
@@ -135,12 +139,12 @@ TEST_F(ModelLoader, PassesOverTheDefaultOfAnAutomaticParameterAndLoadsOneWithout
 }
 
 TEST_F(ModelLoader, TakesAnEmptyElementForAMissingOne) {
-    EXPECT_THAT(Failing(kLogonDefinition, "<CLASS>Security</CLASS>", "<CLASS></CLASS>"),
+    EXPECT_THAT(Failing(Definition(kLogon), "<CLASS>Security</CLASS>", "<CLASS></CLASS>"),
                 ElementsAre("warning failed to get model class"));
 }
 
 TEST_F(ModelLoader, TakesAnElementWithoutLeadingTextForAMissingOne) {
-    EXPECT_THAT(Failing(kLogonDefinition, "<NOTE>A note</NOTE>", "<NOTE><B/>A note</NOTE>"),
+    EXPECT_THAT(Failing(Definition(kLogon), "<NOTE>A note</NOTE>", "<NOTE><B/>A note</NOTE>"),
                 ElementsAre("warning failed to get model note"));
 }
 
@@ -166,7 +170,7 @@ TEST_F(ModelLoader, LeavesThePointerAloneWhereTheHeadFails) {
 }
 
 TEST_F(ModelLoader, ClearsThePointerWhereTheParametersFail) {
-    directory_.Write("model.xml", UserModel("Logon", ""));
+    directory_.Write("model.xml", Definition({.name = "Logon"}));
     auto model = std::make_shared<Model_t>("gone", "", "", "", "", ModelType::kUser, Policy::kUnknown,
                                            Policy::kUnknown, Policy::kUnknown);
     EXPECT_FALSE(LoadModel(path_, model));
@@ -175,17 +179,18 @@ TEST_F(ModelLoader, ClearsThePointerWhereTheParametersFail) {
 }
 
 TEST_F(ModelLoader, EndsTheListAtAParameterWithoutName) {
-    const auto model = Load(UserModel(
-        "Logon", Param("A", "_STRING_") + "<PARAM><TYPE>_STRING_</TYPE></PARAM>" + Param("B", "_STRING_")));
+    const auto model = Load(Definition({.params = {{"A"}, {""}, {"B"}}}));
     ASSERT_NE(model, nullptr);
     EXPECT_EQ(model->GetParams().GetCount(), 1U);
 }
 
 TEST_F(ModelLoader, DropsARepeatedAggregationEntryInSilence) {
-    const auto model =
-        Load(AutomaticModel("Sums", "Logon", "_HOURLY_",
-                            "<PARAM><NAME>U</NAME><TYPE>_STRING_</TYPE><SOURCE>User</SOURCE></PARAM>",
-                            "<NAME>User</NAME><NAME>User</NAME><NAME>Count</NAME>"));
+    const auto model = Load(Definition({.name = "Sums",
+                                        .type = ModelType::kAutomatic,
+                                        .source = "Logon",
+                                        .aggregation = Policy::kHourly,
+                                        .params = {{"U", ParamType::kString, "User"}},
+                                        .groupedBy = {"User", "User", "Count"}}));
     ASSERT_NE(model, nullptr);
     EXPECT_EQ(model->GetAggregations().GetCount(), 2U);
     EXPECT_THAT(Said(), ElementsAre("print Model 'Sums' has been loaded with success"));

@@ -3,37 +3,33 @@
 
 #include "alerts/AlertGapTable.h"
 #include "events/EventUpload.h"
+#include "host/log/LumDebug.h"
 #include "module/Configuration.h"
+#include "support/LinkedModule.h"
 #include "support/ResourceLimit.h"
-#include "support/TestHost.h"
 
 namespace {
 
 using testing::Contains;
 
-class Configuration : public testing::Test {
+class Configuration : public testing::Test, protected LinkedModule {
 protected:
-    Configuration() { TestHost::Initialise(); }
+    Configuration() { Initialise(); }
 
     static std::string Values(const std::string& values) { return R"({"Values":)" + values + "}"; }
-    static TestHost::Answer Set(const std::string& values) {
-        return TestHost::Call("EventLogManagerSetValues", Values(values));
-    }
-    static std::string Get() { return TestHost::Call("EventLogManagerGetValues", "").container; }
-    [[nodiscard]] std::string Ini() const { return host_.Directory().Read(TestHost::kIni); }
-    void WriteIni(const std::string& text) const { host_.Directory().Write(TestHost::kIni, text); }
-
-    const TestHost host_;
+    static Answer Set(const std::string& values) { return Call("EventLogManagerSetValues", Values(values)); }
+    static std::string Get() { return Call("EventLogManagerGetValues", "").container; }
+    [[nodiscard]] std::string Ini() const { return Directory().Read(kIni); }
+    void WriteIni(const std::string& text) const { Directory().Write(kIni, text); }
 };
 
-const TestHost::Answer kDone{0, "{}"};
+const TestAgent::Answer kDone{0, "{}"};
 
 TEST_F(Configuration, TakesDefaultsWithoutAnIniFile) {
-    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
-    const std::size_t before = host_.Log().size();
+    std::filesystem::remove(Directory().Path() / kIni);
+    Log().Forget();
     LoadConfiguration();
-    const std::vector<std::string> log = host_.Log();
-    EXPECT_EQ(std::vector<std::string>(log.begin() + static_cast<std::ptrdiff_t>(before), log.end()),
+    EXPECT_EQ(Log().Said(LumLogLevel::kTrace),
               (std::vector<std::string>{"trace LoadConfiguration: Entering",
                                         "trace LoadConfiguration: Upload flag is 1",
                                         "trace LoadConfiguration: Aggregation flag is 1",
@@ -58,7 +54,7 @@ TEST_F(Configuration, WritesSwitchesAsOneAndZero) {
 
 TEST_F(Configuration, ChangesNothingWithoutValues) {
     const std::string before = Ini();
-    EXPECT_EQ(TestHost::Call("EventLogManagerSetValues", R"({"Other":1})"), kDone);
+    EXPECT_EQ(Call("EventLogManagerSetValues", R"({"Other":1})"), kDone);
     EXPECT_EQ(Set(R"({"Colour":"red"})"), kDone);
     EXPECT_EQ(Ini(), before);
 }
@@ -87,23 +83,22 @@ TEST_F(Configuration, ForgetsWhatCouldNotBeWritten) {
 }
 
 TEST_F(Configuration, LogsNothingWhenSettingsChange) {
-    const std::size_t before = host_.Log().size();
+    Log().Forget();
     Set(R"({"AlertMinimumGap":1})");
-    EXPECT_EQ(host_.Log().size(), before);
+    EXPECT_TRUE(Log().Said(LumLogLevel::kTrace).empty());
 }
 
 TEST_F(Configuration, StaysInForceWhereTheFileCannotBeRead) {
     EXPECT_EQ(Set(R"({"EnableUpload":false,"EnableAggregation":false,"AlertMinimumGap":7})"), kDone);
-    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
-    std::filesystem::create_directory(host_.Directory().Path() / TestHost::kIni);
+    std::filesystem::remove(Directory().Path() / kIni);
+    std::filesystem::create_directory(Directory().Path() / kIni);
     EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":false,"EnableAggregation":false,"AlertMinimumGap":7}})");
     EXPECT_EQ(Set(R"({"EnableUpload":true})"), kDone);
-    EXPECT_EQ(
-        host_.CountLines("error ActionHandler_EventLogManagerSetValues: Failed to write 'EnableUpload', the "
-                         "file keeps the former value"),
-        1U);
+    EXPECT_EQ(Log().Count("error ActionHandler_EventLogManagerSetValues: Failed to write 'EnableUpload', the "
+                          "file keeps the former value"),
+              1U);
     EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":true,"EnableAggregation":false,"AlertMinimumGap":7}})");
-    std::filesystem::remove(host_.Directory().Path() / TestHost::kIni);
+    std::filesystem::remove(Directory().Path() / kIni);
     EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":true,"EnableAggregation":true,"AlertMinimumGap":60}})");
 }
 

@@ -9,9 +9,10 @@
 #include "host/core/ModuleInterface.h"
 #include "host/file/LumFile.h"
 #include "module/ModuleMain.h"
+#include "store/ModelRegistry.h"
 #include "store/Paths.h"
 #include "support/CallRecord.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -51,7 +52,7 @@ TEST(ModuleMain, AnswersItsVersionWithTheStampOfTheBuild) {
 }
 
 TEST(ModuleMain, RegistersItsFourteenActionsInOrder) {
-    const TestHost host;
+    LinkedModule host;
     std::vector<std::string> signatures;
     for (const ActionInfo& action : ActionDbListActions()) {
         signatures.emplace_back(action.signature.View());
@@ -70,8 +71,8 @@ TEST(ModuleMain, RegistersItsFourteenActionsInOrder) {
 }
 
 TEST(ModuleMain, BuildsItsPathsBelowTheAgentsDirectories) {
-    const TestHost host;
-    TestHost::Initialise();
+    LinkedModule host;
+    LinkedModule::Initialise();
     const std::string scratch = host.Directory().Path();
     EXPECT_EQ(IniFilePath.View(), scratch + "/config/EventLogManager.ini");
     EXPECT_EQ(DataDirectory.View(), scratch + "/data/EventLogManager");
@@ -80,8 +81,8 @@ TEST(ModuleMain, BuildsItsPathsBelowTheAgentsDirectories) {
 }
 
 TEST(ModuleMain, StartsOnAnEmptyDataDirectory) {
-    const TestHost host;
-    TestHost::Initialise();
+    LinkedModule host;
+    LinkedModule::Initialise();
     EXPECT_EQ(host.Rows("SELECT name FROM sqlite_master WHERE name IN ('RegisteredModel', 'Scheduler', "
                         "'DatabaseInformation') ORDER BY name"),
               "DatabaseInformation\nRegisteredModel\nScheduler");
@@ -90,11 +91,11 @@ TEST(ModuleMain, StartsOnAnEmptyDataDirectory) {
 }
 
 TEST(ModuleMain, TriesEveryStepEvenWithoutADataDirectory) {
-    const TestHost host;
+    LinkedModule host;
     std::filesystem::remove_all(host.Directory().Path() / "data/EventLogManager");
     host.Directory().Write("data/EventLogManager", "in the way");
-    TestHost::Initialise();
-    const std::vector<std::string> said = host.Said();
+    LinkedModule::Initialise();
+    const std::vector<std::string> said = host.Log().Said();
     EXPECT_THAT(said, Contains("error LoadRegisteredModels: Failed to load registered models"));
     EXPECT_THAT(said,
                 Contains("error LoadUnregisteredModels: Failed to load models, (failed to open directory '" +
@@ -102,12 +103,12 @@ TEST(ModuleMain, TriesEveryStepEvenWithoutADataDirectory) {
 }
 
 TEST(ModuleMain, StartsAndStopsItsThreads) {
-    const TestHost host;
-    TestHost::Initialise();
-    TestHost::Activate();
-    TestHost::CleanUp();
-    EXPECT_EQ(host.CountLines("trace ModuleActivate"), 1U);
-    EXPECT_EQ(host.CountLines("trace ModuleCleanup"), 1U);
+    LinkedModule host;
+    LinkedModule::Initialise();
+    LinkedModule::Activate();
+    LinkedModule::CleanUp();
+    EXPECT_EQ(host.Log().Count("trace ModuleActivate"), 1U);
+    EXPECT_EQ(host.Log().Count("trace ModuleCleanup"), 1U);
 }
 
 TEST(ModuleMain, StartsAndEndsTheSchedulerBeforeTheProcessor) {
@@ -125,10 +126,10 @@ TEST(ModuleMain, StartsAndEndsTheSchedulerBeforeTheProcessor) {
 }
 
 TEST(ModuleMain, CleansUpThreadsThatWereNeverStarted) {
-    const TestHost host;
+    LinkedModule host;
     EXPECT_EQ(ModuleMain(5, 0, nullptr), 1U);
     EXPECT_EQ(ModuleMain(2, 0, nullptr), 1U);
-    EXPECT_EQ(host.CountLines("trace Module Unregister starting"), 1U);
+    EXPECT_EQ(host.Log().Count("trace Module Unregister starting"), 1U);
 }
 
 }  // namespace

@@ -6,20 +6,21 @@
 #include "host/core/LumMetrics.h"
 #include "host/database/DatabaseFigures.h"
 #include "module/ModuleStatus.h"
-#include "support/ModuleHarness.h"
+#include "store/ModelRegistry.h"
+#include "support/StartedModule.h"
 
 namespace {
 
 /// The module with the model Logon, and what /status shows of it.
-class ModuleStatusTest : public testing::Test {
+class ModuleStatusTest : public testing::Test, protected StartedModule {
 protected:
-    ModuleStatusTest() : model_(module_.Add({.name = "Logon"})) { BeginModuleStatus(); }
+    ModuleStatusTest() : model_(Add({.name = "Logon"})) { BeginModuleStatus(); }
     ~ModuleStatusTest() override { EndModuleStatus(); }
     ModuleStatusTest(const ModuleStatusTest&) = delete;
     ModuleStatusTest& operator=(const ModuleStatusTest&) = delete;
 
-    static void Insert(const std::string& dates) {
-        ModuleHarness::Sql(
+    void Insert(const std::string& dates) const {
+        Change(
             "INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) SELECT value, 0, 0 FROM json_each('[" +
             dates + "]')");
     }
@@ -39,7 +40,6 @@ protected:
         return events;
     }
 
-    ModuleHarness module_;
     const std::shared_ptr<Model_t> model_;
 };
 
@@ -51,7 +51,7 @@ TEST_F(ModuleStatusTest, ShowsHowManyEventsAndFromWhenToWhen) {
 
 TEST_F(ModuleStatusTest, CountsWhatIsThereWhereNumbersAreMissing) {
     Insert("50, 60, 70, 80");
-    ModuleHarness::Sql("DELETE FROM Event_Logon WHERE E_Id = 2");
+    Change("DELETE FROM Event_Logon WHERE E_Id = 2");
     EXPECT_EQ(CountEvents(), 3);
     Insert("90, 100");
     EXPECT_EQ(CountEvents(), 5);
@@ -78,10 +78,10 @@ TEST_F(ModuleStatusTest, LooksAtTheEndsAlone) {
 
 TEST_F(ModuleStatusTest, BeginsAnewWithATableOfTheSameName) {
     Insert("50, 60, 70");
-    ModuleHarness::Sql("DELETE FROM Event_Logon WHERE E_Id = 2");
+    Change("DELETE FROM Event_Logon WHERE E_Id = 2");
     EXPECT_EQ(CountEvents(), 2);
     ASSERT_TRUE(RemoveRegisteredModel("Logon"));
-    ModuleHarness::Add({.name = "Logon"});
+    Add({.name = "Logon"});
     EXPECT_EQ(CountEvents(), 0);
     Insert("50");
     EXPECT_EQ(CountEvents(), 1);

@@ -1,15 +1,17 @@
 #include <gtest/gtest.h>
 
+#include "events/EventUpload.h"
+#include "host/container/LumContainer.h"
 #include "host/core/LumMetrics.h"
 #include "module/UploadStatus.h"
-#include "support/ModuleHarness.h"
+#include "support/StartedModule.h"
 
 namespace {
 
 TEST(UploadStatus, ShowsWhatIsOutstanding) {
-    const ModuleHarness module;
+    StartedModule module;
     const auto model = module.Add({.name = "Logon"});
-    ModuleHarness::Sql("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
+    module.Change("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
     BeginUploadStatus();
     EXPECT_TRUE(UploadEvents(model, 0, 60, false));  // there is no file store
     LumContainer status;

@@ -5,11 +5,12 @@
 #include <gtest/gtest.h>
 
 #include "sched/TaskProcessorThread.h"
-#include "support/ModuleHarness.h"
+#include "support/FileStoreStandIn.h"
+#include "support/StartedModule.h"
 
 namespace {
 
-class TaskProcessorThreadTest : public testing::Test {
+class TaskProcessorThreadTest : public testing::Test, protected StartedModule {
 protected:
     static void Queue(TaskType type, const char* model, uint32_t timestamp = 100) {
         TaskQueue.Push(MakeTask(type, model, 0, timestamp, false));
@@ -18,39 +19,36 @@ protected:
     void RunUntil(const char* level, const std::string& text) {
         TaskProcessorThread thread;
         ASSERT_TRUE(thread.Start(nullptr, nullptr));
-        while (module_.ModuleLines(level, text) == 0) {
+        while (Log().Count(std::string(level) + " " + text + "\n") == 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         EXPECT_TRUE(thread.Cancel(3000, true));
     }
-
-    ModuleHarness module_;
 };
 
 TEST_F(TaskProcessorThreadTest, RunsTheTasksOfAModelInTheirOrder) {
-    const auto model = module_.Add({.name = "A"});
-    ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
+    const auto model = Add({.name = "A"});
+    Change("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
     const FileStoreStandIn received;
     Queue(TaskType::TaskAggregate, "A");
     Queue(TaskType::TaskUpload, "A");
     Queue(TaskType::TaskDelete, "A");
     RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
-    EXPECT_EQ(module_.ModuleLines(
-                  "warning", "AggregateEvents: Aggregation cannot be invoked for non automatic model 'A'"),
-              1);
+    EXPECT_EQ(
+        Log().Count("warning AggregateEvents: Aggregation cannot be invoked for non automatic model 'A'\n"),
+        1U);
     EXPECT_EQ(received.Files().size(), 1U);  // read before they were deleted
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_A"), "0");
 }
 
 TEST_F(TaskProcessorThreadTest, DropsATaskWhoseModelIsGoneAndGoesOn) {
-    module_.Add({.name = "A"});
+    Add({.name = "A"});
     Queue(TaskType::TaskUpload, "AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn");
     Queue(TaskType::TaskDelete, "A");
     RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
-    EXPECT_EQ(module_.ModuleLines("error",
-                                  "TaskProcessorThread::ThreadMain: Failed to get model "
-                                  "'AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn'"),
-              1);
+    EXPECT_EQ(Log().Count("error TaskProcessorThread::ThreadMain: Failed to get model "
+                          "'AModelWhoseNameIsLongEnoughToLieInMemoryOfItsOwn'\n"),
+              1U);
 }
 
 /// A task that says when it is destroyed.
@@ -83,34 +81,34 @@ TEST(TaskProcessorThreadTasks, AreDestroyedButForThoseWhoseModelIsGone) {
 }
 
 TEST_F(TaskProcessorThreadTest, RunsNothingForAKindThatItDoesNotKnow) {
-    module_.Add({.name = "A"});
+    Add({.name = "A"});
     Queue(static_cast<TaskType>(0), "A");
     Queue(static_cast<TaskType>(4), "A");
     Queue(TaskType::TaskDelete, "A");
     RunUntil("trace", "DeleteEvents: Events have been deleted with success for model 'A'");
-    EXPECT_EQ(module_.ModuleLines("trace", "UploadEvents: Entering"), 0);
-    EXPECT_EQ(module_.ModuleLines("trace", "AggregateEvents: Entering"), 0);
+    EXPECT_EQ(Log().Count("trace UploadEvents: Entering\n"), 0U);
+    EXPECT_EQ(Log().Count("trace AggregateEvents: Entering\n"), 0U);
 }
 
 TEST_F(TaskProcessorThreadTest, EmptiesTheQueueBeforeItEnds) {
-    module_.Add({.name = "A"});
+    Add({.name = "A"});
     constexpr int kTasks = 50;
     for (int i = 0; i < kTasks; ++i) {
         Queue(TaskType::TaskDelete, "A");
     }
     TaskProcessorThread thread;
     ASSERT_TRUE(thread.Start(nullptr, nullptr));
-    while (module_.ModuleLines("trace", "DeleteEvents: Entering") == 0) {
+    while (Log().Count("trace DeleteEvents: Entering\n") == 0) {
         std::this_thread::yield();
     }
     thread.Cancel(0, true);
     thread.WaitForEnd();
-    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), kTasks);
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Entering\n"), kTasks);
 }
 
 TEST_F(TaskProcessorThreadTest, LetsADeletionWaitForAnUploadThatIsUnderWay) {
-    module_.Add({.name = "A"});
-    ModuleHarness::Sql("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
+    Add({.name = "A"});
+    Change("INSERT INTO Event_A (E_Date, E_DeviceId, E_GroupId) VALUES (50, 0, 0)");
     TaskProcessorThread thread;
     Queue(TaskType::TaskUpload, "A", 60);
     Queue(TaskType::TaskDelete, "A", 70);
@@ -118,39 +116,38 @@ TEST_F(TaskProcessorThreadTest, LetsADeletionWaitForAnUploadThatIsUnderWay) {
     Queue(TaskType::TaskDelete, "A", 80);
     thread.RunCycle();  // there is no file store
     thread.RunCycle();
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_A"), "1");
     EXPECT_EQ(
-        module_.ModuleLines("warning",
-                            "TaskProcessorThread::ThreadMain: The deletion of events of model 'A' waits "
-                            "until they have been sent"),
-        1);
+        Log().Count("warning TaskProcessorThread::ThreadMain: The deletion of events of model 'A' waits "
+                    "until they have been sent\n"),
+        1U);
     const FileStoreStandIn received;
     thread.RunCycle();
     EXPECT_EQ(received.Files().size(), 1U);
-    EXPECT_EQ(ModuleHarness::Sql("SELECT count(*) FROM Event_A"), "0");
-    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_A"), "0");
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Entering\n"), 1U);
 }
 
 TEST_F(TaskProcessorThreadTest, LeavesTheQueueAloneWhileItIsNotReady) {
-    module_.Add({.name = "A"});
+    Add({.name = "A"});
     static bool isReady = false;
     TaskProcessorThread thread;
     thread.SetReady([] { return isReady; });
     Queue(TaskType::TaskDelete, "A");
     thread.RunCycle();
-    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 0);
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Entering\n"), 0U);
     isReady = true;
     thread.RunCycle();
-    EXPECT_EQ(module_.ModuleLines("trace", "DeleteEvents: Entering"), 1);
+    EXPECT_EQ(Log().Count("trace DeleteEvents: Entering\n"), 1U);
 }
 
 TEST_F(TaskProcessorThreadTest, LeavesTheQueueAloneWhenItWasCancelledBefore) {
-    module_.Add({.name = "A"});
+    Add({.name = "A"});
     TaskProcessorThread thread;
     thread.Cancel(0, true);
     Queue(TaskType::TaskDelete, "A");
     thread.ThreadMain();
-    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
+    EXPECT_EQ(TakeTasks().size(), 1U);
 }
 
 }  // namespace

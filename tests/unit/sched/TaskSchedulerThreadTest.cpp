@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include "events/EventAggregation.h"
+#include "events/EventUpload.h"
 #include "host/time/LumTime.h"
 #include "sched/TaskSchedulerThread.h"
-#include "support/ModuleHarness.h"
+#include "support/StartedModule.h"
 #include "support/TimeZone.h"
 
 namespace {
@@ -80,12 +82,12 @@ TEST(TaskSchedulerThreadPeriods, FollowDaylightSaving) {
     }
 }
 
-class TaskSchedulerThreadTest : public testing::Test {
+class TaskSchedulerThreadTest : public testing::Test, protected StartedModule {
 protected:
     /// The tasks as "kind model previous time", one a line.
     static std::string Queued() {
         std::string text;
-        for (const auto& task : ModuleHarness::TakeTasks()) {
+        for (const auto& task : TakeTasks()) {
             text += std::to_string(static_cast<int>(task->GetType())) + " " +
                     task->GetModelName().GetString() + " " + std::to_string(task->GetPreviousTimestamp()) +
                     " " + std::to_string(task->GetTimestamp()) +
@@ -93,11 +95,11 @@ protected:
         }
         return text;
     }
-    static void StartAt(TaskSchedulerThread& thread, std::time_t time) {
-        ModuleHarness::Sql("UPDATE Scheduler SET S_Timestamp=" + std::to_string(time));
+    void StartAt(TaskSchedulerThread& thread, std::time_t time) {
+        Change("UPDATE Scheduler SET S_Timestamp=" + std::to_string(time));
         thread.Initialise();
     }
-    static std::string Stored() { return ModuleHarness::Sql("SELECT S_Timestamp FROM Scheduler"); }
+    std::string Stored() { return Rows("SELECT S_Timestamp FROM Scheduler"); }
 
     static std::string Line(const char* kind, const char* model, uint32_t previous, std::time_t time) {
         return std::string(kind) + " " + model + " " + std::to_string(previous) + " " + std::to_string(time) +
@@ -105,15 +107,14 @@ protected:
     }
 
     const TimeZone zone_{"Europe/Berlin"};
-    ModuleHarness module_;
     TaskSchedulerThread thread_;
 };
 
 TEST_F(TaskSchedulerThreadTest, QueuesNothingWhileNoFieldHasChangedAndStoresNothing) {
-    module_.Add({.name = "A",
-                 .aggregation = Policy::kMinutely,
-                 .upload = Policy::kMinutely,
-                 .deletion = Policy::kMinutely});
+    Add({.name = "A",
+         .aggregation = Policy::kMinutely,
+         .upload = Policy::kMinutely,
+         .deletion = Policy::kMinutely});
     StartAt(thread_, Utc(2026, 5, 6, 10, 0, 5));
     thread_.RunCycle(Utc(2026, 5, 6, 10, 0, 59));
     EXPECT_EQ(Queued(), "");
@@ -121,14 +122,14 @@ TEST_F(TaskSchedulerThreadTest, QueuesNothingWhileNoFieldHasChangedAndStoresNoth
 }
 
 TEST_F(TaskSchedulerThreadTest, QueuesAggregationsThenUploadsThenDeletionsInTheOrderOfNames) {
-    const auto b = module_.Add({.name = "B",
-                                .aggregation = Policy::kHourly,
-                                .upload = Policy::kHourly,
-                                .deletion = Policy::kHourly});
-    module_.Add({.name = "A",
-                 .aggregation = Policy::kHourly,
-                 .upload = Policy::kHourly,
-                 .deletion = Policy::kHourly});
+    const auto b = Add({.name = "B",
+                        .aggregation = Policy::kHourly,
+                        .upload = Policy::kHourly,
+                        .deletion = Policy::kHourly});
+    Add({.name = "A",
+         .aggregation = Policy::kHourly,
+         .upload = Policy::kHourly,
+         .deletion = Policy::kHourly});
     b->SetLastAggregationTime(11);
     b->SetLastUploadTime(22);
     const std::time_t now = Utc(2026, 5, 6, 11, 0, 3);
@@ -146,7 +147,7 @@ TEST_F(TaskSchedulerThreadTest, QueuesPeriodsFromTheShortestToTheLongest) {
                                        {"Day", Policy::kDaily},
                                        {"Hour", Policy::kHourly},
                                        {"Minute", Policy::kMinutely}}) {
-        module_.Add({.name = name, .deletion = policy});
+        Add({.name = name, .deletion = policy});
     }
     const std::time_t now = Utc(2026, 12, 31, 23, 0, 2);
     StartAt(thread_, now - 10);
@@ -159,59 +160,58 @@ TEST_F(TaskSchedulerThreadTest, QueuesPeriodsFromTheShortestToTheLongest) {
 }
 
 TEST_F(TaskSchedulerThreadTest, QueuesWeeklyWorkWithEveryChangeOfDay) {
-    module_.Add({.name = "Week", .deletion = Policy::kWeekly});
+    Add({.name = "Week", .deletion = Policy::kWeekly});
     StartAt(thread_, Utc(2026, 5, 5, 21, 59, 55));
     for (int day = 5; day < 9; ++day) {
         thread_.RunCycle(Utc(2026, 5, static_cast<unsigned>(day), 22, 0, 5));
-        EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U) << day;
+        EXPECT_EQ(TakeTasks().size(), 1U) << day;
     }
 }
 
 TEST_F(TaskSchedulerThreadTest, NeverQueuesWhatHasNoPeriod) {
-    module_.Add({.name = "Never", .aggregation = Policy::kNever});
-    module_.Add({.name = "Unknown",
-                 .aggregation = Policy::kUnknown,
-                 .upload = Policy::kUnknown,
-                 .deletion = Policy::kUnknown});
+    Add({.name = "Never", .aggregation = Policy::kNever});
+    Add({.name = "Unknown",
+         .aggregation = Policy::kUnknown,
+         .upload = Policy::kUnknown,
+         .deletion = Policy::kUnknown});
     StartAt(thread_, Utc(2026, 12, 31, 22, 59, 55));
     thread_.RunCycle(Utc(2026, 12, 31, 23, 0, 5));
     EXPECT_EQ(Queued(), "");
 }
 
 TEST_F(TaskSchedulerThreadTest, QueuesForDisabledModelsAndWithEverythingSwitchedOff) {
-    module_.Add({.name = "A", .upload = Policy::kMinutely})->SetEnabled(false);
+    Add({.name = "A", .upload = Policy::kMinutely})->SetEnabled(false);
     UploadEnabled = false;
     AggregationEnabled = false;
     StartAt(thread_, Utc(2026, 5, 6, 10, 0, 55));
     thread_.RunCycle(Utc(2026, 5, 6, 10, 1, 5));
-    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
+    EXPECT_EQ(TakeTasks().size(), 1U);
 }
 
 TEST_F(TaskSchedulerThreadTest, CatchesUpOnceOnWhatFellDueWhileItWasDown) {
-    module_.Add({.name = "Day", .upload = Policy::kDaily});
+    Add({.name = "Day", .upload = Policy::kDaily});
     StartAt(thread_, Utc(2026, 5, 3, 12, 30, 5));
     thread_.RunCycle(Utc(2026, 5, 6, 12, 30, 5));
     EXPECT_EQ(Queued(), Line("2", "Day", 0, Utc(2026, 5, 6, 12, 30, 5)));
     EXPECT_EQ(Stored(), std::to_string(Utc(2026, 5, 3, 12, 30, 5)));  // the minute is the same
-    EXPECT_EQ(module_.ModuleLines("print",
-                                  "TaskSchedulerThread::ThreadMain: Last timestamp has been read with "
-                                  "success (" +
-                                      std::to_string(Utc(2026, 5, 3, 12, 30, 5)) + ")"),
-              1);
+    EXPECT_EQ(Log().Count("print TaskSchedulerThread::ThreadMain: Last timestamp has been read with "
+                          "success (" +
+                          std::to_string(Utc(2026, 5, 3, 12, 30, 5)) + ")\n"),
+              1U);
 }
 
 TEST_F(TaskSchedulerThreadTest, SeesAClockThatWasSetBack) {
-    module_.Add({.name = "Hour", .upload = Policy::kHourly});
+    Add({.name = "Hour", .upload = Policy::kHourly});
     StartAt(thread_, Utc(2026, 5, 6, 12, 30, 5));
     thread_.RunCycle(Utc(2026, 5, 6, 11, 30, 5));
-    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
+    EXPECT_EQ(TakeTasks().size(), 1U);
     thread_.RunCycle(Utc(2026, 5, 6, 11, 30, 15));
-    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 0U);
+    EXPECT_EQ(TakeTasks().size(), 0U);
 }
 
 TEST_F(TaskSchedulerThreadTest, WrapsBehindTheLastSecondOf32Bits) {
     const TimeZone zone("UTC");
-    module_.Add({.name = "Minute", .deletion = Policy::kMinutely});
+    Add({.name = "Minute", .deletion = Policy::kMinutely});
     StartAt(thread_, Utc(2038, 1, 19, 3, 14, 0));
     thread_.RunCycle(Utc(2038, 1, 19, 3, 14, 8));
     EXPECT_EQ(Queued(), "");
@@ -227,54 +227,51 @@ TEST_F(TaskSchedulerThreadTest, TakesAStoredZeroForAFirstStart) {
     const std::string stored = Stored();
     EXPECT_GE(std::stoll(stored), before);
     EXPECT_LE(std::stoll(stored), std::time(nullptr));
-    EXPECT_EQ(module_.ModuleLines(
-                  "print", "TaskSchedulerThread::ThreadMain: Initializing last timestamp (" + stored + ")"),
-              1);
+    EXPECT_EQ(
+        Log().Count("print TaskSchedulerThread::ThreadMain: Initializing last timestamp (" + stored + ")\n"),
+        1U);
 }
 
 TEST_F(TaskSchedulerThreadTest, TakesATableWithoutItsRowForAFirstStartAndWritesNothing) {
-    ModuleHarness::Sql("DELETE FROM Scheduler");
+    Change("DELETE FROM Scheduler");
     thread_.Initialise();
-    EXPECT_EQ(module_.ModuleLines(
-                  "print", "TaskSchedulerThread::ThreadMain: Last timestamp has been read with success (0)"),
-              1);
+    EXPECT_EQ(
+        Log().Count("print TaskSchedulerThread::ThreadMain: Last timestamp has been read with success (0)\n"),
+        1U);
     EXPECT_EQ(Stored(), "");
 }
 
 TEST_F(TaskSchedulerThreadTest, GoesOnWithoutItsTable) {
-    module_.Add({.name = "Minute", .upload = Policy::kMinutely});
-    ModuleHarness::Sql("DROP TABLE Scheduler");
+    Add({.name = "Minute", .upload = Policy::kMinutely});
+    Change("DROP TABLE Scheduler");
     thread_.Initialise();
-    EXPECT_EQ(
-        module_.ModuleLines("warning", "TaskSchedulerThread::ThreadMain: Failed to read last timestamp"), 1);
+    EXPECT_EQ(Log().Count("warning TaskSchedulerThread::ThreadMain: Failed to read last timestamp\n"), 1U);
     const std::time_t later = std::time(nullptr) + 60;
     thread_.RunCycle(later);
-    EXPECT_EQ(
-        module_.ModuleLines("warning", "TaskSchedulerThread::ThreadMain: Failed to write last timestamp (" +
-                                           std::to_string(later) + ")"),
-        1);
-    EXPECT_EQ(ModuleHarness::TakeTasks().size(), 1U);
+    EXPECT_EQ(Log().Count("warning TaskSchedulerThread::ThreadMain: Failed to write last timestamp (" +
+                          std::to_string(later) + ")\n"),
+              1U);
+    EXPECT_EQ(TakeTasks().size(), 1U);
 }
 
 TEST_F(TaskSchedulerThreadTest, SaysThatItCannotLockTheDatabase) {
-    const ExhaustedDatabaseMutex exhausted;
+    const DatabaseLockout exhausted;
     thread_.Initialise();
-    EXPECT_EQ(module_.ModuleLines("error", "ReadLastTimestamp: Failed to lock database"), 1);
-    EXPECT_EQ(module_.ModuleLines("error", "WriteLastTimestamp: Failed to lock database"), 1);
-    EXPECT_EQ(
-        module_.ModuleLines("warning", "TaskSchedulerThread::ThreadMain: Failed to read last timestamp"), 1);
+    EXPECT_EQ(Log().Count("error ReadLastTimestamp: Failed to lock database\n"), 1U);
+    EXPECT_EQ(Log().Count("error WriteLastTimestamp: Failed to lock database\n"), 1U);
+    EXPECT_EQ(Log().Count("warning TaskSchedulerThread::ThreadMain: Failed to read last timestamp\n"), 1U);
 }
 
 TEST_F(TaskSchedulerThreadTest, EndsAtOnceWhenItIsCancelledInItsPause) {
     ASSERT_TRUE(thread_.Start(nullptr, nullptr));
-    while (module_.ModuleLines("trace", "TaskSchedulerThread::ThreadMain: Entering") == 0) {
+    while (Log().Count("trace TaskSchedulerThread::ThreadMain: Entering\n") == 0) {
         std::this_thread::yield();
     }
     EXPECT_TRUE(thread_.Cancel(3000, true));
 }
 
 TEST(TaskSchedulerThreadClock, IsWatchedForJumpsAndForTimesInTheFuture) {
-    const ModuleHarness module;
+    const StartedModule module;
     const auto model = module.Add({.name = "A"});
     const auto now = std::time(nullptr);
     model->SetLastUploadTime(static_cast<LumSeconds>(now + 7200));

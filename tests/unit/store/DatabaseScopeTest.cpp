@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -11,13 +13,12 @@ using testing::ElementsAre;
 
 constexpr LumRoutine kRoutine(ModuleDebug, "Routine");
 
-class DatabaseScopeTest : public testing::Test {
+class DatabaseScopeTest : public testing::Test, protected LinkedModule {
 protected:
     DatabaseScopeTest() {
-        TestHost::Initialise();
-        started_ = host_.Log().size();
+        Initialise();
+        Log().Forget();
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
 
     /// How often this thread holds the lock: what is left of how often it may.
     static uint32_t Held() LUM_NO_THREAD_SAFETY_ANALYSIS {
@@ -30,9 +31,6 @@ protected:
         }
         return LumMutex::kMaxDepth - more;
     }
-
-    const TestHost host_;
-    std::size_t started_ = 0;
 };
 
 TEST_F(DatabaseScopeTest, HoldsTheLockUntilItEnds) {

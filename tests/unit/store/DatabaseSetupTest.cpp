@@ -4,7 +4,8 @@
 
 #include "host/database/Database.h"
 #include "store/DatabaseSetup.h"
-#include "support/TestHost.h"
+#include "store/ModelRegistry.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -15,98 +16,94 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-class DatabaseSetup : public testing::Test {
+class DatabaseSetup : public testing::Test, protected LinkedModule {
 protected:
-    void WriteIni(const std::string& text) const { host_.Directory().Write(TestHost::kIni, text); }
-
-    const TestHost host_;
+    void WriteIni(const std::string& text) const { Directory().Write(kIni, text); }
 };
 
 TEST_F(DatabaseSetup, MakesAPrivateFileWithTheThreeTables) {
-    TestHost::Initialise();
+    Initialise();
     struct stat status {};
-    ASSERT_EQ(stat((host_.Directory() / TestHost::kDatabase).c_str(), &status), 0);
+    ASSERT_EQ(stat((Directory() / kDatabase).c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Scheduler"), "1");
-    EXPECT_EQ(
-        host_.Rows("SELECT FieldName FROM DatabaseInformation WHERE FieldName LIKE 'Database%' ORDER BY 1"),
-        "DatabaseBuildNumber\nDatabaseRevision\nDatabaseVersionMajor\nDatabaseVersionMinor");
-    EXPECT_EQ(host_.CountLines("trace InitializeDatabase: Entering"), 1U);
-    EXPECT_THAT(host_.Said(), IsEmpty());
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Scheduler"), "1");
+    EXPECT_EQ(Rows("SELECT FieldName FROM DatabaseInformation WHERE FieldName LIKE 'Database%' ORDER BY 1"),
+              "DatabaseBuildNumber\nDatabaseRevision\nDatabaseVersionMajor\nDatabaseVersionMinor");
+    EXPECT_EQ(Log().Count("trace InitializeDatabase: Entering"), 1U);
+    EXPECT_THAT(Said(), IsEmpty());
 }
 
 TEST_F(DatabaseSetup, RunsSomeScriptsAtEachStartAndOthersOnce) {
     WriteIni(
         "[SqlRun]\nT = CREATE TABLE IF NOT EXISTS Runs (a)\nEach = INSERT INTO Runs VALUES ('each')\n"
         "[SqlRunOnce]\nOnce = INSERT INTO Runs VALUES ('once')\n");
-    TestHost::Initialise();
+    Initialise();
     InitializeDatabase();
-    EXPECT_EQ(host_.Rows("SELECT a, count(*) FROM Runs GROUP BY a ORDER BY a"), "each|2\nonce|1");
+    EXPECT_EQ(Rows("SELECT a, count(*) FROM Runs GROUP BY a ORDER BY a"), "each|2\nonce|1");
 }
 
 TEST_F(DatabaseSetup, GoesOnBehindAScriptThatFails) {
     WriteIni("[SqlRun]\nBad = CREATE TABLE\nGood = CREATE TABLE IF NOT EXISTS Good (a)\n");
-    TestHost::Initialise();
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Good"), "0");
-    EXPECT_THAT(host_.Said(), Contains(StartsWith("error DBConnection: incomplete input")));
+    Initialise();
+    EXPECT_EQ(Rows("SELECT count(*) FROM Good"), "0");
+    EXPECT_THAT(Said(), Contains(StartsWith("error DBConnection: incomplete input")));
 }
 
 TEST_F(DatabaseSetup, RunsTheUpgradesAboveTheRecordedVersion) {
-    TestHost::Initialise();
-    const std::string ini = host_.Directory().Read(TestHost::kIni);
+    Initialise();
+    const std::string ini = Directory().Read(kIni);
     WriteIni(ini + "\n99.0.0.1 = CREATE TABLE Later (a)\n1.0.0.0 = CREATE TABLE Sooner (a)\n");
     InitializeDatabase();
-    EXPECT_EQ(host_.Rows("SELECT name FROM sqlite_master WHERE name IN ('Later', 'Sooner')"), "Later");
-    EXPECT_EQ(
-        host_.Rows("SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMajor'"),
-        "99");
+    EXPECT_EQ(Rows("SELECT name FROM sqlite_master WHERE name IN ('Later', 'Sooner')"), "Later");
+    EXPECT_EQ(Rows("SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'DatabaseVersionMajor'"),
+              "99");
 }
 
 TEST_F(DatabaseSetup, DoesNothingWithoutTheLock) {
-    TestHost::Initialise();
+    Initialise();
     WriteIni("[SqlRun]\nT = CREATE TABLE Late (a)\n");
-    const std::size_t started = host_.Log().size();
+    Log().Forget();
     {
         const DatabaseLockout lockout;
         InitializeDatabase();
     }
-    EXPECT_THAT(host_.Said(started), ElementsAre("error InitializeDatabase: Failed to lock database"));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name = 'Late'"), "0");
+    EXPECT_THAT(Said(), ElementsAre("error InitializeDatabase: Failed to lock database"));
+    EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name = 'Late'"), "0");
 }
 
 TEST_F(DatabaseSetup, LeavesAFileThatIsNoDatabaseAsItIs) {
     const std::string text(4096, 'x');
-    host_.Directory().Write(TestHost::kDatabase, text);
-    TestHost::Initialise();
-    EXPECT_THAT(host_.Said(), Contains(AllOf(StartsWith("error DBConnection: cannot open database '"),
-                                             HasSubstr("': file is not a database in statement: CREATE"))));
-    EXPECT_THAT(host_.Said(), Contains("error LoadRegisteredModels: Failed to load registered models"));
-    EXPECT_EQ(host_.Directory().Read(TestHost::kDatabase), text);
-    EXPECT_EQ(TestHost::Create("Logon", "{}"), 13U);
+    Directory().Write(kDatabase, text);
+    Initialise();
+    EXPECT_THAT(Said(), Contains(AllOf(StartsWith("error DBConnection: cannot open database '"),
+                                       HasSubstr("': file is not a database in statement: CREATE"))));
+    EXPECT_THAT(Said(), Contains("error LoadRegisteredModels: Failed to load registered models"));
+    EXPECT_EQ(Directory().Read(kDatabase), text);
+    EXPECT_EQ(Create("Logon", "{}"), 13U);
 }
 
 TEST_F(DatabaseSetup, UsesADatabaseWhoseCheckReportsProblems) {
-    host_.StartWith(kLogonDefinition);
-    ASSERT_EQ(TestHost::Create("Logon", R"({"User":"ada"})"), 0U);
+    StartWith(kLogon);
+    ASSERT_EQ(Create("Logon", R"({"User":"ada"})"), 0U);
     // A row that breaks a rule of its table: nothing but the integrity check minds it.
-    ASSERT_TRUE(
-        host_.Change("PRAGMA writable_schema = ON; UPDATE sqlite_master SET sql = "
-                     "replace(sql, 'C_User TEXT', 'C_User TEXT CHECK (C_User = ''bob'')') "
-                     "WHERE name = 'Event_Logon'"));
-    ASSERT_NE(host_.Rows("PRAGMA integrity_check"), "ok");
-    const std::size_t started = host_.Log().size();
+    Change(
+        "PRAGMA writable_schema = ON; UPDATE sqlite_master SET sql = "
+        "replace(sql, 'C_User TEXT', 'C_User TEXT CHECK (C_User = ''bob'')') "
+        "WHERE name = 'Event_Logon'");
+    ASSERT_NE(Rows("PRAGMA integrity_check"), "ok");
+    Log().Forget();
     InitializeDatabase();
-    EXPECT_THAT(host_.Said(started), IsEmpty());
-    EXPECT_EQ(host_.Rows("SELECT C_User FROM Event_Logon"), "ada");
+    EXPECT_THAT(Said(), IsEmpty());
+    EXPECT_EQ(Rows("SELECT C_User FROM Event_Logon"), "ada");
 }
 
 TEST_F(DatabaseSetup, CompactsTheFile) {
-    host_.StartWith(kLogonDefinition);
-    ASSERT_TRUE(host_.Change("CREATE TABLE Big AS SELECT zeroblob(1000000) AS a; DROP TABLE Big"));
-    ASSERT_NE(host_.Rows("PRAGMA freelist_count"), "0");
+    StartWith(kLogon);
+    Change("CREATE TABLE Big AS SELECT zeroblob(1000000) AS a; DROP TABLE Big");
+    ASSERT_NE(Rows("PRAGMA freelist_count"), "0");
     InitializeDatabase();
-    EXPECT_EQ(host_.Rows("PRAGMA freelist_count"), "0");
+    EXPECT_EQ(Rows("PRAGMA freelist_count"), "0");
 }
 
 }  // namespace

@@ -8,17 +8,17 @@
 #include "model/ModelElement.h"
 #include "store/ModelRegistry.h"
 #include "store/Paths.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
-class DroppedDefinitions : public testing::Test {
+class DroppedDefinitions : public testing::Test, protected LinkedModule {
 protected:
     DroppedDefinitions() {
-        host_.StartWith(kLogonDefinition);
-        EXPECT_TRUE(
-            host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastAggregationTimestamp = 11, "
-                         "RM_LastUploadTimestamp = 22"));
+        StartWith(kLogon);
+        Change(
+            "UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastAggregationTimestamp = 11, "
+            "RM_LastUploadTimestamp = 22");
         std::shared_ptr<Model_t> model = Logon();
         ModelCollection.Remove(model);
     }
@@ -29,11 +29,9 @@ protected:
         return model;
     }
     void DropAgain() const {
-        host_.Drop("again.xml", kLogonDefinition);
+        Drop("again.xml", Definition(kLogon));
         EXPECT_TRUE(LoadUnregisteredModels());
     }
-
-    const TestHost host_;
 };
 
 TEST_F(DroppedDefinitions, CarriesTheStateOverWhereTheFiledDefinitionWasLost) {

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/container/LumContainer.h"
+#include "host/log/LumDebug.h"
+#include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "store/EventTable.h"
-#include "support/ModuleHarness.h"
+#include "support/StartedModule.h"
 
 namespace {
 
@@ -13,8 +16,10 @@ constexpr LumRoutine kRoutine(ModuleDebug, "Test");
 
 std::shared_ptr<Model_t> Logon() {
     return MakeModel({.name = "Logon",
-                      .params = {Param("User", ParamType::kString), Param("Count", ParamType::kInteger),
-                                 Param("Odd", ParamType::kUnknown), Param("When", ParamType::kTimestamp)}});
+                      .params = {{"User"},
+                                 {"Count", ParamType::kInteger},
+                                 {"Odd", ParamType::kUnknown},
+                                 {"When", ParamType::kTimestamp}}});
 }
 
 std::vector<std::string> Texts(const std::vector<LumString>& statements) {
@@ -56,7 +61,7 @@ TEST(EventTable, IsMadeWithItsRowAndItsIndexes) {
 }
 
 TEST(EventTable, ReadsBackWhatTheUpdatesOfARowSay) {
-    const ModuleHarness module;
+    StartedModule module;
     const std::shared_ptr<Model_t> model = module.Add({.name = "Logon"});
     DatabaseScope scope(kRoutine);
     for (const LumString& update :
@@ -77,7 +82,7 @@ TEST(EventTable, ReadsBackWhatTheUpdatesOfARowSay) {
 }
 
 TEST(EventTableParamCells, CopyTheKnownParametersOfARow) {
-    const ModuleHarness module;
+    StartedModule module;
     const std::shared_ptr<Model_t> model = Logon();
     DatabaseScope scope(kRoutine);
     const GenSqlResult* const rows = scope.Query("SELECT 'before', 7, 'odd', 'ann', 8");

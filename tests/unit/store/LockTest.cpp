@@ -7,7 +7,7 @@
 #include "store/ModelRegistry.h"
 #include "store/startup/SchemaUpgrades.h"
 #include "support/CallRecord.h"
-#include "support/LinkedModule.h"
+#include "support/StartedModule.h"
 
 // What is done with the database under DatabaseMutex, what is not, and in which order.
 
@@ -20,12 +20,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-class StoreLock : public testing::Test {
-protected:
-    StoreLock() { LinkedModule::Initialise(); }
-
-    LinkedModule module_;
-};
+class StoreLock : public testing::Test, protected StartedModule {};
 
 using DatabaseSetupLock = StoreLock;
 using ModelRegistryLock = StoreLock;
@@ -57,7 +52,7 @@ TEST_F(ModelRegistryLock, CoversARegistrationInItsOrder) {
 }
 
 TEST_F(ModelRegistryLock, CoversARemovalInItsOrder) {
-    const auto model = LinkedModule::Add({.params = {{.name = "User"}}});
+    const auto model = Add({.params = {{.name = "User"}}});
     const CallRecord record;
     ASSERT_TRUE(UnregisterModel(model));
     EXPECT_THAT(record.All("SQL "),
@@ -68,7 +63,7 @@ TEST_F(ModelRegistryLock, CoversARemovalInItsOrder) {
 }
 
 TEST_F(ModelRegistryLock, IsGivenBackBeforeDefinitionsAreRead) {
-    module_.Drop({.params = {{.name = "User"}}});
+    Drop({.params = {{.name = "User"}}});
     ASSERT_TRUE(LoadUnregisteredModels());
     const CallRecord record;
     EXPECT_TRUE(LoadRegisteredModels());
@@ -81,7 +76,7 @@ TEST_F(ModelRegistryLock, IsGivenBackBeforeDefinitionsAreRead) {
 }
 
 TEST_F(ModelRegistryLock, IsGivenBackBeforeAFailureIsSaid) {
-    module_.Database().Run("DROP TABLE RegisteredModel");
+    Database().Run("DROP TABLE RegisteredModel");
     const CallRecord record;
     EXPECT_FALSE(LoadRegisteredModels());
     EXPECT_FALSE(RegisterModel(MakeModel({})));
@@ -93,9 +88,8 @@ TEST_F(ModelRegistryLock, IsGivenBackBeforeAFailureIsSaid) {
 }
 
 TEST_F(SchemaUpgradesLock, IsGivenBackBeforeTheOldSoftwareDistributionGoes) {
-    module_.Database().Run(
-        "UPDATE DatabaseInformation SET FieldValue = 5 WHERE FieldName = 'DatabaseVersionMajor'");
-    LinkedModule::Add({.name = kSoftwareDistribution});
+    Database().Run("UPDATE DatabaseInformation SET FieldValue = 5 WHERE FieldName = 'DatabaseVersionMajor'");
+    Add({.name = kSoftwareDistribution});
     const CallRecord record;
     UpgradeSoftwareDistributionModelStep1();
     EXPECT_THAT(record.WithoutLock("trace "), Contains("trace RemoveRegisteredModel: Entering"));

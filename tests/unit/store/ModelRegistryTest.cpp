@@ -13,7 +13,7 @@
 #include "store/DatabaseScope.h"
 #include "store/ModelRegistry.h"
 #include "store/Paths.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -25,16 +25,16 @@ using testing::StartsWith;
 
 namespace fs = std::filesystem;
 
-class ModelRegistry : public testing::Test {
+class ModelRegistry : public testing::Test, protected LinkedModule {
 protected:
     /// Starts the module on an empty models directory.
     void Start() {
-        TestHost::Initialise();
-        started_ = host_.Log().size();
+        Initialise();
+        Log().Forget();
     }
     /// Drops and takes in the model "Logon" and answers it.
     std::shared_ptr<Model_t> StartWithLogon() {
-        host_.Drop("logon.xml", kLogonDefinition);
+        Drop("logon.xml", Definition(kLogon));
         Start();
         std::shared_ptr<Model_t> model;
         EXPECT_TRUE(ModelCollection.Get("Logon", model));
@@ -47,30 +47,28 @@ protected:
             ModelCollection.Remove(model);
         }
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
-    [[nodiscard]] fs::path Models() const { return host_.Directory().Path() / TestHost::kModels; }
+    [[nodiscard]] fs::path Models() const { return Directory().Path() / kModels; }
     [[nodiscard]] static std::string Filed(const Model_t& model) {
         return std::string(FiledDirectory(model.GetName(), model.GetChecksum()).View());
     }
-
-    const TestHost host_;
-    std::size_t started_ = 0;
 };
 
 TEST_F(ModelRegistry, RegistersADroppedModelWhole) {
     const auto model = StartWithLogon();
     ASSERT_NE(model, nullptr);
-    EXPECT_EQ(host_.Rows("SELECT RM_ModelName, RM_Checksum, RM_Enabled, RM_LastAggregationTimestamp, "
-                         "RM_LastUploadTimestamp FROM RegisteredModel"),
+    EXPECT_EQ(Rows("SELECT RM_ModelName, RM_Checksum, RM_Enabled, RM_LastAggregationTimestamp, "
+                   "RM_LastUploadTimestamp FROM RegisteredModel"),
               "Logon|" + std::string(model->GetChecksum().View()) + "|1|0|0");
-    EXPECT_EQ(host_.Rows("SELECT name, type FROM pragma_table_info('Event_Logon')"),
+    EXPECT_EQ(Rows("SELECT name, type FROM pragma_table_info('Event_Logon')"),
               "E_Id|INTEGER\nE_Date|TIMESTAMP\nE_GMT_Offset|INTEGER\nE_DeviceId|INTEGER\nE_GroupId|INTEGER\n"
               "C_Count|INTEGER\nC_User|TEXT");
     EXPECT_EQ(
-        host_.Rows(
-            "SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = 'Event_Logon' ORDER BY 1"),
+        Rows("SELECT name FROM sqlite_master WHERE type = 'index' AND tbl_name = 'Event_Logon' ORDER BY 1"),
         "Ix_Event_Logon_Date\nIx_Event_Logon_DeviceID\nIx_Event_Logon_GroupID");
-    EXPECT_EQ(host_.CountLines("print RegisterModel: Model 'Logon' has been registered with success"), 1U);
+    EXPECT_EQ(
+        LogReader(Directory() / "log")
+            .Count("print EventLogManager RegisterModel: Model 'Logon' has been registered with success"),
+        1U);
     EXPECT_FALSE(fs::exists(Models() / "logon.xml"));
     EXPECT_TRUE(fs::exists(Filed(*model) + "/logon.xml"));
 }
@@ -82,15 +80,15 @@ TEST_F(ModelRegistry, DeclaresAColumnOfAnUnknownTypeWithoutOne) {
     ASSERT_TRUE(model->GetParams().Add(
         std::make_shared<ModelParam_t>("A", "", static_cast<ParamType>(9), AggregationOperation::kNone, "")));
     EXPECT_TRUE(RegisterModel(model));
-    EXPECT_EQ(host_.Rows("SELECT type FROM pragma_table_info('Event_Odd') WHERE name = 'C_A'"), "");
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM pragma_table_info('Event_Odd')"), "6");
+    EXPECT_EQ(Rows("SELECT type FROM pragma_table_info('Event_Odd') WHERE name = 'C_A'"), "");
+    EXPECT_EQ(Rows("SELECT count(*) FROM pragma_table_info('Event_Odd')"), "6");
 }
 
 TEST_F(ModelRegistry, LoadsRegisteredModelsWithTheirStateAfterARestart) {
     StartWithLogon();
-    ASSERT_TRUE(
-        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastAggregationTimestamp = 11, "
-                     "RM_LastUploadTimestamp = 22"));
+    Change(
+        "UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastAggregationTimestamp = 11, "
+        "RM_LastUploadTimestamp = 22");
     Forget();
     EXPECT_TRUE(LoadRegisteredModels());
     std::shared_ptr<Model_t> model;
@@ -109,7 +107,7 @@ TEST_F(ModelRegistry, SaysWhichFiledDirectoryIsMissing) {
                 ElementsAre("error LoadRegisteredModel: Failed to load model 'Logon' (missing directory '" +
                             Filed(*model) + "')"));
     EXPECT_EQ(ModelCollection.GetCount(), 0U);
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "1");
 }
 
 TEST_F(ModelRegistry, WarnsOfEachUnexpectedFile) {
@@ -129,14 +127,14 @@ TEST_F(ModelRegistry, WarnsOfEachUnexpectedFile) {
 TEST_F(ModelRegistry, DoesNotFollowAStoredRowOutOfTheModelsDirectory) {
     StartWithLogon();
     Forget();
-    ASSERT_TRUE(host_.Change("UPDATE RegisteredModel SET RM_ModelName = '../..'"));
+    Change("UPDATE RegisteredModel SET RM_ModelName = '../..'");
     EXPECT_TRUE(LoadRegisteredModels());
     EXPECT_THAT(Said(), ElementsAre(HasSubstr("error LoadRegisteredModel: Failed to load model '../..' ")));
 }
 
 TEST_F(ModelRegistry, FailsToLoadWithoutTheTable) {
     Start();
-    ASSERT_TRUE(host_.Change("DROP TABLE RegisteredModel"));
+    Change("DROP TABLE RegisteredModel");
     EXPECT_FALSE(LoadRegisteredModels());
     EXPECT_THAT(Said(), Contains("error LoadRegisteredModels: Failed to load registered models"));
 }
@@ -145,7 +143,7 @@ TEST_F(ModelRegistry, TakesAnEqualDefinitionForAnUpdate) {
     const auto old = StartWithLogon();
     old->SetEnabled(false);
     old->SetLastUploadTime(7);
-    host_.Drop("again.xml", kLogonDefinition);
+    Drop("again.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(
         Said(),
@@ -163,7 +161,7 @@ TEST_F(ModelRegistry, TakesAnEqualDefinitionForAnUpdate) {
 
 TEST_F(ModelRegistry, RefusesAnotherDefinitionOfARegisteredModel) {
     StartWithLogon();
-    host_.Drop("other.xml", UserModel("Logon", Param("User", "_STRING_")));
+    Drop("other.xml", Definition({.name = "Logon", .params = {{"User"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(
         Said(),
@@ -173,22 +171,22 @@ TEST_F(ModelRegistry, RefusesAnotherDefinitionOfARegisteredModel) {
 
 TEST_F(ModelRegistry, LeavesAModelWhoseTableIsThereAlready) {
     Start();
-    ASSERT_TRUE(host_.Change("CREATE TABLE Event_Logon (a)"));
-    host_.Drop("logon.xml", kLogonDefinition);
+    Change("CREATE TABLE Event_Logon (a)");
+    Drop("logon.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), Contains("error RegisterModel: Failed to register model 'Logon'"));
     EXPECT_TRUE(fs::exists(Models() / "logon.xml"));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "0");
     EXPECT_EQ(ModelCollection.GetCount(), 0U);
 }
 
 TEST_F(ModelRegistry, RegistersNothingWhereALaterStatementFails) {
     Start();
-    ASSERT_TRUE(host_.Change("CREATE TABLE Other (a); CREATE INDEX Ix_Event_Logon_GroupID ON Other (a)"));
-    host_.Drop("logon.xml", kLogonDefinition);
+    Change("CREATE TABLE Other (a); CREATE INDEX Ix_Event_Logon_GroupID ON Other (a)");
+    Drop("logon.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name = 'Event_Logon'"), "0");
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name = 'Event_Logon'"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "0");
 }
 
 TEST_F(ModelRegistry, RefusesNamesThatAreNoSqlNames) {
@@ -196,23 +194,22 @@ TEST_F(ModelRegistry, RefusesNamesThatAreNoSqlNames) {
     const std::vector<std::string> names = {
         "../x", "a b", "a;b", "x (a); DROP TABLE Scheduler; --", "a'b", "a.b", std::string(256, 'a')};
     for (const std::string& name : names) {
-        host_.Drop("odd.xml", UserModel(name, Param("A", "_STRING_")));
-        const std::size_t before = host_.Log().size();
+        Drop("odd.xml", Definition({.name = name, .params = {{"A"}}}));
+        Log().Forget();
         EXPECT_TRUE(LoadUnregisteredModels());
-        EXPECT_THAT(host_.Said(before),
-                    ElementsAre("print LoadModel: Model '" + name + "' has been loaded with success",
-                                "error RegisterModel: Model name '" + name + "' is not a table name",
-                                "error RegisterModel: Failed to register model '" + name + "'"));
+        EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model '" + name + "' has been loaded with success",
+                                        "error RegisterModel: Model name '" + name + "' is not a table name",
+                                        "error RegisterModel: Failed to register model '" + name + "'"));
     }
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Scheduler"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Scheduler"), "1");
     EXPECT_EQ(std::distance(fs::directory_iterator(Models()), {}), 1);
     EXPECT_FALSE(fs::exists(Models() / "../x"));
 }
 
 TEST_F(ModelRegistry, RefusesParameterNamesThatAreNoSqlNames) {
     Start();
-    host_.Drop("odd.xml", UserModel("Odd", Param("A TEXT, C_B", "_STRING_")));
+    Drop("odd.xml", Definition({.name = "Odd", .params = {{"A TEXT, C_B"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(
         Said(),
@@ -222,17 +219,17 @@ TEST_F(ModelRegistry, RefusesParameterNamesThatAreNoSqlNames) {
 
 TEST_F(ModelRegistry, PassesOverWhatIsNoDefinition) {
     Start();
-    host_.Drop("notes.txt", "text");
-    host_.Directory().MakeDirectory(std::string(TestHost::kModels) + "/directory");
+    Drop("notes.txt", "text");
+    Directory().MakeDirectory(std::string(kModels) + "/directory");
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), IsEmpty());
 }
 
 TEST_F(ModelRegistry, WarnsOfADefinitionThatIsNoRegularFile) {
     Start();
-    host_.Directory().MakeDirectory(std::string(TestHost::kModels) + "/directory.xml");
+    Directory().MakeDirectory(std::string(kModels) + "/directory.xml");
     ASSERT_EQ(mkfifo((Models() / "pipe.xml").c_str(), 0600), 0);
-    host_.Drop("good.xml", kLogonDefinition);
+    Drop("good.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "directory.xml").string() +
                                  "' is not a regular file"));
@@ -253,14 +250,14 @@ TEST_F(ModelRegistry, FailsWithoutTheModelsDirectory) {
 
 TEST_F(ModelRegistry, SaysThatADefinitionCouldNotBeFiled) {
     Start();
-    host_.Directory().Write(std::string(TestHost::kModels) + "/Logon", "in the way");
-    host_.Drop("logon.xml", kLogonDefinition);
+    Directory().Write(std::string(kModels) + "/Logon", "in the way");
+    Drop("logon.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(),
                 Contains("error LoadUnregisteredModels: Failed to copy new definition for model 'Logon'"));
     EXPECT_TRUE(fs::exists(Models() / "logon.xml"));
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "1");
 }
 
 /// Everybody may list a directory and go into it. The group counts as well: only the user is changed below.
@@ -272,7 +269,7 @@ class Nobody {
 public:
     /// Lets everybody go down to the models.
     explicit Nobody(const fs::path& scratch) {
-        for (const char* const level : {".", "data", "data/EventLogManager", TestHost::kModels}) {
+        for (const char* const level : {".", "data", "data/EventLogManager", TestAgent::kModels}) {
             fs::permissions(scratch / level, kLookInto, fs::perm_options::add);
         }
         EXPECT_EQ(seteuid(kNobody), geteuid() == 0 ? 0 : -1);
@@ -289,10 +286,10 @@ TEST_F(ModelRegistry, WarnsOfADroppedFileThatStays) {
     const auto model = StartWithLogon();
     fs::permissions(Filed(*model), fs::perms::all);
     fs::permissions(Models() / "Logon", fs::perms::all);
-    host_.Drop("again.xml", kLogonDefinition);
+    Drop("again.xml", Definition(kLogon));
     fs::permissions(Models(), fs::perms::owner_read | fs::perms::owner_exec | kLookInto);
     {
-        const Nobody nobody(host_.Directory().Path());
+        const Nobody nobody(Directory().Path());
         EXPECT_TRUE(LoadUnregisteredModels());
     }
     fs::permissions(Models(), fs::perms::owner_all);
@@ -310,7 +307,7 @@ TEST_F(ModelRegistry, SaysWhichFiledDirectoryCannotBeOpened) {
     fs::permissions(Filed(*model), fs::perms::none);
     std::shared_ptr<Model_t> loaded;
     {
-        const Nobody nobody(host_.Directory().Path());
+        const Nobody nobody(Directory().Path());
         EXPECT_FALSE(LoadRegisteredModel("Logon", model->GetChecksum(), loaded));
     }
     fs::permissions(Filed(*model), fs::perms::owner_all);
@@ -322,18 +319,17 @@ TEST_F(ModelRegistry, SaysWhichFiledDirectoryCannotBeOpened) {
 
 TEST_F(ModelRegistry, LeavesFilesThatAreNoDefinitionsToTheHostsLine) {
     Start();
-    host_.Drop("huge.xml", std::string((std::size_t{4} << 20U) + 1, ' '));
-    host_.Drop("latin.xml", UserModel("Gr\xf6\xdf", Param("A", "_STRING_")));
-    host_.Drop("entity.xml", "<!DOCTYPE MODEL [<!ENTITY a SYSTEM \"/etc/hostname\">]>" +
-                                 UserModel("&a;", Param("A", "_STRING_")));
-    host_.Drop("good.xml", kLogonDefinition);
+    Drop("huge.xml", std::string((std::size_t{4} << 20U) + 1, ' '));
+    Drop("latin.xml", Definition({.name = "Gr\xf6\xdf", .params = {{"A"}}}));
+    Drop("entity.xml", "<!DOCTYPE MODEL [<!ENTITY a SYSTEM \"/etc/hostname\">]>" +
+                           Definition({.name = "&a;", .params = {{"A"}}}));
+    Drop("good.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), ElementsAre("print LoadModel: Model 'Logon' has been loaded with success",
                                     "print RegisterModel: Model 'Logon' has been registered with success"));
     for (const char* const name : {"huge.xml", "latin.xml", "entity.xml"}) {
         EXPECT_TRUE(fs::exists(Models() / name)) << name;
-        EXPECT_EQ(host_.CountHostLines("warning MarkupTree::ParseFile: " + (Models() / name).string() + ": "),
-                  1U)
+        EXPECT_EQ(HostLog().Count("warning MarkupTree::ParseFile: " + (Models() / name).string() + ": "), 1U)
             << name;
     }
     EXPECT_EQ(ModelCollection.GetCount(), 1U);
@@ -349,9 +345,9 @@ TEST_F(ModelRegistry, KeepsARemovedModelAliveForItsUsers) {
 
 TEST_F(ModelRegistry, TakesTheFirstOfTwoRowsOfOneName) {
     const auto model = StartWithLogon();
-    ASSERT_TRUE(
-        host_.Change("ALTER TABLE RegisteredModel RENAME TO Old; CREATE TABLE RegisteredModel AS "
-                     "SELECT * FROM Old UNION ALL SELECT RM_ModelName, RM_Checksum, 0, 5, 6 FROM Old"));
+    Change(
+        "ALTER TABLE RegisteredModel RENAME TO Old; CREATE TABLE RegisteredModel AS "
+        "SELECT * FROM Old UNION ALL SELECT RM_ModelName, RM_Checksum, 0, 5, 6 FROM Old");
     Forget();
     EXPECT_TRUE(LoadRegisteredModels());
     std::shared_ptr<Model_t> loaded;
@@ -366,8 +362,8 @@ TEST_F(ModelRegistry, RemovesAModelFromDatabaseDiskAndMemory) {
     EXPECT_THAT(Said(),
                 ElementsAre("print UnregisterModel: Model 'Logon' has been unregistered with success",
                             "print RemoveRegisteredModel: Model 'Logon' has been removed with success"));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM sqlite_master WHERE name LIKE '%Logon%'"), "0");
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM sqlite_master WHERE name LIKE '%Logon%'"), "0");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "0");
     EXPECT_FALSE(fs::exists(Models() / "Logon"));
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
 }
@@ -381,24 +377,24 @@ TEST_F(ModelRegistry, RemovesAModelWhileTheLockIsHeld) {
 TEST_F(ModelRegistry, StaysInStepWhereAModelIsRemovedWhileItsFileIsTakenIn) {
     StartWithLogon();
     for (int round = 0; round < 100; ++round) {
-        host_.Drop("logon.xml", kLogonDefinition);
+        Drop("logon.xml", Definition(kLogon));
         std::thread remover([] { RemoveRegisteredModel("Logon"); });
         LoadUnregisteredModels();
         remover.join();
         std::shared_ptr<Model_t> model;
         const char* const expected = ModelCollection.Get("Logon", model) ? "1" : "0";
-        ASSERT_EQ(host_.Rows("SELECT COUNT(*) FROM sqlite_master WHERE name = 'Event_Logon'"), expected);
-        ASSERT_EQ(host_.Rows("SELECT COUNT(*) FROM RegisteredModel"), expected);
+        ASSERT_EQ(Rows("SELECT COUNT(*) FROM sqlite_master WHERE name = 'Event_Logon'"), expected);
+        ASSERT_EQ(Rows("SELECT COUNT(*) FROM RegisteredModel"), expected);
     }
 }
 
 TEST_F(ModelRegistry, KeepsTheRowWhereTheTableCannotBeDropped) {
     StartWithLogon();
-    ASSERT_TRUE(host_.Change("DROP TABLE Event_Logon"));
+    Change("DROP TABLE Event_Logon");
     EXPECT_FALSE(RemoveRegisteredModel("Logon"));
     EXPECT_THAT(Said(), ElementsAre(StartsWith("error DBConnection: no such table: Event_Logon"),
                                     "error UnregisterModel: Failed to unregister model 'Logon'"));
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM RegisteredModel"), "1");
     EXPECT_TRUE(ModelCollection.Contains("Logon"));
 }
 
@@ -444,12 +440,12 @@ TEST(Paths, KnowsWhatIsOneNameOfADirectory) {
 
 TEST_F(ModelRegistry, GivesAModelThatHasLostItsDefinitionTheDroppedOne) {
     const auto model = StartWithLogon();
-    ASSERT_TRUE(host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 22"));
+    Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 22");
     fs::remove_all(Models() / "Logon");
     Forget();
     EXPECT_TRUE(LoadRegisteredModels());
-    host_.Drop("other.xml", UserModel("Logon", Param("Other", "_STRING_")));
-    host_.Drop("logon.xml", kLogonDefinition);
+    Drop("other.xml", Definition({.name = "Logon", .params = {{"Other"}}}));
+    Drop("logon.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), Contains("print LoadUnregisteredModels: Model 'Logon' was registered without a "
                                  "definition and has it again"));
@@ -464,22 +460,22 @@ TEST_F(ModelRegistry, GivesAModelThatHasLostItsDefinitionTheDroppedOne) {
 
 TEST_F(ModelRegistry, FilesTheNextTimeWhatItCouldNotFile) {
     Start();
-    host_.Directory().Write(std::string(TestHost::kModels) + "/Logon", "in the way");
-    host_.Drop("logon.xml", kLogonDefinition);
+    Directory().Write(std::string(kModels) + "/Logon", "in the way");
+    Drop("logon.xml", Definition(kLogon));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
     fs::remove(Models() / "Logon");
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_TRUE(ModelCollection.Contains("Logon"));
     EXPECT_FALSE(fs::exists(Models() / "logon.xml"));
-    EXPECT_EQ(TestHost::Create("Logon", R"({"User":"ann"})"), 0U);
+    EXPECT_EQ(Create("Logon", R"({"User":"ann"})"), 0U);
 }
 
 TEST_F(ModelRegistry, RefusesParametersNamedAsTheKeysOfAnswersAndFiles) {
     Start();
     for (const char* const key :
          {"EventDate", "EventGMTOffset", "EventDeviceId", "EventGroupId", "EventCount", "ModelDef"}) {
-        host_.Drop("keys.xml", UserModel("Keys", Param(key, "_STRING_")));
+        Drop("keys.xml", Definition({.name = "Keys", .params = {{.name = key}}}));
         EXPECT_TRUE(LoadUnregisteredModels());
         EXPECT_THAT(Said(), Contains(std::string("error RegisterModel: Parameter name '") + key +
                                      "' of model 'Keys' is a fixed key of answers and files"));
@@ -490,22 +486,22 @@ TEST_F(ModelRegistry, RefusesParametersNamedAsTheKeysOfAnswersAndFiles) {
 TEST_F(ModelRegistry, RefusesModelsNamedAsTheTablesOfUpgrades) {
     Start();
     for (const char* const name : {"Temp", "ProhibitedAppTemp", "monitoredapptemp"}) {
-        host_.Drop("temp.xml", UserModel(name, Param("A", "_STRING_")));
+        Drop("temp.xml", Definition({.name = name, .params = {{"A"}}}));
         EXPECT_TRUE(LoadUnregisteredModels());
         EXPECT_THAT(Said(), Contains(std::string("error RegisterModel: Model name '") + name +
                                      "' is that of a table which upgrades use"));
     }
-    host_.Drop("temp.xml", UserModel("Plain", Param("A", "_STRING_")));
+    Drop("temp.xml", Definition({.name = "Plain", .params = {{"A"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
-    host_.Drop("temp.xml", UserModel("PLAINtemp", Param("A", "_STRING_")));
+    Drop("temp.xml", Definition({.name = "PLAINtemp", .params = {{"A"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
     EXPECT_THAT(Said(), Contains("error RegisterModel: Model name 'PLAINtemp' and that of model 'Plain' "
                                  "differ by the 'Temp' that upgrades append"));
-    host_.Drop("temp.xml", UserModel("OtherTemp", Param("A", "_STRING_")));
+    Drop("temp.xml", Definition({.name = "OtherTemp", .params = {{"A"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
-    host_.Drop("temp.xml", UserModel("Other", Param("A", "_STRING_")));
+    Drop("temp.xml", Definition({.name = "Other", .params = {{"A"}}}));
     EXPECT_TRUE(LoadUnregisteredModels());
-    EXPECT_EQ(host_.Rows("SELECT RM_ModelName FROM RegisteredModel ORDER BY 1"), "OtherTemp\nPlain");
+    EXPECT_EQ(Rows("SELECT RM_ModelName FROM RegisteredModel ORDER BY 1"), "OtherTemp\nPlain");
 }
 
 TEST_F(ModelRegistry, HasAKnownModelAtEachMomentWhileItIsReplaced) {
@@ -518,7 +514,7 @@ TEST_F(ModelRegistry, HasAKnownModelAtEachMomentWhileItIsReplaced) {
         }
     });
     for (int i = 0; i < 50; ++i) {
-        host_.Drop("again.xml", kLogonDefinition);
+        Drop("again.xml", Definition(kLogon));
         EXPECT_TRUE(LoadUnregisteredModels());
     }
     ended = true;
@@ -531,7 +527,7 @@ TEST_F(ModelRegistry, LeavesTheDatabaseFreeWhileFilesAreHandled) {
     const LumMutexLock registry(RegistryMutex);
     // Somebody takes in or removes a model for as long as that lasts; events go on.
     uint32_t status = 1;
-    std::thread creator([&status] { status = TestHost::Create("Logon", R"({"User":"ann"})"); });
+    std::thread creator([&status] { status = Create("Logon", R"({"User":"ann"})"); });
     creator.join();
     EXPECT_EQ(status, 0U);
 }

@@ -8,7 +8,7 @@
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
 #include "support/AgentProcess.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include "agent/module/ModuleNote.h"
 #include "host/core/ModuleInterface.h"
 #include "support/AgentProcess.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/TempDirectory.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "host/core/ActionFrame.h"
 #include "host/database/DatabaseFigures.h"
 #include "support/FaultVfs.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/TestDatabase.h"
 
 namespace {

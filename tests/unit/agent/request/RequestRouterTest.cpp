@@ -6,7 +6,7 @@
 
 #include "agent/request/RequestRouter.h"
 #include "host/core/ActionDb.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "agent/socket/ControlServer.h"
 #include "agent/socket/ControlSocket.h"
 #include "support/HttpClient.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/WaitFor.h"
 
 namespace {

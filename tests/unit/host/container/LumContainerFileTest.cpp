@@ -9,7 +9,7 @@
 
 #include "host/container/LumContainer.h"
 #include "host/file/LumFile.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
 #include "support/shim/FaultPlan.h"
@@ -104,7 +104,7 @@ TEST_F(LumContainerFile, ALargeContainerIsWrittenWhole) {
 TEST_F(LumContainerFile, ADirectoryThatIsGoneIsMadeAgain) {
     SetTempDirectory(directory_.At("gone"));
     EXPECT_TRUE(IsRegularFile(container_.SaveToTempFile()));
-    EXPECT_THAT(log_.All(), IsEmpty());
+    EXPECT_THAT(log_.Said(), IsEmpty());
 }
 
 TEST_F(LumContainerFile, ADirectoryThatCannotBeIsOneErrorLineAndAnEmptyPath) {
@@ -120,8 +120,8 @@ TEST_F(LumContainerFile, NothingIsWrittenThatCouldNotBeReadAgain) {
     container_.SetString("Large", LumString(std::string(std::size_t{64} << 20U, 'x')));
     EXPECT_EQ(container_.SaveToTempFile(), "");
     EXPECT_EQ(directory_.CountEntries(), 0U);
-    ASSERT_EQ(log_.All().size(), 1U);
-    EXPECT_THAT(log_.All()[0], HasSubstr(" bytes are more than the 67108864 that a file may have"));
+    ASSERT_EQ(log_.Said().size(), 1U);
+    EXPECT_THAT(log_.Said()[0], HasSubstr(" bytes are more than the 67108864 that a file may have"));
 }
 
 TEST_F(LumContainerFile, AFullDiskIsOneErrorLineAndLeavesNoFile) {

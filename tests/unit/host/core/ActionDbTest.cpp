@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "host/core/ActionDb.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "host/core/LumMetrics.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "host/database/Database.h"
 #include "support/ChildProcess.h"
 #include "support/FaultVfs.h"
-#include "support/RawSqlite.h"
+#include "support/Sqlite.h"
 #include "support/TestDatabase.h"
 
 namespace {
@@ -118,27 +118,27 @@ TEST(DBConnectionPool, ShowsARowToAnotherProcessAtOnce) {
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES ('seen')"));
     const LumString path = database.Path();
     ChildProcess reader([&path](const ChildProcess::Parent& /*parent*/) {
-        return RawSqlite(path).Value("SELECT a FROM t") == "seen" ? 0 : 1;
+        return Sqlite(path.GetString()).Rows("SELECT a FROM t") == "seen" ? 0 : 1;
     });
     EXPECT_EQ(reader.Join(), 0);
 }
 
 /// Holds the database until it is told to let go.
 int HoldDatabase(const LumString& path, const ChildProcess::Parent& parent) {
-    RawSqlite raw(path);
-    if (raw.Run("BEGIN EXCLUSIVE") != SQLITE_OK) {
+    const Sqlite raw(path.GetString());
+    if (raw.Try("BEGIN EXCLUSIVE") != SQLITE_OK) {
         return 1;
     }
     parent.Tell();
     parent.Await();
-    return raw.Run("COMMIT") == SQLITE_OK ? 0 : 1;
+    return raw.Try("COMMIT") == SQLITE_OK ? 0 : 1;
 }
 
 TEST(DBConnectionPool, WaitsForAnotherProcessThatHoldsTheDatabase) {
     FaultVfs faults;
     TestDatabase database;
     const LumString path = database.Path();
-    RawSqlite(path).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
+    Sqlite(path.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
     ChildProcess holder([&path](const auto& parent) { return HoldDatabase(path, parent); });
     ASSERT_TRUE(holder.Await());
     faults.Reset();
@@ -155,7 +155,7 @@ TEST(DBConnectionPool, WaitsForAnotherProcessThatHoldsTheDatabase) {
 TEST(DBConnectionPool, FailsWhenAnotherProcessHoldsTheDatabaseForTooLong) {
     TestDatabase database;
     const LumString path = database.Path();
-    RawSqlite(path).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
+    Sqlite(path.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
     ChildProcess holder([&path](const auto& parent) { return HoldDatabase(path, parent); });
     ASSERT_TRUE(holder.Await());
     EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "0");

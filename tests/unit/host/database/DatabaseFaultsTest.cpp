@@ -14,8 +14,8 @@
 #include "host/database/Database.h"
 #include "support/ChildProcess.h"
 #include "support/FaultVfs.h"
-#include "support/RawSqlite.h"
 #include "support/ResourceLimit.h"
+#include "support/Sqlite.h"
 #include "support/TestDatabase.h"
 
 namespace {
@@ -41,11 +41,11 @@ TEST(DatabaseFaults, SaysThatAFileIsNoDatabaseAndLeavesIt) {
 
 /// Fills two tables; the first one's rows lie before the second one's.
 void FillTwoTables(const LumString& path) {
-    EXPECT_EQ(
-        RawSqlite(path).Run("CREATE TABLE good (a); INSERT INTO good VALUES ('there'); CREATE TABLE bad (a);"
-                            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) "
-                            "INSERT INTO bad SELECT zeroblob(1000) FROM n"),
-        SQLITE_OK);
+    Sqlite(path.GetString())
+        .Run(
+            "CREATE TABLE good (a); INSERT INTO good VALUES ('there'); CREATE TABLE bad (a);"
+            "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) "
+            "INSERT INTO bad SELECT zeroblob(1000) FROM n");
 }
 
 TEST(DatabaseFaults, UsesADamagedDatabaseForAsLongAsItAnswers) {
@@ -183,8 +183,7 @@ int AsAnotherUser(const TestDatabase& database, const std::function<int()>& work
 
 TEST(DatabaseFaults, ReadsADatabaseThatItMayNotWrite) {
     TestDatabase database;
-    EXPECT_EQ(RawSqlite(database.Path()).Run("CREATE TABLE t (a); INSERT INTO t VALUES ('there')"),
-              SQLITE_OK);
+    Sqlite(database.Path().GetString()).Run("CREATE TABLE t (a); INSERT INTO t VALUES ('there')");
     chmod(database.Path().GetString(), 0444);
     const int status = AsAnotherUser(database, [&database] {
         const bool reads = database.Rows("SELECT a FROM t") == "there";
@@ -224,7 +223,7 @@ TEST(DatabaseFaults, KeepsEveryAnsweredRowWhenTheProcessIsKilled) {
     for (uint64_t nth = 1; nth < 80; nth += 3) {
         TestDatabase database;
         const LumString path = database.Path();
-        EXPECT_EQ(RawSqlite(path).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)"), SQLITE_OK);
+        Sqlite(path.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
         ChildProcess child([&](const auto& parent) { return InsertUntilKilled(path, nth, parent); });
         int answered = 0;
         while (child.Await()) {

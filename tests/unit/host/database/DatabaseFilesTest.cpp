@@ -11,8 +11,8 @@
 #include <sys/stat.h>
 
 #include "host/database/Database.h"
-#include "support/RawSqlite.h"
 #include "support/SmallDisk.h"
+#include "support/Sqlite.h"
 #include "support/TestDatabase.h"
 
 namespace {
@@ -55,8 +55,7 @@ TEST_F(DatabaseFilesTest, RefusesAChangeOnceTheDatabaseIsGoneAndOpensWhatIsThere
 
 TEST_F(DatabaseFilesTest, UsesTheDatabaseThatHasTakenThePlace) {
     const LumString other = database_.Directory().At("other");
-    EXPECT_EQ(RawSqlite(other).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a); INSERT INTO t VALUES (7)"),
-              SQLITE_OK);
+    Sqlite(other.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a); INSERT INTO t VALUES (7)");
     EXPECT_TRUE(database_.Run("INSERT INTO t VALUES ('kept')"));
     fs::rename(At(), At(".away"));
     fs::rename(other.GetString(), At());
@@ -64,7 +63,7 @@ TEST_F(DatabaseFilesTest, UsesTheDatabaseThatHasTakenThePlace) {
     EXPECT_TRUE(database_.Run(kInsert));
     EXPECT_EQ(Count(), "2");
     // What lay in the log went to the database that it belongs to.
-    EXPECT_EQ(RawSqlite(LumString(At(".away"))).Value("SELECT a FROM t"), "kept");
+    EXPECT_EQ(Sqlite(At(".away")).Rows("SELECT a FROM t"), "kept");
     EXPECT_EQ(database_.Rows("pragma integrity_check"), "ok");
 }
 
@@ -123,8 +122,8 @@ TEST_F(DatabaseFilesTest, RefusesTheCommitOfATransactionWhoseDatabaseIsGone) {
 
 TEST_F(DatabaseFilesTest, TakesFromOthersWhatIsThereAlready) {
     const LumString path = database_.Directory().At("open.sqlite3");
-    RawSqlite other(path);
-    EXPECT_EQ(other.Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)"), SQLITE_OK);
+    const Sqlite other(path.GetString());
+    other.Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
     const std::string name = path.GetString();
     for (const char* const suffix : {"", "-wal", "-shm"}) {
         ASSERT_EQ(chmod((name + suffix).c_str(), 0666), 0);
@@ -199,7 +198,7 @@ TEST(DatabaseOnASmallDisk, LivesOnAFullDiskOfSmallBlocks) {
             GTEST_SKIP() << "takes the rights of root and a loop device";
         }
         const LumString path(disk / "test.sqlite3");
-        EXPECT_EQ(RawSqlite(path).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)"), SQLITE_OK);
+        Sqlite(path.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a)");
         disk.Fill(left);
         TestDatabase database;
         database.Select(path);

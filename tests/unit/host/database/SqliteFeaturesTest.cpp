@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/RawSqlite.h"
+#include "support/Sqlite.h"
 #include "support/TestDatabase.h"
 
 namespace {
@@ -44,19 +44,19 @@ TEST(SqliteFeatures, ADoubledPercentSignComesOutOfStrftimeAsOne) {
 TEST(SqliteFeatures, ARowInTheWriteAheadLogIsSeenByAnotherProgram) {
     TestDatabase database;
     EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
-    RawSqlite other(database.Path());
+    const Sqlite other(database.Path().GetString());
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES (7)"));
-    EXPECT_EQ(other.Value("SELECT a FROM t"), "7");
-    EXPECT_EQ(other.Value("PRAGMA journal_mode"), "wal");
+    EXPECT_EQ(other.Rows("SELECT a FROM t"), "7");
+    EXPECT_EQ(other.Rows("PRAGMA journal_mode"), "wal");
 }
 
 TEST(SqliteFeatures, AReaderDoesNotStopAWriter) {
     TestDatabase database;
     EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
-    RawSqlite other(database.Path());
-    EXPECT_EQ(other.Run("BEGIN; SELECT * FROM t"), SQLITE_OK);
+    const Sqlite other(database.Path().GetString());
+    other.Run("BEGIN; SELECT * FROM t");
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES (7)"));
-    EXPECT_EQ(other.Value("SELECT count(*) FROM t"), "0");
+    EXPECT_EQ(other.Rows("SELECT count(*) FROM t"), "0");
 }
 
 TEST(SqliteFeatures, AnIntegrityCheckOfAGoodDatabaseIsOneRowOfOk) {

@@ -7,7 +7,7 @@
 #include <sqlite3.h>
 
 #include "host/database/Database.h"
-#include "support/RawSqlite.h"
+#include "support/Sqlite.h"
 #include "support/TestDatabase.h"
 
 namespace {
@@ -130,11 +130,11 @@ TEST(StatementShape, LeavesWrongStatementsToSqlite) {
                             "INSERT INTO t VALUES (1, 2) VALUES (1, 2)",
                             "INSERT INTO t (a, b) VALUESX (1, 2)",
                             "INSERT INTO t (a, b) XVALUES (1, 2)"}) {
-        RawSqlite raw(database.Path());
+        const Sqlite raw(database.Path().GetString());
         const std::size_t lines = database.Lines().size();
         EXPECT_FALSE(database.Run(sql)) << sql;
         ASSERT_EQ(database.Lines().size(), lines + 1) << sql;
-        EXPECT_NE(raw.Run(sql), SQLITE_OK) << sql;
+        EXPECT_NE(raw.Try(sql), SQLITE_OK) << sql;
         EXPECT_TRUE(database.Lines().back().starts_with(std::string("error Test DBConnection: ") +
                                                         sqlite3_errmsg(raw.Get()) + " in statement: "))
             << sql;
@@ -270,10 +270,10 @@ TEST(StatementShape, FollowsATableThatAnotherProgramChanges) {
     TestDatabase database;
     EXPECT_TRUE(database.Run("CREATE TABLE t (a TEXT, b)"));
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES ('1', 2)"));
-    RawSqlite other(database.Path());
-    EXPECT_EQ(other.Run("DROP TABLE t"), SQLITE_OK);
+    const Sqlite other(database.Path().GetString());
+    other.Run("DROP TABLE t");
     EXPECT_FALSE(database.Run("INSERT INTO t VALUES ('1', 2)"));
-    EXPECT_EQ(other.Run("CREATE TABLE t (a INTEGER, b TEXT)"), SQLITE_OK);
+    other.Run("CREATE TABLE t (a INTEGER, b TEXT)");
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES ('1', 2)"));
     EXPECT_EQ(database.Rows("SELECT quote(a), quote(b) FROM t"), "1|'2'");
 }
@@ -299,8 +299,8 @@ TEST(StatementShape, HoldsNoLockBetweenStatements) {
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES (1)"));
     EXPECT_FALSE(database.Run("INSERT INTO t VALUES (1, 2)"));
     EXPECT_EQ(database.Rows("SELECT a FROM t"), "1");
-    RawSqlite other(database.Path());
-    EXPECT_EQ(other.Value("PRAGMA wal_checkpoint(TRUNCATE)"), "0");
+    const Sqlite other(database.Path().GetString());
+    EXPECT_EQ(other.Column("PRAGMA wal_checkpoint(TRUNCATE)").front(), "0");
     EXPECT_TRUE(database.Run("vacuum"));
     EXPECT_TRUE(database.Run("INSERT INTO t VALUES (2)"));
     EXPECT_TRUE(database.Run("DROP TABLE t"));

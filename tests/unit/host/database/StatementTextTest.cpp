@@ -53,7 +53,7 @@ TEST(StatementText, StandsAsItIsInATraceLine) {
     TestDatabase database;
     database.Debug().SetContext(&lines.Context());
     EXPECT_FALSE(database.Run("INSERT INTO t VALUES ('secret')"));
-    EXPECT_EQ(lines.All().back(),
+    EXPECT_EQ(lines.Said(LumLogLevel::kTrace).back(),
               "trace Test DBConnection: the statement as it stands: INSERT INTO t VALUES ('secret')");
     database.Debug().SetContext(nullptr);
 }

@@ -15,7 +15,7 @@
 
 #include "host/file/FileDescriptor.h"
 #include "host/ini/IniFile.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
 

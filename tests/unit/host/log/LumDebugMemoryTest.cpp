@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/log/LumDebug.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/MemoryFault.h"
 
 namespace {

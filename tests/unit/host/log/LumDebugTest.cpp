@@ -15,7 +15,7 @@
 
 #include "host/file/FileDescriptor.h"
 #include "host/log/LumDebug.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/ResourceLimit.h"
 #include "support/TimeZone.h"
 
@@ -106,8 +106,9 @@ TEST_F(LumDebugTest, ARoutineBeginsEachOfItsLinesWithItsName) {
     routine.Print("%S and %d", LumString("one"), 2);
     routine.Warning("three");
     routine.Error("100%%");
-    EXPECT_THAT(lines_.All(), ElementsAre("trace Module Routine: Entering", "print Module Routine: one and 2",
-                                          "warning Module Routine: three", "error Module Routine: 100%"));
+    EXPECT_THAT(lines_.Said(LumLogLevel::kTrace),
+                ElementsAre("trace Module Routine: Entering", "print Module Routine: one and 2",
+                            "warning Module Routine: three", "error Module Routine: 100%"));
 }
 
 TEST(LumDebugContext, LeavesOutTraceAtFirst) {

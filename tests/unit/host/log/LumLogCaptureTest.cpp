@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "host/log/LumLogCapture.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "host/text/StringTokeniser.h"
 #include "host/xml/MarkupTree.h"
-#include "support/LogLines.h"
+#include "support/LogReader.h"
 #include "support/TempDirectory.h"
 
 using testing::ElementsAre;

@@ -3,7 +3,7 @@
 
 #include "host/database/Database.h"
 #include "store/startup/EventManagerMerge.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -17,45 +17,40 @@ constexpr const char* kOlderData = "data/EventManager";
 constexpr const char* kOlderLibrary = "data/EventManager../modules/agent/EventManager.dll";
 
 /// A machine that the older module still runs on, and a database of version 6.2.0.0.
-class EventManagerMerge : public testing::Test {
+class EventManagerMerge : public testing::Test, protected LinkedModule {
 protected:
     EventManagerMerge() {
-        TestHost::Initialise();
+        Initialise();
         Change("DELETE FROM DatabaseInformation WHERE FieldName = 'EventManagerMerge'");
         Change("UPDATE DatabaseInformation SET FieldValue = 6 WHERE FieldName = 'DatabaseVersionMajor'");
         Change("UPDATE DatabaseInformation SET FieldValue = 2 WHERE FieldName = 'DatabaseVersionMinor'");
-        host_.Directory().Write(kAgentIni, "[Modules]\nEventManager = EventManager.so\nOther = Other.so\n");
-        host_.Directory().Write(kOlderIni, "[EventManager]\n");
-        host_.Directory().Write(std::string(kOlderData) + "/deep/down/events", "x");
-        host_.Directory().Write(kOlderLibrary, "x");
-        started_ = host_.Log().size();
+        Directory().Write(kAgentIni, "[Modules]\nEventManager = EventManager.so\nOther = Other.so\n");
+        Directory().Write(kOlderIni, "[EventManager]\n");
+        Directory().Write(std::string(kOlderData) + "/deep/down/events", "x");
+        Directory().Write(kOlderLibrary, "x");
+        Log().Forget();
     }
 
-    void Change(const std::string& sql) const { ASSERT_TRUE(host_.Change(sql)) << sql; }
     [[nodiscard]] std::string Flag() const {
-        return host_.Rows("SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'EventManagerMerge'");
+        return Rows("SELECT FieldValue FROM DatabaseInformation WHERE FieldName = 'EventManagerMerge'");
     }
     [[nodiscard]] std::string Version() const {
-        return host_.Rows(
+        return Rows(
             "SELECT group_concat(FieldValue, '.') FROM (SELECT FieldValue FROM DatabaseInformation WHERE "
             "FieldName LIKE 'Database%' ORDER BY CASE FieldName WHEN 'DatabaseVersionMajor' THEN 1 WHEN "
             "'DatabaseVersionMinor' THEN 2 WHEN 'DatabaseRevision' THEN 3 ELSE 4 END)");
     }
-    [[nodiscard]] bool Has(const char* path) const { return host_.Directory().Has(path); }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] bool Has(const char* path) const { return Directory().Has(path); }
     /// Puts a directory with something in it in the place of a file.
     void Obstruct(const char* path) const {
-        std::filesystem::remove_all(host_.Directory().Path() / path);
-        host_.Directory().Write(std::string(path) + "/in the way", "x");
+        std::filesystem::remove_all(Directory().Path() / path);
+        Directory().Write(std::string(path) + "/in the way", "x");
     }
-
-    const TestHost host_;
-    std::size_t started_ = 0;
 };
 
 TEST_F(EventManagerMerge, RetiresTheOlderModuleAndRecordsIt) {
     Upgrade1000();
-    EXPECT_EQ(host_.Directory().Read(kAgentIni), "[Modules]\nOther = Other.so\n");
+    EXPECT_EQ(Directory().Read(kAgentIni), "[Modules]\nOther = Other.so\n");
     EXPECT_FALSE(Has(kOlderIni));
     EXPECT_FALSE(Has(kOlderData));
     EXPECT_FALSE(Has(kOlderLibrary));
@@ -66,7 +61,7 @@ TEST_F(EventManagerMerge, RetiresTheOlderModuleAndRecordsIt) {
 
 TEST_F(EventManagerMerge, IsDoneWhereThereIsNoOlderModule) {
     for (const char* const path : {kAgentIni, kOlderIni, kOlderData, "data/EventManager.."}) {
-        std::filesystem::remove_all(host_.Directory().Path() / path);
+        std::filesystem::remove_all(Directory().Path() / path);
     }
     Upgrade1000();
     EXPECT_EQ(Flag(), "1");
@@ -78,7 +73,7 @@ TEST_F(EventManagerMerge, UpdatesAFlagThatSaysOtherwise) {
     for (const char* const value : {"0", "", "2", " 1", "11", "yes"}) {
         Change("DELETE FROM DatabaseInformation WHERE FieldName = 'EventManagerMerge'");
         Change("INSERT INTO DatabaseInformation VALUES ('EventManagerMerge', '" + std::string(value) + "')");
-        host_.Directory().Write(kOlderIni, "x");
+        Directory().Write(kOlderIni, "x");
         Upgrade1000();
         EXPECT_EQ(Flag(), "1") << value;
         EXPECT_FALSE(Has(kOlderIni)) << value;
@@ -90,8 +85,7 @@ TEST_F(EventManagerMerge, HappensOnce) {
     Upgrade1000();
     EXPECT_TRUE(Has(kOlderIni));
     EXPECT_TRUE(Has(kOlderData));
-    EXPECT_EQ(host_.Directory().Read(kAgentIni),
-              "[Modules]\nEventManager = EventManager.so\nOther = Other.so\n");
+    EXPECT_EQ(Directory().Read(kAgentIni), "[Modules]\nEventManager = EventManager.so\nOther = Other.so\n");
     EXPECT_EQ(Version(), "6.2.0.0");
 }
 
@@ -116,13 +110,13 @@ TEST_F(EventManagerMerge, StopsWhereTheFlagCannotBeRead) {
 TEST_F(EventManagerMerge, StopsAtTheIniFileAndTriesAgain) {
     Obstruct(kOlderIni);
     Upgrade1000();
-    EXPECT_EQ(host_.Directory().Read(kAgentIni), "[Modules]\nOther = Other.so\n");
+    EXPECT_EQ(Directory().Read(kAgentIni), "[Modules]\nOther = Other.so\n");
     EXPECT_TRUE(Has(kOlderData));
     EXPECT_EQ(Flag(), "");
     EXPECT_EQ(Version(), "6.2.0.0");
     EXPECT_THAT(Said(), IsEmpty());
 
-    std::filesystem::remove_all(host_.Directory().Path() / kOlderIni);
+    std::filesystem::remove_all(Directory().Path() / kOlderIni);
     Upgrade1000();
     EXPECT_FALSE(Has(kOlderData));
     EXPECT_EQ(Flag(), "1");
@@ -138,8 +132,8 @@ TEST_F(EventManagerMerge, GoesOnWhereItsEntryStaysInTheAgentsIni) {
 }
 
 TEST_F(EventManagerMerge, StopsAtTheDataDirectory) {
-    std::filesystem::remove_all(host_.Directory().Path() / kOlderData);
-    host_.Directory().Write(kOlderData, "no directory");
+    std::filesystem::remove_all(Directory().Path() / kOlderData);
+    Directory().Write(kOlderData, "no directory");
     Upgrade1000();
     EXPECT_FALSE(Has(kOlderIni));
     EXPECT_TRUE(Has(kOlderLibrary));

@@ -13,7 +13,7 @@
 #include "store/ModelRegistry.h"
 #include "store/startup/SchemaUpgrades.h"
 #include "support/FaultVfs.h"
-#include "support/TestHost.h"
+#include "support/LinkedModule.h"
 
 namespace {
 
@@ -27,11 +27,11 @@ class SchemaUpgrades : public testing::Test {
 protected:
     /// Starts the module on an empty models directory, and takes the version back afterwards.
     void Start(int major, int minor, int revision) {
-        TestHost::Initialise();
+        LinkedModule::Initialise();
         SetVersion(major, minor, revision);
-        started_ = host_.Log().size();
+        host_.Log().Forget();
     }
-    void Change(const std::string& sql) const { ASSERT_TRUE(host_.Change(sql)) << sql; }
+    void Change(const std::string& sql) const { host_.Change(sql); }
     void SetField(const std::string& field, const std::string& value) const {
         Change("UPDATE DatabaseInformation SET FieldValue = " + value + " WHERE FieldName = '" + field + "'");
     }
@@ -59,7 +59,7 @@ protected:
         Change("CREATE TRIGGER Refuse BEFORE UPDATE ON DatabaseInformation WHEN OLD.FieldName = '" + field +
                "' BEGIN SELECT RAISE(ABORT, 'refused'); END");
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(); }
     /// The same without the host's lines on failed statements.
     [[nodiscard]] std::vector<std::string> ModuleSaid() const {
         std::vector<std::string> lines = Said();
@@ -70,11 +70,12 @@ protected:
 
     /// Drops a definition of the software-distribution model as it was when its status was a number.
     void DropOldSoftwareDistribution() const {
-        host_.Drop("old.xml", UserModel(kSoftwareDistribution,
-                                        Param("_EVENTLOG_MODELPARAM_OPRULENAME_", "_STRING_") +
-                                            Param("_EVENTLOG_MODELPARAM_PACKAGETYPE_", "_STRING_") +
-                                            Param("_EVENTLOG_MODELPARAM_PACKAGESIZE_", "_INTEGER_") +
-                                            Param("_EVENTLOG_MODELPARAM_STATUS_", "_INTEGER_")));
+        host_.Drop("old.xml",
+                   Definition({.name = kSoftwareDistribution,
+                               .params = {{"_EVENTLOG_MODELPARAM_OPRULENAME_"},
+                                          {"_EVENTLOG_MODELPARAM_PACKAGETYPE_"},
+                                          {"_EVENTLOG_MODELPARAM_PACKAGESIZE_", ParamType::kInteger},
+                                          {"_EVENTLOG_MODELPARAM_STATUS_", ParamType::kInteger}}}));
     }
     void InsertSoftwareDistribution(const std::string& values) const {
         Change(
@@ -96,16 +97,17 @@ protected:
     }
     /// Drops the definitions of the two managed-application models as they were without the connected user.
     void DropOldManagedApplications() const {
-        const std::string application = Param("_EVENTLOG_MODELPARAM_APPLICATIONNAME_", "_STRING_") +
-                                        Param("_EVENTLOG_MODELPARAM_APPLICATIONVERSION_", "_STRING_");
-        host_.Drop("prohibited.xml",
-                   UserModel(kProhibitedApplication,
-                             application + Param("_EVENTLOG_MODELPARAM_DETECTIONTIME_", "_TIMESTAMP_")));
-        host_.Drop("monitored.xml",
-                   UserModel(kMonitoredApplication,
-                             application + Param("_EVENTLOG_MODELPARAM_MONITORINGDURATION_", "_INTEGER_") +
-                                 Param("_EVENTLOG_MODELPARAM_MONITORINGENDDATE_", "_INTEGER_") +
-                                 Param("_EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_", "_INTEGER_")));
+        const ParamText name{"_EVENTLOG_MODELPARAM_APPLICATIONNAME_"};
+        const ParamText version{"_EVENTLOG_MODELPARAM_APPLICATIONVERSION_"};
+        host_.Drop(
+            {.name = kProhibitedApplication,
+             .params = {name, version, {"_EVENTLOG_MODELPARAM_DETECTIONTIME_", ParamType::kTimestamp}}});
+        host_.Drop({.name = kMonitoredApplication,
+                    .params = {name,
+                               version,
+                               {"_EVENTLOG_MODELPARAM_MONITORINGDURATION_", ParamType::kInteger},
+                               {"_EVENTLOG_MODELPARAM_MONITORINGENDDATE_", ParamType::kInteger},
+                               {"_EVENTLOG_MODELPARAM_MONITORINGSTARTDATE_", ParamType::kInteger}}});
     }
     void InsertManagedApplications() const {
         Change(
@@ -129,8 +131,7 @@ protected:
     }
 
     FaultVfs faults_;
-    const TestHost host_;
-    std::size_t started_ = 0;
+    LinkedModule host_;
 };
 
 TEST_F(SchemaUpgrades, CompareVersionsFieldByField) {
@@ -225,7 +226,7 @@ TEST_F(SchemaUpgrades, TurnTheStatusOfASoftwareDistributionIntoAToken) {
               "INTEGER,TIMESTAMP,INTEGER,INTEGER,INTEGER,TEXT,TEXT,INTEGER,TEXT");
     EXPECT_FALSE(HasTable("Event__EVENTLOG_MODELNAME_SOFTWAREDISTRIBUTION_"));
     EXPECT_EQ(host_.Rows("SELECT count(*) FROM RegisteredModel"), "0");
-    EXPECT_FALSE(host_.Directory().Has(std::string(TestHost::kModels) + "/" + kSoftwareDistribution));
+    EXPECT_FALSE(host_.Directory().Has(std::string(LinkedModule::kModels) + "/" + kSoftwareDistribution));
     EXPECT_FALSE(IsLoaded(kSoftwareDistribution));
     EXPECT_EQ(Version(), "5.3.2.7");
 }
@@ -310,7 +311,7 @@ TEST_F(SchemaUpgrades, KeepTheSavedSoftwareDistributionsWhereThereIsNoNewModel) 
 }
 
 TEST_F(SchemaUpgrades, KeepTheSavedSoftwareDistributionsWhereTheNewTableHasOtherColumns) {
-    host_.Drop("other.xml", UserModel(kSoftwareDistribution, Param("One", "_STRING_")));
+    host_.Drop("other.xml", Definition({.name = kSoftwareDistribution, .params = {{"One"}}}));
     Start(5, 3, 2);
     MakeEventTemp();
     UpgradeSoftwareDistributionModelStep2();
@@ -453,7 +454,7 @@ TEST_F(SchemaUpgrades, SayThatTheVersionCouldNotBeWritten) {
 }
 
 TEST_F(SchemaUpgrades, GiveEveryEventTableTheOffset) {
-    host_.Drop("new.xml", UserModel("New", Param("User", "_STRING_")));
+    host_.Drop("new.xml", Definition({.name = "New", .params = {{"User"}}}));
     Start(6, 1, 9);
     MakeModelWithoutOffset("A");
     MakeModelWithoutOffset("B");

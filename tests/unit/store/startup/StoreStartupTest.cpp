@@ -10,8 +10,8 @@
 #include "store/DatabaseSetup.h"
 #include "store/Paths.h"
 #include "store/startup/StoreStartup.h"
+#include "support/LinkedModule.h"
 #include "support/SmallDisk.h"
-#include "support/TestHost.h"
 
 namespace {
 
@@ -23,29 +23,25 @@ using testing::Not;
 
 namespace fs = std::filesystem;
 
-class StoreStartupTest : public testing::Test {
+class StoreStartupTest : public testing::Test, protected LinkedModule {
 protected:
     StoreStartupTest() {
-        host_.StartWith(kLogonDefinition);
-        TestHost::KeepErrorsFromAlerts();
-        started_ = host_.Log().size();
+        StartWith(kLogon);
+        KeepErrorsFromAlerts();
+        Log().Forget();
     }
     /// Starts the module once more, as a new process would.
     static void Restart() {
         for (std::shared_ptr<Model_t> model; ModelCollection.GetAt(0, model);) {
             ModelCollection.Remove(model);
         }
-        TestHost::Initialise();
-        TestHost::KeepErrorsFromAlerts();
+        Initialise();
+        KeepErrorsFromAlerts();
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
     [[nodiscard]] std::string Database(const char* suffix = "") const {
-        return host_.Directory() / (std::string(TestHost::kDatabase) + suffix);
+        return Directory() / (std::string(kDatabase) + suffix);
     }
-    [[nodiscard]] static uint32_t CreateOne() { return TestHost::Create("Logon", R"({"User":"ann"})"); }
-
-    const TestHost host_;
-    std::size_t started_ = 0;
+    [[nodiscard]] static uint32_t CreateOne() { return Create("Logon", R"({"User":"ann"})"); }
 };
 
 TEST_F(StoreStartupTest, HasNothingToMakeGoodAfterAGoodStart) {
@@ -64,8 +60,8 @@ TEST_F(StoreStartupTest, LoadsTheModelsOnceTheDatabaseCanBeRead) {
                 Contains(LumString("The registered models could not be read from the database.")));
     EXPECT_FALSE(KeepStoreUp());
 
-    started_ = host_.Log().size();
-    EXPECT_EQ(TestHost::Call("EventLogManagerReloadModels", "{}").status, 0U);
+    Log().Forget();
+    EXPECT_EQ(Call("EventLogManagerReloadModels", "{}").status, 0U);
     EXPECT_THAT(Said(),
                 Contains(HasSubstr("Dropped definitions wait, as the registered models are not loaded")));
     EXPECT_THAT(Said(), Not(Contains(HasSubstr("with success"))));
@@ -102,18 +98,18 @@ TEST_F(StoreStartupTest, RegistersItsModelsInADatabaseThatIsMadeAnew) {
     EXPECT_THAT(Said(), Contains("warning KeepStoreUp: Model 'Logon' is not in the database that was opened "
                                  "and is registered there"));
     EXPECT_EQ(CreateOne(), 0U);
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Event_Logon"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Event_Logon"), "1");
     EXPECT_THAT(LumHealthReasons(), IsEmpty());
 }
 
 TEST_F(StoreStartupTest, TakesOverWhatARestoredDatabaseSaysOfItsModels) {
-    ASSERT_TRUE(
-        host_.Change("UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 7, "
-                     "RM_LastAggregationTimestamp = 9; "
-                     "PRAGMA wal_checkpoint(TRUNCATE)"));
+    Change(
+        "UPDATE RegisteredModel SET RM_Enabled = 0, RM_LastUploadTimestamp = 7, RM_LastAggregationTimestamp "
+        "= 9; "
+        "PRAGMA wal_checkpoint(TRUNCATE)");
     fs::copy_file(Database(), Database(".restored"));
     fs::rename(Database(".restored"), Database());
-    EXPECT_NE(TestHost::Create("Logon", R"({"User":"lost"})"), 0U);
+    EXPECT_NE(Create("Logon", R"({"User":"lost"})"), 0U);
     EXPECT_TRUE(KeepStoreUp());
     std::shared_ptr<Model_t> model;
     ASSERT_TRUE(ModelCollection.Get("Logon", model));
@@ -137,7 +133,7 @@ TEST_F(StoreStartupTest, LeavesADatabaseUncompactedWithoutRoomForThat) {
                  "Event_Logon (E_Date, E_DeviceId, E_GroupId, C_User) SELECT i, 0, 0, hex(zeroblob(500)) "
                  "FROM n; PRAGMA wal_checkpoint(TRUNCATE)"),
         SQLITE_OK);
-    started_ = host_.Log().size();
+    Log().Forget();
     InitializeDatabase();
     EXPECT_THAT(Said(),
                 ElementsAre(HasSubstr("warning InitializeDatabase: The database is not compacted: ")));

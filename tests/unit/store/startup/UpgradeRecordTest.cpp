@@ -7,9 +7,9 @@
 #include "host/core/LumHealth.h"
 #include "store/startup/UpgradeRecord.h"
 #include "support/FaultVfs.h"
-#include "support/RawSqlite.h"
+#include "support/LinkedModule.h"
 #include "support/ResourceLimit.h"
-#include "support/TestHost.h"
+#include "support/Sqlite.h"
 
 namespace {
 
@@ -28,13 +28,13 @@ class UpgradeRecordTest : public testing::Test {
 protected:
     /// Starts the module with one model and takes its database back to a version.
     void Start(int major, int minor, int revision) {
-        host_.StartWith(kLogonDefinition);
+        host_.StartWith(kLogon);
         SetField("DatabaseVersionMajor", major);
         SetField("DatabaseVersionMinor", minor);
         SetField("DatabaseRevision", revision);
-        started_ = host_.Log().size();
+        host_.Log().Forget();
     }
-    void Change(const std::string& sql) const { ASSERT_TRUE(host_.Change(sql)) << sql; }
+    void Change(const std::string& sql) const { host_.Change(sql); }
     void SetField(const std::string& field, int value) const {
         Change("UPDATE DatabaseInformation SET FieldValue = " + std::to_string(value) +
                " WHERE FieldName = '" + field + "'");
@@ -42,16 +42,15 @@ protected:
     [[nodiscard]] std::string Path(const std::string& name) const {
         return host_.Directory() / ("data/EventLogManager/" + name);
     }
-    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(started_); }
+    [[nodiscard]] std::vector<std::string> Said() const { return host_.Said(); }
 
     FaultVfs faults_;
-    const TestHost host_;
-    std::size_t started_ = 0;
+    LinkedModule host_;
 };
 
 TEST_F(UpgradeRecordTest, SaysNothingOfANewDatabase) {
-    host_.StartWith(kLogonDefinition);
-    EXPECT_EQ(host_.CountLines("print UpgradeRecord"), 0U);
+    host_.StartWith(kLogon);
+    EXPECT_EQ(host_.Log().Count("print UpgradeRecord"), 0U);
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.2.0.0.sqlite3")));
 }
 
@@ -79,12 +78,12 @@ TEST_F(UpgradeRecordTest, SaysWhatWasFoundAndReached) {
 
 TEST_F(UpgradeRecordTest, CopiesTheDatabaseWithWhatIsInItsLog) {
     Start(6, 1, 9);
-    ASSERT_EQ(TestHost::Create("Logon", R"({"User":"ann"})"), 0U);
+    ASSERT_EQ(LinkedModule::Create("Logon", R"({"User":"ann"})"), 0U);
     EXPECT_TRUE(UpgradeRecord().Begin());
     const std::string copy = Path("EventLogManager-6.1.9.0.sqlite3");
-    RawSqlite database(copy.c_str());
-    EXPECT_EQ(database.Value("SELECT C_User FROM Event_Logon"), "ann");
-    EXPECT_EQ(database.Value("PRAGMA integrity_check"), "ok");
+    const Sqlite database(copy);
+    EXPECT_EQ(database.Rows("SELECT C_User FROM Event_Logon"), "ann");
+    EXPECT_EQ(database.Rows("PRAGMA integrity_check"), "ok");
     struct stat status {};
     ASSERT_EQ(stat(copy.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
@@ -126,8 +125,8 @@ TEST_F(UpgradeRecordTest, MakesACopyThatWasNotFinishedAnew) {
     Start(6, 1, 9);
     host_.Directory().Write("data/EventLogManager/EventLogManager-6.1.9.0.sqlite3.unfinished", "half");
     EXPECT_TRUE(UpgradeRecord().Begin());
-    RawSqlite database(Path("EventLogManager-6.1.9.0.sqlite3").c_str());
-    EXPECT_EQ(database.Value("PRAGMA integrity_check"), "ok");
+    const Sqlite database(Path("EventLogManager-6.1.9.0.sqlite3"));
+    EXPECT_EQ(database.Rows("PRAGMA integrity_check"), "ok");
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3.unfinished")));
 }
 
@@ -135,7 +134,7 @@ TEST_F(UpgradeRecordTest, WarnsWhereSomethingIsInTheWayOfTheCopy) {
     Start(6, 1, 9);
     const std::string copy = Path("EventLogManager-6.1.9.0.sqlite3");
     for (const std::string& path : {copy, copy + ".unfinished"}) {
-        started_ = host_.Log().size();
+        host_.Log().Forget();
         fs::create_directories(path);
         EXPECT_FALSE(UpgradeRecord().Begin());
         EXPECT_THAT(Said(),
