@@ -4,7 +4,7 @@
 #include <array>
 #include <bit>
 #include <charconv>
-#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -65,22 +65,35 @@ std::string_view Text(const char* cell) {
                                : std::string_view(cell + 1, static_cast<std::size_t>(header - kShortText));
 }
 
-/// SQLite's reading of a text as a whole number: blanks, a sign, digits; beyond 64 bits the nearest end.
+/// A text from its first character that may belong to a number: without blanks before it and a plus.
+std::string_view NumberIn(std::string_view text) {
+    const std::size_t start = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
+    text.remove_prefix(start);
+    const bool isPositive = text.size() > 1 && text[0] == '+' && text[1] != '-';
+    return text.substr(isPositive ? 1 : 0);
+}
+
+/// A text as a whole number, as SQLite reads it: digits; beyond 64 bits the nearest end.
 int64_t WholeNumberOf(std::string_view text) {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    while (at < end && (*at == ' ' || (*at >= '\t' && *at <= '\r'))) {
-        ++at;
-    }
-    const bool negative = at < end && *at == '-';
-    if (at < end && *at == '+' && end - at > 1 && at[1] != '-') {
-        ++at;
-    }
+    const std::string_view digits = NumberIn(text);
     int64_t number = 0;
-    if (std::from_chars(at, end, number).ec == std::errc::result_out_of_range) {
-        return negative ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    if (std::from_chars(digits.begin(), digits.end(), number).ec == std::errc::result_out_of_range) {
+        return digits[0] == '-' ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
     }
     return number;
+}
+
+/// A text as a real number, as SQLite reads it, but for its last place: digits, point and exponent; beyond
+/// the largest number infinity.
+double RealNumberOf(std::string_view text) {
+    const std::string_view digits = NumberIn(text);
+    const std::size_t first = digits.find_first_not_of('-');
+    double real = 0.0;
+    if (first <= 1 && (digits[first] == '.' || (digits[first] >= '0' && digits[first] <= '9')) &&
+        std::from_chars(digits.begin(), digits.end(), real).ec == std::errc::result_out_of_range) {
+        return std::strtod(std::string(digits).c_str(), nullptr);
+    }
+    return real;
 }
 
 /// SQLite's reading of a real number as a whole one: towards 0; beyond 64 bits the nearest end.
@@ -111,36 +124,6 @@ void SetText(LumString& value, double real) {
 
 }  // namespace
 
-/// Reads texts as real numbers. SQLite's digits differ from the C library's in the last place and it offers
-/// no routine for them, so a small database in memory does it, with no lock of anybody's.
-class GenSqlResultBuffer::RealReader {
-public:
-    RealReader() {
-        const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY | SQLITE_OPEN_NOMUTEX;
-        if (sqlite3_open_v2(":memory:", &database_, flags, nullptr) == SQLITE_OK) {
-            sqlite3_prepare_v2(database_, "SELECT ?1", -1, &statement_, nullptr);
-        }
-    }
-    RealReader(const RealReader&) = delete;
-    RealReader& operator=(const RealReader&) = delete;
-    ~RealReader() {
-        sqlite3_finalize(statement_);
-        sqlite3_close(database_);
-    }
-
-    [[nodiscard]] double Read(std::string_view text) {
-        sqlite3_bind_text(statement_, 1, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-        sqlite3_step(statement_);
-        const double real = sqlite3_column_double(statement_, 0);
-        sqlite3_reset(statement_);
-        return real;
-    }
-
-private:
-    sqlite3* database_ = nullptr;
-    sqlite3_stmt* statement_ = nullptr;
-};
-
 GenSqlResultBuffer::GenSqlResultBuffer(sqlite3_stmt* statement) {
     const int columns = sqlite3_column_count(statement);
     names_.reserve(static_cast<std::size_t>(columns));
@@ -150,8 +133,6 @@ GenSqlResultBuffer::GenSqlResultBuffer(sqlite3_stmt* statement) {
     pending_.resize(names_.size());
     cells_.resize(names_.size());
 }
-
-GenSqlResultBuffer::~GenSqlResultBuffer() = default;
 
 bool GenSqlResultBuffer::AppendRow(sqlite3_stmt* statement) {
     std::size_t bytes = 0;
@@ -229,10 +210,10 @@ const char* GenSqlResultBuffer::RowAt(uint32_t index) {
         return blocks_[i].firstRow <= index && (i + 1 == blocks_.size() || index < blocks_[i + 1].firstRow);
     };
     if (!holds(selectedBlock_)) {
-        const auto behind =
+        const auto after =
             std::upper_bound(blocks_.begin(), blocks_.end(), index,
                              [](uint32_t row, const Block& block) { return row < block.firstRow; });
-        selectedBlock_ = static_cast<std::size_t>(behind - blocks_.begin()) - 1;
+        selectedBlock_ = static_cast<std::size_t>(after - blocks_.begin()) - 1;
     }
     const Block& block = blocks_[selectedBlock_];
     const std::size_t places = (static_cast<std::size_t>(index - block.firstRow) + 1) * sizeof(uint16_t);
@@ -300,10 +281,7 @@ bool GenSqlResultBuffer::GetColumn(uint32_t column, double& value) const {
     } else if (header == kReal) {
         value = Load<double>(cell + 1);
     } else {
-        if (realReader_ == nullptr) {
-            realReader_ = std::make_unique<RealReader>();
-        }
-        value = realReader_->Read(Text(cell));
+        value = RealNumberOf(Text(cell));
     }
     return true;
 }

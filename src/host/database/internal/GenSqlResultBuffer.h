@@ -19,7 +19,7 @@ public:
     explicit GenSqlResultBuffer(sqlite3_stmt* statement);
     GenSqlResultBuffer(const GenSqlResultBuffer&) = delete;
     GenSqlResultBuffer& operator=(const GenSqlResultBuffer&) = delete;
-    ~GenSqlResultBuffer() override;
+    ~GenSqlResultBuffer() override = default;
 
     /// Copies the row that the statement stands on. False where SQLite lacks the memory to hand it out.
     [[nodiscard]] bool AppendRow(sqlite3_stmt* statement);
@@ -35,8 +35,6 @@ public:
     [[nodiscard]] bool FindColumn(const LumString& name, uint32_t& column) const override;
 
 private:
-    class RealReader;
-
     /// A cell on its way into a block.
     struct Pending {
         uint8_t header;
@@ -64,7 +62,6 @@ private:
 
     std::vector<const char*> cells_;  // of the selected row
     std::size_t selectedBlock_ = 0;
-    mutable std::unique_ptr<RealReader> realReader_;
 };
 
 /// What a statement without rows returns.
