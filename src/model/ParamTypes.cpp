@@ -59,44 +59,36 @@ void AppendDoubleDefault(const LumString& text, std::string& sql) {
     sql.append("'").append(text.View()).append("'");
 }
 
-void CopyText(const GenSqlResult& rows, uint32_t column, LumContainer& container, const LumString& name,
-              uint32_t index) {
+std::size_t CopyText(const GenSqlResult& rows, uint32_t column, LumContainer& container,
+                     const LumString& name, uint32_t index) {
     LumString value;
     if (rows.GetColumn(column, value)) {
         container.SetString(name, value, index);
     }
+    return value.GetLength();
 }
 
-void CopyInteger(const GenSqlResult& rows, uint32_t column, LumContainer& container, const LumString& name,
-                 uint32_t index) {
-    int64_t value = 0;
+/// What the database has as a `Cell` becomes a `Value` of the container.
+template <class Cell, class Value, bool (LumContainer::*Set)(const LumString&, Value, uint32_t)>
+std::size_t CopyNumber(const GenSqlResult& rows, uint32_t column, LumContainer& container,
+                       const LumString& name, uint32_t index) {
+    Cell value{};
     if (rows.GetColumn(column, value)) {
-        container.SetInt32(name, static_cast<int32_t>(value), index);
+        (container.*Set)(name, static_cast<Value>(value), index);
     }
+    return 0;
 }
 
-void CopyDouble(const GenSqlResult& rows, uint32_t column, LumContainer& container, const LumString& name,
-                uint32_t index) {
-    double value = 0;
-    if (rows.GetColumn(column, value)) {
-        container.SetDouble(name, value, index);
-    }
-}
-
-void CopyBoolean(const GenSqlResult& rows, uint32_t column, LumContainer& container, const LumString& name,
-                 uint32_t index) {
-    bool value = false;
-    if (rows.GetColumn(column, value)) {
-        container.SetBool(name, value, index);
-    }
-}
+constexpr auto kCopyInteger = CopyNumber<int64_t, int32_t, &LumContainer::SetInt32>;
+constexpr auto kCopyDouble = CopyNumber<double, double, &LumContainer::SetDouble>;
+constexpr auto kCopyBoolean = CopyNumber<bool, bool, &LumContainer::SetBool>;
 
 constexpr std::array<ParamTypeTraits, 6> kTable = {{
     {ParamType::kString, kTypeString, "TEXT", AppendText, AppendTextDefault, CopyText},
-    {ParamType::kInteger, kTypeInteger, "INTEGER", AppendInteger, AppendPlainDefault, CopyInteger},
-    {ParamType::kDouble, kTypeDouble, "FLOAT", AppendDouble, AppendDoubleDefault, CopyDouble},
-    {ParamType::kTimestamp, kTypeTimestamp, "TIMESTAMP", AppendInteger, AppendPlainDefault, CopyInteger},
-    {ParamType::kBoolean, kTypeBoolean, "BOOLEAN", AppendBoolean, AppendPlainDefault, CopyBoolean},
+    {ParamType::kInteger, kTypeInteger, "INTEGER", AppendInteger, AppendPlainDefault, kCopyInteger},
+    {ParamType::kDouble, kTypeDouble, "FLOAT", AppendDouble, AppendDoubleDefault, kCopyDouble},
+    {ParamType::kTimestamp, kTypeTimestamp, "TIMESTAMP", AppendInteger, AppendPlainDefault, kCopyInteger},
+    {ParamType::kBoolean, kTypeBoolean, "BOOLEAN", AppendBoolean, AppendPlainDefault, kCopyBoolean},
     {ParamType::kEnum, kTypeEnum, "ENUM", AppendText, AppendTextDefault, CopyText},
 }};
 

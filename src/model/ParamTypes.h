@@ -22,13 +22,14 @@ struct ParamTypeTraits {
     /// Appends the default text of a model file to `sql`, which is not empty. Only text defaults are quoted:
     /// the others are trusted model text and go in as they stand.
     void (*appendDefault)(const LumString& text, std::string& sql);
-    /// Copies column `column` of the selected row into `container` under `name` at position `index`.
-    void (*copyCell)(const GenSqlResult& rows, uint32_t column, LumContainer& container,
-                     const LumString& name, uint32_t index);
+    /// Copies column `column` of the selected row into `container` under `name` at position `index`;
+    /// returns the bytes of a text, 0 for other values.
+    std::size_t (*copyCell)(const GenSqlResult& rows, uint32_t column, LumContainer& container,
+                            const LumString& name, uint32_t index);
 };
 
 /// The known types in the order of their codes.
 extern const std::span<const ParamTypeTraits> kParamTypes;
 
-/// The row of `type`; null for a type that is none of the known ones.
+/// The row of `type`; null for an unknown type.
 [[nodiscard]] const ParamTypeTraits* FindParamType(ParamType type);

@@ -35,9 +35,7 @@ ParamCells::ParamCells(const Model_t& model, uint32_t firstColumn) {
 std::size_t ParamCells::Copy(const GenSqlResult& rows, LumContainer& container, uint32_t index) const {
     std::size_t text = 0;
     for (const Cell& cell : cells_) {
-        cell.traits->copyCell(rows, cell.column, container, cell.name, index);
-        const LumString* const copied = container.FindString(cell.name, index);
-        text += copied != nullptr ? copied->GetLength() : 0;
+        text += cell.traits->copyCell(rows, cell.column, container, cell.name, index);
     }
     return text;
 }
