@@ -19,30 +19,25 @@ HealthReport ForwardHealth(const ForwardState& state) {
 }
 
 std::string ForwardMetrics(const ForwardState& state) {
-    constexpr auto counter = MetricsText::Kind::kCounter;
-    constexpr auto gauge = MetricsText::Kind::kGauge;
     MetricsText text("lumforward_");
-    const auto add = [&text](MetricsText::Kind kind, const char* name, const char* help, auto value) {
-        text.Add(kind, name, help, static_cast<double>(value));
-    };
-    add(counter, "published_total", "Batches handed to the broker, repeats included.",
-        state.published.load());
-    add(counter, "published_bytes_total", "Bytes of their contents.", state.publishedBytes.load());
-    add(counter, "acknowledged_total", "Batches that the broker holds.", state.acknowledged.load());
-    add(counter, "confirmed_total", "Batches that the database holds, gone from the outbox.",
-        state.confirmed.load());
-    add(counter, "set_aside_total", "Entries that cannot be sent or were refused.", state.setAside.load());
-    add(counter, "connects_total", "Connections made to the broker.", state.connects.load());
-    add(gauge, "connected", "1 while there is a connection to the broker.", state.connected.load());
-    add(gauge, "outbox_entries", "Entries in the outbox.", state.waiting.load());
-    add(gauge, "outbox_bytes", "Bytes of their contents.", state.waitingBytes.load());
-    add(gauge, "outbox_oldest_seconds", "When the oldest of them was written, seconds since 1970.",
-        state.oldest.load());
-    add(gauge, "unacknowledged", "Batches under way to the broker.", state.underWay.load());
-    add(gauge, "unconfirmed", "Batches sent without a receipt yet.", state.unconfirmed.load());
-    add(gauge, "last_receipt_seconds", "When the last receipt came, seconds since 1970.",
-        state.lastReceipt.load());
-    add(gauge, "resident_bytes", "Resident memory.", ResidentBytes());
+    text.AddCounter("published_total", "Batches handed to the broker, repeats included.",
+                    state.published.load());
+    text.AddCounter("published_bytes_total", "Bytes of their contents.", state.publishedBytes.load());
+    text.AddCounter("acknowledged_total", "Batches that the broker holds.", state.acknowledged.load());
+    text.AddCounter("confirmed_total", "Batches that the database holds, gone from the outbox.",
+                    state.confirmed.load());
+    text.AddCounter("set_aside_total", "Entries that cannot be sent or were refused.", state.setAside.load());
+    text.AddCounter("connects_total", "Connections made to the broker.", state.connects.load());
+    text.AddGauge("connected", "1 while there is a connection to the broker.", state.connected.load());
+    text.AddGauge("outbox_entries", "Entries in the outbox.", state.waiting.load());
+    text.AddGauge("outbox_bytes", "Bytes of their contents.", state.waitingBytes.load());
+    text.AddGauge("outbox_oldest_seconds", "When the oldest of them was written, seconds since 1970.",
+                  state.oldest.load());
+    text.AddGauge("unacknowledged", "Batches under way to the broker.", state.underWay.load());
+    text.AddGauge("unconfirmed", "Batches sent without a receipt yet.", state.unconfirmed.load());
+    text.AddGauge("last_receipt_seconds", "When the last receipt came, seconds since 1970.",
+                  state.lastReceipt.load());
+    text.AddGauge("resident_bytes", "Resident memory.", ResidentBytes());
     return text.GetText();
 }
 

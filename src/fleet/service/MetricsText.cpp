@@ -6,12 +6,12 @@
 
 #include <unistd.h>
 
-void MetricsText::Add(Kind kind, std::string_view name, std::string_view help, double value) {
+void MetricsText::Add(std::string_view kind, std::string_view name, std::string_view help, double value) {
     const std::string whole = prefix_ + std::string(name);
     std::array<char, 32> number{};
     static_cast<void>(std::snprintf(number.data(), number.size(), "%.15g", value));  // fits by far
     text_.append("# HELP ").append(whole).append(" ").append(help).append("\n# TYPE ").append(whole);
-    text_.append(kind == Kind::kCounter ? " counter\n" : " gauge\n");
+    text_.append(" ").append(kind).append("\n");
     text_.append(whole).append(" ").append(number.data()).append("\n");
 }
 

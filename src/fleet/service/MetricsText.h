@@ -7,16 +7,23 @@
 /// Builds Prometheus text, one metric after the other.
 class MetricsText {
 public:
-    enum class Kind : uint8_t { kCounter, kGauge };
-
     /// `name` without the prefix that all metrics of a program have.
     explicit MetricsText(std::string_view prefix) : prefix_(prefix) {}
 
-    void Add(Kind kind, std::string_view name, std::string_view help, double value);
+    template <class Number>
+    void AddCounter(std::string_view name, std::string_view help, Number value) {
+        Add("counter", name, help, static_cast<double>(value));
+    }
+    template <class Number>
+    void AddGauge(std::string_view name, std::string_view help, Number value) {
+        Add("gauge", name, help, static_cast<double>(value));
+    }
 
     [[nodiscard]] const std::string& GetText() const { return text_; }
 
 private:
+    void Add(std::string_view kind, std::string_view name, std::string_view help, double value);
+
     const std::string prefix_;
     std::string text_;
 };

@@ -26,39 +26,13 @@ bool AppendText(const LumContainer& container, const LumString& name, uint32_t p
     return text != nullptr;
 }
 
-bool AppendInteger(const LumContainer& container, const LumString& name, uint32_t position, CopyRows& rows) {
-    int32_t value = 0;
-    const bool found = container.GetInt32(name, value, position);
+/// The same for a kind of value that `Get` reads and `Put` appends.
+template <class Value, bool (LumContainer::*Get)(const LumString&, Value&, uint32_t) const, auto Put>
+bool Append(const LumContainer& container, const LumString& name, uint32_t position, CopyRows& rows) {
+    Value value{};
+    const bool found = (container.*Get)(name, value, position);
     if (found) {
-        rows.Int32(value);
-    }
-    return found;
-}
-
-bool AppendTimestamp(const LumContainer& container, const LumString& name, uint32_t position,
-                     CopyRows& rows) {
-    int32_t value = 0;
-    const bool found = container.GetInt32(name, value, position);
-    if (found) {
-        rows.Timestamp(value);
-    }
-    return found;
-}
-
-bool AppendDouble(const LumContainer& container, const LumString& name, uint32_t position, CopyRows& rows) {
-    double value = 0;
-    const bool found = container.GetDouble(name, value, position);
-    if (found) {
-        rows.Double(value);
-    }
-    return found;
-}
-
-bool AppendBool(const LumContainer& container, const LumString& name, uint32_t position, CopyRows& rows) {
-    bool value = false;
-    const bool found = container.GetBool(name, value, position);
-    if (found) {
-        rows.Bool(value);
+        (rows.*Put)(value);
     }
     return found;
 }
@@ -72,10 +46,10 @@ struct TypeOfColumn {
 constexpr std::array<TypeOfColumn, 6> kTypes{{
     {kTypeString, "text", AppendText},
     {kTypeEnum, "text", AppendText},
-    {kTypeInteger, "integer", AppendInteger},
-    {kTypeTimestamp, "timestamptz", AppendTimestamp},
-    {kTypeDouble, "double precision", AppendDouble},
-    {kTypeBoolean, "boolean", AppendBool},
+    {kTypeInteger, "integer", Append<int32_t, &LumContainer::GetInt32, &CopyRows::Int32>},
+    {kTypeTimestamp, "timestamptz", Append<int32_t, &LumContainer::GetInt32, &CopyRows::Timestamp>},
+    {kTypeDouble, "double precision", Append<double, &LumContainer::GetDouble, &CopyRows::Double>},
+    {kTypeBoolean, "boolean", Append<bool, &LumContainer::GetBool, &CopyRows::Bool>},
 }};
 
 const TypeOfColumn* FindType(std::string_view token) {
