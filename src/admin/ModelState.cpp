@@ -23,7 +23,7 @@ using ModelMessage = LumFormat<LumString>;
 /// Where switching on and switching off differ.
 struct Switch {
     LumRoutine routine;
-    bool enabled;
+    bool enabled = false;
     ModelMessage done;
     ModelMessage failed;
 };

@@ -37,7 +37,7 @@ namespace {
 constexpr int kStopped = 0;
 constexpr int kNotStarted = 1;
 
-/// How often the main thread sees whether the agent gets on.
+/// How often the main thread looks whether requests are still being worked on.
 constexpr std::chrono::milliseconds kLookAround(5000);
 
 /// Lifts the limit of open files to what the system lets this process have, and returns it.
@@ -47,7 +47,7 @@ std::size_t RaiseDescriptorLimit() {
         return 0;
     }
     limit.rlim_cur = limit.rlim_max;
-    // Where it is refused, the agent makes do with fewer connections.
+    // If the system refuses, the agent serves fewer connections.
     static_cast<void>(::setrlimit(RLIMIT_NOFILE, &limit));
     static_cast<void>(::getrlimit(RLIMIT_NOFILE, &limit));
     return limit.rlim_cur;
@@ -61,6 +61,18 @@ void LimitUnusedMemory() {
     ::mallopt(M_TRIM_THRESHOLD, bytes);
 }
 
+/// The group of that name, none for an empty one; false, with the reason, where there is no such group.
+bool FindNamedGroup(const LumString& name, std::optional<gid_t>& group, LumString& error) {
+    if (name.IsEmpty()) {
+        return true;
+    }
+    group = FindGroup(name);
+    if (!group.has_value()) {
+        error.Printf("There is no group '%S' for the control socket", name);
+    }
+    return group.has_value();
+}
+
 class Agent {
 public:
     Agent(const CommandLine& commandLine, const AgentSignals& signals, std::size_t descriptorLimit)
@@ -72,8 +84,6 @@ private:
     [[nodiscard]] bool Prepare(LumString& error);
     [[nodiscard]] bool OpenLog(LumString& error);
     [[nodiscard]] bool CheckSocket(LumString& error);
-    [[nodiscard]] bool FindNamedGroup(const LumString& name, std::optional<gid_t>& group,
-                                      LumString& error) const;
     void LoadModules();
     [[nodiscard]] bool Serve(LumString& error);
     [[nodiscard]] ControlServerOptions GetServerOptions() const;
@@ -173,17 +183,6 @@ bool Agent::CheckSocket(LumString& error) {
            ControlSocket::Check(settings_.socketPath, error);
 }
 
-bool Agent::FindNamedGroup(const LumString& name, std::optional<gid_t>& group, LumString& error) const {
-    if (name.IsEmpty()) {
-        return true;
-    }
-    group = FindGroup(name);
-    if (!group.has_value()) {
-        error.Printf("There is no group '%S' for the control socket", name);
-    }
-    return group.has_value();
-}
-
 SocketGroups Agent::GetSocketGroups() const {
     SocketGroups groups;
     groups.group = access_.administer;
@@ -242,7 +241,7 @@ bool Agent::Serve(LumString& error) {
     return true;
 }
 
-/// Who reads metrics may wait; the agent works without.
+/// A failure is one error line: the agent works without this listener.
 void Agent::ListenForMetrics(ControlServer& server) {
     if (settings_.metricsListen.IsEmpty()) {
         return;
@@ -284,7 +283,8 @@ void Agent::OnHangUp(ControlServer& server) {
     });
 }
 
-/// An agent that does not get on is left to the service manager, which ends it and starts another one.
+/// While requests are stuck, the watchdog is not fed: the service manager then ends the agent and starts it
+/// again.
 void Agent::FeedWatchdog(ControlServer& server) {
     const std::chrono::milliseconds stuck = server.GetStuckTime();
     if (stuck < std::chrono::seconds(settings_.stuckSeconds)) {

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Colours are for a terminal, and only where its user and its kind have nothing against them.
+/// Colours are for a terminal, unless its user (NO_COLOR) or its kind (TERM=dumb) does without them.
 bool WantsColours(bool isTerminal) {
     const char* const refused = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): one thread
     const char* const kind = std::getenv("TERM");         // NOLINT(concurrency-mt-unsafe): one thread

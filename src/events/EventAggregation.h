@@ -16,12 +16,11 @@
 
 /// The SQL expression whose value is the same for all rows that become one aggregated event, besides group
 /// and device; empty for a policy without period. `%%d` reaches SQLite as it stands and means a percent sign
-/// and a letter there, so the day of the month does not separate the rows of a window. They have always been
-/// grouped so.
+/// and the letter d there, not the day of the month: rows of several days with the same remaining fields
+/// become one event. That is how it has always been, and it stays.
 [[nodiscard]] std::string_view BucketExpression(Policy policy);
 
-/// The statement that fills the automatic model from the events of its source model in `window`. A constant
-/// text of its inputs.
+/// The statement that fills the automatic model from the events of its source model in `window`.
 [[nodiscard]] LumString BuildAggregation(const Model_t& model, EventWindow window);
 
 /// Fills the automatic model from the events of its source model between two moments and moves its last

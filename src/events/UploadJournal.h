@@ -26,7 +26,7 @@ public:
         kNothing,     ///< there is none
         kRead,        ///< it is there
         kUnreadable,  ///< it cannot be read at the moment
-        kDamaged,     ///< it is none of ours, and was set aside
+        kDamaged,     ///< it cannot be understood, and was set aside
     };
 
     explicit UploadJournal(const LumString& model) : model_(model) {}

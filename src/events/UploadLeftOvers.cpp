@@ -50,7 +50,7 @@ std::vector<LumString> LeftOverNames(const LumString& directory) {
     return names;
 }
 
-/// What a container file is handed over as; null where it is none of the module's.
+/// What a container file is handed over as; null where it does not come from the module.
 const char* KindOf(const LumContainer& content) {
     if (!content.Contains(keys::kEventDate) || !content.Contains(keys::kEventGmtOffset)) {
         return nullptr;

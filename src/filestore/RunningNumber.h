@@ -14,7 +14,8 @@ public:
     static constexpr uint64_t kBlock = 1000;
 
     /// Goes on after what the file at `path` holds, and never below `lowest`. False, with what is wrong in
-    /// `error`, where the file cannot be understood; then `lowest` alone counts. A missing file is none.
+    /// `error`, where the file cannot be understood; then `lowest` alone counts. A missing file is not an
+    /// error.
     bool Open(const LumString& path, uint64_t lowest, LumString& error);
 
     /// False, with the reason in `error`, where a new block could not be written down.

@@ -7,7 +7,7 @@
 
 #include "machine/source/Source.h"
 
-/// What the module asks of the event log: the actions that any module may call, and nothing beside. To be
+/// What the module asks of the event log, through the actions that any module may call. To be
 /// called from any thread.
 
 /// What became of an event.
@@ -25,7 +25,7 @@ enum class StoreResult : uint8_t {
 /// Takes in the definitions that were dropped.
 void ReloadModels();
 
-/// Numbers of records, for one question: is it among them?
+/// A set of record numbers.
 class RecordSet {
 public:
     /// To be called before Contains is asked about what it adds.

@@ -20,7 +20,7 @@ constexpr std::size_t kMostUnsaved = 500;
 constexpr std::chrono::seconds kLongestUnsaved{1};
 constexpr uint32_t kAllEvents = 1'000'000;
 
-/// Stands before a position that comparesAll_ goes with.
+/// Stands before the position in the file while comparesAll_ is true.
 constexpr char kComparesAll = '!';
 
 constexpr uint32_t kStoreRetryMs = 5000;
@@ -164,19 +164,14 @@ bool Feed::StoreBatch(const SourceBatch& batch, const std::function<bool()>& isS
 }
 
 bool Feed::StoreEvents(const SourceBatch& batch, const std::function<bool()>& isStopping) {
-    for (const MachineEvent& event : batch.events) {
+    return std::all_of(batch.events.begin(), batch.events.end(), [&](const MachineEvent& event) {
         if (isStopping()) {
             hasAskedStore_ = false;
             return false;
         }
-        if (!models_.contains(event.model) || (event.record != 0 && known_.Contains(event.record))) {
-            continue;
-        }
-        if (!HandleResult(StoreEvent(event))) {
-            return false;
-        }
-    }
-    return true;
+        const bool isStored = event.record != 0 && known_.Contains(event.record);
+        return isStored || !models_.contains(event.model) || HandleResult(StoreEvent(event));
+    });
 }
 
 bool Feed::HandleResult(StoreResult result) {

@@ -62,8 +62,8 @@ private:
     bool isOpen_ = false;
     std::set<std::string> models_;  ///< those of the source's models that are registered
     RecordSet known_;
-    /// Until the source has been read to its end once: what it gives may be stored since long ago, as the
-    /// position was lost, or leads nowhere. Kept with the position.
+    /// True from the loss of the position until the source has been read to its end once: any of its records
+    /// may then have been stored long ago. Kept with the position.
     bool comparesAll_ = false;
     bool hasAskedStore_ = false;
     bool isResting_ = false;

@@ -37,7 +37,7 @@ bool Recorder::End(uint32_t milliseconds) {
     isStopping_ = true;
     if (wake_.IsOpen()) {
         const uint64_t one = 1;
-        // A counter that is full wakes the thread as well.
+        // This fails only where the counter is full, and then the thread wakes as well.
         static_cast<void>(::write(wake_.Get(), &one, sizeof(one)));
     }
     return Cancel(milliseconds, true);

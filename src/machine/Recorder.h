@@ -13,6 +13,8 @@
 class Recorder : public LumThread {
 public:
     Recorder() = default;
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
     ~Recorder() override;
 
     /// Not to be called while the thread runs.

@@ -96,7 +96,7 @@ void TaskProcessorThread::RunWaiting() {
 void TaskProcessorThread::RunQueue() {
     std::unique_ptr<Task_t> task;
     for (MakeRoomToKeep(); TaskQueue.Pop(task); MakeRoomToKeep()) {
-        if (Take(std::move(task))) {
+        if (Take(std::exchange(task, nullptr))) {
             const Task_t& kept = *waiting_.back();
             if (kept.GetType() == TaskType::TaskDelete) {
                 kRoutine.Warning("The deletion of events of model '%S' waits until they have been sent",

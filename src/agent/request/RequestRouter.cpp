@@ -194,6 +194,7 @@ HttpAnswer RequestRouter::AnswerModules() const {
     return {200, Dump(list), {}};
 }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a page is answered by a member.
 HttpAnswer RequestRouter::AnswerActions() const {
     ordered_json list = ordered_json::array();
     for (const ActionInfo& action : ActionDbListActions()) {

@@ -39,6 +39,8 @@ class ControlServer::Impl : public ConnectionHost {
 public:
     Impl(const ControlServerOptions& serverOptions, RequestHandler& requestHandler, LumDebug& debug)
         : ConnectionHost(serverOptions, requestHandler), debug_(debug) {}
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
     ~Impl() override { Stop(); }
 
     [[nodiscard]] bool Start(FileDescriptor listener);

@@ -16,7 +16,7 @@ struct FreeAddresses {
     void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
 };
 
-/// Numbers alone: a name could mean any machine tomorrow.
+/// Only numeric addresses: a name could lead to another machine tomorrow.
 addrinfo* Resolve(std::string_view text) {
     const std::size_t colon = text.rfind(':');
     std::string host(colon == std::string_view::npos ? "127.0.0.1" : text.substr(0, colon));

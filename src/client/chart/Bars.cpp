@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <string_view>
 
 namespace {
@@ -20,7 +21,7 @@ std::size_t Steps(uint64_t count, uint64_t largest, std::size_t steps) {
         return 0;
     }
     const double share = static_cast<double>(count) / static_cast<double>(largest);
-    return std::max<std::size_t>(static_cast<std::size_t>(share * static_cast<double>(steps) + 0.5), 1);
+    return static_cast<std::size_t>(std::max(std::lround(share * static_cast<double>(steps)), 1L));
 }
 
 }  // namespace

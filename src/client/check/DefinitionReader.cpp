@@ -115,7 +115,7 @@ std::optional<DefinitionReader::Given> DefinitionReader::Word(const MarkupElemen
                                                               std::string_view name,
                                                               std::span<const std::string_view> allowed,
                                                               bool required) {
-    const std::optional<Given> given = Value(parent, name, required);
+    std::optional<Given> given = Value(parent, name, required);
     if (given && std::find(allowed.begin(), allowed.end(), given->text) == allowed.end()) {
         Note(given->position, "'" + given->text + "' is not a word for " + std::string(name) + " (" +
                                   Listed(allowed) + ")" + DidYouMean(given->text, AsTexts(allowed)));

@@ -11,7 +11,7 @@ void AddRawCommands(CommandParser& parser) {
             return InvokeAction(context, given.action, given.arguments);
         },
         {{"invoke EventLogManagerGetValues", "An action without arguments."},
-         {"invoke EventLogManagerGetModel '{\"Values\": {\"ModelName\": \"Logon\"}}'", "One with."}});
+         {R"(invoke EventLogManagerGetModel '{"Values": {"ModelName": "Logon"}}')", "One with."}});
     invoke.add_option("ACTION", options.action, "Name of the action")->required();
     invoke.add_option("JSON", options.arguments,
                       "The arguments, a JSON object; - reads it from standard input");

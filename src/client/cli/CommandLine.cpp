@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kHelpColumns = 80;
 
-/// The parser's own sentence about words that it has no place for names them all; this one helps.
+/// A sentence about words that are not expected: the parser's own only lists them, this one says what to do.
 std::string DescribeExtras(const CLI::App& app) {
     const std::vector<std::string> extras = app.remaining(true);
     const std::vector<CLI::App*> commands = app.get_subcommands();

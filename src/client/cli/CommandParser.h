@@ -28,6 +28,7 @@ public:
     explicit CommandParser(CommandLine& commandLine);
     CommandParser(const CommandParser&) = delete;
     CommandParser& operator=(const CommandParser&) = delete;
+    ~CommandParser() = default;
 
     [[nodiscard]] CLI::App& GetApp() { return app_; }
     [[nodiscard]] Options& GetOptions() { return *options_; }

@@ -112,9 +112,7 @@ std::vector<std::string> AllCandidates(const CLI::App& app, AgentConnection& age
         if (command != nullptr) {
             AppendOptions(*command, names);
         }
-    } else if (plain.empty()) {
-        names = CommandNames(app);
-    } else if (plain.front() == "help") {
+    } else if (plain.empty() || plain.front() == "help") {
         names = CommandNames(app);
     } else if (plain.front() == "completion") {
         names = {"bash", "zsh", "fish"};

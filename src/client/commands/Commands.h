@@ -85,7 +85,7 @@ struct ChartOptions {
     std::optional<std::string> per;  ///< "device", "group" or a parameter
 };
 /// Events over time as bars, the last day by hour or the last 30 days by day where no time is given.
-[[nodiscard]] ExitStatus ShowChart(CommandContext& context, const ChartOptions& options);
+[[nodiscard]] ExitStatus ShowChart(CommandContext& context, const ChartOptions& given);
 
 struct ReportOptions {
     std::string file;

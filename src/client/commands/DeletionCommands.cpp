@@ -35,7 +35,7 @@ AgentAnswer CountDoomed(AgentConnection& agent, const std::string& model, std::o
 }
 
 std::string Describe(const Doomed& doomed) {
-    const std::string events = CountText(static_cast<uint64_t>(doomed.events), "event");
+    std::string events = CountText(static_cast<uint64_t>(doomed.events), "event");
     if (!doomed.notUploaded || doomed.events == 0) {
         return events;
     }

@@ -13,7 +13,7 @@
 struct AgentAnswer {
     ExitStatus exit = ExitStatus::kDone;
     uint32_t status = 0;  ///< the action's own
-    /// The container that the action left; for what is no action, the whole answer.
+    /// The container that the action left; for a page, the whole answer.
     nlohmann::ordered_json content;
     std::string body;   ///< the answer as it came over the socket
     std::string error;  ///< a sentence wherever `exit` is not kDone

@@ -42,7 +42,7 @@ public:
     /// failure, of which GetFailure tells.
     [[nodiscard]] bool Next(EventPage& page);
     [[nodiscard]] std::size_t GetEnd() const { return end_; }
-    /// Of a walk by another column rows outside of the range come, too.
+    /// A walk by another column than the date also gives rows outside of the range.
     [[nodiscard]] bool IsInRange(int64_t date) const;
 
     [[nodiscard]] const AgentAnswer& GetFailure() const { return failure_; }

@@ -25,7 +25,7 @@ struct ModelDefinition {
     [[nodiscard]] const ModelParameter* Find(std::string_view parameter) const;
 };
 
-/// Reads the answer container of EventLogManagerGetModel. False where it is none.
+/// Reads the answer container of EventLogManagerGetModel. False where it is not one.
 [[nodiscard]] bool ModelDefinitionFromAnswer(const nlohmann::ordered_json& container,
                                              ModelDefinition& definition);
 

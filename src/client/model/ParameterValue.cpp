@@ -19,7 +19,7 @@ std::string Quoted(std::string_view text) {
     return "'" + std::string(text) + "'";
 }
 
-/// std::from_chars knows no leading plus.
+/// std::from_chars does not take a leading plus.
 std::string_view WithoutPlus(std::string_view text) {
     const bool plus = text.size() > 1 && text[0] == '+' && text[1] != '-';
     return plus ? text.substr(1) : text;

@@ -38,8 +38,8 @@ struct EventsRequestFields {
 [[nodiscard]] bool SplitAssignment(std::string_view text, std::pair<std::string, std::string>& assignment);
 
 /// The parameters of one event from assignments, typed by the model. False, with a sentence that names the
-/// parameter in `error`, for a text that is no assignment, a parameter that the model does not have or that
-/// is given twice, and a value that does not fit its type.
+/// parameter in `error`, for a text that is not an assignment, a parameter that the model does not have or
+/// that is given twice, and a value that does not fit its type.
 [[nodiscard]] bool CreateEventParams(const ModelDefinition& model, std::optional<int32_t> device,
                                      std::optional<int32_t> group,
                                      const std::vector<std::string>& assignments,

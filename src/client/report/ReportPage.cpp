@@ -64,7 +64,7 @@ std::string Tiles(const ReportData& data) {
     return out + "</div>\n";
 }
 
-/// A table of the figures behind the columns, for whoever wants numbers.
+/// A table of the figures that the columns show, for whoever wants numbers.
 std::string DayTable(const ReportData& data, const std::vector<uint64_t>& counts) {
     std::string out =
         "<details><summary>Numbers by day</summary>\n<table><tr><th>Day</th><th "

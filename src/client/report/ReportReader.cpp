@@ -19,7 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kTopValues = 6;
-/// Values that hardly ever come twice are no picture.
+/// Values that hardly ever come twice make no picture worth drawing.
 constexpr std::size_t kMostValues = 2000;
 
 /// Counts the values of one parameter.

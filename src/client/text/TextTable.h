@@ -9,7 +9,7 @@
 [[nodiscard]] std::size_t DisplayWidth(std::string_view text);
 
 /// `text` without anything that a terminal acts on: control characters, line ends and marks that change the
-/// direction of writing are shown as escapes (\n, \x1b, \u202e), bytes that are no UTF-8 as U+FFFD.
+/// direction of writing are shown as escapes (\n, \x1b, \u202e), bytes that are not UTF-8 as U+FFFD.
 [[nodiscard]] std::string Harmless(std::string_view text);
 
 /// A table of text for people. Cells are made harmless and aligned by their display width; one that is wider
@@ -26,7 +26,7 @@ public:
     static void CutTo(std::string& text, std::size_t width);
 
     void AddColumn(std::string_view title, Align align = Align::kLeft);
-    /// Cells in the order of the columns; missing ones are empty, those behind the last column are dropped.
+    /// Cells in the order of the columns; missing ones are empty, those after the last column are dropped.
     void AddRow(const std::vector<std::string>& cells);
 
     /// Title line, rule, and one line a row, each ended by a line end and without trailing blanks. Empty

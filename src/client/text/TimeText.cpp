@@ -90,7 +90,8 @@ bool ReadTimeOfDay(Reader& reader, std::tm& fields) {
     return fields.tm_hour < 24 && fields.tm_min < 60 && fields.tm_sec < 60;
 }
 
-/// The offset from UTC in seconds, nothing where the text names no zone; false where it is no zone either.
+/// The offset from UTC in seconds, nothing where the text names no zone; false where it names something that
+/// is not a zone.
 bool ReadZone(Reader& reader, std::optional<int>& offset) {
     if (reader.AtEnd()) {
         return true;
@@ -116,7 +117,7 @@ bool ReadZone(Reader& reader, std::optional<int>& offset) {
     return reader.AtEnd() && hours < 24 && minutes < 60;
 }
 
-/// 0 for a letter that is no unit.
+/// 0 for a letter that is not a unit.
 int64_t SecondsOfUnit(char letter) {
     switch (letter) {
         case 's':

@@ -63,8 +63,8 @@ public:
     void Close();
 
     /// Appends up to `limit` messages of together at most about `maxBytes` to `messages`; waits up to
-    /// `waitMs` for the first. Nothing within that time is no failure. False, with the reason in `error`,
-    /// where the stream cannot be read.
+    /// `waitMs` for the first. True also where nothing comes within that time. False, with the reason in
+    /// `error`, where the stream cannot be read.
     [[nodiscard]] bool Fetch(std::size_t limit, int64_t maxBytes, int64_t waitMs,
                              std::vector<BrokerMessage>& messages, std::string& error);
 

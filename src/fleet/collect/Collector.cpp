@@ -52,7 +52,7 @@ void Collector::Run() {
 }
 
 void Collector::Complain(const std::string& reason) {
-    // An outage is one line, however long it lasts.
+    // One line for an outage, however long it lasts.
     if (reason != lastError_) {
         CollectDebug.WarningWithNL("%S", Text(reason));
         lastError_ = reason;
@@ -69,7 +69,7 @@ bool Collector::ConnectDatabase() {
     state_.databaseConnected = true;
     lastError_.clear();
     store_.GetTables().Forget();
-    // It may be another one than before.
+    // The database may be another one than before.
     LoseBroker("");
     return true;
 }
@@ -279,7 +279,8 @@ bool Collector::Answer(const BrokerMessage& question) {
     if (device.empty() || !ParseAsk(question.Data(), lines)) {
         return true;  // it was not a question
     }
-    // The stream is asked first: what it is done with by then, the database knows or has lost.
+    // The stream is asked first: every batch that it counts as stored by then is in the database, or was lost
+    // there.
     StreamState stream;
     std::string error;
     if (!ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error)) {
@@ -344,7 +345,7 @@ void Collector::LoseDatabase(const std::string& reason) {
     Complain("Database: " + reason);
     state_.databaseConnected = false;
     database_.Close();
-    // A failure that comes right after each connection is not to become a storm of connections.
+    // Where each connection fails at once, the next one waits, so that they do not become a storm.
     StopSignal::Wait(databaseRetry_.Next());
 }
 

@@ -89,12 +89,12 @@ void Forwarder::Disconnect(const std::string& reason) {
     broker_.Close();
     state_.connected = false;
     ledger_.ForgetUnacknowledged();
-    // A broker that took the connection and dropped it is not to be hammered either.
+    // A broker that accepts a connection and then drops it must not be asked again at once either.
     StopSignal::Wait(reconnect_.Next());
 }
 
 void Forwarder::Complain(const std::string& reason) {
-    // An outage is one line, however long it lasts.
+    // One line for an outage, however long it lasts.
     if (reason != lastError_) {
         ForwardDebug.WarningWithNL("%S", Text(reason));
         lastError_ = reason;
@@ -129,7 +129,7 @@ void Forwarder::TakeMessages(int64_t timeoutMs) {
             return;
         }
         if (result == ReceiveResult::kUnheard) {
-            // It does not say which; where there is no stream, none of them was taken.
+            // The broker does not say which batch it means; where there is no stream, none of them was taken.
             ledger_.ForgetUnacknowledged();
             HoldBack("no stream takes it");
             continue;
@@ -182,7 +182,7 @@ void Forwarder::Refused(uint64_t number, const std::string& reason, int64_t code
 void Forwarder::HoldBack(const std::string& reason) {
     Complain("The broker refuses a batch: " + reason);
     state_.brokerTakes = false;
-    // All that was under way meets the same refusal: one wait for all of them.
+    // Every batch that is under way will be refused likewise: one wait serves them all.
     if (publishNotBeforeMs_ <= SteadyMs()) {
         publishNotBeforeMs_ = SteadyMs() + refused_.Next();
     }

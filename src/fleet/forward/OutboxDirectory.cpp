@@ -39,7 +39,7 @@ bool IsDescription(std::string_view name) {
 }
 
 /// Reads a regular file of the outbox; a link, a pipe or a device there is not opened. `number` is the errno
-/// of the failure, EINVAL for what is no regular file, EFBIG for one above `maxBytes`.
+/// of the failure, EINVAL for what is not a regular file, EFBIG for one above `maxBytes`.
 bool ReadEntryFile(const std::string& path, std::size_t maxBytes, std::string& content, int& number) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat status {};
@@ -252,7 +252,8 @@ bool OutboxDirectory::SetAside(const std::string& name, std::string& error) cons
         return false;
     }
     for (const std::string& part : parts) {
-        if (rename(At(part).c_str(), (directory + "/" + part).c_str()) != 0 && errno != ENOENT) {
+        if (rename(At(part).c_str(), std::string(directory).append("/").append(part).c_str()) != 0 &&
+            errno != ENOENT) {
             error = At(part) + ": " + Reason(errno);
             return false;
         }

@@ -60,8 +60,9 @@ public:
     [[nodiscard]] LoadResult Load(const std::string& descriptionName, std::size_t maxBytes,
                                   OutboxEntry& entry, std::string& reason) const;
 
-    /// Takes the entry with the content `name` out: first the description, so that a half-done removal is no
-    /// entry any more. False, with the reason in `error`, where that fails; what is not there counts as done.
+    /// Takes the entry with the content `name` out: first the description, so that what a removal leaves half
+    /// done does not count as an entry. False, with the reason in `error`, where that fails; what is not
+    /// there counts as done.
     [[nodiscard]] bool Remove(const std::string& name, std::string& error) const;
 
     /// Moves what there is of the entry, by its content's or its description's name, below kSetAside.

@@ -40,7 +40,7 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 using HeaderLookup = std::function<std::string_view(const char* name)>;
 
 /// The reverse of MakeHeaders. False, with what is wrong in `error` and `batch` untouched, where the format
-/// is another one or the key is none.
+/// is another one or the key is not a valid one.
 [[nodiscard]] bool ReadHeaders(const HeaderLookup& headers, BatchInfo& batch, std::string& error);
 
 /// The running number in a name "<UTC time>-<number>-<label>.cbor" of the outbox; 0 for any other name and

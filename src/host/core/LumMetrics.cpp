@@ -165,7 +165,7 @@ public:
 
 private:
     struct Entry {
-        const void* owner;
+        const void* owner = nullptr;
         LumString name;
         Function function;
     };

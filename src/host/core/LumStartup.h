@@ -15,7 +15,7 @@ LUM_API void LumStartupReport(const LumString& phrase);
 /// begun is whole or rolled back. Cheap enough for the inside of a loop that does real work.
 [[nodiscard]] LUM_API bool LumStopRequested();
 
-/// What the agent puts behind the two routines above, before it loads a module; null for neither.
+/// What the two routines above call; set by the agent before it loads a module. Null for neither.
 struct LumStartupHost {
     void (*report)(const LumString& phrase) = nullptr;
     bool (*isStopRequested)() = nullptr;

@@ -21,6 +21,9 @@ int AllowReading(void* /*context*/, int action, const char* first, const char* /
 }  // namespace
 
 struct DBReader::Impl {
+    Impl() = default;
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
     ~Impl() {
         sqlite3_finalize(statement);
         sqlite3_close(database);

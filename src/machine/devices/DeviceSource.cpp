@@ -1,7 +1,9 @@
 #include "machine/devices/DeviceSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <iterator>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -22,7 +24,7 @@ constexpr char kRunning[] = "/run/udev/control";
 constexpr char kAdd[] = "add";
 constexpr char kRemove[] = "remove";
 
-/// The kinds of devices that somebody plugs in and out; all other ones come and go with these.
+/// The kinds of devices that somebody plugs in and out; the system's other devices come and go with these.
 constexpr struct {
     const char* subsystem;
     const char* type;
@@ -53,12 +55,8 @@ bool IsPlugged(udev_device* device) {
     if (TextOf(::udev_device_get_devpath(device)).find("/virtual/") != std::string::npos) {
         return false;
     }
-    for (const auto& kind : kKinds) {
-        if (subsystem == kind.subsystem && type == kind.type) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(std::begin(kKinds), std::end(kKinds),
+                       [&](const auto& kind) { return subsystem == kind.subsystem && type == kind.type; });
 }
 
 Device Describe(udev_device* device) {
@@ -86,8 +84,8 @@ MachineEvent MakeEvent(const char* action, const std::string& place, const Devic
     return event;
 }
 
-/// What makes one change of a device different from every other: a list is written down after each batch, so
-/// within one generation the same change comes `times` times.
+/// What tells one change of a device from every other one: the generation of the list, which changes with
+/// each batch, and how often the same change has come within it.
 std::string Identity(const char* action, const std::string& place, uint64_t generation, std::size_t times) {
     return std::string(action) + " " + place + " " + std::to_string(generation) + " " + std::to_string(times);
 }

@@ -9,11 +9,13 @@
 #include "machine/source/Source.h"
 
 /// Devices that are plugged in and out, by udev. The position is the list of those that are plugged in, so
-/// what changed while nobody looked shows as the difference. The first list is where it begins: what is
-/// plugged in then was not plugged in now.
+/// what changed while the module did not run shows as the difference to the present list. The first list
+/// makes no events: nobody knows since when its devices have been plugged in.
 class DeviceSource : public Source {
 public:
     DeviceSource();
+    DeviceSource(const DeviceSource&) = delete;
+    DeviceSource& operator=(const DeviceSource&) = delete;
     ~DeviceSource() override;
 
     [[nodiscard]] const char* GetName() const override { return "Devices"; }
@@ -31,8 +33,8 @@ private:
     void TakeMessages(std::size_t limit, DeviceList& list, SourceBatch& batch);
 
     std::unique_ptr<Udev> udev_;
-    /// The messages go on from this position. A list of another one, and every list after messages were lost,
-    /// is compared with what is there.
+    /// The messages go on from this position. Where ReadSince is given another one, or
+    /// messages were lost, the list is compared with the devices that are there.
     std::string position_;
     bool isCompared_ = false;
 };

@@ -38,12 +38,12 @@ protected:
     /// the same field one; an entry matches where one of the groups does.
     using Matches = std::vector<std::vector<std::string>>;
 
-    /// Which entries are looked at. Matching is for speed alone: what an entry is worth, Judge decides.
+    /// Which entries are looked at. This only saves time: Judge decides about each entry.
     [[nodiscard]] virtual Matches GetMatches() const = 0;
     /// The fields that Judge looks at.
     [[nodiscard]] virtual const std::vector<std::string_view>& GetFields() const = 0;
-    /// Makes an event of the entry, without its time and record; false where it is none, above all where the
-    /// journal says that the entry is not from whom it claims to be from.
+    /// Makes an event of the entry, without its time and record; false where it does not make one, above
+    /// all where the journal says that somebody else has written it than it claims.
     [[nodiscard]] virtual bool Judge(const JournalEntry& entry, MachineEvent& event) = 0;
     /// What Judge remembers from entry to entry, as one line.
     [[nodiscard]] virtual std::string GetMemory() const { return {}; }

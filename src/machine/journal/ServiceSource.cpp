@@ -39,7 +39,7 @@ bool JudgeLackOfMemory(const JournalEntry& entry, MachineEvent& event) {
 }
 
 bool JudgeCrash(const JournalEntry& entry, MachineEvent& event) {
-    // The collector takes on the number of the program's user before it writes; its unit stays its own.
+    // The crash collector writes as the user of the crashed program, but in its own unit.
     const std::string_view unit = entry.Get("_SYSTEMD_UNIT");
     if (!entry.Is("MESSAGE_ID", SD_MESSAGE_COREDUMP_STR) || !entry.Is("_SYSTEMD_UNIT", unit) ||
         !unit.starts_with("systemd-coredump@")) {

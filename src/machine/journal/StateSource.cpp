@@ -52,7 +52,7 @@ bool StateSource::Judge(const JournalEntry& entry, MachineEvent& event) {
         std::find_if(std::begin(kMessages), std::end(kMessages), [&](const auto& message) {
             return entry.Is("MESSAGE_ID", message.id) && entry.Is("_COMM", message.program);
         });
-    // A service manager of a user's own has the name of the system's, but not its number.
+    // A user's service manager has the same name as the system's, but another process number.
     if (found == std::end(kMessages) || !entry.Is("_UID", "0") ||
         (std::string_view(found->program) == "systemd" && !entry.Is("_PID", "1"))) {
         return false;

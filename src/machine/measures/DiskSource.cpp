@@ -51,7 +51,7 @@ bool DiskSource::Measure(std::vector<MachineEvent>& events, LumString& error) {
     }
     for (const Mount& mount : ParseMounts(content)) {
         struct statvfs status = {};
-        // One that cannot be asked, or has no blocks, has gone meanwhile or tells nothing.
+        // One that cannot be asked was unmounted meanwhile; one without blocks has no size to tell.
         if (::statvfs(mount.point.c_str(), &status) == 0 && status.f_blocks > 0) {
             events.push_back(DescribeMount(mount, status));
         }

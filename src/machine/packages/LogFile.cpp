@@ -39,7 +39,7 @@ bool LogFile::Open(const LumString& path, LumString& error) {
         error.Printf("%S: it is not a regular file", path);
         return false;
     }
-    gzFile const file = ::gzdopen(descriptor.Get(), "rb");
+    gzFile file = ::gzdopen(descriptor.Get(), "rb");
     if (file == nullptr) {
         error.Printf("%S: there is no memory to read it", path);
         return false;

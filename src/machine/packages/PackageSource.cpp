@@ -235,7 +235,7 @@ bool PackageSource::GoToNextFile(SourceBatch& batch) {
     LumString ignored;
     for (++found; found != files.end(); ++found) {
         auto next = std::make_unique<LogFile>();
-        // A file without a whole line has no place to remember yet.
+        // A file without a whole line has no position yet.
         if (!next->Open(*found, ignored) || !next->NextLine(line) || !next->Seek(0)) {
             continue;
         }
@@ -286,7 +286,7 @@ uint32_t PackageSource::CountLine(std::string_view line, uint64_t begin) {
     if (!ParsePackageLine(line, parts)) {
         return 0;
     }
-    // A second with more lines than any machine works off is somebody's doing: its lines count as one each.
+    // No machine does so much in a second: somebody has written these lines, and the same line counts once.
     if (timesInSecond_.size() >= kMaxLinesASecond) {
         timesInSecond_.clear();
     }
@@ -327,6 +327,7 @@ std::vector<LumString> PackageSource::ListFiles() const {
     const auto isSame = [](const Rotation& one, const Rotation& other) { return one.Age() == other.Age(); };
     rotations.erase(std::unique(rotations.begin(), rotations.end(), isSame), rotations.end());
     std::vector<LumString> paths;
+    paths.reserve(rotations.size());
     for (const Rotation& rotation : rotations) {
         paths.push_back(directory + "/" + rotation.name.c_str());
     }
@@ -339,14 +340,14 @@ void PackageSource::WatchFile() {
     }
     const int watch = ::inotify_add_watch(notify_.Get(), log_.GetString(), IN_MODIFY);
     if (fileWatch_ >= 0 && watch != fileWatch_) {
-        // Gone by itself where the file was deleted.
+        // The watch is gone by itself where the file was deleted.
         static_cast<void>(::inotify_rm_watch(notify_.Get(), fileWatch_));
     }
     fileWatch_ = watch;
 }
 
 void PackageSource::ForgetNews() const {
-    // What has changed is seen in the files themselves.
+    // What the messages say does not matter: the files themselves are looked at.
     std::array<char, 4096> news{};
     while (notify_.IsOpen() && ::read(notify_.Get(), news.data(), news.size()) > 0) {
     }

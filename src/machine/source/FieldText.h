@@ -11,7 +11,7 @@
 inline constexpr std::size_t kMaxFieldCharacters = 256;
 
 /// The text of a field as an event may hold it: whoever can write a log line can write anything into it.
-/// Bytes that are no UTF-8, control characters and those that change the direction of text become U+FFFD; a
+/// Bytes that are not UTF-8, control characters and those that change the direction of text become U+FFFD; a
 /// text of more than kMaxFieldCharacters characters is cut, and ends with U+2026 then.
 [[nodiscard]] LumString FieldText(std::string_view raw);
 

@@ -140,7 +140,7 @@ private:
         if (!creations.empty()) {
             statements = OffsetStatements(table, creations.front());
         }
-        // One model without a table, or with one that is none of the module's, must not keep the others back.
+        // A model without a table, or with one that the module has not made, must not stop the others.
         if (statements.empty()) {
             kRoutine.Warning("Model '%S' has no table that can be upgraded", model);
         }

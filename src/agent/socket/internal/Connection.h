@@ -112,7 +112,7 @@ private:
     /// far.
     void SetDeadline(std::size_t moved);
     void SetBatchDeadline();
-    /// True where what this connection holds, with `further` bytes, is within the limit of all.
+    /// True where the connection may hold `further` bytes more within the limit for all clients.
     [[nodiscard]] bool Hold(std::size_t further);
 
     ConnectionHost& host_;

@@ -10,11 +10,10 @@
 
 namespace {
 
-namespace beast = boost::beast;
 namespace http = boost::beast::http;
 namespace net = boost::asio;
 
-/// What is read at once: the lines of one window.
+/// How many bytes are read at once; the lines among them are one window.
 constexpr std::size_t kWindow = std::size_t{64} << 10U;
 /// Answers that may wait for a client which sends first and reads later.
 constexpr std::size_t kMaxWaiting = std::size_t{16} << 20U;
@@ -156,7 +155,7 @@ void Connection::OnBatchWritten(const ErrorCode& error) {
     GoOnWithBatch();
 }
 
-/// Whole windows have no end, so each read and write counts for itself.
+/// A batch may go on for ever, so the limit of time is one for each read and write.
 void Connection::SetBatchDeadline() {
     const std::chrono::milliseconds timeout(host_.isStopping ? host_.options.stopTimeoutMs
                                                              : host_.options.clientTimeoutMs);
@@ -164,8 +163,8 @@ void Connection::SetBatchDeadline() {
     stream_.expires_at((isEnding ? phaseStart_ : Clock::now()) + timeout);
 }
 
-/// All is answered that will be: once it is written, the connection goes on or ends. Only a batch that came
-/// to its end gets the last chunk, so that a client can tell.
+/// No more answers follow: once the last one is written, the connection goes on or ends. Only a batch that
+/// came to its end gets the last chunk, so that a client can tell.
 void Connection::EndBatch() {
     if (phase_ != Phase::kWriting) {
         Enter(Phase::kWriting);

@@ -21,7 +21,7 @@ public:
     void Bool(bool value);
     /// `seconds` since 1970, as a timestamp with time zone.
     void Timestamp(int64_t seconds);
-    /// What the database cannot keep in a text (the null byte, bytes that are no UTF-8) becomes U+FFFD.
+    /// What the database cannot keep in a text (the null byte, bytes that are not UTF-8) becomes U+FFFD.
     void Text(std::string_view text);
     /// JSON as jsonb takes it; must be JSON.
     void Json(std::string_view text);

@@ -110,27 +110,6 @@ CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) 
     return nullptr;
 }
 
-/// Rows that go to the database as one array a column.
-class ColumnArrays {
-public:
-    void Add(const SqlValues& row) {
-        columns_.resize(row.size());
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            columns_[column].push_back(row[column]);
-        }
-    }
-    [[nodiscard]] SqlValues Texts() const {
-        SqlValues texts;
-        for (const SqlValues& column : columns_) {
-            texts.emplace_back(ArrayText(column));
-        }
-        return texts;
-    }
-
-private:
-    std::vector<SqlValues> columns_;
-};
-
 /// A batch as kInsertKeys takes it.
 SqlValues KeyRow(const Incoming& batch) {
     const int64_t number = RunningNumberOf(batch.info.name);
@@ -166,7 +145,7 @@ SqlValues ContactRow(const std::string& device, const Contact& contact) {
     }
     for (const int64_t number : contact.numbers) {
         const std::string text = std::to_string(number);
-        got += (got.size() > 1 ? ",[" : "[") + text + "," + text + "]";
+        got.append(got.size() > 1 ? ",[" : "[").append(text).append(",").append(text).append("]");
     }
     return {device,
             std::to_string(contact.batches),

@@ -20,8 +20,8 @@ public:
     BatchStore(Database& database, const ModelLimits& limits, std::string collector)
         : database_(database), tables_(limits), collector_(std::move(collector)) {}
 
-    /// Decides every batch's outcome and makes it last: in one transaction, or where one of them is in the
-    /// way of the others, each in one of its own. `streamMadeNs` says which stream they came from. False,
+    /// Decides the outcome of every batch and stores it: all in one transaction or, where one of them makes
+    /// that fail, each in a transaction of its own. `streamMadeNs` says which stream they came from. False,
     /// with `failure`, where the database cannot do its work; then what is not kOpen is decided for good.
     [[nodiscard]] bool Store(std::vector<Incoming>& batches, int64_t streamMadeNs, SqlFailure& failure);
 

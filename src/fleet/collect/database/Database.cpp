@@ -117,6 +117,21 @@ std::string ArrayText(const SqlValues& values) {
     return text + "}";
 }
 
+void ColumnArrays::Add(const SqlValues& row) {
+    columns_.resize(row.size());
+    for (std::size_t column = 0; column < row.size(); ++column) {
+        columns_[column].push_back(row[column]);
+    }
+}
+
+SqlValues ColumnArrays::Texts() const {
+    SqlValues texts;
+    for (const SqlValues& column : columns_) {
+        texts.emplace_back(ArrayText(column));
+    }
+    return texts;
+}
+
 struct Database::Handle {
     Connection connection;
 

@@ -32,6 +32,17 @@ struct SqlFailure {
 /// `values` as the text of a one-dimensional SQL array.
 [[nodiscard]] std::string ArrayText(const SqlValues& values);
 
+/// Rows that go into a statement as one array a column.
+class ColumnArrays {
+public:
+    void Add(const SqlValues& row);
+    /// The columns as ArrayText gives them.
+    [[nodiscard]] SqlValues Texts() const;
+
+private:
+    std::vector<SqlValues> columns_;
+};
+
 /// A connection to the database. An object belongs to one thread at a time. Every routine answers false where
 /// it fails, with the reason in `failure`.
 class Database {

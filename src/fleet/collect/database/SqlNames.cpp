@@ -80,7 +80,7 @@ std::string ChooseColumn(const ParameterType& parameter, const std::set<std::str
     const auto isFree = [&taken](const std::string& name) {
         return !IsReserved(name) && taken.count(name) == 0;
     };
-    const std::string plain = DerivedSqlName("", parameter.name);
+    std::string plain = DerivedSqlName("", parameter.name);
     if (isFree(plain)) {
         return plain;
     }

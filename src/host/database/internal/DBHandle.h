@@ -37,9 +37,8 @@ struct DBOutcome {
 };
 
 /// One open database file. Opened by the first statement, and by each further one until that works. Any
-/// thread may use it; one statement runs at a time. Nothing is logged in here: what a logger is hooked up
-/// with may come back for another statement, so a failure is handed out as a text and reported once the lock
-/// is free.
+/// thread may use it; one statement runs at a time. Nothing is logged in here: the hook of a logger may run
+/// another statement, so a failure is handed out as a text, and the caller logs it once the lock is free.
 class DBHandle {
 public:
     /// The statements that begin and end a transaction.

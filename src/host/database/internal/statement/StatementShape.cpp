@@ -66,8 +66,8 @@ const char* FindValues(const char* at, const char* end) {
     return second < end && *second == '(' ? second + 1 : nullptr;
 }
 
-/// Behind the digits of a number, or null where there is none. What is left of one that is too long is
-/// neither comma nor parenthesis, and so no number that a caller would take.
+/// The place after the digits of a number, or null where there is none. What is left of one that is too long
+/// is neither comma nor parenthesis, and so no number that a caller would take.
 const char* ReadNumber(const char* at, const char* end, int64_t& number) {
     const bool negative = *at == '-';
     if (negative) {
