@@ -17,7 +17,7 @@ LumContainer DescribeModel(const Model_t& model) {
 }
 
 /// Copies an integer column of the selected row to `key`; true where it is not 0.
-bool CopyInteger(const GenSqlResult& rows, uint32_t column, LumContainer& file, const char* key,
+bool CopyInteger(const GenSqlResult& rows, uint32_t column, LumContainer& file, const LumString& key,
                  uint32_t index) {
     const int32_t value = ReadInt32(rows, column);
     file.SetInt32(key, value, index);
@@ -31,7 +31,7 @@ UploadFiles::UploadFiles(const Model_t& model)
 
 uint32_t UploadFiles::Fill(GenSqlResult& rows, uint32_t first, LumContainer& file) const {
     const uint32_t fitting = CopyRows(rows, first, kUploadFileEvents, file);
-    if (file.CountValues(keys::kEventDate) > fitting) {
+    if (file.CountValues(date_) > fitting) {
         return CopyRows(rows, first, fitting, file);  // without the one that had no room
     }
     return fitting;
@@ -45,20 +45,20 @@ uint32_t UploadFiles::CopyRows(GenSqlResult& rows, uint32_t first, uint32_t limi
     std::size_t text = 0;
     uint32_t count = 0;
     for (; count < limit && rows.SelectRow(first + count); ++count) {
-        CopyInteger(rows, 0, file, keys::kEventDate, count);
-        CopyInteger(rows, 1, file, keys::kEventGmtOffset, count);
-        hasDeviceId |= CopyInteger(rows, 2, file, keys::kEventDeviceId, count);
-        hasGroupId |= CopyInteger(rows, 3, file, keys::kEventGroupId, count);
+        CopyInteger(rows, 0, file, date_, count);
+        CopyInteger(rows, 1, file, offset_, count);
+        hasDeviceId |= CopyInteger(rows, 2, file, deviceId_, count);
+        hasGroupId |= CopyInteger(rows, 3, file, groupId_, count);
         text += params_.Copy(rows, file, count);
         if (count > 0 && text > kUploadFileText) {
             break;
         }
     }
     if (!hasDeviceId) {
-        file.ClearName(keys::kEventDeviceId);
+        file.ClearName(deviceId_);
     }
     if (!hasGroupId) {
-        file.ClearName(keys::kEventGroupId);
+        file.ClearName(groupId_);
     }
     return count;
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "contract/ContainerKeys.h"
 #include "host/container/LumContainer.h"
 #include "host/database/Database.h"
 #include "model/Model.h"
@@ -29,6 +30,10 @@ private:
     [[nodiscard]] uint32_t CopyRows(GenSqlResult& rows, uint32_t first, uint32_t limit,
                                     LumContainer& file) const;
 
-    LumContainer description_;
-    ParamCells params_;
+    const LumString date_{keys::kEventDate};
+    const LumString offset_{keys::kEventGmtOffset};
+    const LumString deviceId_{keys::kEventDeviceId};
+    const LumString groupId_{keys::kEventGroupId};
+    const LumContainer description_;
+    const ParamCells params_;
 };
