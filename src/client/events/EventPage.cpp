@@ -23,7 +23,7 @@ public:
         return Take({EventValue::Kind::kReal, 0, spelled});
     }
     bool string(const std::string& text) { return Take({EventValue::Kind::kText, 0, text}); }
-    bool binary(std::vector<uint8_t>& /*bytes*/) { return false; }
+    static bool binary(std::vector<uint8_t>& /*bytes*/) { return false; }
     bool start_object(std::size_t /*members*/) {
         ++depth_;
         inResult_ = inResult_ || (depth_ == kColumnDepth && name_ == keys::kResult);
@@ -49,7 +49,8 @@ public:
         column_.reset();
         return true;
     }
-    bool parse_error(std::size_t /*at*/, const std::string& /*token*/, const std::exception& /*error*/) {
+    static bool parse_error(std::size_t /*at*/, const std::string& /*token*/,
+                            const std::exception& /*error*/) {
         return false;
     }
     // NOLINTEND(readability-identifier-naming)

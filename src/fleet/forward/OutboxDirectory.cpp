@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -14,6 +13,7 @@
 #include "contract/FileStore.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumSystemError.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ constexpr std::string_view kDescriptionEnd = ".json";
 constexpr std::size_t kMaxDescriptionBytes = 65'536;
 
 std::string Reason(int number) {
-    return std::generic_category().message(number);
+    return std::string(LumSystemErrorText(number).View());
 }
 
 /// "a.cbor" and "a.json" as "a".

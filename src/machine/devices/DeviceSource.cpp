@@ -6,12 +6,12 @@
 #include <iterator>
 #include <set>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include <libudev.h>
 #include <unistd.h>
 
+#include "host/text/LumSystemError.h"
 #include "machine/source/FieldText.h"
 #include "machine/source/Models.h"
 #include "machine/source/RecordId.h"
@@ -134,7 +134,7 @@ bool DeviceSource::Open(LumString& error) {
     udev_.reset();
     isCompared_ = false;
     if (::access(kRunning, F_OK) != 0) {
-        error.Printf("udev does not run: %s: %s", kRunning, std::system_category().message(errno).c_str());
+        error.Printf("udev does not run: %s: %S", kRunning, LumSystemErrorText());
         return false;
     }
     auto udev = std::make_unique<Udev>();
@@ -149,7 +149,7 @@ bool DeviceSource::Open(LumString& error) {
         ::udev_monitor_filter_add_match_subsystem_devtype(udev->monitor.get(), kind.subsystem, kind.type);
     }
     if (const int result = ::udev_monitor_enable_receiving(udev->monitor.get()); result < 0) {
-        error.Printf("udev cannot be listened to: %s", std::system_category().message(-result).c_str());
+        error.Printf("udev cannot be listened to: %S", LumSystemErrorText(-result));
         return false;
     }
     udev_ = std::move(udev);

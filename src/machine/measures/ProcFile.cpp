@@ -3,13 +3,13 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "host/file/FileDescriptor.h"
+#include "host/text/LumSystemError.h"
 
 bool ReadProcFile(const char* path, std::string& content, LumString& error) {
     constexpr std::size_t kMaxBytes = std::size_t{4} << 20U;
@@ -22,8 +22,7 @@ bool ReadProcFile(const char* path, std::string& content, LumString& error) {
         read.append(buffer.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
     }
     if (count != 0) {
-        error.Printf("%s: %s", path,
-                     count < 0 ? std::system_category().message(errno).c_str() : "it is over 4 MiB");
+        error.Printf("%s: %S", path, count < 0 ? LumSystemErrorText() : LumString("it is over 4 MiB"));
         return false;
     }
     content = std::move(read);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -12,6 +11,7 @@
 
 #include "host/file/FileDescriptor.h"
 #include "host/text/LumMd5.h"
+#include "host/text/LumSystemError.h"
 
 struct LogFile::Stream {
     explicit Stream(gzFile opened) : file(opened) {}
@@ -32,7 +32,7 @@ bool LogFile::Open(const LumString& path, LumString& error) {
     FileDescriptor descriptor(::open(path.GetString(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     if (!descriptor.IsOpen() || ::fstat(descriptor.Get(), &status) != 0) {
-        error.Printf("%S: %s", path, std::system_category().message(errno).c_str());
+        error.Printf("%S: %S", path, LumSystemErrorText());
         return false;
     }
     if (!S_ISREG(status.st_mode)) {

@@ -7,7 +7,6 @@
 #include <memory>
 #include <sstream>
 #include <string_view>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
@@ -15,6 +14,7 @@
 #include <unistd.h>
 
 #include "host/file/LumFile.h"
+#include "host/text/LumSystemError.h"
 #include "machine/packages/PackageLine.h"
 #include "machine/source/FieldText.h"
 #include "machine/source/MachineLog.h"
@@ -118,8 +118,8 @@ bool PackageSource::Open(LumString& error) {
     // Without the system's word on changes, GetWaitMs says how late they are seen.
     if (notify_.IsOpen() && ::inotify_add_watch(notify_.Get(), DirectoryOf(log_).GetString(),
                                                 IN_CREATE | IN_MOVED_TO | IN_ONLYDIR) < 0) {
-        MachineDebug.WarningWithNL("%s: changes of the log are seen every %u s only: %s", GetName(),
-                                   kLookMs / 1000, std::system_category().message(errno).c_str());
+        MachineDebug.WarningWithNL("%s: changes of the log are seen every %u s only: %S", GetName(),
+                                   kLookMs / 1000, LumSystemErrorText());
     }
     return true;
 }

@@ -69,7 +69,6 @@ private:
 
 class UploadBacklogTest : public testing::Test, protected StartedModule {
 protected:
-    std::shared_ptr<Model_t> AddLogon() { return Add({.params = {{"User"}}}); }
     /// Events with the dates `first` to `last`.
     void Events(int first, int last) {
         Change("WITH RECURSIVE n(i) AS (SELECT " + std::to_string(first) +
@@ -86,18 +85,19 @@ protected:
     }
     static void Restart() { UploadBacklog.Forget(); }
     [[nodiscard]] bool HasJournal() const { return Directory().Has(kJournal); }
-    [[nodiscard]] int64_t Complaints() const {
-        return (Log().Count("error UploadEvents: The upload of model 'Logon' is outstanding"));
+    [[nodiscard]] std::size_t Complaints() const {
+        return Log().Count("error UploadEvents: The upload of model 'Logon' is outstanding");
     }
+
+    const std::shared_ptr<Model_t> logon_ = Add({.params = {{"User"}}});
 };
 
 TEST_F(UploadBacklogTest, SendsAfterARestartWhatTheStoreDidNotTake) {
-    const auto model = AddLogon();
     Events(1, 750);
     LimitedStore store(3);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     EXPECT_EQ(store.taken.size(), 3U);
-    EXPECT_EQ(model->GetLastUploadTime(), 1000U);
+    EXPECT_EQ(logon_->GetLastUploadTime(), 1000U);
     EXPECT_TRUE(fs::is_empty(GetTempDirectory().GetString()));
     EXPECT_EQ(Complaints(), 1U);
     const std::vector<OutstandingUpload> outstanding = UploadBacklog.GetOutstanding();
@@ -125,10 +125,9 @@ TEST_F(UploadBacklogTest, SendsAfterARestartWhatTheStoreDidNotTake) {
 }
 
 TEST_F(UploadBacklogTest, GoesOnWhereTheJournalIsReadAgainAfterEachFile) {
-    const auto model = AddLogon();
     Events(1, 550);
     LimitedStore store(0);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     for (int i = 0; i < 6; ++i) {
         Restart();
         store.left = 1;
@@ -140,10 +139,9 @@ TEST_F(UploadBacklogTest, GoesOnWhereTheJournalIsReadAgainAfterEachFile) {
 }
 
 TEST_F(UploadBacklogTest, KeepsTheBordersOfFilesWhereLateEventsCameIntoTheWindow) {
-    const auto model = AddLogon();
     Events(200, 449);
     LimitedStore store(1);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     Events(1, 60);  // the clock was set back: older than all that is being sent
     Restart();
     store.left = 10;
@@ -153,33 +151,31 @@ TEST_F(UploadBacklogTest, KeepsTheBordersOfFilesWhereLateEventsCameIntoTheWindow
 }
 
 TEST_F(UploadBacklogTest, SendsTheOlderWindowsFirstAndTheNewOneWithThem) {
-    const auto model = AddLogon();
     Events(1, 150);
     LimitedStore store(1);
-    EXPECT_TRUE(UploadEvents(model, 0, 200, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 200, false));
     Events(200, 260);
-    EXPECT_TRUE(UploadEvents(model, 200, 300, false));
+    EXPECT_TRUE(UploadEvents(logon_, 200, 300, false));
     Events(300, 310);
-    EXPECT_TRUE(UploadEvents(model, 300, 400, false));
+    EXPECT_TRUE(UploadEvents(logon_, 300, 400, false));
     EXPECT_EQ(StoredTime("RM_LastUploadTimestamp", "Logon"), "400");
     EXPECT_EQ(store.taken.size(), 1U);
     EXPECT_EQ(Complaints(), 1U);
     store.left = 100;
     Events(400, 420);
-    EXPECT_TRUE(UploadEvents(model, 400, 500, false));
+    EXPECT_TRUE(UploadEvents(logon_, 400, 500, false));
     const std::map<int32_t, int> dates = store.Dates();
     EXPECT_EQ(dates.size(), 150U + 61U + 11U + 21U);
     EXPECT_FALSE(HasJournal());
 }
 
 TEST_F(UploadBacklogTest, SendsWhatAMissingTemporaryDirectoryKeptBack) {
-    const auto model = AddLogon();
     Events(1, 250);
     LimitedStore store(100);
     fs::remove_all(GetTempDirectory().GetString());
     {
         const std::string blocking = Directory().Write("data/tmp", "no directory");
-        EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+        EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
         EXPECT_TRUE(store.taken.empty());
         EXPECT_EQ(StoredTime("RM_LastUploadTimestamp", "Logon"), "1000");
         fs::remove(blocking);
@@ -190,7 +186,6 @@ TEST_F(UploadBacklogTest, SendsWhatAMissingTemporaryDirectoryKeptBack) {
 }
 
 TEST_F(UploadBacklogTest, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoom) {
-    const auto model = AddLogon();
     Change(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100) INSERT INTO "
         "Event_Logon "
@@ -199,7 +194,7 @@ TEST_F(UploadBacklogTest, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoo
     LimitedStore store(100);
     {
         const ResourceLimit limit(RLIMIT_FSIZE, 1U << 20U);
-        EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+        EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     }
     EXPECT_TRUE(store.taken.empty());
     EXPECT_TRUE(fs::is_empty(GetTempDirectory().GetString()));
@@ -209,11 +204,10 @@ TEST_F(UploadBacklogTest, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoo
 }
 
 TEST_F(UploadBacklogTest, LeavesTheMarkWhereNoJournalCanBeWritten) {
-    const auto model = AddLogon();
     Events(1, 50);
     LimitedStore store(100);
     const std::string blocking = Directory().Write("data/EventLogManager/uploads", "no directory");
-    EXPECT_FALSE(UploadEvents(model, 0, 1000, false));
+    EXPECT_FALSE(UploadEvents(logon_, 0, 1000, false));
     EXPECT_EQ(StoredTime("RM_LastUploadTimestamp", "Logon"), "0");
     EXPECT_EQ(Complaints(), 1U);
     EXPECT_TRUE(UploadBacklog.IsOpen("Logon"));
@@ -225,7 +219,6 @@ TEST_F(UploadBacklogTest, LeavesTheMarkWhereNoJournalCanBeWritten) {
 }
 
 TEST_F(UploadBacklogTest, BeginsAgainWhereItWasCutOffBeforeTheMark) {
-    const auto model = AddLogon();
     Events(1, 50);
     UploadJournal journal("Logon");
     LumString error;
@@ -237,11 +230,10 @@ TEST_F(UploadBacklogTest, BeginsAgainWhereItWasCutOffBeforeTheMark) {
 }
 
 TEST_F(UploadBacklogTest, TriesAWindowAgainInThisLifeAloneWhoseEventsCouldNotBeRead) {
-    const auto model = AddLogon();
     Events(1, 50);
     LimitedStore store(100);
     Change("ALTER TABLE Event_Logon RENAME TO Away");
-    EXPECT_FALSE(UploadEvents(model, 0, 1000, false));
+    EXPECT_FALSE(UploadEvents(logon_, 0, 1000, false));
     EXPECT_FALSE(HasJournal());
     EXPECT_TRUE(UploadBacklog.IsOpen("Logon"));
     Change("ALTER TABLE Away RENAME TO Event_Logon");
@@ -251,40 +243,38 @@ TEST_F(UploadBacklogTest, TriesAWindowAgainInThisLifeAloneWhoseEventsCouldNotBeR
 
     Events(1001, 1050);
     Change("ALTER TABLE Event_Logon RENAME TO Away");
-    EXPECT_FALSE(UploadEvents(model, 1000, 2000, false));
+    EXPECT_FALSE(UploadEvents(logon_, 1000, 2000, false));
     Change("ALTER TABLE Away RENAME TO Event_Logon");
     Restart();
-    model->SetLastUploadTime(2000);  // as it was stored
+    logon_->SetLastUploadTime(2000);  // as it was stored
     ResumeUploads();
     ExpectEachOnce(store, 1, 50);
 }
 
 TEST_F(UploadBacklogTest, WaitsWhileUploadIsSwitchedOffOrTheModelIsDisabled) {
-    const auto model = AddLogon();
     Events(1, 150);
     LimitedStore store(1);
-    EXPECT_TRUE(UploadEvents(model, 0, 200, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 200, false));
     store.left = 100;
     UploadEnabled = false;
     ResumeUploads();
     Events(200, 210);
-    EXPECT_TRUE(UploadEvents(model, 200, 300, false));  // passed over for good
+    EXPECT_TRUE(UploadEvents(logon_, 200, 300, false));  // passed over for good
     EXPECT_TRUE(HasJournal());
     UploadEnabled = true;
-    model->SetEnabled(false);
+    logon_->SetEnabled(false);
     ResumeUploads();
     EXPECT_EQ(store.taken.size(), 1U);
     EXPECT_TRUE(UploadBacklog.IsOpen("Logon"));
-    model->SetEnabled(true);
+    logon_->SetEnabled(true);
     ResumeUploads();
     ExpectEachOnce(store, 1, 150);
 }
 
 TEST_F(UploadBacklogTest, GivesUpTheUploadOfAModelThatWasDeleted) {
-    const auto model = AddLogon();
     Events(1, 150);
     LimitedStore store(1);
-    EXPECT_TRUE(UploadEvents(model, 0, 200, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 200, false));
     ASSERT_TRUE(RemoveRegisteredModel("Logon"));
     Restart();
     ResumeUploads();
@@ -296,11 +286,10 @@ TEST_F(UploadBacklogTest, GivesUpTheUploadOfAModelThatWasDeleted) {
 }
 
 TEST_F(UploadBacklogTest, KeepsTheUploadOfAModelThatIsNotLoadedYet) {
-    const auto model = AddLogon();
     Events(1, 150);
     LimitedStore store(1);
-    EXPECT_TRUE(UploadEvents(model, 0, 200, false));
-    auto taken = model;
+    EXPECT_TRUE(UploadEvents(logon_, 0, 200, false));
+    auto taken = logon_;
     ASSERT_TRUE(ModelCollection.Remove(taken));
     Restart();
     ResumeUploads();
@@ -308,14 +297,13 @@ TEST_F(UploadBacklogTest, KeepsTheUploadOfAModelThatIsNotLoadedYet) {
     ResumeUploads();
     Change("ALTER TABLE Away RENAME TO RegisteredModel");
     EXPECT_TRUE(HasJournal());
-    ASSERT_TRUE(ModelCollection.Add(model));
+    ASSERT_TRUE(ModelCollection.Add(logon_));
     store.left = 100;
     ResumeUploads();
     ExpectEachOnce(store, 1, 150);
 }
 
 TEST_F(UploadBacklogTest, ForgetsTheWindowsOfAnEarlierModelOfTheSameName) {
-    AddLogon();
     UploadJournal journal("Logon");
     LumString error;
     ASSERT_TRUE(journal.Append({0, 100}, error));
@@ -328,7 +316,6 @@ TEST_F(UploadBacklogTest, ForgetsTheWindowsOfAnEarlierModelOfTheSameName) {
 }
 
 TEST_F(UploadBacklogTest, StaysOpenWhereTheJournalCannotBeRead) {
-    AddLogon();
     Directory().MakeDirectory(kJournal);
     EXPECT_TRUE(UploadBacklog.IsOpen("Logon"));
     fs::remove(Directory() / kJournal);
@@ -336,11 +323,10 @@ TEST_F(UploadBacklogTest, StaysOpenWhereTheJournalCannotBeRead) {
 }
 
 TEST_F(UploadBacklogTest, WaitsForAJournalThatCannotBeRead) {
-    const auto model = AddLogon();
     Events(1, 50);
     Directory().MakeDirectory(kJournal);
     LimitedStore store(100);
-    EXPECT_FALSE(UploadEvents(model, 0, 1000, false));
+    EXPECT_FALSE(UploadEvents(logon_, 0, 1000, false));
     ResumeUploads();
     EXPECT_EQ(StoredTime("RM_LastUploadTimestamp", "Logon"), "0");
     EXPECT_EQ(
@@ -353,20 +339,18 @@ TEST_F(UploadBacklogTest, WaitsForAJournalThatCannotBeRead) {
 }
 
 TEST_F(UploadBacklogTest, SaysThatAJournalIsDamagedAndSetsItAside) {
-    const auto model = AddLogon();
     Events(1, 50);
     Directory().Write(kJournal, "{\"HandedOver\":");
     LimitedStore store(100);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     ExpectEachOnce(store, 1, 50);
     EXPECT_FALSE(HasJournal());
     EXPECT_EQ(Log().Count("error UploadEvents: The journal of the upload of model 'Logon' is lost: "), 1U);
 }
 
 TEST_F(UploadBacklogTest, SaysOnceThatThereIsNoStoreAndKeepsNoFile) {
-    const auto model = AddLogon();
     Events(1, 250);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     for (int i = 0; i < 3; ++i) {
         ResumeUploads();
     }
@@ -383,7 +367,6 @@ TEST_F(UploadBacklogTest, SaysOnceThatThereIsNoStoreAndKeepsNoFile) {
 /// Killed after each file that the store took, before the journal says so: the file comes twice, and is the
 /// same.
 TEST_F(UploadBacklogTest, SendsTheLastFileTwiceByteForByteAfterAKill) {
-    const auto model = AddLogon();
     Events(1, 250);
     const std::string kept = Directory() / "taken";
     const pid_t child = fork();
@@ -393,13 +376,13 @@ TEST_F(UploadBacklogTest, SendsTheLastFileTwiceByteForByteAfterAKill) {
                 std::ofstream(kept + std::to_string(++files)) << BytesOf(request);
                 return files == 2 ? kill(getpid(), SIGKILL), 1U : 0U;
             });
-        UploadEvents(model, 0, 1000, false);
+        UploadEvents(logon_, 0, 1000, false);
         _exit(0);
     }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFSIGNALED(status));
-    model->SetLastUploadTime(1000);  // as the next start reads it
+    logon_->SetLastUploadTime(1000);  // as the next start reads it
     LimitedStore store(100);
     ResumeUploads();
     ASSERT_EQ(store.taken.size(), 2U);
@@ -409,12 +392,11 @@ TEST_F(UploadBacklogTest, SendsTheLastFileTwiceByteForByteAfterAKill) {
 }
 
 TEST_F(UploadBacklogTest, SendsEventsThatAreTooLargeForOneFileInSeveral) {
-    const auto model = AddLogon();
     Change(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 7) INSERT INTO Event_Logon "
         "SELECT NULL, i, 0, 0, 0, printf('%.12000000c', 'x') FROM n");
     LimitedStore store(100);
-    EXPECT_TRUE(UploadEvents(model, 0, 1000, false));
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     ExpectEachOnce(store, 1, 7);
     EXPECT_EQ(store.taken.size(), 4U);  // two each of 12 MB
     for (const std::string& file : store.taken) {
