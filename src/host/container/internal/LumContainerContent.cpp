@@ -10,6 +10,9 @@ namespace {
 
 /// Up to here comparing names one by one is faster than hashing.
 constexpr uint32_t kMaxScannedNames = 16;
+/// Each growth of a list moves all its values: a short one grows fourfold, so that it does so rarely.
+constexpr std::size_t kFirstRoom = 8;
+constexpr std::size_t kShortList = 128;
 
 LumContainerValue CloneValue(const LumContainerValue& value) {
     if (const auto* number = std::get_if<int64_t>(&value)) {
@@ -54,8 +57,11 @@ LumContainerValue& LumContainerEntry::Place(uint32_t index) {
         rest_.clear();
         return first_;
     }
-    if (index == rest_.size() + 1) {
-        return rest_.emplace_back();  // as lists are filled
+    if (index == rest_.size() + 1) {  // as lists are filled
+        if (rest_.size() == rest_.capacity() && rest_.size() < kShortList) {
+            rest_.reserve(std::max(kFirstRoom, 4 * rest_.size()));
+        }
+        return rest_.emplace_back();
     }
     if (index > rest_.size()) {
         rest_.resize(index);
