@@ -95,6 +95,28 @@ bool SetIdentity(natsOptions* options, const BrokerSettings& settings, Steps& st
     return true;
 }
 
+/// Which servers are spoken to, how, and for how long they may be silent.
+void SetServers(natsOptions* options, const std::vector<std::string>& servers, const BrokerSettings& settings,
+                Steps& steps) {
+    std::vector<const char*> urls;
+    bool encrypted = !settings.authorityFile.empty();
+    for (const std::string& server : servers) {
+        urls.push_back(server.c_str());
+        encrypted = encrypted || server.starts_with("tls://");
+    }
+    steps
+        .Then("Cannot set the servers",
+              natsOptions_SetServers(options, urls.data(), static_cast<int>(urls.size())))
+        .Then("timeout", natsOptions_SetTimeout(options, kConnectTimeoutMs))
+        .Then("name", natsOptions_SetName(options, settings.clientName.c_str()))
+        .Then("reconnects", natsOptions_SetAllowReconnect(options, false))
+        .Then("pings", natsOptions_SetPingInterval(options, kPingIntervalMs))
+        .Then("pings", natsOptions_SetMaxPingsOut(options, kMaxPingsOut));
+    if (encrypted) {
+        SetTls(options, settings, steps);
+    }
+}
+
 }  // namespace
 
 bool CheckServers(const BrokerSettings& settings, std::vector<std::string>& servers, std::string& error) {
@@ -176,12 +198,6 @@ bool Broker::Connect(const BrokerSettings& settings, std::string& error) {
     if (!CheckServers(settings, servers, error)) {
         return false;
     }
-    std::vector<const char*> urls;
-    bool encrypted = !settings.authorityFile.empty();
-    for (const std::string& server : servers) {
-        urls.push_back(server.c_str());
-        encrypted = encrypted || server.starts_with("tls://");
-    }
     natsOptions* created = nullptr;
     Steps steps(error);
     steps.Then("Cannot prepare a connection", natsOptions_Create(&created));
@@ -189,17 +205,7 @@ bool Broker::Connect(const BrokerSettings& settings, std::string& error) {
     if (!steps.IsGood()) {
         return false;
     }
-    steps
-        .Then("Cannot set the servers",
-              natsOptions_SetServers(created, urls.data(), static_cast<int>(urls.size())))
-        .Then("timeout", natsOptions_SetTimeout(created, kConnectTimeoutMs))
-        .Then("name", natsOptions_SetName(created, settings.clientName.c_str()))
-        .Then("reconnects", natsOptions_SetAllowReconnect(created, false))
-        .Then("pings", natsOptions_SetPingInterval(created, kPingIntervalMs))
-        .Then("pings", natsOptions_SetMaxPingsOut(created, kMaxPingsOut));
-    if (encrypted) {
-        SetTls(created, settings, steps);
-    }
+    SetServers(created, servers, settings, steps);
     if (!SetIdentity(created, settings, steps, error) || !steps.IsGood()) {
         return false;
     }
