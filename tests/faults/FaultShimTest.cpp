@@ -105,4 +105,14 @@ TEST_F(FaultShim, KillsAtTheCall) {
     munmap(place, sizeof(FaultPlan));
 }
 
+TEST_F(FaultShim, SlowsReadingDownAndFailsNothing) {
+    ASSERT_TRUE(Replace("a"));
+    const FileDescriptor file(open(directory_.At("a").GetString(), O_RDONLY | O_CLOEXEC));
+    plan_.delayMs = 1;
+    plan_.Arm(Kind::kSlow, 1, FaultPlan::kForEver);
+    char bytes[8];
+    EXPECT_EQ(pread(file.Get(), bytes, sizeof bytes, 0), 4);
+    EXPECT_EQ(plan_.Disarm(), 1U);
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include "host/database/internal/DBConnectionPoolImpl.h"
 #include "host/database/internal/DatabaseFigures.h"
 #include "host/database/internal/statement/StatementText.h"
+#include "host/ini/IniFile.h"
 
 namespace {
 
@@ -27,7 +28,7 @@ public:
         std::unique_ptr<GenSqlResultBuffer> rows;
         DBOutcome outcome;
         const bool done = handle_->Run(this, sql, watch, rows, outcome);
-        pool_.NoteChange(outcome, done);
+        Note(outcome, done);
         CountStatement(done);
         RememberUnsynced(std::move(outcome.unsynced), pool_);
         if (!done) {
@@ -66,11 +67,19 @@ public:
 
     [[nodiscard]] LumDebug& Debug() const { return pool_.Debug(); }
 
+    [[nodiscard]] bool HasFailedByMachine() const { return failedByMachine_; }
+    void NoteUnreadScripts() { failedByMachine_ = true; }
+
 private:
+    void Note(const DBOutcome& outcome, bool done) {
+        failedByMachine_ = failedByMachine_ || (!done && outcome.byMachine && !outcome.wasStopped);
+        pool_.NoteChange(outcome, done);
+    }
+
     [[nodiscard]] bool Control(DBHandle::Control control) {
         DBOutcome outcome;
         const bool done = handle_->RunControl(this, control, outcome);
-        pool_.NoteChange(outcome, done);
+        Note(outcome, done);
         RememberUnsynced(std::move(outcome.unsynced), pool_);
         if (!done) {
             Report(outcome.error, DBHandle::ControlText(control));
@@ -90,6 +99,7 @@ private:
     std::vector<std::unique_ptr<GenSqlResultBuffer>> results_;
     GenSqlNoRows noRows_;
     bool begun_ = false;
+    bool failedByMachine_ = false;
 };
 
 DBConnection::DBConnection(DBConnectionPool& pool) : impl_(std::make_unique<Impl>(*pool.impl_)) {}
@@ -121,12 +131,26 @@ bool DBConnection::RollbackTransaction() {
 }
 
 bool DBConnection::RunIniScripts(const LumString& iniPath, const LumString& section, bool once) {
-    return IniScripts(*this, impl_->Debug()).Run(iniPath, section, once);
+    IniEntries entries;
+    if (!IniFile(iniPath).ReadEntries(section, entries)) {
+        impl_->NoteUnreadScripts();
+        return false;
+    }
+    return IniScripts(*this, impl_->Debug()).Run(section, entries, once);
 }
 
 bool DBConnection::RunUpgrade(const LumString& table, const LumString& nameColumn,
                               const LumString& valueColumn, const LumString& iniPath,
                               const LumString& section, UpgradeProgress progress) {
     const UpgradeTable versions{table, nameColumn, valueColumn};
-    return IniUpgrade(*this, impl_->Debug(), versions).Run(iniPath, section, progress);
+    IniEntries entries;
+    if (!IniFile(iniPath).ReadEntries(section, entries)) {
+        impl_->NoteUnreadScripts();
+        return false;
+    }
+    return IniUpgrade(*this, impl_->Debug(), versions).Run(section, entries, progress);
+}
+
+bool DBConnection::HasFailedByMachine() const {
+    return impl_->HasFailedByMachine();
 }

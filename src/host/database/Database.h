@@ -151,6 +151,10 @@ public:
     bool RunUpgrade(const LumString& table, const LumString& nameColumn, const LumString& valueColumn,
                     const LumString& iniPath, const LumString& section, UpgradeProgress progress);
 
+    /// True where something that this connection was asked for failed because of the disk, the files or
+    /// another process, a script's ini file that could not be read included, rather than of what it was.
+    [[nodiscard]] bool HasFailedByMachine() const;
+
 private:
     class Impl;
 

@@ -8,7 +8,6 @@
 
 #include "host/database/SqlText.h"
 #include "host/database/Transaction.h"
-#include "host/ini/IniFile.h"
 #include "host/text/LumMd5.h"
 
 namespace {
@@ -51,8 +50,7 @@ bool ParseVersion(std::string_view name, IniUpgrade::Version& version) {
 
 }  // namespace
 
-bool IniScripts::Run(const LumString& iniPath, const LumString& section, bool once) {
-    const auto entries = IniFile(iniPath).GetEntries(section);
+bool IniScripts::Run(const LumString& section, const IniEntries& entries, bool once) {
     if (once && !entries.empty() && connection_.Query(kCreateLog) == nullptr) {
         return false;
     }
@@ -96,7 +94,7 @@ bool IniScripts::RunAndRemember(const LumString& section, const LumString& name,
     });
 }
 
-bool IniUpgrade::Run(const LumString& iniPath, const LumString& section,
+bool IniUpgrade::Run(const LumString& section, const IniEntries& entries,
                      DBConnection::UpgradeProgress progress) {
     Version version{};
     const Found found = ReadVersion(version);
@@ -107,7 +105,7 @@ bool IniUpgrade::Run(const LumString& iniPath, const LumString& section,
     if (found != Found::kVersion) {
         return found == Found::kNone;
     }
-    const std::vector<Step> steps = StepsAbove(version, iniPath, section);
+    const std::vector<Step> steps = StepsAbove(version, section, entries);
     const auto total = static_cast<uint32_t>(steps.size());
     uint32_t done = 0;
     for (const Step& step : steps) {
@@ -156,10 +154,10 @@ IniUpgrade::Found IniUpgrade::ReadNumber(const LumString& name, uint32_t& number
     return row->GetColumn(0, text) && ParseNumber(text.View(), number) ? Found::kVersion : Found::kNone;
 }
 
-std::vector<IniUpgrade::Step> IniUpgrade::StepsAbove(const Version& version, const LumString& iniPath,
-                                                     const LumString& section) {
+std::vector<IniUpgrade::Step> IniUpgrade::StepsAbove(const Version& version, const LumString& section,
+                                                     const IniEntries& entries) {
     std::vector<Step> steps;
-    for (auto& [name, statement] : IniFile(iniPath).GetEntries(section)) {
+    for (const auto& [name, statement] : entries) {
         Version target{};
         if (!ParseVersion(name.View(), target)) {
             debug_.WarningWithNL("%S: Entry '%S' of section '%S' is not named by a version; it is not run",

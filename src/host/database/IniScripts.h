@@ -2,18 +2,22 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "host/database/Database.h"
 #include "host/log/LumDebug.h"
 #include "host/text/LumString.h"
 
+/// The (name, statement) of an ini section, in the order of the file.
+using IniEntries = std::vector<std::pair<LumString, LumString>>;
+
 /// Runs the statements of an ini section; see DBConnection::RunIniScripts.
 class IniScripts {
 public:
     IniScripts(DBConnection& connection, LumDebug& debug) : connection_(connection), debug_(debug) {}
 
-    [[nodiscard]] bool Run(const LumString& iniPath, const LumString& section, bool once);
+    [[nodiscard]] bool Run(const LumString& section, const IniEntries& entries, bool once);
 
 private:
     [[nodiscard]] bool RunOnce(const LumString& section, const LumString& name, const LumString& statement);
@@ -40,7 +44,7 @@ public:
     IniUpgrade(DBConnection& connection, LumDebug& debug, const UpgradeTable& table)
         : connection_(connection), debug_(debug), table_(table) {}
 
-    [[nodiscard]] bool Run(const LumString& iniPath, const LumString& section,
+    [[nodiscard]] bool Run(const LumString& section, const IniEntries& entries,
                            DBConnection::UpgradeProgress progress);
 
 private:
@@ -54,8 +58,8 @@ private:
 
     [[nodiscard]] Found ReadVersion(Version& version);
     [[nodiscard]] Found ReadNumber(const LumString& name, uint32_t& number);
-    [[nodiscard]] std::vector<Step> StepsAbove(const Version& version, const LumString& iniPath,
-                                               const LumString& section);
+    [[nodiscard]] std::vector<Step> StepsAbove(const Version& version, const LumString& section,
+                                               const IniEntries& entries);
     [[nodiscard]] bool RunStep(const Step& step);
     [[nodiscard]] bool WriteVersion(const Version& version);
 

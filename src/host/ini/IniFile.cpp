@@ -150,14 +150,22 @@ bool IniFile::GetEntryValue(const LumString& section, const LumString& key, LumS
 }
 
 std::vector<std::pair<LumString, LumString>> IniFile::GetEntries(const LumString& section) const {
+    std::vector<std::pair<LumString, LumString>> entries;
+    static_cast<void>(ReadEntries(section, entries));  // unread, there are none
+    return entries;
+}
+
+bool IniFile::ReadEntries(const LumString& section,
+                          std::vector<std::pair<LumString, LumString>>& entries) const {
     std::string text;
-    std::vector<std::pair<LumString, LumString>> list;
-    if (Load(text)) {
-        for (const auto& [key, value] : IniList(text, section)) {
-            list.emplace_back(LumString(key), LumString(value));
-        }
+    if (!Load(text)) {
+        return false;
     }
-    return list;
+    entries.clear();
+    for (const auto& [key, value] : IniList(text, section)) {
+        entries.emplace_back(LumString(key), LumString(value));
+    }
+    return true;
 }
 
 bool IniFile::WriteEntryValue(const LumString& section, const LumString& key, int32_t value) {

@@ -37,6 +37,10 @@ public:
     /// where there is no such section or the file cannot be read.
     [[nodiscard]] std::vector<std::pair<LumString, LumString>> GetEntries(const LumString& section) const;
 
+    /// The same into `entries`; false, and nothing changed, where the file cannot be read at the moment.
+    [[nodiscard]] bool ReadEntries(const LumString& section,
+                                   std::vector<std::pair<LumString, LumString>>& entries) const;
+
     /// Writes one key: in place of the value it had, else at the end of its section, else in a new section at
     /// the end of the file. Every other line stays as it is. The file is replaced whole, under a lock that
     /// all writers of the directory share, threads and processes alike. False where the file could not be

@@ -19,10 +19,11 @@
 /// calls number `first` to `last` are hit, the next one being 1. A call that is hit does nothing but fail.
 struct FaultPlan {
     enum class Kind : uint32_t {
-        kKill,    ///< SIGKILL in place of a call that changes something
-        kNoRoom,  ///< ENOSPC from a call that takes room
-        kBroken,  ///< EIO from a call that changes something, syncs among them
-        kNoFiles  ///< EMFILE from a call that opens something, also for reading
+        kKill,     ///< SIGKILL in place of a call that changes something
+        kNoRoom,   ///< ENOSPC from a call that takes room
+        kBroken,   ///< EIO from a call that changes something, syncs among them
+        kNoFiles,  ///< EMFILE from a call that opens something, also for reading
+        kSlow      ///< a call that reads takes `delayMs` longer, and does not fail
     };
 
     static constexpr uint64_t kForEver = UINT64_MAX;
@@ -32,6 +33,7 @@ struct FaultPlan {
     std::atomic<uint64_t> count{0};
     std::atomic<uint64_t> first{0};  ///< 0: none is hit, all are counted
     std::atomic<uint64_t> last{0};
+    std::atomic<uint32_t> delayMs{0};
     char under[1024] = {};   ///< empty: everywhere
     char except[1024] = {};  ///< what begins with this is left alone; empty: nothing
 

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -47,6 +48,7 @@ enum Effect : unsigned {
     kOpens = 1U,
     kChanges = 2U,
     kTakesRoom = 4U,
+    kReads = 8U,
 };
 
 struct Fault {
@@ -62,6 +64,8 @@ Fault FaultOf(FaultPlan::Kind kind) {
             return {kChanges, EIO};
         case FaultPlan::Kind::kNoFiles:
             return {kOpens, EMFILE};
+        case FaultPlan::Kind::kSlow:
+            return {kReads, 0};
         case FaultPlan::Kind::kKill:
             break;
     }
@@ -101,6 +105,12 @@ bool IsHit(unsigned effect, const char* path) {
     }
     const uint64_t number = ++plan->count;
     if (plan->first == 0 || number < plan->first || number > plan->last) {
+        errno = before;
+        return false;
+    }
+    if (plan->kind == FaultPlan::Kind::kSlow) {
+        const timespec delay{0, static_cast<long>(plan->delayMs) * 1000000};
+        syscall(SYS_nanosleep, &delay, nullptr);
         errno = before;
         return false;
     }
@@ -210,6 +220,11 @@ LUM_CALL(ssize_t, pwrite, (int fd, const void* bytes, size_t size, off_t at), (f
          IsHitOpen(kChanges | kTakesRoom, fd), -1)
 LUM_CALL(ssize_t, pwrite64, (int fd, const void* bytes, size_t size, off64_t at), (fd, bytes, size, at),
          IsHitOpen(kChanges | kTakesRoom, fd), -1)
+LUM_CALL(ssize_t, pread, (int fd, void* bytes, size_t size, off_t at), (fd, bytes, size, at),
+         IsHitOpen(kReads, fd), -1)
+LUM_CALL(ssize_t, pread64, (int fd, void* bytes, size_t size, off64_t at), (fd, bytes, size, at),
+         IsHitOpen(kReads, fd), -1)
+
 LUM_CALL(int, ftruncate, (int fd, off_t size), (fd, size), IsHitOpen(kChanges, fd), -1)
 LUM_CALL(int, ftruncate64, (int fd, off64_t size), (fd, size), IsHitOpen(kChanges, fd), -1)
 LUM_CALL(int, posix_fallocate, (int fd, off_t at, off_t size), (fd, at, size),

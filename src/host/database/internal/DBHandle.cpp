@@ -112,18 +112,25 @@ bool DBHandle::Run(const void* user, const LumString& sql, const DBConnection::W
     if (!EnsureOpen(outcome)) {
         return false;
     }
-    bool done = false;
-    {
-        const WatchedStatement watched(database_.get(), watch);
-        done = RunOnce(sql, shaped ? &shape : nullptr, rows, outcome);
-        outcome.wasStopped = watched.WasStopped();
-    }
+    bool done = RunWatched(sql, shaped ? &shape : nullptr, watch, rows, outcome);
     // A log that outgrew its use may be what fills the disk.
     if (!done && shaped && outcome.isFull && !IsInAnyTransaction() && CutBack()) {
         outcome = {};
         done = RunOnce(sql, &shape, rows, outcome);
     }
+    if (!done && !outcome.filesAreGone && LeaveReadOnly()) {
+        outcome = {};
+        done = EnsureOpen(outcome) && RunWatched(sql, shaped ? &shape : nullptr, watch, rows, outcome);
+    }
     Finish(user, done, outcome);
+    return done;
+}
+
+bool DBHandle::RunWatched(const LumString& sql, const StatementShape* shape, const DBConnection::Watch* watch,
+                          std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome) {
+    WatchedStatement watched(database_.get(), watch);
+    const bool done = RunOnce(sql, shape, rows, outcome);
+    outcome.wasStopped = watched.WasStopped();
     return done;
 }
 
@@ -164,6 +171,7 @@ bool DBHandle::Fail(DBOutcome& outcome) {
     outcome.isFull = code == SQLITE_FULL;
     outcome.isLocked = code == SQLITE_BUSY;
     outcome.byMachine = IsOfMachine(code);
+    readsAlone_ = readsAlone_ || code == SQLITE_READONLY;
     return false;
 }
 
@@ -286,7 +294,11 @@ bool DBHandle::RunControl(const void* user, Control control, DBOutcome& outcome)
     if (!EnsureOpen(outcome)) {
         return false;
     }
-    const bool done = RunControlOnce(control, outcome);
+    bool done = RunControlOnce(control, outcome);
+    if (!done && !outcome.filesAreGone && LeaveReadOnly()) {
+        outcome = {};
+        done = EnsureOpen(outcome) && RunControlOnce(control, outcome);
+    }
     Finish(user, done, outcome);
     return done;
 }

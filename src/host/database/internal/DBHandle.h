@@ -85,6 +85,10 @@ private:
     /// The hook that SQLite calls after each commit into the write-ahead log.
     static int OnCommit(void* handle, sqlite3* database, const char* name, int pages);
     void Close() LUM_REQUIRES(mutex_);
+    /// Closes a database that is open for reading alone and can be opened for writing now: where opening it
+    /// for both fails for a moment, SQLite takes what it gets, and leaves it at that. False where that is not
+    /// so, and then it stays open.
+    [[nodiscard]] bool LeaveReadOnly() LUM_REQUIRES(mutex_);
     /// To be asked before a change outside of a transaction, and where one begins and ends: false where the
     /// files are not in their places any more.
     [[nodiscard]] bool MayChange(DBOutcome& outcome) LUM_REQUIRES(mutex_);
@@ -92,6 +96,10 @@ private:
     [[nodiscard]] bool RunOnce(const LumString& sql, const StatementShape* shape,
                                std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome)
         LUM_REQUIRES(mutex_);
+    /// The same with a watch, which may be null.
+    [[nodiscard]] bool RunWatched(const LumString& sql, const StatementShape* shape,
+                                  const DBConnection::Watch* watch, std::unique_ptr<GenSqlResultBuffer>& rows,
+                                  DBOutcome& outcome) LUM_REQUIRES(mutex_);
     /// Runs a statement of known shape. False where it is not to be run this way, and then nothing was done.
     [[nodiscard]] bool RunShaped(const StatementShape& shape, int& status) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
@@ -124,6 +132,7 @@ private:
     std::shared_ptr<LogSync> log_ LUM_GUARDED_BY(mutex_);  // null where SQLite syncs each commit, or none
     uint64_t lastCommit_ LUM_GUARDED_BY(mutex_) = 0;       // its ticket, until an outcome takes it
     bool suspect_ LUM_GUARDED_BY(mutex_) = false;          // a sync failed, and nothing was proved since
+    bool readsAlone_ LUM_GUARDED_BY(mutex_) = false;       // so it was opened, or a change was told so
     // Declared after the database: a statement is closed before its database is.
     StatementCache cache_ LUM_GUARDED_BY(mutex_);
     std::array<OwnedStatement, 3> controls_ LUM_GUARDED_BY(mutex_);

@@ -37,10 +37,21 @@ void DBHandle::Close() {
     transactionUser_.store(nullptr, std::memory_order_relaxed);
 }
 
+bool DBHandle::LeaveReadOnly() {
+    if (!readsAlone_ || IsInAnyTransaction() || !files_.CanBeWritten()) {
+        return false;
+    }
+    Close();
+    return true;
+}
+
 bool DBHandle::EnsureOpen(DBOutcome& outcome) {
     if (log_ != nullptr && log_->HasFailed() && IsInTransaction(nullptr)) {
         suspect_ = true;
         Close();
+    }
+    if (database_ != nullptr) {
+        static_cast<void>(LeaveReadOnly());  // what is open for reading may be read meanwhile
     }
     if (database_ != nullptr) {
         return true;
@@ -85,6 +96,7 @@ bool DBHandle::OpenFile(std::string& error) {
         error = opened != nullptr ? sqlite3_errmsg(opened) : sqlite3_errstr(status);
         return false;
     }
+    readsAlone_ = sqlite3_db_readonly(opened, "main") == 1;
     return true;
 }
 

@@ -95,6 +95,11 @@ DatabaseFiles::Stamp DatabaseFiles::LookAtDirectory() const {
     return {{status.st_dev, status.st_ino}, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
+bool DatabaseFiles::CanBeWritten() const {
+    const int file = open(path_.c_str(), O_RDWR | O_CLOEXEC);
+    return file >= 0 && close(file) == 0;
+}
+
 bool DatabaseFiles::AreInPlace() {
     const Stamp now = LookAtDirectory();
     if (!(now == Stamp{}) && now == seen_) {

@@ -18,6 +18,9 @@ public:
 
     /// Takes what is there for the files of the database that was opened just now.
     void Remember();
+    /// True where the database can be opened for writing. To be asked only where it is closed after a yes:
+    /// a look takes the locks away that SQLite holds.
+    [[nodiscard]] bool CanBeWritten() const;
     /// False where one of the files is gone or is another one: a change would go where nobody finds it. Looks
     /// at their directory alone while nothing was made, removed or renamed in it.
     [[nodiscard]] bool AreInPlace();

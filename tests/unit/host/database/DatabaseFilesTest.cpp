@@ -14,6 +14,7 @@
 #include "support/SmallDisk.h"
 #include "support/Sqlite.h"
 #include "support/TestDatabase.h"
+#include "support/shim/FaultPlan.h"
 
 namespace {
 
@@ -236,6 +237,44 @@ TEST_F(DatabaseFilesTest, LetsAWatchSeeAndEndAStatement) {
     EXPECT_EQ(connection.QueryWatched("vacuum", [](uint32_t /*percent*/) { return false; }), nullptr);
     EXPECT_TRUE(database_.Lines().empty());
     EXPECT_EQ(Count(), "100000");
+}
+
+/// The first step of a check reads every page, and SQLite asks nobody on the way.
+TEST_F(DatabaseFilesTest, LetsAWatchEndAStepThatReadsEverything) {
+    ASSERT_TRUE(
+        database_.Run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT "
+                      "INTO t SELECT printf('%.4000c', 'x') FROM n"));
+    FaultPlan plan;
+    plan.Watch(At());
+    plan.delayMs = 1;
+    FaultShimUse(&plan);
+    database_.Pool().SetDatabase("SQLITE23", "", database_.Path(), "", "", 0);
+    DBConnection connection(database_.Pool());
+    plan.Arm(FaultPlan::Kind::kSlow, 1, FaultPlan::kForEver);
+    EXPECT_EQ(connection.QueryWatched("pragma integrity_check", [](uint32_t /*percent*/) { return false; }),
+              nullptr);
+    EXPECT_LT(plan.Disarm(), 2000U);
+    FaultShimUse(nullptr);
+    EXPECT_EQ(Count(), "3000");
+}
+
+/// Where a file cannot be opened for writing, SQLite opens it for reading, and would leave it at that.
+TEST_F(DatabaseFilesTest, IsWrittenAgainWhicheverFileCouldNotBeOpenedOnce) {
+    FaultPlan plan;
+    plan.Watch(At());
+    FaultShimUse(&plan);
+    uint64_t nth = 0;
+    do {
+        ++nth;
+        database_.Pool().SetDatabase("SQLITE23", "", database_.Path(), "", "", 0);
+        plan.Arm(FaultPlan::Kind::kNoFiles, nth);
+        static_cast<void>(database_.Rows("SELECT count(*) FROM t"));
+        static_cast<void>(plan.Disarm());
+        EXPECT_TRUE(database_.Run(kInsert)) << nth;
+        EXPECT_EQ(Count(), std::to_string(nth)) << nth;
+    } while (plan.count >= nth);
+    FaultShimUse(nullptr);
+    EXPECT_GT(nth, 3U);
 }
 
 }  // namespace

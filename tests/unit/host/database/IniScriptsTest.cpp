@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -297,6 +298,20 @@ TEST_F(IniScriptsUpgradeTest, NeedsNoOneToTellOfItsProgress) {
     EXPECT_TRUE(connection.RunUpgrade("DatabaseInformation", "FieldName", "FieldValue",
                                       database_.Directory().At("scripts.ini"), "Upgrade", nullptr));
     EXPECT_EQ(Steps(), "2.0.0.0");
+}
+
+TEST_F(IniScriptsTest, FailsByTheMachineWhereTheFileCannotBeRead) {
+    std::filesystem::create_directory(database_.Directory() / "scripts.ini");
+    DBConnection connection(database_.Pool());
+    EXPECT_FALSE(connection.RunIniScripts(database_.Directory().At("scripts.ini"), "Scripts", false));
+    EXPECT_TRUE(connection.HasFailedByMachine());
+}
+
+TEST_F(IniScriptsTest, FailsByItselfWhereAStatementIsWrong) {
+    WriteIni("[Scripts]\na = INSERT INTO u VALUES (1)\n");
+    DBConnection connection(database_.Pool());
+    EXPECT_FALSE(connection.RunIniScripts(database_.Directory().At("scripts.ini"), "Scripts", false));
+    EXPECT_FALSE(connection.HasFailedByMachine());
 }
 
 }  // namespace

@@ -2,55 +2,100 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <system_error>
 
 #include <sqlite3.h>
+#include <unistd.h>
 
 namespace {
 
 /// Steps of SQLite's machine between two looks; some milliseconds.
 constexpr int kStepsBetween = 20000;
+constexpr std::chrono::milliseconds kPatience(200);
 
-int64_t PageCount(sqlite3* database) {
-    int64_t count = 0;
+int64_t NumberOf(sqlite3* database, const char* pragma) {
+    int64_t answer = 0;
     sqlite3_exec(
-        database, "PRAGMA page_count",
+        database, pragma,
         [](void* place, int /*columns*/, char** values, char** /*names*/) {
             // Null where there is no memory for the number's text.
             *static_cast<int64_t*>(place) = values[0] != nullptr ? std::strtoll(values[0], nullptr, 10) : 0;
             return 0;
         },
-        &count, nullptr);
-    return count;
-}
-
-int64_t PagesRead(sqlite3* database) {
-    int read = 0;
-    int highest = 0;
-    sqlite3_db_status(database, SQLITE_DBSTATUS_CACHE_MISS, &read, &highest, 0);
-    return read;
+        &answer, nullptr);
+    return answer;
 }
 
 }  // namespace
 
 WatchedStatement::WatchedStatement(sqlite3* database, const DBConnection::Watch* watch)
     : database_(database), watch_(watch) {
-    if (watch_ != nullptr) {
-        pages_ = std::max<int64_t>(PageCount(database_), 1);
-        readBefore_ = PagesRead(database_);
-        sqlite3_progress_handler(
-            database_, kStepsBetween,
-            [](void* self) { return static_cast<WatchedStatement*>(self)->MayGoOn() ? 0 : 1; }, this);
+    if (watch_ == nullptr) {
+        return;
+    }
+    bytes_ = std::max<int64_t>(
+        NumberOf(database_, "PRAGMA page_count") * NumberOf(database_, "PRAGMA page_size"), 1);
+    figures_ = "/proc/self/task/" + std::to_string(gettid()) + "/io";
+    readBefore_ = BytesRead();
+    sqlite3_progress_handler(
+        database_, kStepsBetween,
+        [](void* self) { return static_cast<WatchedStatement*>(self)->MayGoOn() ? 0 : 1; }, this);
+    try {
+        watcher_ = std::thread([this] { AskWhereSqliteDoesNot(); });
+    } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): then SQLite alone asks
     }
 }
 
 WatchedStatement::~WatchedStatement() {
+    if (watcher_.joinable()) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            isOver_ = true;
+        }
+        changed_.notify_all();
+        watcher_.join();
+    }
     if (watch_ != nullptr) {
         sqlite3_progress_handler(database_, 0, nullptr, nullptr);
     }
 }
 
+bool WatchedStatement::WasStopped() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return stopped_;
+}
+
 bool WatchedStatement::MayGoOn() {
-    const int64_t percent = (PagesRead(database_) - readBefore_) * 100 / pages_;
-    stopped_ = !(*watch_)(static_cast<uint32_t>(std::clamp<int64_t>(percent, 0, 99)));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return Ask();
+}
+
+void WatchedStatement::AskWhereSqliteDoesNot() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!isOver_ && !stopped_) {
+        changed_.wait_until(lock, asked_ + kPatience);
+        if (!isOver_ && Clock::now() >= asked_ + kPatience && !Ask()) {
+            sqlite3_interrupt(database_);
+        }
+    }
+}
+
+bool WatchedStatement::Ask() {
+    asked_ = Clock::now();
+    const int64_t percent = (BytesRead() - readBefore_) * 100 / bytes_;
+    stopped_ = stopped_ || !(*watch_)(static_cast<uint32_t>(std::clamp<int64_t>(percent, 0, 99)));
     return !stopped_;
+}
+
+int64_t WatchedStatement::BytesRead() const {
+    std::ifstream figures(figures_);
+    std::string name;
+    int64_t number = 0;
+    while (figures >> name >> number) {
+        if (name == "rchar:") {
+            return number;
+        }
+    }
+    return 0;  // a system that does not say
 }
