@@ -56,12 +56,12 @@ LumString SelectList(const LumString& columnList) {
     return list;
 }
 
-std::vector<LumString> OffsetStatements(const LumString& table, const LumString& creation) {
+std::vector<LumString> OffsetStatements(const LumString& table, const LumString& transitional,
+                                        const LumString& creation) {
     const LumString newCreation = WithOffsetColumn(creation);
     if (HasOffsetColumn(creation) || newCreation.IsEmpty()) {
         return {};
     }
-    const LumString transitional = TransitionalTable(table);
     const LumString columns = ColumnList(newCreation);
     std::vector<LumString> statements(6);
     statements[0] = newCreation;

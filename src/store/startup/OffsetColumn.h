@@ -19,8 +19,9 @@
 [[nodiscard]] LumString SelectList(const LumString& columnList);
 
 /// The statements that make `table`, created by the text `creation`, anew with the column and fill it from
-/// the old one. None where the table has the column already.
-[[nodiscard]] std::vector<LumString> OffsetStatements(const LumString& table, const LumString& creation);
+/// the old one, by way of the table `transitional`. None where the table has the column already.
+[[nodiscard]] std::vector<LumString> OffsetStatements(const LumString& table, const LumString& transitional,
+                                                      const LumString& creation);
 
 /// True where the creation text names the column E_GMT_Offset.
 [[nodiscard]] bool HasOffsetColumn(const LumString& creation);

@@ -114,9 +114,8 @@ public:
 
     /// False, after a line in the log, where the database cannot be read.
     [[nodiscard]] bool Make() {
-        std::vector<LumString> models;
-        return ReadColumn(kSelectRegisteredNames, models) &&
-               std::all_of(models.begin(), models.end(),
+        return ReadColumn(kSelectRegisteredNames, models_) &&
+               std::all_of(models_.begin(), models_.end(),
                            [this](const LumString& model) { return Add(model); });
     }
 
@@ -138,7 +137,7 @@ private:
         }
         std::vector<LumString> statements;
         if (!creations.empty()) {
-            statements = OffsetStatements(table, creations.front());
+            statements = OffsetStatements(table, FreeTransitionalTable(model), creations.front());
         }
         // A model without a table, or with one that the module has not made, must not stop the others.
         if (statements.empty()) {
@@ -146,6 +145,15 @@ private:
         }
         std::move(statements.begin(), statements.end(), std::back_inserter(statements_));
         return true;
+    }
+
+    /// An earlier release took in models that are called as the transitional table of another one.
+    [[nodiscard]] LumString FreeTransitionalTable(LumString model) const {
+        const auto isTaken = [&model](const LumString& other) { return other.IsEqualTo(model, false); };
+        do {
+            model = TransitionalTable(model);
+        } while (std::any_of(models_.begin(), models_.end(), isTaken));
+        return EventTable(model);
     }
 
     /// Adds the first column of what `query` returns to `values`.
@@ -168,6 +176,7 @@ private:
         return true;
     }
 
+    std::vector<LumString> models_;
     std::vector<LumString> statements_;
 };
 

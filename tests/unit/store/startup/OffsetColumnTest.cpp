@@ -78,7 +78,7 @@ TEST(OffsetColumn, IsZeroInWhatIsSelected) {
 TEST(OffsetColumn, TakesSixStatementsForATable) {
     EXPECT_THAT(
         Texts(OffsetStatements(
-            "Event_A",
+            "Event_A", "Event_ATemp",
             "CREATE TABLE Event_A (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, E_DeviceId INTEGER NOT "
             "NULL, E_GroupId INTEGER NOT NULL, C_A TEXT, C_Event_A )")),
         ElementsAre("CREATE TABLE Event_ATemp (E_Id INTEGER PRIMARY KEY, E_Date TIMESTAMP, "
@@ -97,12 +97,13 @@ TEST(OffsetColumn, TakesSixStatementsForATable) {
 TEST(OffsetColumn, IsNotAddedTwice) {
     EXPECT_TRUE(HasOffsetColumn("CREATE TABLE T (E_GMT_Offset INTEGER, E_DeviceId)"));
     EXPECT_FALSE(HasOffsetColumn("CREATE TABLE T (E_DeviceId)"));
-    EXPECT_THAT(OffsetStatements("T", "CREATE TABLE T (E_GMT_Offset INTEGER, E_DeviceId)"), IsEmpty());
+    EXPECT_THAT(OffsetStatements("T", "TTemp", "CREATE TABLE T (E_GMT_Offset INTEGER, E_DeviceId)"),
+                IsEmpty());
 }
 
 TEST(OffsetColumn, MakesNothingOfWhatIsNoEventTable) {
     for (const char* const creation : {"", "x", "(", ")", "CREATE TABLE T (a)", "E_DeviceId", "\xff\xfe(,"}) {
-        EXPECT_THAT(OffsetStatements("T", creation), IsEmpty()) << creation;
+        EXPECT_THAT(OffsetStatements("T", "TTemp", creation), IsEmpty()) << creation;
     }
 }
 

@@ -489,6 +489,19 @@ TEST_F(SchemaUpgrades, GiveAllEventTablesTheOffsetOrNone) {
     EXPECT_FALSE(HasTable("Event_ATemp"));
 }
 
+TEST_F(SchemaUpgrades, GiveTheOffsetToModelsThatAreCalledAsTransitionalTables) {
+    Start(6, 1, 9);
+    for (const std::string name : {"A", "Atemp", "ATempTemp"}) {
+        MakeModelWithoutOffset(name.c_str());
+    }
+    UpgradeModelsWithGMTOffsetStep1();
+    EXPECT_THAT(Said(), IsEmpty());
+    for (const std::string name : {"A", "Atemp", "ATempTemp"}) {
+        EXPECT_EQ(host_.Rows("SELECT * FROM Event_" + name), "7|100|0|2|3|" + name + "\n9|101|0|2|3|NULL");
+    }
+    EXPECT_FALSE(HasTable("Event_ATempTempTemp"));
+}
+
 TEST_F(SchemaUpgrades, PassOverModelsWithoutATableOfTheModules) {
     Start(6, 1, 9);
     MakeModelWithoutOffset("A");
