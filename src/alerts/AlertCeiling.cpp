@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/core/LumAgent.h"
+#include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "store/DatabaseScope.h"
 
@@ -21,15 +22,29 @@ void AlertCeiling_t::BeginMinute(std::time_t now) {
     if (now / 60 != minute_) {
         minute_ = now / 60;
         passed_ = 0;
-        untold_ += std::exchange(heldBack_, 0);
+        for (Count* const count : {&heldBack_, &lost_}) {
+            count->untold += std::exchange(count->now, 0);
+        }
     }
+}
+
+bool AlertCeiling_t::IsReached(std::time_t now) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    BeginMinute(now);
+    return perMinute_ != 0 && passed_ >= perMinute_;
+}
+
+void AlertCeiling_t::NoteLost(std::time_t now) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    BeginMinute(now);
+    ++lost_.now;
 }
 
 bool AlertCeiling_t::Admit(std::time_t now) {
     const std::lock_guard<std::mutex> lock(mutex_);
     BeginMinute(now);
     if (perMinute_ != 0 && passed_ >= perMinute_) {
-        ++heldBack_;
+        ++heldBack_.now;
         return false;
     }
     ++passed_;
@@ -39,7 +54,13 @@ bool AlertCeiling_t::Admit(std::time_t now) {
 uint32_t AlertCeiling_t::TakeHeldBack(std::time_t now) {
     const std::lock_guard<std::mutex> lock(mutex_);
     BeginMinute(now);
-    return std::exchange(untold_, 0);
+    return std::exchange(heldBack_.untold, 0);
+}
+
+uint32_t AlertCeiling_t::TakeLost(std::time_t now) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    BeginMinute(now);
+    return std::exchange(lost_.untold, 0);
 }
 
 void LoadAlertCeiling() {
@@ -54,5 +75,11 @@ void TellHeldBackAlerts() {
     if (heldBack > 0) {
         kRoutine.Error("%u alerts were held back, no more than %u a minute leave", heldBack,
                        AlertCeiling.GetPerMinute());
+    }
+    const uint32_t lost = AlertCeiling.TakeLost(std::time(nullptr));
+    if (lost > 0) {
+        // A warning: an error would be one more alert that has no place.
+        kRoutine.Warning("%u alerts are lost: their files could not be written, or %u wait in %S already",
+                         lost, kMaxWaitingAlerts, GetTempDirectory());
     }
 }

@@ -19,6 +19,21 @@ void AlertGapTable_t::Times::Insert(uint32_t objectId, uint32_t time) {
     }
 }
 
+namespace {
+
+bool IsWithinGap(uint32_t last, uint32_t time, uint32_t gapMinutes) {
+    return last + gapMinutes * 60 > time;
+}
+
+}  // namespace
+
+bool AlertGapTable_t::HoldsBack(const LumString& text, uint32_t objectId, uint32_t time,
+                                uint32_t gapMinutes) {
+    Times* const times = timesByText_.Find(HashText(text.View()));
+    const uint32_t* const last = times != nullptr ? times->Find(objectId) : nullptr;
+    return last != nullptr && IsWithinGap(*last, time, gapMinutes);
+}
+
 bool AlertGapTable_t::LetThrough(const LumString& text, uint32_t objectId, uint32_t time,
                                  uint32_t gapMinutes) {
     // An alert that there is no memory to remember by passes all the same.
@@ -33,7 +48,7 @@ bool AlertGapTable_t::LetThrough(const LumString& text, uint32_t objectId, uint3
         times->Insert(objectId, time);
         return true;
     }
-    if (*last + gapMinutes * 60 > time) {
+    if (IsWithinGap(*last, time, gapMinutes)) {
         return false;
     }
     *last = time;

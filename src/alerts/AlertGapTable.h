@@ -18,6 +18,10 @@ public:
     [[nodiscard]] bool LetThrough(const LumString& text, uint32_t objectId, uint32_t time,
                                   uint32_t gapMinutes);
 
+    /// True where LetThrough would say no. Remembers nothing.
+    [[nodiscard]] bool HoldsBack(const LumString& text, uint32_t objectId, uint32_t time,
+                                 uint32_t gapMinutes);
+
 private:
     using TimesByObject = LumHash<uint32_t>;
 

@@ -12,6 +12,7 @@
 #include "host/core/ActionDb.h"
 #include "host/core/ActionFrame.h"
 #include "host/core/FileStoreAction.h"
+#include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "host/thread/LumMutex.h"
 #include "host/time/LumTime.h"
@@ -57,12 +58,50 @@ LumString AlertText(const LumString& description, const LumContainer& values) {
     return variables.IsEmpty() ? LumString("EventManagerEvent") : variables;
 }
 
+uint32_t GapMinutes() {
+    return static_cast<uint32_t>(AlertMinimumGap.load(std::memory_order_relaxed));
+}
+
+/// True where too many alerts have left in this minute. What is held back so must not be remembered as one
+/// that has left, or its repeats would be held back as well, until the gap has passed.
+bool IsOneTooMany(const LumString& text, const LumString& status, std::time_t now, std::time_t utcTime) {
+    if (!AlertCeiling.IsReached(now)) {
+        return false;
+    }
+    bool isRepeat = false;
+    {
+        const LumMutexLock lock(AlertGapMutex);
+        isRepeat =
+            AlertGapTable.HoldsBack(text + "-" + status, 0, static_cast<uint32_t>(utcTime), GapMinutes());
+    }
+    return !isRepeat && !AlertCeiling.Admit(now);
+}
+
 bool MayPass(const LumString& text, const LumString& status, std::time_t utcTime) {
     LumContainer check;
     check.SetString(keys::kAlertDescription, text);
     check.SetString(keys::kAlertStatus, status);
     check.SetInt32(keys::kAlertEventTimeGmt, static_cast<int32_t>(utcTime));
     return ActionHandler_EventLogManagerCheckAlertMinimumGap(&check) == kActionDone;
+}
+
+/// An alert that was not taken waits in the temporary directory, as long as there are not too many.
+void SendAlert(const LumContainer& alert, std::time_t now) {
+    LumString path;
+    switch (FileStoreHandOver(alert, kFileTypeAlert, std::nullopt, path)) {
+        case FileStoreOutcome::kDone:
+            AlertsSent().Add();
+            break;
+        case FileStoreOutcome::kNotTaken:
+            if (CountTempFiles() <= kMaxWaitingAlerts) {
+                break;
+            }
+            FileDelete(path, true);
+            [[fallthrough]];
+        case FileStoreOutcome::kNotMade:
+            AlertCeiling.NoteLost(now);
+            break;
+    }
 }
 
 }  // namespace
@@ -75,10 +114,9 @@ uint32_t ActionHandler_EventLogManagerCheckAlertMinimumGap(LumContainer* contain
         ReadText(*container, keys::kAlertDescription) + "-" + ReadText(*container, keys::kAlertStatus);
     const uint32_t objectId = ReadNumber(*container, keys::kAlertObjectId);
     const uint32_t time = ReadNumber(*container, keys::kAlertEventTimeGmt);
-    const auto gap = static_cast<uint32_t>(AlertMinimumGap.load(std::memory_order_relaxed));
 
     const LumMutexLock lock(AlertGapMutex);
-    if (!AlertGapTable.LetThrough(text, objectId, time, gap)) {
+    if (!AlertGapTable.LetThrough(text, objectId, time, GapMinutes())) {
         ModuleDebug.TraceWithNL(
             "The following alert has already been created and will not be uploaded to the Master: '%S'",
             text);
@@ -103,17 +141,15 @@ uint32_t ActionHandler_EventLogManagerCreateAlert(LumContainer* container) {
     const std::time_t now = std::time(nullptr);
     values.SetInt32(keys::kEventGmtOffset, LumGmtOffset(now));
     values.SetInt32(keys::kEventDate, static_cast<int32_t>(now));
-    if (!MayPass(AlertText(description, values), ReadText(values, keys::kAlertStatus),
-                 LumUtcFieldsAsLocal(now)) ||
+    const LumString text = AlertText(description, values);
+    const LumString status = ReadText(values, keys::kAlertStatus);
+    const std::time_t utcTime = LumUtcFieldsAsLocal(now);
+    if (IsOneTooMany(text, status, now, utcTime) || !MayPass(text, status, utcTime) ||
         !AlertCeiling.Admit(now)) {
         container->Clear();
         return kActionDone;
     }
-    LumString path;
-    // An alert that was not taken waits in the temporary directory.
-    if (FileStoreHandOver(values, kFileTypeAlert, std::nullopt, path) == FileStoreOutcome::kDone) {
-        AlertsSent().Add();
-    }
+    SendAlert(values, now);
     container->Clear();
     return kActionDone;
 }

@@ -25,8 +25,6 @@
 namespace {
 
 constexpr LumRoutine kRoutine(ModuleDebug, "HandOverLeftOvers");
-/// What SaveToTempFile begins the names of its files with.
-constexpr std::string_view kOwnPrefix = "lum-";
 constexpr std::time_t kYoungSeconds = 60;
 /// A container file that is larger cannot be read.
 constexpr std::size_t kMaxFileBytes = std::size_t{64} << 20U;
@@ -43,7 +41,7 @@ std::vector<LumString> LeftOverNames(const LumString& directory) {
     const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(directory),
                                                                            CloseDirectory);
     for (LumString name; ReadDirectory(listing.get(), name);) {
-        if (name.View().starts_with(kOwnPrefix) && IsLeftOver(directory + "/" + name)) {
+        if (name.View().starts_with(kTempFilePrefix) && IsLeftOver(directory + "/" + name)) {
             names.push_back(name);
         }
     }

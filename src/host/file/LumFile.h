@@ -83,3 +83,8 @@ LUM_API void SetTempDirectory(const LumString& path);
 /// Creates a new empty file of mode 0600 in the temporary directory and returns it open with the path in
 /// `path`; a closed descriptor, with errno, where that fails.
 [[nodiscard]] LUM_API FileDescriptor OpenTempFile(LumString& path);
+
+/// What the names of those files begin with.
+inline constexpr std::string_view kTempFilePrefix = "lum-";
+/// How many of them lie in the temporary directory now.
+[[nodiscard]] LUM_API uint32_t CountTempFiles();

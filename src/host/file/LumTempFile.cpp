@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -41,7 +42,7 @@ LumString GetTempDirectory() {
 FileDescriptor OpenTempFile(LumString& path) {
     const LumString directory = GetTempDirectory();
     const auto create = [&](std::string& made) {
-        made = std::string(directory.View()) + "/lum-XXXXXX";
+        made = std::string(directory.View()).append("/").append(kTempFilePrefix).append("XXXXXX");
         return mkostemp(made.data(), O_CLOEXEC);
     };
     std::string made;
@@ -53,4 +54,14 @@ FileDescriptor OpenTempFile(LumString& path) {
         path = LumString(std::move(made));
     }
     return file;
+}
+
+uint32_t CountTempFiles() {
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(GetTempDirectory()),
+                                                                           CloseDirectory);
+    uint32_t count = 0;
+    for (LumString name; ReadDirectory(listing.get(), name);) {
+        count += name.View().starts_with(kTempFilePrefix) ? 1 : 0;
+    }
+    return count;
 }

@@ -276,6 +276,48 @@ TEST_F(Alerts, LeaveUpToACeiling) {
     }
 }
 
+/// Who was held back by the ceiling has not been sent, so a repeat has to pass as soon as there is room.
+TEST_F(Alerts, AreNotRememberedAsSentWhereTheCeilingHeldThemBack) {
+    const FileStoreStandIn received;
+    const std::time_t minute = std::time(nullptr) / 60;
+    AlertCeiling.SetPerMinute(1);
+    EXPECT_EQ(Create("first", LumContainer()), kActionDone);
+    EXPECT_EQ(Create("second", LumContainer()), kActionDone);
+    EXPECT_EQ(Create("first", LumContainer()), kActionDone);
+    if (std::time(nullptr) / 60 == minute) {  // else the minute has just changed
+        EXPECT_EQ(received.Files().size(), 1U);
+        EXPECT_EQ(AlertCeiling.TakeHeldBack(std::time(nullptr) + 60), 1U) << "the repeat is not counted";
+    }
+    AlertCeiling.SetPerMinute(0);
+    EXPECT_EQ(Create("second", LumContainer()), kActionDone);
+    EXPECT_EQ(received.Files().size(), 2U);
+}
+
+TEST_F(Alerts, WaitForTheStoreUpToACeiling) {
+    AlertMinimumGap = 0;
+    AlertCeiling.SetPerMinute(0);
+    const TestDirectory waiting(GetTempDirectory().GetString());
+    for (uint32_t i = 0; i + 1 < kMaxWaitingAlerts; ++i) {
+        static_cast<void>(waiting.Write("lum-" + std::to_string(i), ""));
+    }
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Create("disk full", LumContainer()), kActionDone);
+    }
+    EXPECT_EQ(CountTempFiles(), kMaxWaitingAlerts);
+    EXPECT_EQ(AlertCeiling.TakeLost(std::time(nullptr) + 60), 2U);
+}
+
+TEST_F(Alerts, SayOnceAMinuteHowManyAreLost) {
+    const std::time_t lastMinute = std::time(nullptr) - 60;
+    AlertCeiling.NoteLost(lastMinute);
+    AlertCeiling.NoteLost(lastMinute);
+    TellHeldBackAlerts();
+    TellHeldBackAlerts();
+    EXPECT_EQ(harness_.Log().Count("warning TellHeldBackAlerts: 2 alerts are lost: their files could not be "
+                                   "written, or 1000 wait in "),
+              1U);
+}
+
 TEST_F(Alerts, AreToldApartByAllTheirVariables) {
     const FileStoreStandIn received;
     for (const char* const last : {"a", "b"}) {
