@@ -14,6 +14,7 @@
 #include "filestore/ForwarderState.h"
 #include "filestore/Outbox.h"
 #include "filestore/OutboxFigures.h"
+#include "filestore/OutboxHealth.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/LumAgent.h"
@@ -33,6 +34,7 @@ constexpr int32_t kDefaultMaxMegabytes = 1024;
 
 LumDebug StoreDebug("FileStore", "File store module (FileStoreModule)");
 Outbox StoreOutbox;
+OutboxHealth StoreHealth(StoreOutbox);
 
 /// Reads what is there; a field that is missing or of another kind stays as ReceivedFile has it.
 ReceivedFile ReadRequest(const LumContainer& container) {
@@ -54,15 +56,14 @@ ReceivedFile ReadRequest(const LumContainer& container) {
 }
 
 constexpr std::string_view kRoutine = "ActionHandler_FileStoreReceiveFile";
-constexpr const char* kHealthSource = "outbox";
 
 /// Says why a file was not taken, and, where that is the outbox's fault, that the agent is not well.
-uint32_t Decline(const Received& received) {
+uint32_t Decline(const ReceivedFile& file, const Received& received) {
     StoreDebug.ErrorWithNL("%S: Failed to receive file, %S", kRoutine, received.problem);
     if (received.outcome == Received::Outcome::kRefused) {
         return kActionRefused;
     }
-    LumHealthReport(kHealthSource, LumString("The outbox cannot take files: ") + received.problem + ".");
+    StoreHealth.NoteFailure(file);
     return kActionFailed;
 }
 
@@ -78,9 +79,9 @@ uint32_t ActionHandler_FileStoreReceiveFile(LumContainer* container) {
     }
     const Received received = StoreOutbox.Receive(file);
     if (received.outcome != Received::Outcome::kDone) {
-        return Decline(received);
+        return Decline(file, received);
     }
-    LumHealthReport(kHealthSource, {});
+    StoreHealth.NoteTaken();
     if (!received.problem.IsEmpty()) {
         StoreDebug.WarningWithNL("%S: %S", kRoutine, received.problem);
     }
@@ -118,7 +119,7 @@ void StoreInitialise() {
     LumString error;
     if (!StoreOutbox.Open(base + "/outbox", base + "/next-number", leftOvers, error)) {
         StoreDebug.ErrorWithNL("%S: Failed to open the outbox, %S", kStart, error);
-        LumHealthReport(kHealthSource, LumString("The outbox cannot be opened: ") + error + ".");
+        StoreHealth.NoteFailure({});
     }
     WarnOfLeftOvers(leftOvers.completed, "they were given one from their names");
     WarnOfLeftOvers(leftOvers.unknown, "they were left as they are");
@@ -170,7 +171,7 @@ struct StoreStatus {
         LumMetricsGauge("lum_outbox_oldest_age_seconds", "Age of the oldest file in the outbox.")
             .Set(static_cast<double>(AgeOf(figures)));
     }};
-    LumHealthCheck health{[] { return CheckOutbox(StoreOutbox.GetDirectory()); }};
+    LumHealthCheck health{[] { return StoreHealth.Check(); }};
 };
 
 std::optional<StoreStatus> storeStatus;

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string_view>
-#include <system_error>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,8 +22,10 @@ namespace {
 
 /// What the host's file routines call a file that is not whole yet.
 constexpr std::string_view kUnfinishedPrefix = ".lum-";
+/// What a description takes at most, with names of the usual length.
+constexpr uint64_t kDescriptionBytes = 1024;
 /// An outbox that is full is looked at again that often.
-constexpr std::time_t kCountEverySeconds = 10;
+constexpr std::time_t kCountEverySeconds = 2;
 
 bool Exists(const std::string& path) {
     struct stat status {};
@@ -70,7 +71,8 @@ bool Outbox::OpenDirectories(LeftOvers& leftOvers, LumString& error) {
         return false;
     }
     LumString reason;
-    if (!number_.Open(numberPath_, highest + 1, reason)) {
+    const uint64_t lowest = highest == UINT64_MAX ? highest : highest + 1;
+    if (!number_.Open(numberPath_, lowest, reason)) {
         leftOvers.errors.push_back(std::move(reason));
     }
     const LumMutexLock usage(usage_);
@@ -101,21 +103,43 @@ uint64_t Outbox::CountBytes() const {
     return bytes;
 }
 
-bool Outbox::HasRoomFor(const ReceivedFile& file, uint64_t bytes) {
+bool Outbox::HasRoomFor(const LumString& fileType, uint64_t bytes) {
     if (maxBytes_ == 0) {
         return true;
     }
-    const uint64_t limit = file.fileType == kFileTypeEvents ? maxBytes_ : maxBytes_ / 4 * 3;
-    const LumMutexLock lock(usage_);
+    const uint64_t limit = fileType == kFileTypeEvents ? maxBytes_ : maxBytes_ / 4 * 3;
     const std::time_t now = std::time(nullptr);
     if (bytes_ + bytes > limit && std::abs(now - countedAt_) >= kCountEverySeconds) {
         bytes_ = CountBytes();
         countedAt_ = now;
     }
-    if (bytes_ + bytes > limit) {
+    return bytes_ + bytes <= limit;
+}
+
+bool Outbox::TakeRoomFor(const ReceivedFile& file, uint64_t bytes) {
+    const LumMutexLock lock(usage_);
+    if (!HasRoomFor(file.fileType, bytes)) {
         return false;
     }
     bytes_ += bytes;
+    return true;
+}
+
+bool Outbox::WouldTake(const LumString& fileType, uint64_t bytes, LumString& reason) {
+    if (!EnsureOpen(reason)) {
+        if (reason.IsEmpty()) {
+            reason = "it is not open";
+        }
+        return false;
+    }
+    if (!number_.Reserve(reason)) {
+        return false;
+    }
+    const LumMutexLock lock(usage_);
+    if (!HasRoomFor(fileType, bytes + kDescriptionBytes)) {
+        reason = "it is full";
+        return false;
+    }
     return true;
 }
 
@@ -215,7 +239,7 @@ Received Outbox::ReceiveAs(const ReceivedFile& file, const std::string& name, st
     }
     const std::string description = Description(file, name, checksum, receivedAt);
     received.outcome = Received::Outcome::kFailed;
-    if (!HasRoomFor(file, static_cast<uint64_t>(source.status.st_size) + description.size())) {
+    if (!TakeRoomFor(file, static_cast<uint64_t>(source.status.st_size) + description.size())) {
         received.problem = FileSentence(file.movePath, "the outbox is full");
         return received;
     }

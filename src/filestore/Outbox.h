@@ -72,6 +72,10 @@ public:
     /// that is gone, is opened again. May be called from any thread.
     [[nodiscard]] Received Receive(const ReceivedFile& file);
 
+    /// True where a file of that type and size would be taken now, as far as can be told without one; else
+    /// with the reason. Opens the outbox again like Receive. May be called from any thread.
+    [[nodiscard]] bool WouldTake(const LumString& fileType, uint64_t bytes, LumString& reason);
+
     /// To be called when no more files come; a Receive after it still works.
     void Close() { number_.Close(); }
 
@@ -87,7 +91,8 @@ private:
                const std::string& description, Received& received);
     [[nodiscard]] bool EnsureOpen(LumString& error);
     [[nodiscard]] bool OpenDirectories(LeftOvers& leftOvers, LumString& error) LUM_REQUIRES(opening_);
-    [[nodiscard]] bool HasRoomFor(const ReceivedFile& file, uint64_t bytes);
+    [[nodiscard]] bool HasRoomFor(const LumString& fileType, uint64_t bytes) LUM_REQUIRES(usage_);
+    [[nodiscard]] bool TakeRoomFor(const ReceivedFile& file, uint64_t bytes);
     [[nodiscard]] uint64_t CountBytes() const;
     [[nodiscard]] bool ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& error);
     void Complete(const std::string& name, LeftOvers& leftOvers);

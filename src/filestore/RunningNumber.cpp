@@ -47,17 +47,30 @@ bool RunningNumber::Open(const LumString& path, uint64_t lowest, LumString& erro
 
 bool RunningNumber::Next(uint64_t& number, LumString& error) {
     const LumMutexLock lock(mutex_);
-    if (next_ == end_) {
-        if (end_ > UINT64_MAX - kBlock) {
-            error = path_ + ": the numbers have come to their end";
-            return false;
-        }
-        if (!FileReplace(path_, NumberText(end_ + kBlock), error)) {
-            return false;
-        }
-        end_ += kBlock;
+    if (!ReserveLocked(error)) {
+        return false;
     }
     number = next_++;
+    return true;
+}
+
+bool RunningNumber::Reserve(LumString& error) {
+    const LumMutexLock lock(mutex_);
+    return ReserveLocked(error);
+}
+
+bool RunningNumber::ReserveLocked(LumString& error) {
+    if (next_ != end_) {
+        return true;
+    }
+    if (end_ > UINT64_MAX - kBlock) {
+        error = path_ + ": the numbers have come to their end";
+        return false;
+    }
+    if (!FileReplace(path_, NumberText(end_ + kBlock), error)) {
+        return false;
+    }
+    end_ += kBlock;
     return true;
 }
 

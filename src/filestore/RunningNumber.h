@@ -21,10 +21,15 @@ public:
     /// False, with the reason in `error`, where a new block could not be written down.
     [[nodiscard]] bool Next(uint64_t& number, LumString& error);
 
+    /// Sees to it that the next number can be given out; false, with the reason in `error`, where it cannot.
+    [[nodiscard]] bool Reserve(LumString& error);
+
     /// Writes down how far the numbers have come, so that none is skipped. A later Next begins a new block.
     void Close();
 
 private:
+    [[nodiscard]] bool ReserveLocked(LumString& error) LUM_REQUIRES(mutex_);
+
     LumMutex mutex_;
     LumString path_ LUM_GUARDED_BY(mutex_);
     uint64_t next_ LUM_GUARDED_BY(mutex_) = 1;

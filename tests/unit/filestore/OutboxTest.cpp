@@ -309,4 +309,10 @@ TEST_F(OutboxTest, TakesFilesOfSeveralThreads) {
     EXPECT_EQ(CountFiles(), 200U);
 }
 
+TEST_F(OutboxTest, DoesNotBeginAgainAfterTheLastNumber) {
+    static_cast<void>(directory_.Write("outbox/20261121T011025Z-18446744073709551615-A.cbor", "abc"));
+    Open();
+    EXPECT_THAT(Refusal(Made()), HasSubstr("the numbers have come to their end"));
+}
+
 }  // namespace

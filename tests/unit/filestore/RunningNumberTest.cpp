@@ -112,4 +112,18 @@ TEST_F(RunningNumberTest, GivesEachNumberToOneThread) {
     EXPECT_EQ(*all.rbegin(), 2400U);
 }
 
+TEST_F(RunningNumberTest, SaysThatItHasComeToItsEndAndNeverBeginsAgain) {
+    RunningNumber number;
+    Open(number, UINT64_MAX - RunningNumber::kBlock);
+    EXPECT_EQ(NextOf(number), UINT64_MAX - RunningNumber::kBlock);
+    for (uint64_t i = 1; i < RunningNumber::kBlock; ++i) {
+        NextOf(number);
+    }
+    uint64_t next = 7;
+    LumString error;
+    EXPECT_FALSE(number.Next(next, error));
+    EXPECT_EQ(error, directory_.At("number") + ": the numbers have come to their end");
+    EXPECT_EQ(next, 7U);
+}
+
 }  // namespace
