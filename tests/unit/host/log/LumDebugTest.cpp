@@ -200,6 +200,19 @@ TEST_F(LumDebugTest, AnActionThatFailsIsNotCalledForThat) {
                                            "error Module failed on: b"));
 }
 
+TEST_F(LumDebugTest, AnActionThatThrowsIsSaidAndCalledTheNextTime) {
+    const HostLogLines host;
+    logger_.SetErrorActionInvokeAddress([](const LumString& text) {
+        heard.emplace_back(text.View());
+        throw std::bad_alloc();
+    });
+    logger_.ErrorWithNL("a");
+    logger_.ErrorWithNL("b");
+    EXPECT_THAT(heard, ElementsAre("a", "b"));
+    EXPECT_THAT(lines_.Said(), ElementsAre("error Module a", "error Module b"));
+    EXPECT_EQ(host.Count("warning Host An error line could not be passed on\n"), 2U);
+}
+
 TEST_F(LumDebugTest, TwoActionsThatFailDoNotCallEachOtherForEver) {
     LumDebug other("Other", "");
     other.SetContext(&lines_.Context());
