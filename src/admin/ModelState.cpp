@@ -6,6 +6,7 @@
 #include "contract/ContainerKeys.h"
 #include "host/container/LumContainer.h"
 #include "host/core/ActionFrame.h"
+#include "host/core/LumStartup.h"
 #include "host/log/LumDebug.h"
 #include "model/CheckModels.h"
 #include "model/Model.h"
@@ -94,10 +95,16 @@ uint32_t ActionHandler_EventLogManagerDeleteModel(LumContainer* container) {
 }
 
 uint32_t ActionHandler_EventLogManagerDeleteModels(LumContainer* container) {
-    LumRoutine(ModuleDebug, "ActionHandler_EventLogManagerDeleteModels").Print("Entering");
-    return ActionWithValues(container, [](const LumContainer& values, LumContainer& /*answer*/) {
+    constexpr LumRoutine kRoutine(ModuleDebug, "ActionHandler_EventLogManagerDeleteModels");
+    kRoutine.Print("Entering");
+    return ActionWithValues(container, [=](const LumContainer& values, LumContainer& /*answer*/) {
         LumString name;
         for (uint32_t i = 0; values.GetString(keys::kModelName, name, i); ++i) {
+            if (LumStopRequested()) {
+                kRoutine.Warning("The agent stops: model '%S' and those named after it are not deleted",
+                                 name);
+                break;
+            }
             LumContainer one;
             one.SetString(keys::kModelName, name);
             LumContainer request;
@@ -119,6 +126,7 @@ uint32_t ActionHandler_EventLogManagerReloadModels(LumContainer* container) {
         if (mayTakeIn) {
             LoadUnregisteredModels();
         }
+        TakeBackModels();
         CheckModels();
     }
     if (mayTakeIn) {

@@ -13,32 +13,32 @@ namespace {
 
 constexpr LumRoutine kRoutine(ModuleDebug, "CheckModels");
 
-/// True where everything that `model` refers to is there; else the first broken reference is reported.
-bool ReferencesHold(const Model_t& model) {
+/// What is said of the first of the model's references that does not hold; empty where all do.
+LumString BrokenReference(const Model_t& model) {
+    LumString broken;
     std::shared_ptr<Model_t> source;
     if (!ModelCollection.Get(model.GetSource(), source)) {
-        kRoutine.Error("Model '%S' makes reference to unknown model '%S'", model.GetName(),
-                       model.GetSource());
-        return false;
+        broken.Printf("Model '%S' makes reference to unknown model '%S'", model.GetName(), model.GetSource());
+        return broken;
     }
     const auto known = [&](const LumString& name) {
         if (source->GetParams().Contains(name)) {
             return true;
         }
-        kRoutine.Error("Model '%S' makes reference to unknown parameter '%S' from model '%S'",
-                       model.GetName(), name, model.GetSource());
+        broken.Printf("Model '%S' makes reference to unknown parameter '%S' from model '%S'", model.GetName(),
+                      name, model.GetSource());
         return false;
     };
     if (!ForEachParam(model, [&](const ModelParam_t& param, uint32_t) { return known(param.GetSource()); })) {
-        return false;
+        return broken;
     }
     std::shared_ptr<ModelParamAgg_t> entry;
     for (uint32_t i = 0; model.GetAggregations().GetAt(i, entry); ++i) {
         if (!known(entry->GetName())) {
-            return false;
+            return broken;
         }
     }
-    return true;
+    return broken;
 }
 
 /// Walks the collection up to the first broken model and removes it; false where there was none to remove.
@@ -46,8 +46,31 @@ bool DropFirstBrokenModel() {
     kRoutine.Trace("Entering");
     std::shared_ptr<Model_t> model;
     for (uint32_t i = 0; ModelCollection.GetAt(i, model); ++i) {
-        if (model->GetType() != ModelType::kUser && !ReferencesHold(*model)) {
+        if (model->GetType() == ModelType::kUser) {
+            continue;
+        }
+        const LumString broken = BrokenReference(*model);
+        if (!broken.IsEmpty()) {
+            kRoutine.Error("%S", broken);
+            IncompleteModels.Replace(model);
             return ModelCollection.Remove(model);
+        }
+    }
+    return false;
+}
+
+/// Takes the first model that is complete again, or that another one has taken the place of, out of those
+/// that are not; false where there is none.
+bool TakeBackFirst() {
+    std::shared_ptr<Model_t> model;
+    for (uint32_t i = 0; IncompleteModels.GetAt(i, model); ++i) {
+        const bool isReplaced = ModelCollection.Contains(model->GetName());
+        if (isReplaced || BrokenReference(*model).IsEmpty()) {
+            if (!isReplaced && ModelCollection.Add(model)) {
+                LumRoutine(ModuleDebug, "TakeBackModels")
+                    .Print("Model '%S' has everything that it refers to again", model->GetName());
+            }
+            return IncompleteModels.Remove(model);
         }
     }
     return false;
@@ -59,5 +82,11 @@ void CheckModels() {
     // A removal may break the models that referred to the removed one, so each is followed by a walk from the
     // start.
     while (DropFirstBrokenModel()) {
+    }
+}
+
+void TakeBackModels() {
+    // One that is back may be what another one refers to.
+    while (TakeBackFirst()) {
     }
 }

@@ -108,6 +108,8 @@ public:
         return true;
     }
 
+    void Clear() { map_.Clear(); }
+
     [[nodiscard]] bool Contains(const LumString& name) const { return map_.Find(name) >= 0; }
     [[nodiscard]] uint32_t GetCount() const { return map_.GetCount(); }
 
@@ -119,3 +121,5 @@ private:
 
 /// The models that the module knows: those that are registered and whose definition could be read.
 extern PtrModelElementColl_t ModelCollection;
+/// Those that it did not keep, because what they refer to is missing.
+extern PtrModelElementColl_t IncompleteModels;

@@ -1,6 +1,8 @@
 #include "model/ModelLoader.h"
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
@@ -56,7 +58,7 @@ public:
 
     bool Load(std::shared_ptr<Model_t>& model) {
         if (!tree_.ParseFile(path_)) {
-            memoryRanOut_ = tree_.GetFault().memoryRanOut;
+            isPassing_ = tree_.GetFault().memoryRanOut || tree_.GetFault().isUnread;
             return false;
         }
         const MarkupElementNode* const root = tree_.GetRootNode();
@@ -81,7 +83,7 @@ public:
         return true;
     }
 
-    [[nodiscard]] bool DidMemoryRunOut() const { return memoryRanOut_; }
+    [[nodiscard]] bool IsPassing() const { return isPassing_; }
 
 private:
     template <class T, class... Args>
@@ -89,7 +91,7 @@ private:
         try {
             return std::make_shared<T>(args...);
         } catch (const std::bad_alloc&) {
-            memoryRanOut_ = true;
+            isPassing_ = true;
             kRoutine.Error("Memory error");
             return nullptr;
         }
@@ -159,18 +161,24 @@ private:
         return true;
     }
 
+    /// Elements are filed in the order of their names, so that each goes to the end of the collection: of
+    /// many in another order each would move half of the others.
     bool ReadParams(Model_t& model) const {
+        std::map<LumString, std::shared_ptr<ModelParam_t>> params;
         LumString name;
         for (uint32_t i = 0; GetParamText(i, "NAME", name); ++i) {
-            if (model.GetParams().Contains(name)) {
+            if (params.contains(name)) {
                 return FailParam("While parsing '%S', multiple definition for parameter '%S'", name);
             }
             const std::shared_ptr<ModelParam_t> param = ReadParam(i, name, model.GetType());
             if (param == nullptr) {
                 return false;
             }
+            params.emplace(name, param);
+        }
+        for (const auto& [paramName, param] : params) {
             if (!model.GetParams().Add(param)) {
-                return FailParam("While parsing '%S', failed to add parameter '%S'", name);
+                return FailParam("While parsing '%S', failed to add parameter '%S'", paramName);
             }
         }
         if (model.GetParams().GetCount() == 0) {
@@ -221,20 +229,24 @@ private:
     }
 
     bool ReadAggregations(Model_t& model) const {
+        std::map<LumString, std::shared_ptr<ModelParamAgg_t>> entries;
         LumString path;
         LumString name;
         for (uint32_t i = 0;; ++i) {
             path.Printf("%s/%s/%s@%u", kRoot, "AGGREGATION", "NAME", i);
             if (!GetNodeText(tree_, path, name)) {
-                return true;
+                break;
             }
             const std::shared_ptr<ModelParamAgg_t> entry = TryMake<ModelParamAgg_t>(name);
             if (entry == nullptr) {
                 return false;
             }
-            static_cast<void>(
-                model.GetAggregations().Add(entry));  // naming a parameter twice groups by it once
+            entries.emplace(name, entry);  // naming a parameter twice groups by it once
         }
+        for (const auto& [entryName, entry] : entries) {
+            static_cast<void>(model.GetAggregations().Add(entry));  // each name comes once
+        }
+        return true;
     }
 
     bool GetParamText(uint32_t index, const char* child, LumString& text) const {
@@ -252,17 +264,17 @@ private:
 
     const LumString& path_;
     MarkupTree tree_;
-    mutable bool memoryRanOut_ = false;
+    mutable bool isPassing_ = false;
 };
 
 }  // namespace
 
-bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model, bool* memoryRanOut) {
+bool LoadModel(const LumString& path, std::shared_ptr<Model_t>& model, bool* isPassing) {
     kRoutine.Trace("Entering");
     Loader loader(path);
     const bool loaded = loader.Load(model);
-    if (memoryRanOut != nullptr && loader.DidMemoryRunOut()) {
-        *memoryRanOut = true;
+    if (isPassing != nullptr && loader.IsPassing()) {
+        *isPassing = true;
     }
     return loaded;
 }

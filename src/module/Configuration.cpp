@@ -27,10 +27,26 @@ std::atomic<bool> isKnown{false};
 
 constexpr LumRoutine kSetValues(ModuleDebug, "ActionHandler_EventLogManagerSetValues");
 
-void LoadFlag(const IniFile& ini, const char* key, std::atomic<bool>& flag) {
-    bool value = flag.load(std::memory_order_relaxed);
-    ini.GetEntryValue(kSection, key, value, true);
+/// Takes the flag over from the file, true where it says nothing of it. False, and the one in force stays,
+/// where the file cannot be read.
+bool LoadFlag(const IniFile& ini, const char* key, std::atomic<bool>& flag) {
+    bool value = false;
+    // Without the key `value` becomes the default, which is true.
+    if (!ini.GetEntryValue(kSection, key, value, true) && !value) {
+        return false;
+    }
     flag.store(value, std::memory_order_relaxed);
+    return true;
+}
+
+bool LoadGap(const IniFile& ini) {
+    int32_t gap = kUnread;
+    ini.GetEntryValue(kSection, keys::kAlertMinimumGap, gap, kDefaultAlertMinimumGap);
+    if (gap == kUnread) {
+        return false;
+    }
+    AlertMinimumGap.store(gap, std::memory_order_relaxed);
+    return true;
 }
 
 /// Writes the value in force; that it is lost with the next reading is an error.
@@ -61,20 +77,16 @@ void LoadConfiguration() {
     constexpr LumRoutine kRoutine(ModuleDebug, "LoadConfiguration");
     kRoutine.Trace("Entering");
     const IniFile ini(IniFilePath);
-    LoadFlag(ini, keys::kEnableUpload, UploadEnabled);
-    LoadFlag(ini, keys::kEnableAggregation, AggregationEnabled);
-    int32_t gap = kUnread;
-    ini.GetEntryValue(kSection, keys::kAlertMinimumGap, gap, kDefaultAlertMinimumGap);
-    if (gap == kUnread) {
-        gap = AlertMinimumGap.load(std::memory_order_relaxed);
-    } else {
+    const bool knowsUpload = LoadFlag(ini, keys::kEnableUpload, UploadEnabled);
+    const bool knowsAggregation = LoadFlag(ini, keys::kEnableAggregation, AggregationEnabled);
+    const bool knowsGap = LoadGap(ini);
+    if (knowsUpload && knowsAggregation && knowsGap) {
         isKnown.store(true, std::memory_order_relaxed);
     }
-    AlertMinimumGap.store(gap, std::memory_order_relaxed);
 
     kRoutine.Trace("Upload flag is %d", UploadEnabled.load() ? 1 : 0);
     kRoutine.Trace("Aggregation flag is %d", AggregationEnabled.load() ? 1 : 0);
-    kRoutine.Trace("Alert minimum gap is %u", static_cast<uint32_t>(gap));
+    kRoutine.Trace("Alert minimum gap is %u", static_cast<uint32_t>(AlertMinimumGap.load()));
 }
 
 bool ConfigurationIsKnown() {

@@ -29,6 +29,7 @@ LumMutex AlertGapMutex;
 AlertGapTable_t AlertGapTable;
 AlertCeiling_t AlertCeiling;
 PtrModelElementColl_t ModelCollection;
+PtrModelElementColl_t IncompleteModels;
 PtrTaskQueue_t TaskQueue;
 UploadBacklog_t UploadBacklog;
 TaskSchedulerThread SchedulerThread;

@@ -1,11 +1,16 @@
 #include "store/DatabaseSetup.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #include "host/core/LumHealth.h"
 #include "host/core/LumStartup.h"
 #include "host/database/Database.h"
+#include "host/ini/IniFile.h"
 #include "host/log/LumDebug.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
@@ -25,11 +30,30 @@ void ReportChange(const LumString& reason) {
     LumHealthReport("database", sentence);
 }
 
+std::atomic<bool> scriptsAreDue{false};
+
+/// Asks one object each time, which says once why the file cannot be read.
+bool CanReadScripts() {
+    static std::mutex mutex;
+    static IniFile ini;  // guarded by mutex
+    const std::lock_guard<std::mutex> guard(mutex);
+    if (!(ini.GetPath() == IniFilePath)) {
+        ini = IniFile(IniFilePath);
+    }
+    std::vector<std::pair<LumString, LumString>> unused;
+    return ini.ReadEntries("SqlRun", unused);
+}
+
 void RunScripts(DBConnection& connection) {
+    if (!CanReadScripts()) {
+        scriptsAreDue = true;
+        return;
+    }
     connection.RunIniScripts(IniFilePath, "SqlRun", false);
     connection.RunIniScripts(IniFilePath, "SqlRunOnce", true);
     connection.RunUpgrade("DatabaseInformation", "FieldName", "FieldValue", IniFilePath, "SqlUpgrade",
                           nullptr);
+    scriptsAreDue = connection.HasFailedByMachine();
 }
 
 /// True where there is room for what a compaction writes: the live pages once into a temporary file and once
@@ -86,6 +110,10 @@ void RunDatabaseScripts() {
     if (scope.IsLocked()) {
         RunScripts(scope.Connection());
     }
+}
+
+bool AreDatabaseScriptsDue() {
+    return scriptsAreDue;
 }
 
 std::function<bool(uint32_t percent)> StartupWatch(std::string_view work) {

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/core/LumStartup.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
 #include "model/ModelElement.h"
@@ -137,7 +138,7 @@ void RefuseEntry(const LumString& path) {
 
 }  // namespace
 
-bool LoadUnregisteredModels() {
+bool LoadUnregisteredModels(bool mayStop) {
     kRoutine.Trace("Entering");
     const LumMutexLock wholeStep(RegistryMutex);
     std::vector<LumString> entries;
@@ -146,6 +147,9 @@ bool LoadUnregisteredModels() {
         return false;
     }
     for (const LumString& entry : entries) {
+        if (mayStop && LumStopRequested()) {
+            break;  // the next start takes in the rest
+        }
         if (!IsDefinitionName(entry)) {
             continue;
         }

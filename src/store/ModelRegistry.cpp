@@ -49,12 +49,12 @@ void FileLoaded(const std::shared_ptr<Model_t>& model, const RegisteredRow& row)
 bool LoadUnloaded(UnloadedModel& unloaded) {
     const RegisteredRow& row = unloaded.row;
     std::shared_ptr<Model_t> model;
-    bool memoryRanOut = false;
-    if (LoadRegisteredModel(row.name, row.checksum, model, &memoryRanOut)) {
+    bool isPassing = false;
+    if (LoadRegisteredModel(row.name, row.checksum, model, &isPassing)) {
         FileLoaded(model, row);
         return true;
     }
-    unloaded.wasReadable = !memoryRanOut && CanBeRead(FiledDirectory(row.name, row.checksum));
+    unloaded.wasReadable = !isPassing && CanBeRead(FiledDirectory(row.name, row.checksum));
     return false;
 }
 
@@ -94,6 +94,7 @@ bool LoadRegisteredModels() {
         return false;
     }
     UnloadedModels.clear();
+    IncompleteModels.Clear();
     for (uint32_t i = 0; rows->SelectRow(i) && !LumStopRequested(); ++i) {
         LoadRow(ReadRegisteredRow(*rows));
     }
@@ -113,7 +114,7 @@ bool LoadWhatCanBeReadAgain() {
     for (std::size_t i = 0; i < UnloadedModels.size();) {
         UnloadedModel& unloaded = UnloadedModels[i];
         const RegisteredRow& row = unloaded.row;
-        const bool mayLoad = !unloaded.wasReadable && IsPathComponent(row.name) &&
+        const bool mayLoad = !LumStopRequested() && !unloaded.wasReadable && IsPathComponent(row.name) &&
                              IsPathComponent(row.checksum) &&
                              CanBeRead(FiledDirectory(row.name, row.checksum));
         if (mayLoad && LoadUnloaded(unloaded)) {
@@ -130,7 +131,7 @@ bool LoadWhatCanBeReadAgain() {
 }
 
 bool LoadRegisteredModel(const LumString& name, const LumString& checksum, std::shared_ptr<Model_t>& model,
-                         bool* memoryRanOut) {
+                         bool* isPassing) {
     constexpr LumRoutine kRoutine(ModuleDebug, "LoadRegisteredModel");
     kRoutine.Trace("Entering");
     const LumString directory = FiledDirectory(name, checksum);
@@ -148,7 +149,7 @@ bool LoadRegisteredModel(const LumString& name, const LumString& checksum, std::
         return false;
     }
     for (const LumString& entry : entries) {
-        if (IsDefinitionName(entry) && LoadModel(PathInDirectory(directory, entry), model, memoryRanOut)) {
+        if (IsDefinitionName(entry) && LoadModel(PathInDirectory(directory, entry), model, isPassing)) {
             return true;
         }
         kRoutine.Warning("While trying to load model '%S', unexpected file '%S'", name, entry);

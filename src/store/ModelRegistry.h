@@ -34,9 +34,9 @@ extern std::vector<UnloadedModel> UnloadedModels;
 bool LoadRegisteredModels();
 
 /// Loads the definition filed under a name and a checksum. True where one was loaded; else `model` is of no
-/// use, and `memoryRanOut`, unless that is null, is set where another reading could do better.
+/// use, and `isPassing`, unless that is null, is set where another reading could do better.
 [[nodiscard]] bool LoadRegisteredModel(const LumString& name, const LumString& checksum,
-                                       std::shared_ptr<Model_t>& model, bool* memoryRanOut = nullptr);
+                                       std::shared_ptr<Model_t>& model, bool* isPassing = nullptr);
 
 /// Loads the model of one row and files it in the collection with what the row says of it; where that fails
 /// it is one of UnloadedModels.
@@ -49,9 +49,9 @@ bool LoadWhatCanBeReadAgain();
 
 /// Takes in the definition files that were dropped into the models directory: a new model is registered, a
 /// known one is replaced by an equal definition, one that is registered without a filed definition gets the
-/// equal one, and the file is filed. What cannot be taken in stays where it is. True unless the directory
-/// cannot be opened.
-bool LoadUnregisteredModels();
+/// equal one, and the file is filed. What cannot be taken in stays where it is, and with `mayStop` so does
+/// the rest once the agent is to stop. True unless the directory cannot be opened.
+bool LoadUnregisteredModels(bool mayStop = true);
 
 /// Makes the event table, its indexes and the registry row of a model, all or nothing. False for null.
 [[nodiscard]] bool RegisterModel(const std::shared_ptr<Model_t>& model);

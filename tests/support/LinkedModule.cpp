@@ -36,6 +36,7 @@ void MakeModuleObjectsAnew() {
     MakeAnew(SchedulerThread);
     MakeAnew(UploadBacklog);
     MakeAnew(TaskQueue);
+    MakeAnew(IncompleteModels);
     MakeAnew(ModelCollection);
     MakeAnew(AlertCeiling);
     MakeAnew(AlertGapTable);

@@ -296,7 +296,7 @@ bool MarkupTree::ParseFile(const LumString& path) {
     LumString reason;
     if (!FileRead(path, kMaxFileBytes, content, reason)) {
         LumHostDebug().WarningWithNL("%S: %S: %S", kParseFileRoutine, path, reason);
-        fault_ = {{}, reason};
+        fault_ = {{}, reason, false, true};
         return false;
     }
     return Parse(content, kParseFileRoutine, path);

@@ -83,6 +83,7 @@ struct MarkupFault {
     MarkupPosition position;
     LumString reason;
     bool memoryRanOut = false;  ///< nothing need be wrong with the document
+    bool isUnread = false;      ///< the file could not be read, so what is in it is not known
 };
 
 /// An XML document in memory. An object belongs to one thread at a time.

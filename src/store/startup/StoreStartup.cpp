@@ -49,7 +49,7 @@ void LoadAndUpgrade() {
     if (mayUpgrade) {
         UpgradeSoftwareDistributionModelStep1();
         Upgrade620_Step1();
-        LoadUnregisteredModels();
+        LoadUnregisteredModels(!upgrade.IsUnderWay());
         UpgradeSoftwareDistributionModelStep2();
         Upgrade620_Step2();
     }
@@ -113,7 +113,11 @@ bool TakeOverDatabase() {
         Reconcile(model, rows);
     }
     UnloadedModels.clear();
+    IncompleteModels.Clear();
     for (const RegisteredRow& row : rows) {
+        if (LumStopRequested()) {
+            return false;
+        }
         LoadRow(row);
     }
     CheckModels();
@@ -142,7 +146,12 @@ bool KeepStoreUp() {
     if (openCount != state.openCount && TakeOverDatabase()) {
         state.openCount = openCount;
     }
-    if (LoadWhatCanBeReadAgain()) {
+    if (AreDatabaseScriptsDue()) {
+        RunDatabaseScripts();
+    }
+    const bool isLoaded = LoadWhatCanBeReadAgain();
+    TakeBackModels();
+    if (isLoaded) {
         CheckModels();
     }
     return state.mayTakeIn;

@@ -159,7 +159,7 @@ bool UpgradeRecord::Begin() {
 }
 
 void UpgradeRecord::End() const {
-    if (versionBefore_.IsEmpty()) {
+    if (!IsUnderWay()) {
         return;
     }
     const LumString version = VersionText();

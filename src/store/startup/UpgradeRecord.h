@@ -12,6 +12,8 @@ public:
     /// stop. That is an error line and a reason in the agent's health. A copy that an earlier start made of
     /// the same version is kept as it is: it is from before the first attempt.
     [[nodiscard]] bool Begin();
+    /// True where Begin has found something to do and let it begin.
+    [[nodiscard]] bool IsUnderWay() const { return !versionBefore_.IsEmpty(); }
     /// To be called after the last step.
     void End() const;
 

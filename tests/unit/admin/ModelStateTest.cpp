@@ -10,6 +10,7 @@
 #include "model/ModelElement.h"
 #include "support/CallRecord.h"
 #include "support/LinkedModule.h"
+#include "support/StopRequest.h"
 
 namespace {
 
@@ -113,6 +114,44 @@ TEST_F(ModelStateTest, DeletesTheOthersWhereOneCannotBeDeleted) {
     EXPECT_EQ(Call("DeleteModels", R"({"ModelName":["Nobody","Logon"]})"), 0U);
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
     EXPECT_EQ(ActionHandler_EventLogManagerDeleteModels(nullptr), 13U);
+}
+
+TEST_F(ModelStateTest, LeavesTheRestOfAListAloneOnceTheAgentIsToStop) {
+    Drop({.name = "Second", .params = {{.name = "User"}}});
+    EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
+    {
+        const StopRequest stop(2);
+        EXPECT_EQ(Call("DeleteModels", R"({"ModelName":["Logon","Second"]})"), 0U);
+    }
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+    EXPECT_TRUE(ModelCollection.Contains("Second"));
+    EXPECT_EQ(Log().Count("warning ActionHandler_EventLogManagerDeleteModels: The agent stops: model "
+                                  "'Second' and those named after it are not deleted\n"),
+              1U);
+}
+
+TEST_F(ModelStateTest, LeavesDroppedDefinitionsToTheNextStartOnceTheAgentIsToStop) {
+    Drop({.name = "New", .params = {{.name = "User"}}});
+    {
+        const StopRequest stop;
+        EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
+    }
+    EXPECT_FALSE(ModelCollection.Contains("New"));
+    EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
+    EXPECT_TRUE(ModelCollection.Contains("New"));
+}
+
+TEST_F(ModelStateTest, BringsAnAutomaticModelBackOnceItsSourceIsThere) {
+    Drop({.name = "Sums",
+                  .type = ModelType::kAutomatic,
+                  .source = "Visit",
+                  .aggregation = Policy::kHourly,
+                  .params = {{.name = "Users", .source = "User"}}});
+    EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
+    EXPECT_FALSE(ModelCollection.Contains("Sums"));
+    Drop({.name = "Visit", .params = {{.name = "User"}}});
+    EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
+    EXPECT_TRUE(ModelCollection.Contains("Sums"));
 }
 
 TEST_F(ModelStateTest, ReloadsWithoutAContainer) {

@@ -21,6 +21,7 @@
 #include "support/FileStoreStandIn.h"
 #include "support/ResourceLimit.h"
 #include "support/StartedModule.h"
+#include "support/StopRequest.h"
 
 namespace {
 
@@ -402,6 +403,36 @@ TEST_F(UploadBacklogTest, SendsEventsThatAreTooLargeForOneFileInSeveral) {
     for (const std::string& file : store.taken) {
         EXPECT_LT(file.size(), kUploadFileText + (1U << 20U));
     }
+}
+
+TEST_F(UploadBacklogTest, LeavesAnEventOutThatNoFileCanHoldAndSendsTheOthers) {
+    Events(1, 3);
+    Change("UPDATE Event_Logon SET C_User = printf('%.70000000c', 'x') WHERE E_Date = 2");
+    const LimitedStore store(100);
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    EXPECT_EQ(store.Dates(), (std::map<int32_t, int>{{1, 1}, {3, 1}}));
+    EXPECT_EQ(
+        Log().Count("error UploadEvents: An event of model 'Logon' is too large for a file and is left out"),
+        1U);
+    EXPECT_FALSE(HasJournal()) << "nothing waits for it";
+}
+
+TEST_F(UploadBacklogTest, StopsBetweenTwoFilesAndGoesOnAfterTheNextStart) {
+    Events(1, 750);
+    const LimitedStore store(100);
+    {
+        const StopRequest stop(3);
+        EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    }
+    EXPECT_EQ(store.taken.size(), 2U);
+    EXPECT_EQ(Log().Count(
+                  "print UploadEvents: The upload of model 'Logon' stops and goes on after the next start"),
+              1U);
+    EXPECT_EQ(Complaints(), 0U) << "a stop is not a failure";
+    Restart();
+    ResumeUploads();
+    ExpectEachOnce(store, 1, 750);
+    EXPECT_FALSE(HasJournal());
 }
 
 }  // namespace

@@ -110,4 +110,34 @@ TEST_F(CheckModelsTest, ChangesMemoryAlone) {
     EXPECT_EQ(Rows("SELECT count(*) FROM Event_Lost"), "0");
 }
 
+TEST_F(CheckModelsTest, TakesAChainBackOnceEverythingIsThere) {
+    AddAutomatic("A", "B", "P");
+    AddAutomatic("B", "C", "P");
+    CheckModels();
+    ASSERT_EQ(ModelCollection.GetCount(), 0U);
+    TakeBackModels();
+    EXPECT_EQ(ModelCollection.GetCount(), 0U) << "its source is still missing";
+    AddUser("C", {"P"});
+    TakeBackModels();
+    EXPECT_TRUE(ModelCollection.Contains("A"));
+    EXPECT_TRUE(ModelCollection.Contains("B"));
+    EXPECT_EQ(IncompleteModels.GetCount(), 0U);
+    EXPECT_EQ(
+        harness_.ModuleLines("print", "TakeBackModels: Model 'A' has everything that it refers to again"), 1);
+    CheckModels();
+    EXPECT_EQ(ModelCollection.GetCount(), 3U);
+}
+
+TEST_F(CheckModelsTest, LeavesAModelToTheOneThatHasTakenItsPlace) {
+    AddAutomatic("A", "Nowhere", "P");
+    CheckModels();
+    AddUser("Nowhere", {"P"});
+    AddUser("A", {"P"});
+    TakeBackModels();
+    std::shared_ptr<Model_t> model;
+    ASSERT_TRUE(ModelCollection.Get("A", model));
+    EXPECT_EQ(model->GetType(), ModelType::kUser);
+    EXPECT_EQ(IncompleteModels.GetCount(), 0U);
+}
+
 }  // namespace

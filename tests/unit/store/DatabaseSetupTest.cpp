@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <string>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -48,6 +51,25 @@ TEST_F(DatabaseSetup, GoesOnBehindAScriptThatFails) {
     Initialise();
     EXPECT_EQ(Rows("SELECT count(*) FROM Good"), "0");
     EXPECT_THAT(Said(), Contains(StartsWith("error DBConnection: incomplete input")));
+}
+
+TEST_F(DatabaseSetup, RunsItsScriptsOnceTheirFileCanBeRead) {
+    const std::string ini = host_.Directory().Read(TestHost::kIni);
+    std::filesystem::remove(host_.Directory() / TestHost::kIni);
+    std::filesystem::create_directory(host_.Directory() / TestHost::kIni);
+    TestHost::Initialise();
+    EXPECT_TRUE(AreDatabaseScriptsDue());
+    std::filesystem::remove(host_.Directory() / TestHost::kIni);
+    WriteIni(ini);
+    RunDatabaseScripts();
+    EXPECT_FALSE(AreDatabaseScriptsDue());
+    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Scheduler"), "1");
+}
+
+TEST_F(DatabaseSetup, LeavesAWrongScriptToTheNextStart) {
+    WriteIni("[SqlRun]\nBad = CREATE TABLE\n");
+    TestHost::Initialise();
+    EXPECT_FALSE(AreDatabaseScriptsDue());
 }
 
 TEST_F(DatabaseSetup, RunsTheUpgradesAboveTheRecordedVersion) {

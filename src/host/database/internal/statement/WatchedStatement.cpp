@@ -1,10 +1,12 @@
 #include "host/database/internal/statement/WatchedStatement.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <system_error>
+#include <cstring>
+#include <exception>
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -36,14 +38,14 @@ WatchedStatement::WatchedStatement(sqlite3* database, const DBConnection::Watch*
     }
     bytes_ = std::max<int64_t>(
         NumberOf(database_, "PRAGMA page_count") * NumberOf(database_, "PRAGMA page_size"), 1);
-    figures_ = "/proc/self/task/" + std::to_string(gettid()) + "/io";
+    std::snprintf(figures_.data(), figures_.size(), "/proc/self/task/%d/io", gettid());
     readBefore_ = BytesRead();
     sqlite3_progress_handler(
         database_, kStepsBetween,
         [](void* self) { return static_cast<WatchedStatement*>(self)->MayGoOn() ? 0 : 1; }, this);
     try {
         watcher_ = std::thread([this] { AskWhereSqliteDoesNot(); });
-    } catch (const std::system_error&) {  // NOLINT(bugprone-empty-catch): then SQLite alone asks
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): then SQLite alone asks
     }
 }
 
@@ -84,18 +86,21 @@ void WatchedStatement::AskWhereSqliteDoesNot() {
 bool WatchedStatement::Ask() {
     asked_ = Clock::now();
     const int64_t percent = (BytesRead() - readBefore_) * 100 / bytes_;
-    stopped_ = stopped_ || !(*watch_)(static_cast<uint32_t>(std::clamp<int64_t>(percent, 0, 99)));
+    try {
+        stopped_ = stopped_ || !(*watch_)(static_cast<uint32_t>(std::clamp<int64_t>(percent, 0, 99)));
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): without memory it is asked again later
+    }
     return !stopped_;
 }
 
 int64_t WatchedStatement::BytesRead() const {
-    std::ifstream figures(figures_);
-    std::string name;
-    int64_t number = 0;
-    while (figures >> name >> number) {
-        if (name == "rchar:") {
-            return number;
-        }
+    // "rchar: <number>" is the first line. Asked for without memory of its own, which may be what is short.
+    char text[64] = {};
+    const int file = open(figures_.data(), O_RDONLY | O_CLOEXEC);
+    const bool isRead = file >= 0 && read(file, text, sizeof text - 1) > 0;
+    if (file >= 0) {
+        close(file);
     }
-    return 0;  // a system that does not say
+    const char* const number = isRead ? std::strchr(text, ' ') : nullptr;
+    return number != nullptr ? std::strtoll(number, nullptr, 10) : 0;  // a system that does not say
 }

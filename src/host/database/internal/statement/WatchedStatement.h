@@ -1,10 +1,10 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <string>
 #include <thread>
 
 #include "host/database/Database.h"
@@ -39,7 +39,7 @@ private:
     // Constant after construction.
     sqlite3* const database_;
     const DBConnection::Watch* const watch_;
-    std::string figures_;  // where the system keeps those of the thread
+    std::array<char, 64> figures_{};  // the file in which the system keeps those of the thread
     int64_t bytes_ = 1;
     int64_t readBefore_ = 0;
 
