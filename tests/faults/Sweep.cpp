@@ -1,17 +1,16 @@
-// Everyday work on a machine that fails: for every call that the work makes to the file system, the process
-// is killed there, or the call and those after it find no room, or it fails once, or no file can be opened.
-// Then all is well again, and the same process, or the next one after a kill, goes on. Every event that was
-// there or whose creation was answered with 0 must have reached the outbox, none more than twice and then in
-// two files that are the same, nothing may be left to be sent, and every action must work.
+// Work on a machine that fails: for every call that the work makes to the file system, the process is killed
+// there, or the call and those after it find no room, or it fails once, or no file can be opened. Then all is
+// well again, and the same process, or the next one after a kill, goes on. Every event that was there or
+// whose creation was answered with 0 must have reached the outbox, none more than twice and then in two files
+// that are the same, nothing may be left to be sent, every model must live, and every action must work.
 //
-//     Sweep kill|room|broken|files [STRIDE]
+//     Sweep day|start|first-start|reload|delete|aggregation kill|room|broken|files [STRIDE]
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <set>
 #include <string>
 #include <string_view>
@@ -22,12 +21,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "events/UploadBacklog.h"
-#include "host/time/LumTime.h"
+#include "SweepScenes.h"
 #include "support/ModulePair.h"
-#include "support/Sqlite.h"
 #include "support/TempDirectory.h"
-#include "support/shim/FaultPlan.h"
+#include "support/TestAgent.h"
 
 namespace {
 
@@ -43,43 +40,6 @@ constexpr Disturbance kDisturbances[] = {{"kill", Kind::kKill, 1},
                                          {"room", Kind::kNoRoom, FaultPlan::kForEver},
                                          {"broken", Kind::kBroken, 1},
                                          {"files", Kind::kNoFiles, 1}};
-
-constexpr int kOldEvents = 230;
-constexpr LumSeconds kOldEnd = 2000;
-
-/// What a process left on its way, in memory that outlives it.
-struct Account {
-    FaultPlan plan;
-    std::atomic<int32_t> created{0};  ///< events whose creation was answered with 0
-    std::atomic<bool> recovered{false};
-};
-
-/// The work that is disturbed.
-void Work(Account& account) {
-    for (int i = 0; i < 2; ++i) {
-        if (ModulePair::Create("Logon", "new" + std::to_string(account.created))) {
-            ++account.created;
-        }
-    }
-    ModulePair::UploadAndPurge("Logon", kOldEnd);
-    static_cast<void>(ModulePair::Alert("disturbed"));
-    TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":30})");
-}
-
-/// What has to work once all is well; with nothing left to do at the end.
-void Recover(Account& account) {
-    ModulePair::RunCycle();
-    ModulePair::UploadAndPurge("Logon", kOldEnd);
-    ModulePair::UploadAndPurge("Logon", LumNow() + 1);
-    Require(UploadBacklog.GetOutstanding().empty(), "something is outstanding");
-    Require(ModulePair::Create("Logon", "last"), "an event is refused");
-    Require(ModulePair::Alert("recovered"), "an alert is refused");
-    Require(TestAgent::CallWith("EventLogManagerSetValues", R"({"AlertMinimumGap":31})") == 0,
-            "settings are refused");
-    Require(TestAgent::Call("EventLogManagerGetValues", "").container.find(":31") != std::string::npos,
-            "settings are not kept");
-    account.recovered = true;
-}
 
 /// Runs `life` in a process of its own; its status.
 int Live(const std::function<void()>& life) {
@@ -105,36 +65,32 @@ int Live(const std::function<void()>& life) {
 
 class Sweep {
 public:
-    Sweep() {
+    explicit Sweep(const Scene& scene) : scene_(scene) {
         void* const place =
             mmap(nullptr, sizeof(Account), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         Require(place != MAP_FAILED, "shared memory");
         account_ = new (place) Account;
-        Require(Live([this] { Prepare(); }) == 0, "prepare");
+        Require(Live([this] { PrepareMachine(scene_, template_); }) == 0, "prepare");
+        if (scene_.prepare != nullptr) {
+            Require(Live([this] { scene_.prepare(template_); }) == 0, "prepare further");
+        }
     }
 
     /// Tries one call; false where the work has no such call.
     [[nodiscard]] bool Try(const Disturbance& disturbance, uint64_t nth) {
         fs::remove_all(agent_);
-        fs::copy(scratch_.Path() / "template", agent_, fs::copy_options::recursive);
+        fs::copy(template_, agent_, fs::copy_options::recursive);
         account_->created = 0;
         account_->recovered = false;
-        const int status = Live([&] {
-            const ModulePair modules(agent_);
-            account_->plan.Watch((agent_ / "data").string());
-            FaultShimUse(&account_->plan);
-            account_->plan.Arm(disturbance.kind, nth, disturbance.length);
-            Work(*account_);
-            account_->plan.Disarm();
-            Recover(*account_);
-        });
+        const int status = Live([&] { LiveDisturbed(disturbance, nth); });
         const uint64_t calls = account_->plan.Disarm();
-        const std::string where = std::string(disturbance.name) + " at call " + std::to_string(nth);
+        const std::string where =
+            std::string(scene_.name) + ", " + disturbance.name + " at call " + std::to_string(nth);
         if (WIFSIGNALED(status)) {
             Require(WTERMSIG(status) == SIGKILL, where + ": it crashed");
             Require(Live([&] {
                         const ModulePair modules(agent_);
-                        Recover(*account_);
+                        Recover(agent_, *account_);
                     }) == 0,
                     where + ": it does not recover (" + agent_.string() + ")");
         }
@@ -144,20 +100,28 @@ public:
     }
 
 private:
-    void Prepare() const {
-        const fs::path place = scratch_.Path() / "template";
-        ModulePair::Prepare(place, {.name = "Logon", .params = {{.name = "User"}}});
-        const ModulePair modules(place);
-        Sqlite(place / TestAgent::kDatabase)
-            .Run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-                 std::to_string(kOldEvents) +
-                 ") INSERT INTO Event_Logon SELECT NULL, i, 0, 0, 0, 'old' || i FROM n");
+    void LiveDisturbed(const Disturbance& disturbance, uint64_t nth) const {
+        const auto disturb = [&] {
+            for (const std::string& model : scene_.drops) {
+                DropDefinition(agent_, model);
+            }
+            account_->plan.Watch((agent_ / "").string(), (agent_ / "log").string());
+            FaultShimUse(&account_->plan);
+            account_->plan.Arm(disturbance.kind, nth, disturbance.length);
+        };
+        const ModulePair modules(agent_, scene_.withStart ? disturb : std::function<void()>());
+        if (!scene_.withStart) {
+            disturb();
+        }
+        scene_.work(*account_);
+        account_->plan.Disarm();
+        Recover(agent_, *account_);
     }
 
     void Check(const std::string& where) const {
         auto sent = SentEvents(agent_);
         std::set<std::string> wanted;
-        for (int i = 1; i <= kOldEvents; ++i) {
+        for (int i = 1; i <= (scene_.isFirstStart ? 0 : kOldEvents); ++i) {
             wanted.insert("old" + std::to_string(i));
         }
         for (int i = 0; i < account_->created; ++i) {
@@ -171,7 +135,9 @@ private:
         }
     }
 
+    const Scene& scene_;
     const TempDirectory scratch_;
+    const fs::path template_ = scratch_.Path() / "template";
     const fs::path agent_ = scratch_.Path() / "agent";
     Account* account_;
 };
@@ -179,22 +145,29 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string_view wanted = argc > 1 ? argv[1] : "";
+    const std::string_view work = argc > 1 ? argv[1] : "";
+    const std::string_view wanted = argc > 2 ? argv[2] : "";
+    const Scene* scene = kScenes;
+    while (scene->name != nullptr && work != scene->name) {
+        ++scene;
+    }
     const auto* const disturbance =
         std::find_if(std::begin(kDisturbances), std::end(kDisturbances),
                      [wanted](const Disturbance& one) { return wanted == one.name; });
-    const uint64_t stride = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
-    if (disturbance == std::end(kDisturbances) || stride == 0) {
-        std::fprintf(stderr, "usage: Sweep kill|room|broken|files [STRIDE]\n");
+    const uint64_t stride = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1;
+    if (scene->name == nullptr || disturbance == std::end(kDisturbances) || stride == 0) {
+        std::fprintf(stderr,
+                     "usage: Sweep day|start|first-start|reload|delete|aggregation kill|room|broken|files "
+                     "[STRIDE]\n");
         return 2;
     }
     try {
-        Sweep sweep;
+        Sweep sweep(*scene);
         uint64_t nth = 1;
         for (; sweep.Try(*disturbance, nth); nth += stride) {
         }
-        std::printf("%s: %lu calls, each %lu.\n", disturbance->name, static_cast<unsigned long>(nth),
-                    static_cast<unsigned long>(stride));
+        std::printf("%s, %s: %lu calls, each %lu.\n", scene->name, disturbance->name,
+                    static_cast<unsigned long>(nth), static_cast<unsigned long>(stride));
     } catch (const std::exception& error) {
         std::printf("failed: %s\n", error.what());
         return 1;

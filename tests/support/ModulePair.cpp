@@ -17,11 +17,14 @@ LumModuleMain EntryOf(void* library) {
 
 }  // namespace
 
-ModulePair::ModulePair(const fs::path& place)
+ModulePair::ModulePair(const fs::path& place, const std::function<void()>& beforeStart)
     : module_(place), library_(dlopen(LUM_BINARY_DIR "/modules/FileStore.so", RTLD_NOW | RTLD_LOCAL)) {
     Require(library_ != nullptr, "load the file store");
     const LumModuleMain store = EntryOf(library_);
     store(static_cast<uint32_t>(LumModuleCommand::kRegister), 0, &storeHandle_);
+    if (beforeStart) {
+        beforeStart();
+    }
     store(static_cast<uint32_t>(LumModuleCommand::kInitialise), 0, nullptr);
     LinkedModule::Initialise();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,7 +14,9 @@
 /// directory that has config/ and data/.
 class ModulePair {
 public:
-    explicit ModulePair(const std::filesystem::path& place);
+    /// `beforeStart`, where there is one, is called once the modules are there and before they are
+    /// initialised.
+    explicit ModulePair(const std::filesystem::path& place, const std::function<void()>& beforeStart = {});
     ModulePair(const ModulePair&) = delete;
     ModulePair& operator=(const ModulePair&) = delete;
     ~ModulePair();
