@@ -137,19 +137,20 @@ ModelTables::Result ModelTables::Prepare(Database& database, const EventContent&
             return result;
         }
     }
-    const Model& model = models_.at(content.model);
+    const std::set<int32_t>& months = models_.at(content.model).months;
     const int32_t now = MonthOf(std::time(nullptr));
     std::set<int32_t> missing;
     for (const int32_t date : content.dates) {
         const int32_t month = MonthOf(date);
-        if (month <= now + kMonthsAhead && month > now - limits_.oldestMonths &&
-            model.months.count(month) == 0) {
+        if (month <= now + kMonthsAhead && month > now - limits_.oldestMonths && months.count(month) == 0) {
             missing.insert(month);
         }
     }
     if (!missing.empty() && !MakeMonths(database, content.model, missing, failure)) {
         return Result::kFailed;
     }
+    // Making months reads the model anew: what was found before is gone.
+    const Model& model = models_.at(content.model);
     copyStatement = "COPY " + TableName(model.table) + " (" + std::string(FixedEventColumns());
     for (const ParameterType& parameter : content.parameters) {
         copyStatement += ", " + QuotedName(model.columns.at({parameter.name, parameter.type}));
