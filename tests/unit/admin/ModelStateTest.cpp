@@ -126,7 +126,7 @@ TEST_F(ModelStateTest, LeavesTheRestOfAListAloneOnceTheAgentIsToStop) {
     EXPECT_FALSE(ModelCollection.Contains("Logon"));
     EXPECT_TRUE(ModelCollection.Contains("Second"));
     EXPECT_EQ(Log().Count("warning ActionHandler_EventLogManagerDeleteModels: The agent stops: model "
-                                  "'Second' and those named after it are not deleted\n"),
+                          "'Second' and those named after it are not deleted\n"),
               1U);
 }
 
@@ -143,10 +143,10 @@ TEST_F(ModelStateTest, LeavesDroppedDefinitionsToTheNextStartOnceTheAgentIsToSto
 
 TEST_F(ModelStateTest, BringsAnAutomaticModelBackOnceItsSourceIsThere) {
     Drop({.name = "Sums",
-                  .type = ModelType::kAutomatic,
-                  .source = "Visit",
-                  .aggregation = Policy::kHourly,
-                  .params = {{.name = "Users", .source = "User"}}});
+          .type = ModelType::kAutomatic,
+          .source = "Visit",
+          .aggregation = Policy::kHourly,
+          .params = {{.name = "Users", .source = "User"}}});
     EXPECT_EQ(Call("ReloadModels", "{}"), 0U);
     EXPECT_FALSE(ModelCollection.Contains("Sums"));
     Drop({.name = "Visit", .params = {{.name = "User"}}});

@@ -12,11 +12,13 @@
 #include "host/container/LumContainer.h"
 #include "host/core/ActionDb.h"
 #include "host/core/ActionFrame.h"
+#include "host/file/LumFile.h"
 #include "model/ModuleLog.h"
 #include "store/DatabaseScope.h"
 #include "support/CallRecord.h"
 #include "support/FileStoreStandIn.h"
 #include "support/StartedModule.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -303,7 +305,7 @@ TEST_F(Alerts, WaitForTheStoreUpToACeiling) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(Create("disk full", LumContainer()), kActionDone);
     }
-    EXPECT_EQ(CountTempFiles(), kMaxWaitingAlerts);
+    EXPECT_EQ(waiting.CountEntries(), kMaxWaitingAlerts);
     EXPECT_EQ(AlertCeiling.TakeLost(std::time(nullptr) + 60), 2U);
 }
 
@@ -313,8 +315,8 @@ TEST_F(Alerts, SayOnceAMinuteHowManyAreLost) {
     AlertCeiling.NoteLost(lastMinute);
     TellHeldBackAlerts();
     TellHeldBackAlerts();
-    EXPECT_EQ(harness_.Log().Count("warning TellHeldBackAlerts: 2 alerts are lost: their files could not be "
-                                   "written, or 1000 wait in "),
+    EXPECT_EQ(Log().Count("warning TellHeldBackAlerts: 2 alerts are lost: their files could not be "
+                          "written, or 1000 wait in "),
               1U);
 }
 

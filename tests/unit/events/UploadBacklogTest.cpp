@@ -425,9 +425,9 @@ TEST_F(UploadBacklogTest, StopsBetweenTwoFilesAndGoesOnAfterTheNextStart) {
         EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
     }
     EXPECT_EQ(store.taken.size(), 2U);
-    EXPECT_EQ(Log().Count(
-                  "print UploadEvents: The upload of model 'Logon' stops and goes on after the next start"),
-              1U);
+    EXPECT_EQ(
+        Log().Count("print UploadEvents: The upload of model 'Logon' stops and goes on after the next start"),
+        1U);
     EXPECT_EQ(Complaints(), 0U) << "a stop is not a failure";
     Restart();
     ResumeUploads();

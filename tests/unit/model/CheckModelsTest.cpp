@@ -122,8 +122,7 @@ TEST_F(CheckModelsTest, TakesAChainBackOnceEverythingIsThere) {
     EXPECT_TRUE(ModelCollection.Contains("A"));
     EXPECT_TRUE(ModelCollection.Contains("B"));
     EXPECT_EQ(IncompleteModels.GetCount(), 0U);
-    EXPECT_EQ(
-        harness_.ModuleLines("print", "TakeBackModels: Model 'A' has everything that it refers to again"), 1);
+    EXPECT_EQ(Log().Count("print TakeBackModels: Model 'A' has everything that it refers to again"), 1U);
     CheckModels();
     EXPECT_EQ(ModelCollection.GetCount(), 3U);
 }

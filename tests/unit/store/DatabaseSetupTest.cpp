@@ -54,21 +54,21 @@ TEST_F(DatabaseSetup, GoesOnBehindAScriptThatFails) {
 }
 
 TEST_F(DatabaseSetup, RunsItsScriptsOnceTheirFileCanBeRead) {
-    const std::string ini = host_.Directory().Read(TestHost::kIni);
-    std::filesystem::remove(host_.Directory() / TestHost::kIni);
-    std::filesystem::create_directory(host_.Directory() / TestHost::kIni);
-    TestHost::Initialise();
+    const std::string ini = Directory().Read(kIni);
+    std::filesystem::remove(Directory() / kIni);
+    std::filesystem::create_directory(Directory() / kIni);
+    Initialise();
     EXPECT_TRUE(AreDatabaseScriptsDue());
-    std::filesystem::remove(host_.Directory() / TestHost::kIni);
+    std::filesystem::remove(Directory() / kIni);
     WriteIni(ini);
     RunDatabaseScripts();
     EXPECT_FALSE(AreDatabaseScriptsDue());
-    EXPECT_EQ(host_.Rows("SELECT count(*) FROM Scheduler"), "1");
+    EXPECT_EQ(Rows("SELECT count(*) FROM Scheduler"), "1");
 }
 
 TEST_F(DatabaseSetup, LeavesAWrongScriptToTheNextStart) {
     WriteIni("[SqlRun]\nBad = CREATE TABLE\n");
-    TestHost::Initialise();
+    Initialise();
     EXPECT_FALSE(AreDatabaseScriptsDue());
 }
 

@@ -6,8 +6,8 @@ namespace {
 
 TEST(MetricsText, SaysOfEachMetricWhatItIs) {
     MetricsText text("program_");
-    text.Add(MetricsText::Kind::kCounter, "done_total", "What was done.", 3);
-    text.Add(MetricsText::Kind::kGauge, "share", "A share.", 0.25);
+    text.AddCounter("done_total", "What was done.", 3);
+    text.AddGauge("share", "A share.", 0.25);
     EXPECT_EQ(
         text.GetText(),
         "# HELP program_done_total What was done.\n# TYPE program_done_total counter\nprogram_done_total 3\n"
@@ -16,8 +16,8 @@ TEST(MetricsText, SaysOfEachMetricWhatItIs) {
 
 TEST(MetricsText, WritesLargeNumbersWithAllTheirDigits) {
     MetricsText text("");
-    text.Add(MetricsText::Kind::kGauge, "moment", "Seconds.", 1'795'284'725);
-    text.Add(MetricsText::Kind::kCounter, "bytes", "Bytes.", 123'456'789'012'345);
+    text.AddGauge("moment", "Seconds.", 1'795'284'725);
+    text.AddCounter("bytes", "Bytes.", 123'456'789'012'345);
     EXPECT_NE(text.GetText().find("\nmoment 1795284725\n"), std::string::npos);
     EXPECT_NE(text.GetText().find("\nbytes 123456789012345\n"), std::string::npos);
 }
