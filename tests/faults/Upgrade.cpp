@@ -109,7 +109,7 @@ public:
     uint64_t Count(Call call) {
         Reset();
         Expect(StartOnce(agent_, call, [](FaultVfs&) {}) == 0, "an undisturbed start works");
-        kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
+        RememberUndisturbed();
         return std::stoull(ReadWholeFile(agent_ / "calls"));
     }
 
@@ -125,7 +125,7 @@ public:
         std::vector<DiskCall> calls;
         DiskRecordEnd(&calls);
         states_->Take(std::move(calls), false);
-        kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
+        RememberUndisturbed();
     }
 
     void TryPowerCut(uint64_t seed) {
@@ -196,23 +196,30 @@ private:
         for (const fs::directory_entry& entry : fs::directory_iterator(agent_ / "data/EventLogManager")) {
             const std::string name = entry.path().filename();
             Expect(!name.ends_with(".unfinished"), "no attempt to copy is left");
-            if (!name.starts_with("EventLogManager-") || !name.ends_with(".sqlite3")) {
+            if (!IsCopy(name)) {
                 continue;
             }
             Expect(UpgradeFixture::Check(entry.path()) == "ok", "the copy is whole");
-            if (IsOfTheFirstAttempt(name)) {
+            // A start that finds the upgrade half done may make a second one, of the version reached so far.
+            if (name == firstCopy_) {
                 const auto copied = UpgradeFixture::EventsIn(entry.path());
                 Expect(copied == before_, "the copy has every event");
             }
         }
     }
 
-    /// A start that finds the upgrade half done may make a second copy, of the version reached so far.
-    [[nodiscard]] bool IsOfTheFirstAttempt(const std::string& name) const {
-        std::vector<std::string> copies;
-        const std::string log = ReadWholeFile(agent_ / "log");
-        const std::size_t first = log.find("EventLogManager-");
-        return first != std::string::npos && log.compare(first, name.size(), name) == 0;
+    /// Remembers what an undisturbed start keeps: the events, which of them together, and its copy.
+    void RememberUndisturbed() {
+        kept_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(agent_));
+        for (const fs::directory_entry& entry : fs::directory_iterator(agent_ / "data/EventLogManager")) {
+            if (IsCopy(entry.path().filename())) {
+                firstCopy_ = entry.path().filename();
+            }
+        }
+    }
+
+    [[nodiscard]] static bool IsCopy(const std::string& name) {
+        return name.starts_with("EventLogManager-") && name.ends_with(".sqlite3");
     }
 
     const TempDirectory scratch_;
@@ -221,6 +228,7 @@ private:
     std::string where_ = "undisturbed";
     std::map<std::string, UpgradeFixture::Events> before_;
     std::map<std::string, UpgradeFixture::Events> kept_;
+    std::string firstCopy_;  // its name; empty where none is made
     std::optional<DiskStates> states_;
 };
 

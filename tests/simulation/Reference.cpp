@@ -200,7 +200,19 @@ void Reference::Reload() {
         }
         file = dropped_.erase(file);
     }
+    TakeBackComplete();
     CheckReferences();
+}
+
+void Reference::TakeBackComplete() {
+    for (auto model = models_.begin(); model != models_.end();) {
+        if (!model->second.isKnown && Resolves(model->second)) {
+            model->second.isKnown = true;
+            model = models_.begin();
+        } else {
+            ++model;
+        }
+    }
 }
 
 void Reference::CheckReferences() {

@@ -102,6 +102,8 @@ private:
 
     /// The model of that name; null where nobody knows it.
     [[nodiscard]] Model* Find(const std::string& name);
+    /// Knows automatic models again whose sources are there now.
+    void TakeBackComplete();
     /// Forgets automatic models whose sources are not known, or have not what they refer to.
     void CheckReferences();
     [[nodiscard]] bool Resolves(const Model& model);
