@@ -1,6 +1,8 @@
 #include "fleet/broker/Stream.h"
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 #include "fleet/broker/internal/Handles.h"
 
@@ -171,9 +173,46 @@ bool RewindConsumer(Broker& broker, const StreamSettings& settings, uint64_t seq
 }
 
 struct StreamReader::Handle {
+    using Clock = std::chrono::steady_clock;
+
     JetStream context;
     NatsSubscription subscription;
+    /// Until then messages of a request that has ended without all of them may still come.
+    Clock::time_point lateUntil{};
+
+    [[nodiscard]] bool ExpectsLateMessages() const;
+    [[nodiscard]] natsStatus Request(std::size_t limit, int64_t maxBytes, int64_t waitMs, bool mayWait,
+                                     std::vector<BrokerMessage>& messages);
 };
+
+bool StreamReader::Handle::ExpectsLateMessages() const {
+    int waiting = 0;
+    return Clock::now() < lateUntil ||
+           natsSubscription_GetPending(subscription.get(), &waiting, nullptr) != NATS_OK || waiting > 0;
+}
+
+natsStatus StreamReader::Handle::Request(std::size_t limit, int64_t maxBytes, int64_t waitMs, bool mayWait,
+                                         std::vector<BrokerMessage>& messages) {
+    constexpr std::chrono::seconds onTheirWay(2);
+    jsFetchRequest request;
+    jsFetchRequest_Init(&request);
+    request.Batch = static_cast<int>(limit);
+    request.MaxBytes = maxBytes;
+    request.NoWait = !mayWait;
+    request.Expires = waitMs * kNsPerMs;
+    natsMsgList list{nullptr, 0};
+    const natsStatus status = natsSubscription_FetchRequest(&list, subscription.get(), &request);
+    if (status == NATS_TIMEOUT || (status == NATS_OK && static_cast<std::size_t>(list.Count) < limit)) {
+        lateUntil = Clock::now() + onTheirWay;
+    }
+    for (int i = 0; i < list.Count; ++i) {
+        auto handle = std::make_unique<BrokerMessage::Handle>();
+        handle->message.reset(std::exchange(list.Msgs[i], nullptr));
+        messages.emplace_back(std::move(handle));
+    }
+    natsMsgList_Destroy(&list);
+    return status;
+}
 
 StreamReader::StreamReader() = default;
 StreamReader::~StreamReader() = default;
@@ -206,23 +245,21 @@ void StreamReader::Close() {
 
 bool StreamReader::Fetch(std::size_t limit, int64_t maxBytes, int64_t waitMs,
                          std::vector<BrokerMessage>& messages, std::string& error) {
-    jsFetchRequest request;
-    jsFetchRequest_Init(&request);
-    request.Batch = static_cast<int>(limit);
-    request.MaxBytes = maxBytes;
-    request.Expires = waitMs * kNsPerMs;
-    natsMsgList list{nullptr, 0};
-    const natsStatus status = natsSubscription_FetchRequest(&list, handle_->subscription.get(), &request);
-    if (status != NATS_OK && status != NATS_TIMEOUT) {
-        error = StreamFailure("Cannot fetch from the stream", status);
-        return false;
+    // The library's list is as long as the request is large, and version 3.4 writes beyond its end where many
+    // messages of an earlier request come during a later one. While there may be such, one is asked for at a
+    // time.
+    const std::size_t atOnce = handle_->ExpectsLateMessages() ? 1 : limit;
+    natsStatus status = handle_->Request(atOnce, maxBytes, waitMs, true, messages);
+    int64_t bytes = 0;
+    while (status == NATS_OK && atOnce == 1 && !messages.empty() && messages.size() < limit &&
+           bytes < maxBytes) {
+        bytes += static_cast<int64_t>(messages.back().Data().size());
+        status = handle_->Request(1, maxBytes, waitMs, false, messages);
     }
-    for (int i = 0; i < list.Count; ++i) {
-        auto handle = std::make_unique<BrokerMessage::Handle>();
-        handle->message.reset(list.Msgs[i]);
-        list.Msgs[i] = nullptr;
-        messages.emplace_back(std::move(handle));
+    // A failure that lasts is met again by the next call.
+    if (status == NATS_OK || status == NATS_TIMEOUT || status == NATS_NOT_FOUND || !messages.empty()) {
+        return true;
     }
-    natsMsgList_Destroy(&list);
-    return true;
+    error = StreamFailure("Cannot fetch from the stream", status);
+    return false;
 }
