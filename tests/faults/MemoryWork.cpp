@@ -96,14 +96,16 @@ Work Scheduling() {
     return {"Scheduler", [](const Machine& /*machine*/, uint64_t turn) {
                 TaskSchedulerThread scheduler;
                 scheduler.Initialise();
-                const std::time_t later = LumNow() + 370 * 86400 + 3660;  // every field has changed
+                // Every field changes, the day of the week also where the hour takes it past midnight.
+                constexpr std::time_t longTime = 372 * 86400 + 3660;
+                const std::time_t later = LumNow() + longTime;
                 // Where it ends with an exception the thread says so and looks again.
                 static_cast<void>(Without(turn, [&] { scheduler.RunCycle(later); }));
                 CheckLocks();
                 static_cast<void>(LinkedModule::TakeTasks());
                 TaskSchedulerThread again;
                 again.Initialise();
-                again.RunCycle(later + 370 * 86400 + 3660);
+                again.RunCycle(later + longTime);
                 Require(LinkedModule::TakeTasks().size() == 3, "what falls due is not queued afterwards");
             }};
 }
