@@ -176,14 +176,21 @@ uint64_t BrokerMessage::Sequence() const {
     return sequence;
 }
 
+void BrokerMessage::Handle::AnswerStream(const std::string& answer) const {
+    if (connection != nullptr) {
+        // What gets lost here has the message handed out again by and by.
+        static_cast<void>(
+            natsConnection_PublishString(connection, natsMsg_GetReply(message.get()), answer.c_str()));
+    }
+}
+
 void BrokerMessage::Acknowledge() const {
-    // A lost acknowledgement brings the message again, and its key says that it is stored.
-    static_cast<void>(natsMsg_Ack(handle_->message.get(), nullptr));
+    handle_->AnswerStream("+ACK");
 }
 
 void BrokerMessage::HandBack(int64_t delayMs) const {
-    // Where this gets lost, the stream hands the message out again by itself, only later.
-    static_cast<void>(natsMsg_NakWithDelay(handle_->message.get(), delayMs, nullptr));
+    constexpr int64_t nsPerMs = 1'000'000;
+    handle_->AnswerStream(R"(-NAK {"delay": )" + std::to_string(delayMs * nsPerMs) + "}");
 }
 
 Broker::Broker() : handle_(std::make_unique<Handle>()) {}

@@ -46,9 +46,10 @@ public:
     [[nodiscard]] std::string_view Header(const char* name) const;
     /// The number that the stream gave a message of a StreamReader; 0 for any other message.
     [[nodiscard]] uint64_t Sequence() const;
-    /// Tells the stream that a message of a StreamReader is done with. What gets lost on the way comes again.
+    /// Tells the stream that a message of a StreamReader is done with, on the connection that it came on,
+    /// which must be there still. What gets lost on the way comes again.
     void Acknowledge() const;
-    /// Asks the stream to hand it out again, after `delayMs`.
+    /// Asks the stream, on the same connection, to hand it out again after `delayMs`.
     void HandBack(int64_t delayMs) const;
 
 private:

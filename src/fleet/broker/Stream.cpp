@@ -88,6 +88,64 @@ bool MakeStream(jsCtx* context, const StreamSettings& settings, std::string& err
     }
 }
 
+using Clock = std::chrono::steady_clock;
+
+/// What one call of Fetch takes: no more than `limit` messages, and none after about `maxBytes`.
+class Catch {
+public:
+    Catch(std::vector<BrokerMessage>& messages, std::size_t limit, int64_t maxBytes)
+        : messages_(messages), limit_(limit), maxBytes_(maxBytes) {}
+
+    void Add(NatsMessage message, natsConnection* connection) {
+        bytes_ += natsMsg_GetDataLength(message.get());
+        ++count_;
+        auto handle = std::make_unique<BrokerMessage::Handle>();
+        handle->message = std::move(message);
+        handle->connection = connection;
+        messages_.emplace_back(std::move(handle));
+    }
+    [[nodiscard]] bool IsEmpty() const { return count_ == 0; }
+    [[nodiscard]] bool IsFull() const { return count_ >= limit_ || bytes_ >= maxBytes_; }
+
+private:
+    std::vector<BrokerMessage>& messages_;
+    const std::size_t limit_;
+    const int64_t maxBytes_;
+    std::size_t count_ = 0;
+    int64_t bytes_ = 0;
+};
+
+/// How a request for messages stands.
+enum class RequestState : uint8_t {
+    kOpen,
+    kDone,      ///< it brings no more
+    kTooSmall,  ///< the next message alone has more bytes than it asked for
+    kFailed,
+};
+
+std::string_view HeaderOf(natsMsg* message, const char* name) {
+    const char* value = nullptr;
+    return natsMsgHeader_Get(message, name, &value) == NATS_OK && value != nullptr ? std::string_view(value)
+                                                                                   : std::string_view();
+}
+
+/// What the server says of a request in a message of no content.
+RequestState StateIn(natsMsg* message, std::string& error) {
+    const std::string_view status = HeaderOf(message, "Status");
+    const std::string_view description = HeaderOf(message, "Description");
+    if (status == "404" || status == "408") {
+        return RequestState::kDone;
+    }
+    if (description == "Message Size Exceeds MaxBytes") {
+        return RequestState::kTooSmall;
+    }
+    if (status == "100") {
+        return RequestState::kOpen;  // it only says that it is there
+    }
+    error = "Cannot fetch from the stream: " + std::string(status) + " " + std::string(description);
+    return RequestState::kFailed;
+}
+
 }  // namespace
 
 bool SetUpStream(Broker& broker, const StreamSettings& settings, bool& made, std::string& error) {
@@ -173,45 +231,93 @@ bool RewindConsumer(Broker& broker, const StreamSettings& settings, uint64_t seq
 }
 
 struct StreamReader::Handle {
-    using Clock = std::chrono::steady_clock;
-
-    JetStream context;
+    natsConnection* connection = nullptr;  ///< the broker's
+    std::string nextSubject;               ///< where the consumer is asked for its next messages
+    std::string inbox;  ///< they come to this and the number of the request that they are handed out for
+    uint64_t lastRequest = 0;  ///< the number of the last one
     NatsSubscription subscription;
-    /// Until then messages of a request that has ended without all of them may still come.
-    Clock::time_point lateUntil{};
 
-    [[nodiscard]] bool ExpectsLateMessages() const;
-    [[nodiscard]] natsStatus Request(std::size_t limit, int64_t maxBytes, int64_t waitMs, bool mayWait,
-                                     std::vector<BrokerMessage>& messages);
+    [[nodiscard]] bool Subscribe(std::string& error);
+    /// Asks for as many, within `waitMs`; without a bound on their bytes where `maxBytes` is 0.
+    [[nodiscard]] bool Ask(std::size_t limit, int64_t maxBytes, int64_t waitMs, std::string& error);
+    /// Takes what comes until `deadline`, for whatever request; ends early with the request `number`.
+    [[nodiscard]] RequestState Take(uint64_t number, Clock::time_point deadline, Catch& caught,
+                                    std::string& error);
+    [[nodiscard]] RequestState AskAndTake(std::size_t limit, int64_t maxBytes, int64_t waitMs, Catch& caught,
+                                          std::string& error);
 };
 
-bool StreamReader::Handle::ExpectsLateMessages() const {
-    int waiting = 0;
-    return Clock::now() < lateUntil ||
-           natsSubscription_GetPending(subscription.get(), &waiting, nullptr) != NATS_OK || waiting > 0;
+bool StreamReader::Handle::Subscribe(std::string& error) {
+    natsInbox* made = nullptr;
+    natsSubscription* subscribed = nullptr;
+    natsStatus status = natsInbox_Create(&made);
+    const NatsOwner<natsInbox, natsInbox_Destroy> owner(made);
+    if (status == NATS_OK) {
+        inbox = std::string(made) + ".";
+        status = natsConnection_SubscribeSync(&subscribed, connection, (inbox + "*").c_str());
+        subscription.reset(subscribed);
+    }
+    if (status != NATS_OK) {
+        error = StreamFailure("Cannot listen to the stream", status);
+    }
+    return status == NATS_OK;
 }
 
-natsStatus StreamReader::Handle::Request(std::size_t limit, int64_t maxBytes, int64_t waitMs, bool mayWait,
-                                         std::vector<BrokerMessage>& messages) {
-    constexpr std::chrono::seconds onTheirWay(2);
-    jsFetchRequest request;
-    jsFetchRequest_Init(&request);
-    request.Batch = static_cast<int>(limit);
-    request.MaxBytes = maxBytes;
-    request.NoWait = !mayWait;
-    request.Expires = waitMs * kNsPerMs;
-    natsMsgList list{nullptr, 0};
-    const natsStatus status = natsSubscription_FetchRequest(&list, subscription.get(), &request);
-    if (status == NATS_TIMEOUT || (status == NATS_OK && static_cast<std::size_t>(list.Count) < limit)) {
-        lateUntil = Clock::now() + onTheirWay;
+bool StreamReader::Handle::Ask(std::size_t limit, int64_t maxBytes, int64_t waitMs, std::string& error) {
+    // What is handed out at the last moment is here by the time that nobody waits for it any more.
+    constexpr int64_t onItsWayMs = 10;
+    const int64_t expiresMs = std::max(waitMs - onItsWayMs, int64_t{1});
+    std::string text =
+        R"({"batch":)" + std::to_string(limit) + R"(,"expires":)" + std::to_string(expiresMs * kNsPerMs);
+    if (maxBytes > 0) {
+        text += R"(,"max_bytes":)" + std::to_string(maxBytes);
     }
-    for (int i = 0; i < list.Count; ++i) {
-        auto handle = std::make_unique<BrokerMessage::Handle>();
-        handle->message.reset(std::exchange(list.Msgs[i], nullptr));
-        messages.emplace_back(std::move(handle));
+    text += "}";
+    const std::string reply = inbox + std::to_string(++lastRequest);
+    const natsStatus status = natsConnection_PublishRequest(connection, nextSubject.c_str(), reply.c_str(),
+                                                            text.data(), static_cast<int>(text.size()));
+    if (status != NATS_OK) {
+        error = StreamFailure("Cannot ask the stream for messages", status);
     }
-    natsMsgList_Destroy(&list);
-    return status;
+    return status == NATS_OK;
+}
+
+RequestState StreamReader::Handle::Take(uint64_t number, Clock::time_point deadline, Catch& caught,
+                                        std::string& error) {
+    const std::string ours = inbox + std::to_string(number);
+    while (!caught.IsFull()) {
+        const int64_t left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        natsMsg* received = nullptr;
+        const natsStatus status =
+            natsSubscription_NextMsg(&received, subscription.get(), std::max(left, int64_t{0}));
+        NatsMessage message(received);
+        if (status == NATS_TIMEOUT) {
+            return RequestState::kOpen;
+        }
+        if (status == NATS_SLOW_CONSUMER) {
+            continue;  // what was dropped is handed out again
+        }
+        if (status != NATS_OK) {
+            error = StreamFailure("Cannot fetch from the stream", status);
+            return RequestState::kFailed;
+        }
+        const std::string_view subject = natsMsg_GetSubject(received);
+        if (!subject.starts_with(inbox)) {
+            caught.Add(std::move(message), connection);  // under the subject that it was published on
+        } else if (subject == ours) {
+            if (const RequestState state = StateIn(received, error); state != RequestState::kOpen) {
+                return state;
+            }
+        }
+    }
+    return RequestState::kOpen;
+}
+
+RequestState StreamReader::Handle::AskAndTake(std::size_t limit, int64_t maxBytes, int64_t waitMs,
+                                              Catch& caught, std::string& error) {
+    const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(waitMs);
+    return Ask(limit, maxBytes, waitMs, error) ? Take(lastRequest, deadline, caught, error)
+                                               : RequestState::kFailed;
 }
 
 StreamReader::StreamReader() = default;
@@ -220,19 +326,9 @@ StreamReader::~StreamReader() = default;
 bool StreamReader::Open(Broker& broker, const std::string& stream, const std::string& consumer,
                         std::string& error) {
     auto handle = std::make_unique<Handle>();
-    if (!OpenJetStream(broker, handle->context, error)) {
-        return false;
-    }
-    jsSubOptions options;
-    jsSubOptions_Init(&options);
-    options.Stream = stream.c_str();
-    options.Consumer = consumer.c_str();
-    natsSubscription* subscription = nullptr;
-    const natsStatus status = js_PullSubscribe(&subscription, handle->context.get(), nullptr,
-                                               consumer.c_str(), nullptr, &options, nullptr);
-    handle->subscription.reset(subscription);
-    if (status != NATS_OK) {
-        error = StreamFailure("Cannot read the stream " + stream, status);
+    handle->connection = broker.GetHandle().connection.get();
+    handle->nextSubject = "$JS.API.CONSUMER.MSG.NEXT." + stream + "." + consumer;
+    if (!handle->Subscribe(error)) {
         return false;
     }
     handle_ = std::move(handle);
@@ -245,21 +341,23 @@ void StreamReader::Close() {
 
 bool StreamReader::Fetch(std::size_t limit, int64_t maxBytes, int64_t waitMs,
                          std::vector<BrokerMessage>& messages, std::string& error) {
-    // The library's list is as long as the request is large, and version 3.4 writes beyond its end where many
-    // messages of an earlier request come during a later one. While there may be such, one is asked for at a
-    // time.
-    const std::size_t atOnce = handle_->ExpectsLateMessages() ? 1 : limit;
-    natsStatus status = handle_->Request(atOnce, maxBytes, waitMs, true, messages);
-    int64_t bytes = 0;
-    while (status == NATS_OK && atOnce == 1 && !messages.empty() && messages.size() < limit &&
-           bytes < maxBytes) {
-        bytes += static_cast<int64_t>(messages.back().Data().size());
-        status = handle_->Request(1, maxBytes, waitMs, false, messages);
+    // The client library's own fetch is not used: its version 3.4 puts more messages into its list than were
+    // asked for, and beyond the list's end, where some of an earlier request are there when it begins.
+    constexpr uint64_t noRequest = 0;
+    constexpr int64_t anyBytes = 0;
+    Catch caught(messages, limit, maxBytes);
+    std::string reason;
+    RequestState state = handle_->Take(noRequest, Clock::now(), caught, reason);
+    if (state == RequestState::kOpen && caught.IsEmpty()) {
+        state = handle_->AskAndTake(limit, maxBytes, waitMs, caught, reason);
+    }
+    if (state == RequestState::kTooSmall && caught.IsEmpty()) {
+        state = handle_->AskAndTake(1, anyBytes, waitMs, caught, reason);
     }
     // A failure that lasts is met again by the next call.
-    if (status == NATS_OK || status == NATS_TIMEOUT || status == NATS_NOT_FOUND || !messages.empty()) {
-        return true;
+    const bool failed = state == RequestState::kFailed && caught.IsEmpty();
+    if (failed) {
+        error = reason;
     }
-    error = StreamFailure("Cannot fetch from the stream", status);
-    return false;
+    return !failed;
 }

@@ -24,6 +24,10 @@ using JetStream = NatsOwner<jsCtx, jsCtx_Destroy>;
 
 struct BrokerMessage::Handle {
     NatsMessage message;
+    /// Where the stream is told what became of a message of its own; null for any other message.
+    natsConnection* connection = nullptr;
+
+    void AnswerStream(const std::string& answer) const;
 };
 
 struct Broker::Handle {
