@@ -132,41 +132,51 @@ void Collector::Work() {
         LoseBroker("The connection to the broker is lost");
         return;
     }
-    std::vector<BrokerMessage> messages;
-    if (!TakeFetched(messages)) {
+    Fetched fetched;
+    if (!TakeFetched(fetched)) {
         return;
     }
-    if (!messages.empty()) {
-        StoreMessages(messages);
+    if (!fetched.messages.empty()) {
+        Store(fetched);
     }
     LookAtStream();
     Maintain();
 }
 
-bool Collector::TakeFetched(std::vector<BrokerMessage>& messages) {
+bool Collector::TakeFetched(Fetched& fetched) {
     if (!ahead_.valid()) {
         FetchAhead();
     }
-    Fetched fetched = ahead_.get();
+    fetched = ahead_.get();
     if (!fetched.error.empty()) {
         LoseBroker(fetched.error);
         return false;
     }
-    messages = std::move(fetched.messages);
+    brokerRetry_.Reset();
     FetchAhead();
     return true;
 }
 
 void Collector::FetchAhead() {
-    ahead_ = std::async(std::launch::async, [this] {
-        Fetched fetched;
-        if (!reader_.Fetch(static_cast<std::size_t>(settings_.batches), settings_.fetchBytes, kFetchWaitMs,
-                           fetched.messages, fetched.error) &&
-            fetched.error.empty()) {
-            fetched.error = "Cannot fetch from the stream";
-        }
-        return fetched;
-    });
+    ahead_ = std::async(std::launch::async, [this] { return Fetch(); });
+}
+
+Collector::Fetched Collector::Fetch() {
+    Fetched fetched;
+    std::string error;
+    if (!reader_.Fetch(static_cast<std::size_t>(settings_.batches), settings_.fetchBytes, kFetchWaitMs,
+                       fetched.messages, error)) {
+        fetched.error = error.empty() ? "Cannot fetch from the stream" : error;
+    }
+    // Here, not where they are stored: meanwhile the database works on those before them.
+    fetched.batches.reserve(fetched.messages.size());
+    for (const BrokerMessage& message : fetched.messages) {
+        fetched.batches.push_back(ReadMessage(
+            message.Subject(), [&message](const char* name) { return message.Header(name); }, message.Data(),
+            static_cast<std::size_t>(settings_.maxBatchBytes)));
+        fetched.batches.back().sequence = message.Sequence();
+    }
+    return fetched;
 }
 
 void Collector::ReturnFetched() {
@@ -178,19 +188,11 @@ void Collector::ReturnFetched() {
     }
 }
 
-void Collector::StoreMessages(std::vector<BrokerMessage>& messages) {
-    std::vector<Incoming> batches;
-    batches.reserve(messages.size());
-    for (const BrokerMessage& message : messages) {
-        batches.push_back(ReadMessage(
-            message.Subject(), [&message](const char* name) { return message.Header(name); }, message.Data(),
-            static_cast<std::size_t>(settings_.maxBatchBytes)));
-        batches.back().sequence = message.Sequence();
-    }
+void Collector::Store(Fetched& fetched) {
     SqlFailure failure;
-    if (!store_.Store(batches, streamMadeNs_, failure)) {
+    if (!store_.Store(fetched.batches, streamMadeNs_, failure)) {
         ++state_.failures;
-        for (const BrokerMessage& message : messages) {
+        for (const BrokerMessage& message : fetched.messages) {
             message.HandBack(kHandBackMs);
         }
         LoseDatabase(failure.text);
@@ -199,19 +201,19 @@ void Collector::StoreMessages(std::vector<BrokerMessage>& messages) {
     databaseRetry_.Reset();
     ++state_.transactions;
     state_.lastCommit = std::time(nullptr);
-    Finish(messages, batches);
+    Finish(fetched);
 }
 
-void Collector::Finish(const std::vector<BrokerMessage>& messages, const std::vector<Incoming>& batches) {
-    for (std::size_t i = 0; i < messages.size(); ++i) {
-        Count(batches[i]);
-        if (batches[i].outcome == Outcome::kLater) {
-            messages[i].HandBack(kPutOffMs);
+void Collector::Finish(const Fetched& fetched) {
+    for (std::size_t i = 0; i < fetched.messages.size(); ++i) {
+        Count(fetched.batches[i]);
+        if (fetched.batches[i].outcome == Outcome::kLater) {
+            fetched.messages[i].HandBack(kPutOffMs);
         } else {
-            messages[i].Acknowledge();
+            fetched.messages[i].Acknowledge();
         }
     }
-    SendReceipts(batches);
+    SendReceipts(fetched.batches);
 }
 
 void Collector::Count(const Incoming& batch) {

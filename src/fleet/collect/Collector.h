@@ -25,8 +25,10 @@ public:
     void Run();
 
 private:
+    /// Messages that the stream has handed out, and what each of them says, in the same order.
     struct Fetched {
         std::vector<BrokerMessage> messages;
+        std::vector<Incoming> batches;
         std::string error;
     };
 
@@ -35,14 +37,16 @@ private:
     /// Has the stream hand out again what a database that was restored from a backup has lost.
     [[nodiscard]] bool RecoverLost(const StreamState& stream);
     void Work();
-    /// What the stream has handed out, while the next is fetched on a thread beside this one. False where the
-    /// stream cannot be read.
-    [[nodiscard]] bool TakeFetched(std::vector<BrokerMessage>& messages);
+    /// What the stream has handed out, while the next is fetched and read on a thread beside this one. False
+    /// where the stream cannot be read.
+    [[nodiscard]] bool TakeFetched(Fetched& fetched);
     void FetchAhead();
+    /// The work of that thread.
+    [[nodiscard]] Fetched Fetch();
     /// Gives back what was fetched ahead.
     void ReturnFetched();
-    void StoreMessages(std::vector<BrokerMessage>& messages);
-    void Finish(const std::vector<BrokerMessage>& messages, const std::vector<Incoming>& batches);
+    void Store(Fetched& fetched);
+    void Finish(const Fetched& fetched);
     void Count(const Incoming& batch);
     void SendReceipts(const std::vector<Incoming>& batches);
     void AnswerQuestions();
