@@ -1,10 +1,10 @@
 #include "fleet/forward/Forwarder.h"
 
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include <sys/stat.h>
 
+#include "fleet/forward/BrokerAnswer.h"
 #include "fleet/service/SteadyClock.h"
 #include "fleet/service/StopSignal.h"
 #include "fleet/wire/BatchHeaders.h"
@@ -19,7 +19,7 @@ LumDebug ForwardDebug("lumforward", "Forwarder of the outbox");
 
 constexpr int32_t kInboxBytes = 2'000'000;
 constexpr std::size_t kWindowBytes = 8'000'000;
-constexpr std::size_t kNamesAtOnce = 2048;
+constexpr std::size_t kNamesAtOnce = 2560;
 constexpr std::size_t kMaxStaying = 4096;
 constexpr int64_t kIdleMs = 250;
 constexpr int64_t kAcknowledgeWithinMs = 30'000;
@@ -145,26 +145,19 @@ void Forwarder::TakeMessages(int64_t timeoutMs) {
 }
 
 void Forwarder::TakeAcknowledgement(uint64_t number, std::string_view data) {
-    const nlohmann::json json = nlohmann::json::parse(data, nullptr, false);
-    const auto sequence = json.is_object() ? json.find("seq") : json.end();
-    if (sequence != json.end() && sequence->is_number_unsigned()) {
-        const int64_t askAfterMs = settings_.askAfterSeconds * 1'000;
-        ledger_.Acknowledge(number, sequence->get<uint64_t>(), SteadyMs() + askAfterMs);
-        ++state_.acknowledged;
-        if (!state_.brokerTakes.exchange(true)) {
-            ForwardDebug.PrintWithNL("The broker takes batches again");
-            lastError_.clear();
-        }
-        refused_.Reset();
+    const BrokerAnswer answer = ReadBrokerAnswer(data);
+    if (!answer.sequence.has_value()) {
+        Refused(number, answer.reason, answer.code);
         return;
     }
-    std::string reason = "it does not say why";
-    int64_t code = 0;
-    if (json.is_object() && json.contains("error") && json["error"].is_object()) {
-        reason = json["error"].value("description", reason);
-        code = json["error"].value("err_code", int64_t{0});
+    const int64_t askAfterMs = settings_.askAfterSeconds * 1'000;
+    ledger_.Acknowledge(number, *answer.sequence, SteadyMs() + askAfterMs);
+    ++state_.acknowledged;
+    if (!state_.brokerTakes.exchange(true)) {
+        ForwardDebug.PrintWithNL("The broker takes batches again");
+        lastError_.clear();
     }
-    Refused(number, reason, code);
+    refused_.Reset();
 }
 
 void Forwarder::Refused(uint64_t number, const std::string& reason, int64_t code) {
@@ -288,9 +281,10 @@ void Forwarder::ReadNextNames() {
     }
     // The ledger knows contents by their name, which only the description tells for certain; the usual one is
     // good enough to keep what is under way from being read again and again.
-    const auto isWanted = [this](const std::string& description) {
-        const std::string stem = description.substr(0, description.rfind('.'));
-        return !ledger_.Holds(stem + ".cbor") && staying_.count(description) == 0;
+    std::string usual;
+    const auto isWanted = [this, &usual](std::string_view description) {
+        usual.assign(description.substr(0, description.rfind('.'))).append(".cbor");
+        return !ledger_.Holds(usual) && staying_.count(description) == 0;
     };
     std::vector<std::string> names;
     std::string error;
@@ -330,17 +324,21 @@ bool Forwarder::PublishEntry(const std::string& description) {
     return broker_.IsConnected();
 }
 
-void Forwarder::Send(const OutboxEntry& entry) {
+void Forwarder::Send(OutboxEntry& entry) {
+    const uint64_t number = nextNumber_++;
     BatchInfo batch;
     batch.key = {settings_.device, Sha256Hex(entry.content)};
-    batch.name = entry.name;
-    batch.label = entry.label;
-    batch.receivedAt = entry.receivedAt;
-    const uint64_t number = nextNumber_++;
-    std::string error;
     ledger_.Add(entry.name, batch.key.digest, entry.content.size(), number, SteadyMs());
-    if (!broker_.Publish(BatchSubject(settings_.device, entry.label), AckSubject(settings_.device, number),
-                         MakeHeaders(batch), entry.content, error)) {
+    if (entry.label != label_) {
+        label_ = entry.label;
+        subject_ = BatchSubject(settings_.device, entry.label);
+    }
+    batch.name = std::move(entry.name);
+    batch.label = std::move(entry.label);
+    batch.receivedAt = std::move(entry.receivedAt);
+    std::string error;
+    if (!broker_.Publish(subject_, AckSubject(settings_.device, number), MakeHeaders(batch), entry.content,
+                         error)) {
         Disconnect(error);
         return;
     }

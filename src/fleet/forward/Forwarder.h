@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -42,7 +43,8 @@ private:
     /// Looks at the outbox from its first name on.
     void StartPass();
     [[nodiscard]] bool PublishEntry(const std::string& description);
-    void Send(const OutboxEntry& entry);
+    /// Takes the entry's texts.
+    void Send(OutboxEntry& entry);
     void Refused(uint64_t number, const std::string& reason, int64_t code);
     /// Publishes nothing for a while.
     void HoldBack(const std::string& reason);
@@ -57,12 +59,14 @@ private:
     Ledger ledger_;
     Backoff reconnect_;
     Backoff refused_;
-    OutboxEntry entry_;              ///< the one that was read last; keeps its memory for the next
-    std::deque<std::string> next_;   ///< descriptions to be published
-    std::string cursor_;             ///< the last description that was looked at in this pass
-    bool passDone_ = false;          ///< the pass has seen all names
-    int64_t passStamp_ = -1;         ///< the outbox's stamp when the pass began
-    std::set<std::string> staying_;  ///< descriptions of entries that are not to be sent
+    OutboxEntry entry_;             ///< the one that was read last; keeps its memory for the next
+    std::deque<std::string> next_;  ///< descriptions to be published
+    std::string cursor_;            ///< the last description that was looked at in this pass
+    bool passDone_ = false;         ///< the pass has seen all names
+    int64_t passStamp_ = -1;        ///< the outbox's stamp when the pass began
+    std::set<std::string, std::less<>> staying_;  ///< descriptions of entries that are not to be sent
+    std::string subject_;                         ///< of batches with the label label_
+    std::optional<std::string> label_;
     uint64_t nextNumber_ = 1;
     int64_t publishNotBeforeMs_ = 0;
     int64_t rescanNotBeforeMs_ = 0;

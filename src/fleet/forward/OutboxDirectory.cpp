@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,6 +10,7 @@
 #include <unistd.h>
 
 #include "contract/FileStore.h"
+#include "fleet/forward/FlatJson.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
 #include "host/text/LumSystemError.h"
@@ -73,19 +73,14 @@ struct Description {
 };
 
 bool ParseDescription(const std::string& text, Description& description) {
-    const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
-    if (!json.is_object()) {
+    FlatJson json;
+    if (!json.Read(text)) {
         return false;
     }
-    const auto textAt = [&json](const char* name) {
-        const auto found = json.find(name);
-        return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
-    };
-    const auto upstream = json.find(kFileStoreUpstream);
-    description.fileName = textAt(kFileStoreFileName);
-    description.label = textAt(kFileStoreFileLabel);
-    description.receivedAt = textAt("ReceivedAt");
-    description.upstream = upstream != json.end() && upstream->is_boolean() && upstream->get<bool>();
+    description.fileName = json.Text(kFileStoreFileName);
+    description.label = json.Text(kFileStoreFileLabel);
+    description.receivedAt = json.Text("ReceivedAt");
+    description.upstream = json.IsTrue(kFileStoreUpstream);
     return true;
 }
 
@@ -111,10 +106,12 @@ std::string JudgeText(int number) {
 }  // namespace
 
 std::string OutboxDirectory::At(std::string_view name) const {
-    return path_ + "/" + std::string(name);
+    std::string path;
+    path.reserve(path_.size() + 1 + name.size());
+    return path.append(path_).append("/").append(name);
 }
 
-bool OutboxDirectory::Walk(const std::function<void(const std::string& name)>& visit,
+bool OutboxDirectory::Walk(const std::function<void(std::string_view name)>& visit,
                            std::string& error) const {
     const LumString path{std::string_view(path_)};
     const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(path),
@@ -124,26 +121,24 @@ bool OutboxDirectory::Walk(const std::function<void(const std::string& name)>& v
         return false;
     }
     LumString name;
-    std::string text;
     while (ReadDirectory(listing.get(), name)) {
-        text = name.View();
-        visit(text);
+        visit(name.View());
     }
     return true;
 }
 
 bool OutboxDirectory::NextDescriptions(const std::string& after, std::size_t limit,
-                                       const std::function<bool(const std::string& name)>& isWanted,
+                                       const std::function<bool(std::string_view name)>& isWanted,
                                        std::vector<std::string>& names, std::string& error) const {
     std::vector<std::string> smallest;  // a heap with the largest of them at its front once it is full
-    const auto visit = [&](const std::string& name) {
+    const auto visit = [&](std::string_view name) {
         const bool isFull = smallest.size() == limit;
         if (!IsDescription(name) || name <= after || (isFull && name >= smallest.front()) ||
             !isWanted(name)) {
             return;
         }
         if (!isFull) {
-            smallest.push_back(name);
+            smallest.emplace_back(name);
             if (smallest.size() == limit) {
                 std::make_heap(smallest.begin(), smallest.end());
             }
@@ -163,7 +158,7 @@ bool OutboxDirectory::NextDescriptions(const std::string& after, std::size_t lim
 
 bool OutboxDirectory::Measure(OutboxSize& size, std::string& error) const {
     OutboxSize found;
-    const auto visit = [&](const std::string& name) {
+    const auto visit = [&](std::string_view name) {
         struct stat status {};
         if (name.starts_with('.') || stat(At(name).c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
             return;
@@ -243,9 +238,9 @@ bool OutboxDirectory::SetAside(const std::string& name, std::string& error) cons
     std::vector<std::string> parts;
     const std::string stem(StemOf(name));
     if (!Walk(
-            [&](const std::string& entry) {
+            [&](std::string_view entry) {
                 if (StemOf(entry) == stem && entry != kSetAside) {
-                    parts.push_back(entry);
+                    parts.emplace_back(entry);
                 }
             },
             error)) {

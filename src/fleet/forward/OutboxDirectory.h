@@ -46,7 +46,7 @@ public:
     /// `names`, in ascending order. Memory grows with `limit` alone, however many lie there. False, with the
     /// reason in `error`, where the directory cannot be read.
     [[nodiscard]] bool NextDescriptions(const std::string& after, std::size_t limit,
-                                        const std::function<bool(const std::string& name)>& isWanted,
+                                        const std::function<bool(std::string_view name)>& isWanted,
                                         std::vector<std::string>& names, std::string& error) const;
 
     /// Counts what lies there; false, with the reason in `error`, where the directory cannot be read.
@@ -70,7 +70,7 @@ public:
 
 private:
     [[nodiscard]] std::string At(std::string_view name) const;
-    [[nodiscard]] bool Walk(const std::function<void(const std::string& name)>& visit,
+    [[nodiscard]] bool Walk(const std::function<void(std::string_view name)>& visit,
                             std::string& error) const;
 
     const std::string path_;

@@ -21,11 +21,15 @@ std::string HeaderValue(std::string_view text) {
 }
 
 Headers MakeHeaders(const BatchInfo& batch) {
-    return {{kHeaderKey, KeyText(batch.key)},
-            {kHeaderName, HeaderValue(batch.name)},
-            {kHeaderLabel, HeaderValue(batch.label)},
-            {kHeaderReceivedAt, HeaderValue(batch.receivedAt)},
-            {kHeaderFormat, kWireFormat}};
+    constexpr std::size_t count = 5;
+    Headers headers;
+    headers.reserve(count);
+    headers.emplace_back(kHeaderKey, KeyText(batch.key));
+    headers.emplace_back(kHeaderName, HeaderValue(batch.name));
+    headers.emplace_back(kHeaderLabel, HeaderValue(batch.label));
+    headers.emplace_back(kHeaderReceivedAt, HeaderValue(batch.receivedAt));
+    headers.emplace_back(kHeaderFormat, kWireFormat);
+    return headers;
 }
 
 bool ReadHeaders(const HeaderLookup& headers, BatchInfo& batch, std::string& error) {

@@ -27,7 +27,7 @@ protected:
         Names names;
         std::string error;
         EXPECT_TRUE(outbox_.NextDescriptions(
-            after, limit, [](const std::string& name) { return name != "unwanted.json"; }, names, error))
+            after, limit, [](std::string_view name) { return name != "unwanted.json"; }, names, error))
             << error;
         return names;
     }
@@ -70,7 +70,7 @@ TEST_F(OutboxDirectoryTest, SaysWhyItCannotBeRead) {
     std::string error;
     OutboxSize size;
     EXPECT_FALSE(missing.NextDescriptions(
-        "", 1, [](const std::string&) { return true; }, names, error));
+        "", 1, [](std::string_view) { return true; }, names, error));
     EXPECT_EQ(error, scratch_ / "missing" + ": No such file or directory");
     EXPECT_EQ(names, Names{"kept"});
     EXPECT_FALSE(missing.Measure(size, error));
