@@ -29,6 +29,22 @@ protected:
             << error;
         ASSERT_TRUE(broker.Flush(5'000));
     }
+    /// Publishes as many small batches that differ in nothing but their number.
+    void Flood(int count) {
+        Broker broker;
+        BrokerSettings settings;
+        settings.servers = brokerUrls_;
+        std::string error;
+        ASSERT_TRUE(broker.Connect(settings, error)) << error;
+        const std::string label = "EventLogManagerEvents";
+        for (int number = 0; number < count; ++number) {
+            const std::string payload = std::to_string(number);
+            const Headers headers =
+                MakeHeaders({{"evil", Sha256Hex(payload)}, "x.cbor", label, "2026-11-21T01:10:25Z"});
+            ASSERT_TRUE(broker.Publish(BatchSubject("evil", label), "", headers, payload, error)) << error;
+        }
+        ASSERT_TRUE(broker.Flush(30'000));
+    }
     /// What a rejected batch was rejected for, as soon as there is one.
     std::string WaitForReason() {
         std::string reason;
@@ -188,6 +204,27 @@ TEST_F(FleetHostile, WhatTheOutboxCannotSendIsSetAsideAndStopsNobody) {
           "EventLogManagerEvents.cbor: refused, it is not a container"}) {
         EXPECT_NE(log.find(line), std::string::npos) << line;
     }
+}
+
+TEST_F(FleetHostile, AFloodOfSmallBatchesLeavesTheOthersTheirPlace) {
+    constexpr int flood = 11'000;
+    constexpr int kept = 10'000;
+    StartServers();
+    Device& device = AddDevice("good");
+    device.DropEvents(1, 2);
+    device.Start(brokerUrls_);
+    ASSERT_TRUE(WaitFor([&] { return device.GetMetric("lumforward_acknowledged_total") == "1"; }));
+    Flood(flood);
+    // What is too much of it took the place of its own, not of the other one's.
+    const std::string messages = "\"messages\": " + std::to_string(kept + 1) + ",";
+    EXPECT_TRUE(WaitFor(
+        [&] { return broker_->Monitor("/jsz?streams=1&accounts=1").find(messages) != std::string::npos; }));
+    StartCollector();
+    EXPECT_EQ(WaitForRows("SELECT device, events FROM lum.batch", "good|2\n"), "good|2\n");
+    EXPECT_TRUE(WaitFor([&] { return device.CountEntries() == 0; }));
+    const std::string counts = "good|0\nevil|" + std::to_string(kept) + "\n";
+    EXPECT_EQ(WaitForRows("SELECT device, rejected FROM lum.device ORDER BY rejected", counts), counts);
+    EXPECT_EQ(Query("SELECT count(*) FROM lum.rejected"), "1000\n");
 }
 
 TEST_F(FleetHostile, EventsOfAClockThatIsFarOffAreKept) {

@@ -44,6 +44,7 @@ jsStreamConfig StreamConfig(const StreamSettings& settings, const char** subject
     config.MaxBytes = settings.maxBytes;
     config.MaxAge = settings.maxAgeSeconds * kNsPerSecond;
     config.MaxMsgSize = settings.maxMessageBytes;
+    config.MaxMsgsPerSubject = settings.maxMessagesOfSubject;
     config.Duplicates = settings.duplicateSeconds * kNsPerSecond;
     config.Replicas = replicas;
     return config;

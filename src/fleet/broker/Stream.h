@@ -17,6 +17,8 @@ struct StreamSettings {
     int64_t maxAgeSeconds = 7LL * 24 * 3600;
     int64_t duplicateSeconds = 120;  ///< for so long the stream itself drops a key that comes twice
     int32_t maxMessageBytes = 1'048'576;
+    /// Of one subject, so of one device: its own oldest make room, and nobody else's wait after all of them.
+    int64_t maxMessagesOfSubject = 10'000;
     int64_t ackWaitSeconds =
         60;  ///< what was handed out and not acknowledged in this time is handed out again
     int64_t maxUnacknowledged = 4096;

@@ -1,8 +1,8 @@
 #include "fleet/collect/database/BatchStore.h"
 
 #include <algorithm>
-#include <chrono>
-#include <set>
+
+#include "fleet/collect/database/BatchRows.h"
 
 namespace {
 
@@ -16,9 +16,11 @@ constexpr const char* kInsertKeys =
 
 constexpr const char* kInsertRejected =
     "INSERT INTO lum.rejected (device, digest, subject, label, name, reason, bytes, content)"
-    " SELECT $1, decode($2, 'hex'), $3, $4, $5, $6, $7, decode($8, 'hex')"
-    " WHERE (SELECT count(*) FROM lum.rejected WHERE device = $1) < $9"
+    " VALUES ($1, decode($2, 'hex'), $3, $4, $5, $6, $7, decode($8, 'hex'))"
     " ON CONFLICT (device, digest) DO NOTHING";
+
+constexpr const char* kCountRejected =
+    "SELECT device, count(*) FROM lum.rejected WHERE device = ANY ($1::text[]) GROUP BY device";
 
 constexpr const char* kInsertDevices =
     "INSERT INTO lum.device (device) SELECT d FROM unnest($1::text[]) AS t(d) ORDER BY d COLLATE \"C\""
@@ -53,50 +55,6 @@ constexpr const char* kNoteProgress =
     " THEN greatest(p.sequence, EXCLUDED.sequence) ELSE EXCLUDED.sequence END,"
     " stream_made = EXCLUDED.stream_made, at = now()";
 
-/// 2026-11-21T01:10:25Z and nothing else: what a device says is not handed to the database's own reading.
-SqlValue TimeOf(std::string_view text) {
-    constexpr std::string_view shape = "0000-00-00T00:00:00Z";
-    if (text.size() != shape.size()) {
-        return std::nullopt;
-    }
-    for (std::size_t i = 0; i < shape.size(); ++i) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (shape[i] == '0' ? !digit : text[i] != shape[i]) {
-            return std::nullopt;
-        }
-    }
-    const auto number = [text](std::size_t start, std::size_t length) {
-        int value = 0;
-        for (const char digit : text.substr(start, length)) {
-            value = value * 10 + (digit - '0');
-        }
-        return value;
-    };
-    const std::chrono::year_month_day day(std::chrono::year(number(0, 4)),
-                                          std::chrono::month(static_cast<unsigned>(number(5, 2))),
-                                          std::chrono::day(static_cast<unsigned>(number(8, 2))));
-    const bool possible = day.ok() && day.year() > std::chrono::year(0) && number(11, 2) < 24 &&
-                          number(14, 2) < 60 && number(17, 2) < 60;
-    return possible ? SqlValue(std::string(text)) : std::nullopt;
-}
-
-std::string Hex(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const char letter : bytes) {
-        const auto byte = static_cast<unsigned char>(letter);
-        text += digits[byte >> 4U];
-        text += digits[byte & 0xFU];
-    }
-    return text;
-}
-
-int64_t EventsOf(const Incoming& batch) {
-    const auto* const events = std::get_if<EventContent>(&batch.content);
-    return events != nullptr ? static_cast<int64_t>(events->dates.size()) : 0;
-}
-
 /// The rows of a batch that is to be stored, and where its number stands in each; null for other batches.
 CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) {
     if (auto* const events = std::get_if<EventContent>(&batch.content)) {
@@ -108,52 +66,6 @@ CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) 
         return &alert->rows;
     }
     return nullptr;
-}
-
-/// A batch as kInsertKeys takes it.
-SqlValues KeyRow(const Incoming& batch) {
-    const int64_t number = RunningNumberOf(batch.info.name);
-    const auto* const events = std::get_if<EventContent>(&batch.content);
-    return {batch.info.key.device,
-            batch.info.key.digest,
-            StorableText(batch.info.label),
-            StorableText(batch.info.name),
-            number > 0 ? SqlValue(std::to_string(number)) : std::nullopt,
-            TimeOf(batch.info.receivedAt),
-            std::to_string(batch.bytes),
-            std::to_string(EventsOf(batch)),
-            events != nullptr ? SqlValue(events->model) : std::nullopt,
-            events != nullptr ? SqlValue(events->checksum) : std::nullopt};
-}
-
-/// What a transaction adds to one device.
-struct Contact {
-    int64_t batches = 0;
-    int64_t events = 0;
-    int64_t rejected = 0;
-    std::set<int64_t> numbers;
-};
-
-/// What a device has sent, as kUpdateDevices takes it.
-SqlValues ContactRow(const std::string& device, const Contact& contact) {
-    SqlValue lowest;
-    SqlValue highest;
-    std::string got = "{";
-    if (!contact.numbers.empty()) {
-        lowest = std::to_string(*contact.numbers.begin());
-        highest = std::to_string(*contact.numbers.rbegin());
-    }
-    for (const int64_t number : contact.numbers) {
-        const std::string text = std::to_string(number);
-        got.append(got.size() > 1 ? ",[" : "[").append(text).append(",").append(text).append("]");
-    }
-    return {device,
-            std::to_string(contact.batches),
-            std::to_string(contact.events),
-            std::to_string(contact.rejected),
-            lowest,
-            highest,
-            got + "}"};
 }
 
 }  // namespace
@@ -299,18 +211,47 @@ bool BatchStore::CopyRowsOf(const Group& batches, const std::map<const Incoming*
     return true;
 }
 
-bool BatchStore::InsertRejected(const Group& batches, SqlFailure& failure) {
+bool BatchStore::CountRejected(const Group& batches, std::map<std::string, int64_t>& kept,
+                               SqlFailure& failure) {
     for (const Incoming* const batch : batches) {
-        if (batch->outcome != Outcome::kRejected) {
+        if (batch->outcome == Outcome::kRejected) {
+            kept[batch->info.key.device] = 0;
+        }
+    }
+    if (kept.empty()) {
+        return true;
+    }
+    SqlValues devices;
+    for (const auto& [device, count] : kept) {
+        devices.emplace_back(device);
+    }
+    SqlRows rows;
+    if (!database_.Run(kCountRejected, {ArrayText(devices)}, rows, failure)) {
+        return false;
+    }
+    for (const auto& row : rows) {
+        kept[row[0]] = std::stoll(row[1]);
+    }
+    return true;
+}
+
+bool BatchStore::InsertRejected(const Group& batches, SqlFailure& failure) {
+    std::map<std::string, int64_t> kept;
+    if (!CountRejected(batches, kept, failure)) {
+        return false;
+    }
+    for (const Incoming* const batch : batches) {
+        // Who sends nothing but garbage costs no statement a batch for long.
+        if (batch->outcome != Outcome::kRejected || kept[batch->info.key.device]++ >= kKeptRejects) {
             continue;
         }
         const BatchInfo& info = batch->info;
-        const std::string kept = Hex(batch->payload.substr(0, kKeptBytes));
-        if (!database_.Run(kInsertRejected,
-                           {info.key.device, info.key.digest, StorableText(batch->subject),
-                            StorableText(info.label), StorableText(info.name), StorableText(batch->reason),
-                            std::to_string(batch->bytes), kept, std::to_string(kKeptRejects)},
-                           failure)) {
+        const std::string content = HexText(batch->payload.substr(0, kKeptBytes));
+        if (!database_.Run(
+                kInsertRejected,
+                {info.key.device, info.key.digest, StorableText(batch->subject), StorableText(info.label),
+                 StorableText(info.name), StorableText(batch->reason), std::to_string(batch->bytes), content},
+                failure)) {
             return false;
         }
     }

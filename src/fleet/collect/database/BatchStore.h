@@ -43,6 +43,9 @@ private:
     [[nodiscard]] bool CopyRowsOf(const Group& batches,
                                   const std::map<const Incoming*, std::string>& statements,
                                   SqlFailure& failure);
+    /// How many rejected batches are kept of each device that has one among `batches`.
+    [[nodiscard]] bool CountRejected(const Group& batches, std::map<std::string, int64_t>& kept,
+                                     SqlFailure& failure);
     [[nodiscard]] bool InsertRejected(const Group& batches, SqlFailure& failure);
     [[nodiscard]] bool NoteContacts(const Group& batches, SqlFailure& failure);
     [[nodiscard]] bool NoteProgress(const Group& batches, int64_t streamMadeNs, SqlFailure& failure);
