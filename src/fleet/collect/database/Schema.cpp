@@ -186,7 +186,7 @@ bool CheckSchema(Database& database, SqlFailure& failure) {
     }
     const std::string& last = rows.at(0).at(0);
     if (last.empty() || std::stoi(last) < LastSchemaStep()) {
-        failure = {SqlFailure::Kind::kServer, "The database has had " + (last.empty() ? "no" : last) +
+        failure = {SqlFailure::Kind::kServer, "The database has had " + (last.empty() ? "none" : last) +
                                                   " of " + std::to_string(LastSchemaStep()) +
                                                   " steps; run lumcollect --setup"};
         return false;
