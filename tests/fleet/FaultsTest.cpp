@@ -144,7 +144,7 @@ TEST_F(FleetFaults, TwoCollectorsShareTheWork) {
               "alpha|200|{}\nbeta|200|{}\n");
 }
 
-TEST_F(FleetFaults, AClusterOutlivesTheLeaderOfItsStream) {
+TEST_F(FleetFaults, AClusterOutlivesTheLeaderAndAFollowerOfItsStream) {
     BrokerCluster cluster(scratch_ / "cluster");
     ASSERT_TRUE(cluster.Start());
     ASSERT_TRUE(database_->Start());
@@ -157,14 +157,20 @@ TEST_F(FleetFaults, AClusterOutlivesTheLeaderOfItsStream) {
     device.Start(brokerUrls_);
     DropFiles(device, 100);
     WaitUntilFewerThan(device, 90);
-    std::size_t leader = 3;
-    ASSERT_TRUE(WaitFor([&] { return (leader = cluster.FindStreamLeader()) < 3; }));
-    cluster.At(leader).Kill();
-    DropFiles(device, 100, 100);
-    ExpectAllOnce(device, 200);
-    cluster.At(leader).Launch();
-    DropFiles(device, 100, 200);
-    ExpectAllOnce(device, 300);
+    int files = 100;
+    for (const std::size_t afterLeader : {0U, 1U}) {
+        std::size_t leader = 3;
+        ASSERT_TRUE(WaitFor([&] { return (leader = cluster.FindStreamLeader()) < 3; }));
+        BrokerServer& victim = cluster.At((leader + afterLeader) % 3);
+        victim.Kill();
+        DropFiles(device, 100, files);
+        ExpectAllOnce(device, files + 100);
+        victim.Launch();
+        DropFiles(device, 100, files + 100);
+        ExpectAllOnce(device, files + 200);
+        ASSERT_TRUE(victim.WaitUntilReady());
+        files += 200;
+    }
 }
 
 }  // namespace
