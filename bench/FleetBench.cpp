@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -8,160 +10,63 @@
 #include <zlib.h>
 
 #include "BenchSupport.h"
-#include "fleet/FleetFixture.h"
-#include "fleet/broker/Broker.h"
+#include "FleetBenchServers.h"
 #include "fleet/forward/ForwardSettings.h"
 #include "fleet/wire/BatchHeaders.h"
 #include "fleet/wire/Subjects.h"
-#include "host/text/LumSha256.h"
 #include "support/AgentProcess.h"
-#include "support/WaitFor.h"
 
 /// The fleet's programs beside the engines that they stand on: the collector beside COPY of the same rows by
 /// psql, the forwarder beside asynchronous publishing by the broker's own client library.
 
 namespace {
 
-constexpr int kDevices = 50;
-constexpr uint32_t kEventsPerBatch = 100;
-constexpr int kBatchesPerTransaction = 200;
-constexpr int kPollMicroseconds = 200'000;
-
-UploadedModel BenchUpload() {
-    return {.name = "Bench",
-            .parameters = {{"Time", "_TIMESTAMP_"},
-                           {"Action", "_ENUM_"},
-                           {"Package", "_STRING_"},
-                           {"Architecture", "_STRING_"},
-                           {"Version", "_STRING_"},
-                           {"Size", "_INTEGER_"},
-                           {"Share", "_DOUBLE_"},
-                           {"Done", "_BOOLEAN_"}}};
+/// "0.71 (0.68 to 0.75)": the ratio of the medians, and the least and the largest of a round.
+std::string RatioText(const std::vector<double>& above, const std::vector<double>& below) {
+    std::vector<double> ratios;
+    for (std::size_t round = 0; round < above.size(); ++round) {
+        ratios.push_back(above[round] / below[round]);
+    }
+    const auto [least, largest] = std::minmax_element(ratios.begin(), ratios.end());
+    std::array<char, 64> text{};
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%.2f (%.2f to %.2f)",
+                                    Median(above) / Median(below), *least, *largest));  // fits by far
+    return text.data();
 }
 
-std::string MetricOf(int port, const std::string& name) {
-    return RunShell("curl -s http://127.0.0.1:" + std::to_string(port) + "/metrics | sed -n 's/^" + name +
-                    " //p'");
-}
-
-void Must(bool good, const std::string& what) {
-    if (!good) {
-        Fail(what);
-    }
-}
-
-/// Servers, set up, for one benchmark.
-struct Servers {
-    TempDirectory scratch;
-    BrokerServer broker{scratch / "broker", "n1"};
-    DatabaseServer database{scratch / "database"};
-
-    Servers() {
-        Must(broker.Start() && database.Start(), "The servers do not start");
-        Must(database.Query("CREATE DATABASE lum", "postgres").empty(), "No database");
-        Process setUp;
-        setUp.Start({BinaryDirectory() + "/lumcollect", "--setup", "--database", database.GetParameters(),
-                     "--servers", broker.GetUrl(), "--stream-megabytes", "4000"},
-                    scratch / "setup.log");
-        Must(setUp.Wait() == 0, "No set-up");
-    }
-
-    /// Publishes `count` batches of devices whose names begin with `prefix`.
-    void Fill(const std::string& prefix, int count) {
-        Broker client;
-        BrokerSettings settings;
-        settings.servers = broker.GetUrl();
-        std::string error;
-        Must(client.Connect(settings, error), error);
-        for (int i = 0; i < count; ++i) {
-            const std::string device = prefix + std::to_string(i % kDevices);
-            const std::string bytes = MakeEvents(BenchUpload(), i * static_cast<int>(kEventsPerBatch),
-                                                 kEventsPerBatch, 1'795'000'000)
-                                          .ToCbor();
-            const BatchInfo batch{{device, Sha256Hex(bytes)},
-                                  "20261121T011025Z-" + std::to_string(i / kDevices + 1) + "-E.cbor",
-                                  "EventLogManagerEvents",
-                                  "2026-11-21T01:10:25Z"};
-            Must(client.Publish(BatchSubject(device, batch.label), "", MakeHeaders(batch), bytes, error),
-                 error);
-            constexpr int flushEach = 500;
-            Must(i % flushEach != 0 || client.Flush(30'000), "The broker does not answer");
-        }
-        Must(client.Flush(30'000), "The broker does not answer");
-    }
-
-    /// Seconds until `collectors` of them have stored `count` batches; the largest one's memory in `peak`.
-    double Collect(std::size_t collectors, int count, std::size_t& peak) {
-        std::vector<std::unique_ptr<Process>> processes;
-        std::vector<int> ports;
-        const double seconds = SecondsOf([&] {
-            for (std::size_t i = 0; i < collectors; ++i) {
-                ports.push_back(FreePort());
-                processes.push_back(std::make_unique<Process>());
-                processes.back()->Start(
-                    {BinaryDirectory() + "/lumcollect", "--database", database.GetParameters(), "--servers",
-                     broker.GetUrl(), "--name", std::to_string(i), "--batches",
-                     std::to_string(kBatchesPerTransaction), "--listen",
-                     "127.0.0.1:" + std::to_string(ports.back())},
-                    scratch / "collector.log");
-            }
-            const auto stored = [&] {
-                int sum = 0;
-                for (const int port : ports) {
-                    sum += std::atoi(MetricOf(port, "lumcollect_stored_total").c_str());
-                }
-                return sum;
-            };
-            while (stored() < count) {
-                usleep(kPollMicroseconds);  // asking takes time from what is measured
-            }
-        });
-        for (const auto& process : processes) {
-            peak = std::max(peak, process->PeakBytes());
-            process->Stop();
-        }
-        return seconds;
-    }
-
-    /// Seconds that psql takes to COPY the rows that are in the table into it again, in as large
-    /// transactions.
-    double CopyAgain(int batches) {
-        const std::string script = scratch / "copy.sql";
-        std::ofstream commands(script);
-        for (int first = 1; first <= batches; first += kBatchesPerTransaction) {
-            const std::string file = scratch / ("rows" + std::to_string(first));
-            const std::string last = std::to_string(first + kBatchesPerTransaction);
-            Must(database.Query("\\copy (SELECT * FROM lum.\"event_Bench\" WHERE batch >= " +
-                                std::to_string(first) + " AND batch < " + last +
-                                " ORDER BY batch, position) TO '" + file + "'")
-                         .rfind("status", 0) != 0,
-                 "No rows");
-            commands << "\\copy lum.\"event_Bench\" FROM '" << file << "'\n";
-        }
-        commands.close();
-        Must(database.Query("TRUNCATE lum.\"event_Bench\"").empty(), "The table cannot be emptied");
-        return SecondsOf([&] {
-            Must(
-                RunShell("psql -X -q -v ON_ERROR_STOP=1 -f " + script + " '" + database.GetParameters() + "'")
-                    .empty(),
-                "psql fails");
-        });
-    }
-};
-
+/// One collector, psql and two collectors in turns, each of them first as often as the others.
 void BenchCollectors(bool tiny) {
     const int batches = tiny ? 20 : 4'000;
+    const int rounds = tiny ? 1 : 6;
     Servers servers;
     std::size_t peak = 0;
-    servers.Fill("a", batches);
-    const double one = servers.Collect(1, batches, peak);
-    const double copy = servers.CopyAgain(batches);
-    servers.Fill("b", batches);
-    const double two = servers.Collect(2, batches, peak);
+    servers.Fill("first", batches);
+    static_cast<void>(servers.Collect(1, peak));  // makes the table, and the rows for psql
+    const std::string script = servers.WriteCopies(batches);
+    std::vector<double> one;
+    std::vector<double> copy;
+    std::vector<double> two;
+    const auto collect = [&](std::size_t collectors, std::vector<double>& seconds) {
+        servers.Fill("d" + std::to_string(collectors) + "-" + std::to_string(seconds.size()) + "-", batches);
+        servers.EmptyTable();
+        seconds.push_back(servers.Collect(collectors, peak));
+    };
+    const std::array<std::function<void()>, 3> turns{[&] { collect(1, one); },
+                                                     [&] {
+                                                         servers.EmptyTable();
+                                                         copy.push_back(servers.Copy(script));
+                                                     },
+                                                     [&] { collect(2, two); }};
+    for (std::size_t round = 0; round < static_cast<std::size_t>(rounds); ++round) {
+        for (std::size_t turn = 0; turn < turns.size(); ++turn) {
+            turns.at((round + turn) % turns.size())();
+        }
+    }
     const double rows = static_cast<double>(batches) * kEventsPerBatch;
-    std::printf("collector, rows a second: %.0f; COPY by psql: %.0f; ratio %.2f\n", rows / one, rows / copy,
-                copy / one);
-    std::printf("two collectors, rows a second: %.0f; beside one: %.2f\n", rows / two, one / two);
+    std::printf("collector, rows a second: %.0f; COPY by psql: %.0f; ratio %s\n", rows / Median(one),
+                rows / Median(copy), RatioText(copy, one).c_str());
+    std::printf("two collectors, rows a second: %.0f; beside one: %s\n", rows / Median(two),
+                RatioText(one, two).c_str());
     std::printf("collector, memory at the peak: %.1f MiB\n", static_cast<double>(peak) / kMiB);
 }
 
@@ -177,39 +82,57 @@ public:
         context_.reset(context);
     }
 
-    /// How many messages the stream has taken so far.
-    [[nodiscard]] uint64_t CountTaken() const {
+    /// How many messages the stream has taken so far, and when it took the last one, in nanoseconds since
+    /// 1970.
+    struct Taken {
+        uint64_t count = 0;
+        int64_t lastNs = 0;
+    };
+    [[nodiscard]] Taken GetTaken() const {
         jsStreamInfo* info = nullptr;
         Must(js_GetStreamInfo(&info, context_.get(), kStreamName, nullptr, nullptr) == NATS_OK,
              "The stream does not answer");
-        const uint64_t last = info->State.LastSeq;
+        const Taken taken{info->State.LastSeq, info->State.LastTime};
         jsStreamInfo_Destroy(info);
-        return last;
+        return taken;
     }
 
-    /// Seconds that asynchronous publishing takes for `count` batches such as a forwarder sends, with `bytes`
-    /// as the content of all.
-    [[nodiscard]] double Publish(int count, const std::string& bytes) const {
+    /// Seconds until the stream has taken `count` more messages than before `send`, which sends them. It is
+    /// the stream that says when it took the last one, so asking for it takes hardly any time from the
+    /// sending.
+    [[nodiscard]] double SecondsUntilTaken(int count, const std::function<void()>& send) const {
+        const uint64_t until = GetTaken().count + static_cast<uint64_t>(count);
+        const auto start = std::chrono::system_clock::now().time_since_epoch();
+        send();
+        Taken taken;
+        while ((taken = GetTaken()).count < until) {
+            constexpr int poll = 20'000;
+            usleep(poll);
+        }
+        return std::chrono::duration<double>(std::chrono::nanoseconds(taken.lastNs) - start).count();
+    }
+
+    /// Publishes `count` batches of `device`, such as a forwarder sends, asynchronously, with `bytes` as the
+    /// content of all, and waits for all acknowledgements.
+    void Publish(const std::string& device, int count, const std::string& bytes) const {
         const std::string label = "EventLogManagerEvents";
-        const std::string subject = BatchSubject("plain", label);
-        return SecondsOf([&] {
-            for (int i = 0; i < count; ++i) {
-                const std::string number = std::to_string(i);
-                const BatchInfo batch{{"plain", std::string(kDigestLength - number.size(), '0') + number},
-                                      "20261121T011025Z-" + number + "-" + label + ".cbor",
-                                      label,
-                                      "2026-11-21T01:10:25Z"};
-                natsMsg* message = nullptr;
-                Must(natsMsg_Create(&message, subject.c_str(), nullptr, bytes.data(),
-                                    static_cast<int>(bytes.size())) == NATS_OK,
-                     "No message");
-                for (const auto& [name, value] : MakeHeaders(batch)) {
-                    Must(natsMsgHeader_Set(message, name.c_str(), value.c_str()) == NATS_OK, "No header");
-                }
-                Must(js_PublishMsgAsync(context_.get(), &message, nullptr) == NATS_OK, "Cannot publish");
+        const std::string subject = BatchSubject(device, label);
+        for (int i = 0; i < count; ++i) {
+            const std::string number = std::to_string(i);
+            const BatchInfo batch{{device, std::string(kDigestLength - number.size(), '0') + number},
+                                  "20261121T011025Z-" + number + "-" + label + ".cbor",
+                                  label,
+                                  "2026-11-21T01:10:25Z"};
+            natsMsg* message = nullptr;
+            Must(natsMsg_Create(&message, subject.c_str(), nullptr, bytes.data(),
+                                static_cast<int>(bytes.size())) == NATS_OK,
+                 "No message");
+            for (const auto& [name, value] : MakeHeaders(batch)) {
+                Must(natsMsgHeader_Set(message, name.c_str(), value.c_str()) == NATS_OK, "No header");
             }
-            Must(js_PublishAsyncComplete(context_.get(), nullptr) == NATS_OK, "Publishing does not end");
-        });
+            Must(js_PublishMsgAsync(context_.get(), &message, nullptr) == NATS_OK, "Cannot publish");
+        }
+        Must(js_PublishAsyncComplete(context_.get(), nullptr) == NATS_OK, "Publishing does not end");
     }
 
 private:
@@ -227,27 +150,20 @@ private:
 double Forward(const Servers& servers, const PlainClient& client, const std::string& outbox,
                const std::string& device, int count, int unconfirmed, std::size_t& peak) {
     Process forwarder;
-    const uint64_t until = client.CountTaken() + static_cast<uint64_t>(count);
-    const double seconds = SecondsOf([&] {
+    const double seconds = client.SecondsUntilTaken(count, [&] {
         forwarder.Start(
             {BinaryDirectory() + "/lumforward", "--outbox", outbox, "--device", device, "--servers",
              servers.broker.GetUrl(), "--listen", "127.0.0.1:" + std::to_string(FreePort()),
              "--max-unconfirmed", std::to_string(unconfirmed)},
             servers.scratch / "forwarder.log");
-        while (client.CountTaken() < until) {
-            constexpr int poll = 2'000;
-            usleep(poll);
-        }
     });
-    peak = forwarder.PeakBytes();
+    peak = std::max(peak, forwarder.PeakBytes());
     forwarder.Stop();
     return seconds;
 }
 
-void BenchForwarder(bool tiny) {
-    const int files = tiny ? 50 : 10'000;
-    Servers servers;
-    const std::string outbox = servers.scratch / "outbox";
+/// Fills `outbox` with `files` entries; gives the content of the last one.
+std::string FillOutbox(const std::string& outbox, int files) {
     std::filesystem::create_directories(outbox);
     std::string bytes;
     for (int i = 0; i < files; ++i) {
@@ -258,18 +174,39 @@ void BenchForwarder(bool tiny) {
             << R"({"FileLabel":"EventLogManagerEvents","Upstream":true,"ReceivedAt":"2026-11-21T01:10:25Z","FileName":")"
             << stem << ".cbor\"}";
     }
+    return bytes;
+}
+
+/// The forwarder and the client library in turns, each of them first as often as the other.
+void BenchForwarder(bool tiny) {
+    const int files = tiny ? 50 : 10'000;
+    const int rounds = tiny ? 1 : 6;
+    Servers servers;
+    const std::string outbox = servers.scratch / "outbox";
+    const std::string bytes = FillOutbox(outbox, files);
     std::size_t peak = 0;
     // Nobody collects, so that it is the sending alone that is measured.
     const PlainClient client(servers.broker.GetUrl());
-    const double ours = Forward(servers, client, outbox, "bench", files, files, peak);
+    std::vector<double> ours;
+    std::vector<double> plain;
+    for (int round = 0; round < rounds; ++round) {
+        const std::string number = std::to_string(round);
+        for (int turn = round; turn < round + 2; ++turn) {
+            if (turn % 2 == 0) {
+                ours.push_back(Forward(servers, client, outbox, "bench" + number, files, files, peak));
+            } else {
+                plain.push_back(
+                    client.SecondsUntilTaken(files, [&] { client.Publish("plain" + number, files, bytes); }));
+            }
+        }
+    }
     const int usual = std::min(files, static_cast<int>(ForwardSettings().maxUnconfirmed));
     peak = 0;
     static_cast<void>(Forward(servers, client, outbox, "usual", usual, usual, peak));
-    const double plain = client.Publish(files, bytes);
     std::printf(
         "forwarder, a backlog of %d files of about %zu bytes, files a second: %.0f;"
-        " asynchronous publishing: %.0f; ratio %.2f\n",
-        files, bytes.size(), files / ours, files / plain, plain / ours);
+        " asynchronous publishing: %.0f; ratio %s\n",
+        files, bytes.size(), files / Median(ours), files / Median(plain), RatioText(plain, ours).c_str());
     std::printf("forwarder, memory at the peak, as it is set up by default: %.1f MiB\n",
                 static_cast<double>(peak) / kMiB);
     std::size_t header = 12;  // the version line, and the line that ends the headers
