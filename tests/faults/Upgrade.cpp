@@ -1,9 +1,10 @@
 // Upgrades that are disturbed. For every machine that an earlier release left behind, and for every call that
 // SQLite makes during the start that upgrades it: the process is killed at that call, or the call fails once.
-// Then the module is started again, undisturbed. Every event that an undisturbed upgrade keeps must be there,
-// all of a model's in one table, and every database file whole.
+// With "files" it is every call of the process that opens a file, for which there is no descriptor. Then the
+// module is started again, undisturbed. Every event that an undisturbed upgrade keeps must be there, all of a
+// model's in one table, and every database file whole.
 //
-//     Upgrade [kill|full|io|sync [STRIDE [CASE...]]]
+//     Upgrade [kill|full|io|sync|files [STRIDE [CASE...]]]
 //     Upgrade power STATES [CASE...]
 //
 // Only every so many-th call is tried, from another one on in each case; 1 leaves none out. A CASE is a file.
@@ -33,6 +34,7 @@
 #include "support/LoadedModule.h"
 #include "support/Program.h"
 #include "support/shim/DiskRecord.h"
+#include "support/shim/FaultPlan.h"
 #include "upgrade/UpgradeFixture.h"
 
 namespace {
@@ -40,25 +42,42 @@ namespace {
 namespace fs = std::filesystem;
 using Call = FaultVfs::Call;
 
+/// For the process that starts.
+FaultPlan plan;
+
 /// One way to disturb a start.
 struct Disturbance {
     const char* name;
-    Call call;
+    /// Has the `nth` call fail; with 0 calls are counted and none does.
     std::function<void(FaultVfs&, uint64_t)> arrange;
+    /// How many calls there were.
+    std::function<uint64_t(const FaultVfs&)> count;
 };
 
+/// The same for calls of one kind that SQLite makes.
+Disturbance OfSqlite(const char* name, Call call, int code) {
+    return {name, [=](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(call, nth, code); },
+            [=](const FaultVfs& vfs) { return vfs.CountCalls(call); }};
+}
+
 const Disturbance kDisturbances[] = {
-    {"kill", Call::kAny, [](FaultVfs& vfs, uint64_t nth) { vfs.KillAtCall(Call::kAny, nth); }},
-    {"full", Call::kWrite, [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kWrite, nth, SQLITE_FULL); }},
-    {"io", Call::kWrite,
-     [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kWrite, nth, SQLITE_IOERR_WRITE); }},
-    {"sync", Call::kSync,
-     [](FaultVfs& vfs, uint64_t nth) { vfs.FailCall(Call::kSync, nth, SQLITE_IOERR_FSYNC); }},
+    {"kill", [](FaultVfs& vfs, uint64_t nth) { vfs.KillAtCall(Call::kAny, nth); },
+     [](const FaultVfs& vfs) { return vfs.CountCalls(Call::kAny); }},
+    OfSqlite("full", Call::kWrite, SQLITE_FULL),
+    OfSqlite("io", Call::kWrite, SQLITE_IOERR_WRITE),
+    OfSqlite("sync", Call::kSync, SQLITE_IOERR_FSYNC),
+    {"files",
+     [](FaultVfs& /*vfs*/, uint64_t nth) {
+         FaultShimUse(&plan);
+         plan.Arm(FaultPlan::Kind::kNoFiles, nth);
+     },
+     [](const FaultVfs& /*vfs*/) { return plan.Disarm(); }},
 };
 
 /// Starts and ends the module in a process of its own, on the agent's directories at `agent`. The status is
-/// that of the process; how many calls of a kind there were is left in the file `calls`.
-int StartOnce(const fs::path& agent, Call counted, const std::function<void(FaultVfs&)>& arrange) {
+/// that of the process; how many calls there were is left in the file `calls`. Nothing is disturbed without a
+/// disturbance.
+int StartOnce(const fs::path& agent, const Disturbance* disturbance = nullptr, uint64_t nth = 0) {
     std::fflush(nullptr);
     const pid_t process = fork();
     Require(process >= 0, "fork");
@@ -68,9 +87,15 @@ int StartOnce(const fs::path& agent, Call counted, const std::function<void(Faul
         FaultVfs vfs;
         LoadedModule module(agent);
         module.Load();
-        arrange(vfs);
+        if (disturbance != nullptr) {
+            plan.Watch((agent / "").string(), (agent / "log").string());
+            disturbance->arrange(vfs, nth);
+        }
         module.Initialise();
-        std::ofstream(agent / "calls") << vfs.CountCalls(counted);
+        if (disturbance != nullptr) {
+            const uint64_t calls = disturbance->count(vfs);
+            std::ofstream(agent / "calls") << calls;
+        }
         module.Stop();
         std::_Exit(0);
     }
@@ -105,10 +130,10 @@ public:
         before_ = UpgradeFixture::EventsIn(UpgradeFixture::DatabaseOf(scratch_.Path() / "machine"));
     }
 
-    /// How many calls of that kind an undisturbed start makes. Remembers which events it keeps, and together.
-    uint64_t Count(Call call) {
+    /// How many calls an undisturbed start makes. Remembers which events it keeps, and together.
+    uint64_t Count(const Disturbance& disturbance) {
         Reset();
-        Expect(StartOnce(agent_, call, [](FaultVfs&) {}) == 0, "an undisturbed start works");
+        Expect(StartOnce(agent_, &disturbance) == 0, "an undisturbed start works");
         RememberUndisturbed();
         return std::stoull(ReadWholeFile(agent_ / "calls"));
     }
@@ -134,7 +159,7 @@ public:
         fs::remove_all(agent_);
         const std::size_t count = random() % (states_->Calls().size() + 1);
         states_->Build(count, random(), agent_);
-        Expect(StartOnce(agent_, Call::kAny, [](FaultVfs&) {}) == 0, "it starts again");
+        Expect(StartOnce(agent_) == 0, "it starts again");
         CheckDatabase();
         CheckCopies();
     }
@@ -142,11 +167,10 @@ public:
     void Try(const Disturbance& disturbance, uint64_t nth) {
         where_ = std::string(disturbance.name) + " at call " + std::to_string(nth);
         Reset();
-        const int status =
-            StartOnce(agent_, disturbance.call, [&](FaultVfs& vfs) { disturbance.arrange(vfs, nth); });
+        const int status = StartOnce(agent_, &disturbance, nth);
         Expect(status == 0 || (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL),
                "it goes on or is killed");
-        Expect(StartOnce(agent_, disturbance.call, [](FaultVfs&) {}) == 0, "it starts again");
+        Expect(StartOnce(agent_) == 0, "it starts again");
         CheckDatabase();
         CheckCopies();
     }
@@ -250,7 +274,7 @@ void Disturb(const Disturbance& disturbance, uint64_t stride, const std::vector<
     uint64_t offset = 0;
     for (const fs::path& description : cases) {
         Machine machine(description);
-        const uint64_t calls = machine.Count(disturbance.call);
+        const uint64_t calls = machine.Count(disturbance);
         for (uint64_t nth = 1 + offset++ % stride; nth <= calls; nth += stride) {
             machine.Try(disturbance, nth);
             ++tried;
@@ -276,9 +300,9 @@ int main(int argc, char** argv) {
                      [wanted](const Disturbance& one) { return wanted == one.name; });
     const uint64_t stride = argc > 2 ? number : kUsualStride;
     if (disturbance == std::end(kDisturbances) || stride == 0) {
-        std::fprintf(
-            stderr,
-            "usage: Upgrade [kill|full|io|sync [STRIDE [CASE...]]] or Upgrade power STATES [CASE...]\n");
+        std::fprintf(stderr,
+                     "usage: Upgrade [kill|full|io|sync|files [STRIDE [CASE...]]] or Upgrade power "
+                     "STATES [CASE...]\n");
         return 2;
     }
     return RunProgram([&] {
