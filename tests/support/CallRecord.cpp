@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include "alerts/AlertGapTable.h"
 #include "host/container/LumContainer.h"
@@ -14,6 +15,7 @@
 #include "sched/TaskProcessorThread.h"
 #include "sched/TaskSchedulerThread.h"
 #include "store/DatabaseScope.h"
+#include "store/ModelRegistry.h"
 
 namespace {
 
@@ -26,7 +28,7 @@ void Note(std::string_view what, std::string_view of = {}, std::string_view how 
     const std::lock_guard<std::mutex> lock(guard);
     if (isOpen) {
         entries.push_back({std::string(what).append(of).append(how), DatabaseMutex.IsHeldByThisThread(),
-                           AlertGapMutex.IsHeldByThisThread()});
+                           AlertGapMutex.IsHeldByThisThread(), RegistryMutex.IsHeldByThisThread()});
     }
 }
 
@@ -78,6 +80,11 @@ std::vector<std::string> CallRecord::WithoutLock(const std::string& begin) const
 
 std::vector<std::string> CallRecord::UnderAlertLock(const std::string& begin) const {
     return Texts([&](const Entry& entry) { return entry.underAlertLock && entry.text.starts_with(begin); });
+}
+
+std::vector<std::string> CallRecord::UnderRegistryLock(const std::string& begin) const {
+    return Texts(
+        [&](const Entry& entry) { return entry.underRegistryLock && entry.text.starts_with(begin); });
 }
 
 GenSqlResult* DBConnection::Query(const LumString& sql, bool quiet) {
@@ -143,4 +150,16 @@ bool LumThread::Pause(uint32_t milliseconds) {
     static auto* const next = Next<bool(LumThread*, uint32_t)>("_ZN9LumThread5PauseEj");
     Note("pause ", NameOf(this), " " + std::to_string(milliseconds));
     return next(this, milliseconds);
+}
+
+int fsync(int file) {
+    static auto* const next = Next<int(int)>("fsync");
+    Note("sync");
+    return next(file);
+}
+
+int fdatasync(int file) {
+    static auto* const next = Next<int(int)>("fdatasync");
+    Note("sync");
+    return next(file);
 }

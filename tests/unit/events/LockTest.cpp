@@ -74,6 +74,27 @@ TEST_F(EventUploadLock, IsGivenBackBeforeAFailureIsSaid) {
                 Contains("error UploadEvents: Failed to upload events for model 'Logon', SQL error"));
 }
 
+TEST_F(EventUploadLock, IsGivenBackBeforeWhatWaitsIsMeasuredAndSent) {
+    bool isTaking = false;
+    bool wasHeld = false;
+    const FileStoreStandIn store([&](const LumContainer&, const LumContainer&) {
+        wasHeld = wasHeld || DatabaseMutex.IsHeldByThisThread();
+        return isTaking ? 0U : 1U;
+    });
+    Change("INSERT INTO Event_Logon (E_Date, E_DeviceId, E_GroupId) VALUES (1, 0, 0), (11, 0, 0)");
+    EXPECT_TRUE(UploadEvents(logon_, 0, 10, false));
+    EXPECT_TRUE(UploadEvents(logon_, 10, 20, false));  // has to be measured once the first one was sent
+    isTaking = true;
+    const CallRecord record;
+    ResumeUploads();
+    EXPECT_THAT(record.All("SQL SELECT COUNT"), testing::SizeIs(1));
+    EXPECT_THAT(record.WithoutLock("SQL "), IsEmpty());
+    EXPECT_FALSE(wasHeld);
+    EXPECT_THAT(record.UnderLock("put "), IsEmpty());
+    EXPECT_THAT(record.All("sync"), Not(IsEmpty()));
+    EXPECT_THAT(record.UnderLock("sync"), IsEmpty()) << "of the journal";
+}
+
 TEST_F(EventRetentionLock, IsGivenBackBeforeTheOutcomeIsSaid) {
     const CallRecord record;
     EXPECT_TRUE(DeleteEvents(logon_, 0, 100, false));

@@ -6,6 +6,7 @@
 
 #include "events/UploadJournal.h"
 #include "store/Paths.h"
+#include "support/CallRecord.h"
 #include "support/TempDirectory.h"
 #include "support/shim/FaultPlan.h"
 
@@ -47,6 +48,21 @@ TEST_F(UploadJournalTest, IsReadAsItWasWritten) {
     EXPECT_EQ(Read().GetHandedOver(), 0U);
     ASSERT_TRUE(journal.FinishFirst(error_));
     EXPECT_FALSE(directory_.Has("data/uploads/Logon"));
+}
+
+TEST_F(UploadJournalTest, IsSyncedAfterEachFileButTheLast) {
+    UploadJournal journal("Logon");
+    ASSERT_TRUE(journal.Append({0, 100}, error_));
+    const CallRecord record;
+    std::size_t syncs = 0;
+    ASSERT_TRUE(journal.SetExtent({250, 250}, error_));
+    EXPECT_EQ(record.All("sync").size(), ++syncs);
+    ASSERT_TRUE(journal.AddHandedOver(100, error_));
+    EXPECT_EQ(record.All("sync").size(), ++syncs);
+    ASSERT_TRUE(journal.AddHandedOver(100, error_));
+    EXPECT_EQ(record.All("sync").size(), ++syncs);
+    ASSERT_TRUE(journal.AddHandedOver(50, error_));
+    EXPECT_EQ(record.All("sync").size(), syncs) << "a file may come twice";
 }
 
 TEST_F(UploadJournalTest, LetsAWindowGrowThatIsNotBegun) {
