@@ -154,4 +154,20 @@ TEST_F(BadInput, GoesOnBehindAStatementThatFails) {
               1U);
 }
 
+TEST_F(BadInput, MovesNothingButTemporaryFilesIntoTheOutbox) {
+    ASSERT_TRUE(agent_.StartAndServe());
+    const std::string database = agent_.GetDataDirectory() + "/EventLogManager/EventLogManager.sqlite3";
+    const std::string link = agent_.GetDataDirectory() + "/tmp/link";
+    std::filesystem::create_symlink(database, link);
+    for (const std::string& path : {database, link, agent_.GetDataDirectory() + "/tmp/../agent.lock"}) {
+        const std::string request = R"({"FileType":"t","FileLabel":"t","MovePath":")" + path + "\"}";
+        EXPECT_TRUE(agent_.Request("POST", "/actions/FileStoreReceiveFile", request)
+                        .body.starts_with(R"({"status":13,)"))
+            << path;
+        EXPECT_TRUE(std::filesystem::exists(path)) << path;
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(agent_.GetDataDirectory() + "/FileStore/outbox"));
+    EXPECT_EQ(agent_.Stop(), 0);
+}
+
 }  // namespace

@@ -125,6 +125,7 @@ TEST_F(DatabaseSetup, CompactsTheFile) {
     Change("CREATE TABLE Big AS SELECT zeroblob(1000000) AS a; DROP TABLE Big");
     ASSERT_NE(Rows("PRAGMA freelist_count"), "0");
     InitializeDatabase();
+    EXPECT_EQ(std::filesystem::file_size(Directory() / (std::string(kDatabase) + "-wal")), 0U);
     EXPECT_EQ(Rows("PRAGMA freelist_count"), "0");
 }
 

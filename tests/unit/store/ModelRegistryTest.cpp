@@ -236,6 +236,9 @@ TEST_F(ModelRegistry, WarnsOfADefinitionThatIsNoRegularFile) {
     EXPECT_THAT(Said(), Contains("warning LoadUnregisteredModels: '" + (Models() / "pipe.xml").string() +
                                  "' is not a regular file"));
     EXPECT_TRUE(ModelCollection.Contains("Logon"));
+    Log().Forget();
+    EXPECT_TRUE(LoadUnregisteredModels());
+    EXPECT_THAT(Said(), IsEmpty()) << "it was said";
 }
 
 TEST_F(ModelRegistry, FailsWithoutTheModelsDirectory) {

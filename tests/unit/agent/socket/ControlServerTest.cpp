@@ -429,6 +429,14 @@ TEST_F(ControlServerTest, AnswersWhenTheMemoryRanOut) {
     EXPECT_EQ(client.Request("POST", "/a").status, 200);
 }
 
+TEST_F(ControlServerTest, SaysThatACallOfTheAgentsOwnFailed) {
+    Start();
+    server_->RunInPool([] { throw std::bad_alloc(); });
+    EXPECT_TRUE(
+        WaitFor([this] { return log_.Count("A call of the agent's own failed: std::bad_alloc") == 1; }));
+    EXPECT_EQ(Connect().Request("POST", "/a").status, 200);
+}
+
 TEST_F(ControlServerTest, RefusesFramingThatHasNoEnd) {
     Start();
     const std::string head = "POST /a HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n";

@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 constexpr const char* kInsert = "INSERT INTO t (a) VALUES (1)";
 
@@ -176,6 +177,27 @@ TEST(DatabaseOnASmallDisk, GivesTheRoomOfAnOutgrownLogBack) {
     EXPECT_TRUE(database.Run(kInsert));
     EXPECT_GT(disk.Free(), std::size_t{5} << 20U);
     EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "1");
+}
+
+TEST(DatabaseOnASmallDisk, TakesTheLogInBeforeAChangeIsRefused) {
+    const SmallDisk disk(std::size_t{16} << 20U);
+    if (!disk.IsThere()) {
+        GTEST_SKIP() << "takes the rights of root";
+    }
+    TestDatabase database;
+    database.Select(LumString(disk / "test.sqlite3"));
+    EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
+    EXPECT_TRUE(
+        database.Run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1200) "
+                     "INSERT INTO t SELECT zeroblob(4000) FROM n"));
+    {
+        DBConnection connection(database.Pool());
+        EXPECT_TRUE(connection.CutLogBack());
+    }
+    EXPECT_TRUE(database.Run("UPDATE t SET a = randomblob(4000)"));  // all of them lie in the log as well
+    disk.Fill();
+    EXPECT_TRUE(database.Run(kInsert)) << "what the log holds has its place in the database";
+    EXPECT_THAT(database.Lines(), IsEmpty());
 }
 
 TEST(DatabaseOnASmallDisk, HasTheWholeIndexOfTheLogOnTheDisk) {

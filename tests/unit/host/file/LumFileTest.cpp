@@ -347,6 +347,16 @@ TEST(LumFileMove, SyncsTheFileAndItsNewName) {
         << "synced, renamed, the name synced";
 }
 
+TEST(LumFileDelete, SyncsTheDirectoryWhereItIsForGood) {
+    const TempDirectory directory;
+    const auto put = [&] { directory.Write("file", "content"); };
+    put();
+    EXPECT_EQ(CallsThatMatter(
+                  directory, [&] { return FileDeleteForGood(directory.At("file")); }, put),
+              2U)
+        << "deleted, that synced";
+}
+
 TEST(LumFileReplace, IsSyncedBeforeItHasItsNameAndItsNameAfterwards) {
     const TempDirectory directory;
     LumString error;

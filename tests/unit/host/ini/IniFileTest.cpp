@@ -164,6 +164,7 @@ TEST_F(IniFileTest, ANameWithANullByteIsNeverFound) {
 TEST_F(IniFileTest, SaysWhatItCannotRead) {
     Content(std::string_view("[S]\nk = 1\n\0", 12));
     EXPECT_EQ(Text("S", "k"), "(none)");
+    EXPECT_EQ(Text("S", "k"), "(none)") << "which is said once";
     const std::string where = "warning Host IniFile::Load: " + std::string(ini_.GetPath().View()) + ": ";
     EXPECT_EQ(OnlyLine(), where + "Not a text file");
 }

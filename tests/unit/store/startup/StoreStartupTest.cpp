@@ -74,6 +74,23 @@ TEST_F(StoreStartupTest, LoadsTheModelsOnceTheDatabaseCanBeRead) {
     EXPECT_THAT(LumHealthReasons(), IsEmpty());
 }
 
+TEST_F(StoreStartupTest, LeavesDroppedDefinitionsAloneWhileAnUpgradeIsOutstanding) {
+    Change("UPDATE DatabaseInformation SET FieldValue = 5 WHERE FieldName = 'DatabaseVersionMajor'");
+    const std::string copy = Directory() / (std::string(kData) + "/EventLogManager-5.0.0.0.sqlite3");
+    fs::create_directory(copy);  // so that none can be made
+    Restart();
+    Drop({.name = "Another", .params = {{"User"}}});
+    Log().Forget();
+    EXPECT_FALSE(KeepStoreUp());
+    EXPECT_EQ(Call("EventLogManagerReloadModels", "{}").status, 0U);
+    EXPECT_THAT(Said(), Contains(HasSubstr("Dropped definitions wait")));
+    EXPECT_FALSE(ModelCollection.Contains("Another"));
+    fs::remove(copy);
+    Restart();
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_TRUE(ModelCollection.Contains("Another"));
+}
+
 TEST_F(StoreStartupTest, LoadsADefinitionOnceItCanBeRead) {
     std::shared_ptr<Model_t> model;
     ASSERT_TRUE(ModelCollection.Get("Logon", model));

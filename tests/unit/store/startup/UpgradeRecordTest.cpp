@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 
 #include "host/core/LumHealth.h"
+#include "store/Paths.h"
 #include "store/startup/UpgradeRecord.h"
 #include "support/FaultVfs.h"
 #include "support/LinkedModule.h"
 #include "support/ResourceLimit.h"
+#include "support/SmallDisk.h"
 #include "support/Sqlite.h"
 
 namespace {
@@ -159,6 +161,22 @@ TEST_F(UpgradeRecordTest, WarnsWhereTheDiskIsFull) {
                                     kNotUpgraded));
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3")));
     EXPECT_FALSE(fs::exists(Path("EventLogManager-6.1.9.0.sqlite3.unfinished")));
+}
+
+TEST_F(UpgradeRecordTest, DoesNotBeginWithoutRoomForTheStepsAfterTheCopy) {
+    const SmallDisk disk(std::size_t{8} << 20U);
+    if (!disk.IsThere()) {
+        GTEST_SKIP() << "takes the rights of root";
+    }
+    Start(6, 1, 9);
+    Change(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 3000) INSERT INTO "
+        "Event_Logon (E_Date, E_DeviceId, E_GroupId, C_User) SELECT i, 0, 0, hex(zeroblob(500)) FROM n");
+    DataDirectory = LumString(disk / "");  // where the copy goes; one copy has room there, three have not
+    EXPECT_FALSE(UpgradeRecord().Begin());
+    EXPECT_THAT(Said(), ElementsAre(HasSubstr("Found a database"),
+                                    HasSubstr("warning UpgradeRecord: An upgrade takes "), kNotUpgraded));
+    EXPECT_TRUE(fs::is_empty(disk / ""));
 }
 
 TEST_F(UpgradeRecordTest, WarnsWhereADefinitionCannotBeCopied) {
