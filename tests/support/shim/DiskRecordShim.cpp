@@ -3,21 +3,19 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string_view>
 #include <utility>
 
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include "support/shim/DiskRecord.h"
+#include "support/shim/Interpose.h"
 
 namespace {
 
@@ -96,11 +94,6 @@ uint64_t FileOf(int fd) {
     }
     struct stat status {};
     return fstat(fd, &status) == 0 ? status.st_ino : 0;
-}
-
-template <class Function>
-Function* Real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 void NoteWrite(int fd, const void* bytes, ssize_t size, off64_t at) {
@@ -217,16 +210,6 @@ int Open(int directory, const char* path, int flags, Call real) {
     NoteOpen(fd, directory, path, flags, wasThere);
     return fd;
 }
-
-/// The mode that open takes only where it makes a file.
-#define LUM_TAKE_MODE(flags, mode)                          \
-    mode_t mode = 0;                                        \
-    if (((flags) & (O_CREAT | O_TMPFILE)) != 0) {           \
-        va_list rest;                                       \
-        va_start(rest, flags);                              \
-        mode = static_cast<mode_t>(va_arg(rest, unsigned)); \
-        va_end(rest);                                       \
-    }
 
 /// Defines a call of the C library as `body`, which has it as `real`.
 #define LUM_RECORDED(result, name, parameters, body)                           \

@@ -4,14 +4,11 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
 #include <dirent.h>
-#include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -19,6 +16,7 @@
 #include <unistd.h>
 
 #include "support/shim/FaultPlan.h"
+#include "support/shim/Interpose.h"
 
 namespace {
 
@@ -149,21 +147,6 @@ bool IsHitOpen(unsigned effect, int fd) {
 unsigned EffectOfOpen(int flags) {
     return kOpens | ((flags & (O_CREAT | O_TRUNC)) != 0 ? kChanges | kTakesRoom : 0U);
 }
-
-template <class Function>
-Function* Real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-/// The mode that open takes only where it makes a file.
-#define LUM_TAKE_MODE(flags, mode)                          \
-    mode_t mode = 0;                                        \
-    if (((flags) & (O_CREAT | O_TMPFILE)) != 0) {           \
-        va_list rest;                                       \
-        va_start(rest, flags);                              \
-        mode = static_cast<mode_t>(va_arg(rest, unsigned)); \
-        va_end(rest);                                       \
-    }
 
 /// Defines a call of the C library that fails with `failed` where `hit` holds.
 #define LUM_CALL(result, name, parameters, arguments, hit, failed)             \

@@ -54,7 +54,7 @@ constexpr int kAnother = 1;
 
 TEST_F(ServiceUserTest, ChangesNothingWhereTheConfigurationIsRoots) {
     if (::geteuid() != 0) {
-        GTEST_SKIP() << "for root";
+        GTEST_SKIP() << "only root can become another user";
     }
     EXPECT_EQ(UserAfterwards(), kRoot);
     EXPECT_FALSE(directory_.Has("data"));
@@ -66,7 +66,7 @@ TEST_F(ServiceUserTest, ChangesNothingWhereTheConfigurationIsRoots) {
 
 TEST_F(ServiceUserTest, BecomesTheOwnerAndMakesTheDirectories) {
     if (::geteuid() != 0 || nobody_ == nullptr) {
-        GTEST_SKIP() << "for root";
+        GTEST_SKIP() << "only root can become another user";
     }
     GiveConfigurationTo(nobody_->pw_uid);
     EXPECT_EQ(UserAfterwards(), kAnother);
@@ -78,7 +78,7 @@ TEST_F(ServiceUserTest, BecomesTheOwnerAndMakesTheDirectories) {
 
 TEST_F(ServiceUserTest, TakesOverWhatIsRootsAndEmptyAndNothingElse) {
     if (::geteuid() != 0 || nobody_ == nullptr) {
-        GTEST_SKIP() << "for root";
+        GTEST_SKIP() << "only root can become another user";
     }
     GiveConfigurationTo(nobody_->pw_uid);
     directory_.MakeDirectory("data");
@@ -90,7 +90,7 @@ TEST_F(ServiceUserTest, TakesOverWhatIsRootsAndEmptyAndNothingElse) {
 
 TEST_F(ServiceUserTest, SaysWhereItCannotBeDone) {
     if (::geteuid() != 0 || nobody_ == nullptr) {
-        GTEST_SKIP() << "for root";
+        GTEST_SKIP() << "only root can become another user";
     }
     GiveConfigurationTo(nobody_->pw_uid);
     directory_.Write("file", "");
