@@ -91,11 +91,11 @@ uint32_t ActionHandler_FileStoreReceiveFile(LumContainer* container) {
 }
 
 /// One line for all files of a kind that were found, however many they are.
-void WarnOfLeftOvers(const std::vector<std::string>& names, std::string_view what) {
+void WarnOfLeftOvers(const std::vector<std::string>& names, std::string_view kind, std::string_view what) {
     if (!names.empty()) {
-        StoreDebug.WarningWithNL("%S: Files without a description in the outbox: %u, the first is '%s'; %S",
-                                 std::string_view("StoreInitialise"), static_cast<uint32_t>(names.size()),
-                                 names.front().c_str(), what);
+        StoreDebug.WarningWithNL("%S: %S in the outbox: %u, the first is '%s'; %S",
+                                 std::string_view("StoreInitialise"), kind,
+                                 static_cast<uint32_t>(names.size()), names.front().c_str(), what);
     }
 }
 
@@ -121,8 +121,10 @@ void StoreInitialise() {
         StoreDebug.ErrorWithNL("%S: Failed to open the outbox, %S", kStart, error);
         StoreHealth.NoteFailure({});
     }
-    WarnOfLeftOvers(leftOvers.completed, "they were given one from their names");
-    WarnOfLeftOvers(leftOvers.unknown, "they were left as they are");
+    constexpr std::string_view kUndescribed = "Files without a description";
+    WarnOfLeftOvers(leftOvers.completed, kUndescribed, "they were given one from their names");
+    WarnOfLeftOvers(leftOvers.unknown, kUndescribed, "they were left as they are");
+    WarnOfLeftOvers(leftOvers.orphans, "Descriptions without their file", "they were removed");
     for (const LumString& failure : leftOvers.errors) {
         StoreDebug.WarningWithNL("%S: %S", kStart, failure);
     }

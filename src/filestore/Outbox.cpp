@@ -24,6 +24,8 @@ namespace {
 constexpr std::string_view kUnfinishedPrefix = ".lum-";
 /// What a description takes at most, with names of the usual length.
 constexpr uint64_t kDescriptionBytes = 1024;
+/// A description that is longer was not written here.
+constexpr std::size_t kLongestDescription = 64 * 1024;
 /// An outbox that is full is looked at again that often.
 constexpr std::time_t kCountEverySeconds = 2;
 
@@ -161,8 +163,9 @@ bool Outbox::ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& e
         highest = std::max(highest, parts.number);
         if (name.starts_with(kUnfinishedPrefix)) {
             unlink(PathOf(name).c_str());
-        } else if (!IsDescriptionName(name) && names.count(DescriptionName(name)) == 0 &&
-                   IsRegularFile(LumString(PathOf(name)))) {
+        } else if (IsDescriptionName(name)) {
+            RemoveOrphan(name, names, leftOvers);
+        } else if (names.count(DescriptionName(name)) == 0 && IsRegularFile(LumString(PathOf(name)))) {
             if (derived) {
                 Complete(name, leftOvers);
             } else {
@@ -171,6 +174,25 @@ bool Outbox::ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& e
         }
     }
     return true;
+}
+
+void Outbox::RemoveOrphan(const std::string& name, const std::set<std::string>& names, LeftOvers& leftOvers) {
+    const std::string_view stem = std::string_view(name).substr(0, name.rfind('.') + 1);
+    const auto neighbour = names.lower_bound(std::string(stem));
+    if (neighbour != names.end() && *neighbour != name && neighbour->starts_with(stem)) {
+        return;  // its file, which spares reading it
+    }
+    std::string text;
+    LumString unreadable;  // then it is not one of ours, or will be looked at the next time
+    if (!FileRead(LumString(PathOf(name)), kLongestDescription, text, unreadable)) {
+        return;
+    }
+    const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+    const auto file = json.find(kFileStoreFileName);
+    if (file != json.end() && file->is_string() && names.count(file->get<std::string>()) == 0 &&
+        unlink(PathOf(name).c_str()) == 0) {
+        leftOvers.orphans.push_back(name);
+    }
 }
 
 void Outbox::Complete(const std::string& name, LeftOvers& leftOvers) {

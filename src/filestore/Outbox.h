@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,7 @@ public:
     struct LeftOvers {
         std::vector<std::string> completed;  ///< files that had no description and were given one now
         std::vector<std::string> unknown;    ///< files without one whose names say too little
+        std::vector<std::string> orphans;    ///< descriptions whose file is not there, removed now
         std::vector<LumString> errors;       ///< what went wrong on the way
     };
 
@@ -96,6 +98,9 @@ private:
     [[nodiscard]] uint64_t CountBytes() const;
     [[nodiscard]] bool ScanDirectory(LeftOvers& leftOvers, uint64_t& highest, LumString& error);
     void Complete(const std::string& name, LeftOvers& leftOvers);
+    /// Takes away a description whose file is not among `names`. The two names reach the disk with one sync,
+    /// so a loss of power can leave the later one alone; the file is still where it came from then.
+    void RemoveOrphan(const std::string& name, const std::set<std::string>& names, LeftOvers& leftOvers);
     [[nodiscard]] std::string PathOf(std::string_view name) const;
 
     // Constant after Open and SetMaxBytes.

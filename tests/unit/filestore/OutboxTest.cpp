@@ -283,6 +283,20 @@ TEST_F(OutboxTest, DescribesWhatACrashLeftWithoutADescription) {
     EXPECT_THAT(Open().completed, IsEmpty());
 }
 
+TEST_F(OutboxTest, RemovesADescriptionWhoseFileNeverReachedTheDisk) {
+    Open();
+    const Received kept = outbox_.Receive(Made("kept"));
+    const Received lost = outbox_.Receive(Made("lost"));
+    ASSERT_EQ(unlink(lost.path.GetString()), 0);
+    const std::string orphan = DescriptionName(fs::path(lost.path.GetString()).filename().string());
+    static_cast<void>(directory_.Write("outbox/of-somebody-else.json", "{\"File\": \"none\"}"));
+    static_cast<void>(directory_.Write("outbox/not-json.json", "[\"FileName\""));
+    EXPECT_THAT(Open().orphans, ElementsAre(orphan));
+    EXPECT_EQ(CountFiles(), 4U) << "the file, its description, and what is not a description";
+    EXPECT_TRUE(fs::exists(kept.path.GetString()));
+    EXPECT_THAT(Open().orphans, IsEmpty());
+}
+
 TEST_F(OutboxTest, SaysThatItCannotBeMade) {
     static_cast<void>(directory_.Write("outbox", "a file in its place"));
     Outbox::LeftOvers leftOvers;
