@@ -108,6 +108,8 @@ TEST_F(ModelStateTest, DeletesOneModelByItsName) {
         Log().Count(
             "print ActionHandler_EventLogManagerDeleteModel: Model 'Logon' has been deleted with success\n"),
         1U);
+    request.SetContainer("Values", values);
+    EXPECT_EQ(ActionHandler_EventLogManagerDeleteModel(&request), 1U) << "it is gone";
 }
 
 TEST_F(ModelStateTest, DeletesTheOthersWhereOneCannotBeDeleted) {
@@ -159,6 +161,13 @@ TEST_F(ModelStateTest, ReloadsWithoutAContainer) {
     EXPECT_EQ(ActionHandler_EventLogManagerReloadModels(nullptr), 0U);
     EXPECT_TRUE(ModelCollection.Contains("New"));
     EXPECT_EQ(Log().Count("Models have been reloaded with success\n"), 1U);
+}
+
+TEST_F(ModelStateTest, IsOneStepUnderTheLockOfTheRegistry) {
+    const CallRecord record;
+    EXPECT_EQ(Call("DisableModel", kNamingLogon), 0U);
+    EXPECT_FALSE(record.All("SQL ").empty());
+    EXPECT_EQ(record.UnderRegistryLock("SQL "), record.All("SQL "));
 }
 
 TEST_F(ModelStateTest, AgreesInMemoryAndInTheDatabaseHoweverManySwitchAtOnce) {

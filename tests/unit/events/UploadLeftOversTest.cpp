@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "events/EventUpload.h"
 #include "events/UploadJournal.h"
 #include "events/UploadLeftOvers.h"
 #include "host/container/LumContainer.h"
@@ -57,7 +58,7 @@ TEST_F(UploadLeftOversTest, AreHandedOverAsWhatTheyAre) {
     EXPECT_STREQ(TypeOf(received.Requests()[0]).GetString(), "EventManagerEvent");
     EXPECT_FALSE(received.Requests()[0].Contains("Priority"));
     Leave(Events());
-    HandOverLeftOvers();
+    ResumeUploads();  // as each cycle does
     ASSERT_EQ(received.Requests().size(), 2U);
     EXPECT_STREQ(TypeOf(received.Requests()[1]).GetString(), "EventLogManagerEvents");
     int32_t priority = 0;

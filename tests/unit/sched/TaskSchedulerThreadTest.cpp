@@ -10,6 +10,7 @@
 #include "sched/TaskSchedulerThread.h"
 #include "support/StartedModule.h"
 #include "support/TimeZone.h"
+#include "support/WaitFor.h"
 
 namespace {
 
@@ -267,6 +268,13 @@ TEST_F(TaskSchedulerThreadTest, EndsAtOnceWhenItIsCancelledInItsPause) {
     while (Log().Count("trace TaskSchedulerThread::ThreadMain: Entering\n") == 0) {
         std::this_thread::yield();
     }
+    EXPECT_TRUE(thread_.Cancel(3000, true));
+}
+
+TEST_F(TaskSchedulerThreadTest, WatchesTheClockInItsTurns) {
+    Add({.name = "A"})->SetLastUploadTime(static_cast<LumSeconds>(std::time(nullptr) + 7200));
+    ASSERT_TRUE(thread_.Start(nullptr, nullptr));
+    EXPECT_TRUE(WaitFor([this] { return Log().Count("which lies in the future") == 1; }));
     EXPECT_TRUE(thread_.Cancel(3000, true));
 }
 
