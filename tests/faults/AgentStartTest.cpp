@@ -13,6 +13,7 @@
 
 #include "BuildPaths.h"
 #include "support/AgentProcess.h"
+#include "support/LogReader.h"
 #include "support/NotifySocket.h"
 #include "support/WaitFor.h"
 #include "support/shim/FaultPlan.h"
@@ -113,6 +114,27 @@ TEST_F(AgentStart, StopsInTheMiddleOfALongList) {
     EXPECT_EQ(agent_.Stop(), 0);
     EXPECT_EQ(CountIn(agent_.ReadLog(), "The agent stops: model 'Nobody' and those named after it are not"),
               1U);
+}
+
+TEST_F(AgentStart, SaysWhatAnEarlierRunLeftInTheOutbox) {
+    const TempDirectory& scratch = agent_.GetScratch();
+    scratch.Write("data/FileStore/outbox/20261121T011025Z-7-Events.cbor", "without a description");
+    scratch.Write("data/FileStore/outbox/other.cbor", "with a name that says nothing");
+    scratch.Write("data/FileStore/outbox/20261121T011025Z-8-Events.json",
+                  R"({"FileName":"20261121T011025Z-8-Events.cbor"})");
+    ASSERT_TRUE(agent_.StartAndServe());
+    for (const char* const line :
+         {"Files without a description in the outbox: 1, the first is '20261121T011025Z-7-Events.cbor'; they "
+          "were given one from their names",
+          "Files without a description in the outbox: 1, the first is 'other.cbor'; they were left as they "
+          "are",
+          "Descriptions without their file in the outbox: 1, the first is '20261121T011025Z-8-Events.json'; "
+          "they were removed"}) {
+        EXPECT_EQ(
+            CountIn(agent_.ReadLog(), " warning FileStore StoreInitialise: " + std::string(line) + "\n"), 1U)
+            << agent_.ReadLog();
+    }
+    EXPECT_EQ(agent_.Stop(), 0);
 }
 
 TEST_F(AgentStart, IsWellAgainWithoutARestartOnceFilesCanBeHandedOver) {
