@@ -186,6 +186,20 @@ TEST_F(UploadBacklogTest, SendsWhatAMissingTemporaryDirectoryKeptBack) {
     ExpectEachOnce(store, 1, 250);
 }
 
+TEST_F(UploadBacklogTest, LeavesNoSingleEventOutWhoseFileCouldNotBeMade) {
+    Events(1, 1);
+    LimitedStore store(100);
+    fs::remove_all(GetTempDirectory().GetString());
+    const std::string blocking = Directory().Write("data/tmp", "no directory");
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    EXPECT_EQ(Complaints(), 1U);
+    EXPECT_EQ(Log().Count("is too large for a file"), 0U);
+    fs::remove(blocking);
+    Directory().MakeDirectory("data/tmp");
+    ResumeUploads();
+    ExpectEachOnce(store, 1, 1);
+}
+
 TEST_F(UploadBacklogTest, LeavesNoPartOfAFileOnAFullDiskAndSendsItWhenThereIsRoom) {
     Change(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100) INSERT INTO "
