@@ -53,12 +53,15 @@ std::size_t RaiseDescriptorLimit() {
     return limit.rlim_cur;
 }
 
-/// Keeps the process small after large requests: by default the allocator would raise both limits to the size
-/// of the largest body, and from then on keep that much for every thread that has run an action.
+/// Keeps the process small after large requests. By default the allocator would raise both limits to the size
+/// of the largest body, from then on keep that much in each heap, and have up to eight heaps a processor, so
+/// that each thread that answers once with a large page keeps a part of it. Actions wait for one database:
+/// two heaps are enough for them.
 void LimitUnusedMemory() {
     constexpr int bytes = 1 << 20;
     ::mallopt(M_MMAP_THRESHOLD, bytes);
     ::mallopt(M_TRIM_THRESHOLD, bytes);
+    ::mallopt(M_ARENA_MAX, 2);
 }
 
 /// The group of that name, none for an empty one; false, with the reason, where there is no such group.

@@ -19,6 +19,11 @@ namespace {
 /// threads that create events wait for its syncs.
 constexpr int kTakeInLogPages = 2500;
 
+/// True for what reads alone; statements that begin and end transactions do not count as changes, either.
+bool IsSelect(std::string_view sql) {
+    return sql.starts_with("SELECT ");
+}
+
 bool IsBlankTail(std::string_view tail) {
     return tail.find_first_not_of(" \t\n\r\f") == std::string_view::npos;
 }
@@ -229,6 +234,7 @@ int DBHandle::OnCommit(void* handle, sqlite3* database, const char* /*name*/,
 }
 
 bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
+    counts_.Forget();
     sqlite3_stmt* const statement = cache_.Get(database_.get(), shape);
     if (statement == nullptr || !Bind(statement, shape)) {
         return false;
@@ -239,7 +245,18 @@ bool DBHandle::RunShaped(const StatementShape& shape, int& status) {
 }
 
 bool DBHandle::RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows, DBOutcome& outcome) {
-    const OwnedStatement statement = Prepare(sql.View(), outcome);
+    const std::string recalled = counts_.Recall(database_.get(), sql.View());
+    const bool done = RunPrepared(Prepare(recalled.empty() ? sql.View() : recalled, outcome), rows, outcome);
+    if (!done || outcome.isChange || !IsSelect(sql.View())) {
+        counts_.Forget();
+    } else if (recalled.empty()) {
+        counts_.Note(sql.View(), *rows);
+    }
+    return done;
+}
+
+bool DBHandle::RunPrepared(const OwnedStatement& statement, std::unique_ptr<GenSqlResultBuffer>& rows,
+                           DBOutcome& outcome) {
     if (statement == nullptr) {
         return false;
     }
@@ -319,6 +336,7 @@ bool DBHandle::RunControlOnce(Control control, DBOutcome& outcome) {
     if (!IsPrepared(control, outcome) || (control != Control::kRollback && !MayChange(outcome))) {
         return false;
     }
+    counts_.Forget();
     const OwnedStatement& statement = controls_[static_cast<std::size_t>(control)];
     const StatementReset reset(statement.get());
     return sqlite3_step(statement.get()) == SQLITE_DONE || Fail(outcome);

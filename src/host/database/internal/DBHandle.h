@@ -13,6 +13,7 @@
 #include "host/database/internal/GenSqlResultBuffer.h"
 #include "host/database/internal/LockPatience.h"
 #include "host/database/internal/LogSync.h"
+#include "host/database/internal/statement/CountMemory.h"
 #include "host/database/internal/statement/StatementCache.h"
 #include "host/thread/LumMutex.h"
 
@@ -104,6 +105,9 @@ private:
     [[nodiscard]] bool RunShaped(const StatementShape& shape, int& status) LUM_REQUIRES(mutex_);
     [[nodiscard]] bool RunPlain(const LumString& sql, std::unique_ptr<GenSqlResultBuffer>& rows,
                                 DBOutcome& outcome) LUM_REQUIRES(mutex_);
+    /// `statement` may be null where `outcome` has the reason.
+    [[nodiscard]] bool RunPrepared(const OwnedStatement& statement, std::unique_ptr<GenSqlResultBuffer>& rows,
+                                   DBOutcome& outcome) LUM_REQUIRES(mutex_);
     /// Keeps the statement of `control` ready; false, and the reason in `outcome`, where it cannot be
     /// prepared.
     [[nodiscard]] bool IsPrepared(Control control, DBOutcome& outcome) LUM_REQUIRES(mutex_);
@@ -135,6 +139,7 @@ private:
     bool readsAlone_ LUM_GUARDED_BY(mutex_) = false;       // so it was opened, or a change was told so
     // Declared after the database: a statement is closed before its database is.
     StatementCache cache_ LUM_GUARDED_BY(mutex_);
+    CountMemory counts_ LUM_GUARDED_BY(mutex_);
     std::array<OwnedStatement, 3> controls_ LUM_GUARDED_BY(mutex_);
     std::atomic<const void*> transactionUser_{nullptr};  // changed with the lock held
 };

@@ -28,6 +28,7 @@ void DBHandle::Close() {
         control.reset();
     }
     cache_.Clear();
+    counts_.Close();
     if (log_ != nullptr) {
         log_->Detach();
         log_.reset();
