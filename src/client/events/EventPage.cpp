@@ -80,10 +80,12 @@ private:
 
 bool EventPage::Parse(std::string_view answer) {
     Clear();
-    Handler handler(*this);
-    if (!nlohmann::json::sax_parse(answer, &handler) || !handler.IsDone()) {
+    if (!Scan(answer)) {
         Clear();
-        return false;
+        if (!Read(answer)) {
+            Clear();
+            return false;
+        }
     }
     const std::optional<std::size_t> dates = FindColumn(keys::kEventDate);
     for (const Column& column : columns_) {
@@ -94,6 +96,11 @@ bool EventPage::Parse(std::string_view answer) {
         dates_[row] = GetValue(*dates, row).number;
     }
     return true;
+}
+
+bool EventPage::Read(std::string_view answer) {
+    Handler handler(*this);
+    return nlohmann::json::sax_parse(answer, &handler) && handler.IsDone();
 }
 
 std::optional<std::size_t> EventPage::FindColumn(std::string_view name) const {

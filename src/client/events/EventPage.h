@@ -42,6 +42,7 @@ public:
 
 private:
     class Handler;
+    class Scanner;
 
     /// A text is a part of `texts_`.
     struct Cell {
@@ -53,6 +54,11 @@ private:
         std::string name;
         std::vector<Cell> cells;
     };
+
+    /// Reads the answer by a reader of any JSON; false, with a part of it read, where it is none of status 0.
+    [[nodiscard]] bool Read(std::string_view answer);
+    /// The same for the form in which the agent writes pages; false for any other.
+    [[nodiscard]] bool Scan(std::string_view answer);
 
     std::size_t ColumnFor(std::string_view name);
     void Put(std::size_t column, EventValue value);

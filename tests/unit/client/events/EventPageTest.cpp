@@ -1,3 +1,5 @@
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "client/events/EventPage.h"
@@ -33,6 +35,49 @@ TEST(EventPage, IsEmptyAfterAnAnswerThatIsNone) {
           R"({"status":1,"container":{"Result":{"EventCount":1,"EventDate":[1]}}})"}) {
         EXPECT_FALSE(page.Parse(text)) << text;
         EXPECT_EQ(page.GetRowCount(), 0U) << text;
+    }
+}
+
+/// All cells of a page, each with its kind.
+std::string CellsOf(const EventPage& page) {
+    std::string cells = std::to_string(page.GetEventCount()) + ":";
+    for (std::size_t row = 0; row < page.GetRowCount(); ++row) {
+        for (const char* const name : {"EventDate", "A", "B", "C"}) {
+            const EventValue value = page.GetValue(name, row);
+            cells += " " + std::to_string(static_cast<int>(value.kind)) + "," + std::to_string(value.number) +
+                     "," + std::string(value.text);
+        }
+    }
+    return cells;
+}
+
+/// What the scanner takes and what the library reads must be the same. A blank at the end leaves the answer
+/// to the library.
+TEST(EventPageScanner, ReadsWhatTheLibraryReads) {
+    const std::string begin = R"({"status":0,"container":{"Result":{"EventCount":3,"EventDate":[1,2])";
+    for (const char* const columns :
+         {"", R"(,"A":["","x y"],"B":[-5,4294967295],"C":[true,false])", R"(,"A":[null,null],"B":[null,7])",
+          R"(,"A":[1.0,-2.5e-7],"B":[0.0,1e300],"C":["gr\u00fcn","gr\xc3\xbcn"])",
+          R"(,"A":["a]","b,\"c"],"B":["}}}","{"],"C":["\\","\n"])",
+          ",\"A\":[\"gr\xc3\xbcn\",\"\xe2\x82\xac\"]"}) {
+        for (const char* const end : {"}}}", R"(}},"messages":[]})", R"(}},"messages":["m"]})"}) {
+            EventPage scanned;
+            EventPage read;
+            const std::string answer = begin + columns + end;
+            ASSERT_EQ(scanned.Parse(answer), read.Parse(answer + " ")) << answer;
+            EXPECT_EQ(CellsOf(scanned), CellsOf(read)) << answer;
+        }
+    }
+}
+
+TEST(EventPageScanner, RefusesWhatTheLibraryRefuses) {
+    const std::string begin = R"({"status":0,"container":{"Result":{"EventCount":1,"A":)";
+    for (const char* const rest :
+         {"[1]}}", "[1]}}}x", "[1}}}", "[nan]}}}", "[inf]}}}", "[-]}}}", "[1e]}}}", "[\"a]}}}", "[\"\n\"]}}}",
+          "[tru]}}}", "[1,]}}}", "[1]]}}}", R"([1]}},"messages":[})"}) {
+        EventPage page;
+        EXPECT_FALSE(page.Parse(begin + rest)) << rest;
+        EXPECT_EQ(page.GetRowCount(), 0U) << rest;
     }
 }
 
