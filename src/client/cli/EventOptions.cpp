@@ -55,7 +55,9 @@ void AddCreate(CommandParser& parser) {
         kEventsGroup, "create", "Create one event",
         [](CommandContext& context, const Options& given) { return CreateEvent(context, given.create); },
         {{"create Logon User=ann Outcome=success Origin=local Time=2026-11-21T08:30",
-          "Values are typed as the model defines them; what is left out takes the model's default."}});
+          "Values are typed as the model defines them; what is left out takes the model's default."},
+         {"create Logon User=ann Outcome=failure Origin=gate Time=now",
+          "A time may also be given as now, yesterday, or 2h for so long ago."}});
     create.add_option("MODEL", options.model, "The model's name")->required();
     create.add_option("PARAM=VALUE", options.assignments, "The event's values");
     create.add_option("--device", options.device, "Device id (0 where not given)")->type_name("N");

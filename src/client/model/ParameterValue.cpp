@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <ctime>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -121,10 +122,12 @@ bool ValueFromText(std::string_view type, std::string_view text, Json& value, st
     }
     if (type == kTypeTimestamp) {
         int32_t seconds = 0;
-        const bool done = ParseTime(text, seconds);
+        const bool done = ParseMoment(text, std::time(nullptr), seconds);
         value = seconds;
         error = done ? ""
-                     : Quoted(text) + " is not a time (ISO 8601, or seconds since 1970, in the 32-bit range)";
+                     : Quoted(text) +
+                           " is not a time; give 2026-11-20, 2026-11-20T08:30, seconds since 1970 "
+                           "(32 bits), now, or 2h for so long ago";
         return done;
     }
     if (type == kTypeDouble) {

@@ -14,7 +14,7 @@
 /// 1/0, true/false, yes/no or on/off in any letter case.
 [[nodiscard]] bool ParseBoolean(std::string_view text, bool& value, std::string& error);
 
-/// What was typed for a parameter of type `type`: text as it stands, an integer, a timestamp as ParseTime
+/// What was typed for a parameter of type `type`: text as it stands, an integer, a timestamp as ParseMoment
 /// takes it, a boolean as above, or a finite double, which as JSON always has a fraction or an exponent.
 [[nodiscard]] bool ValueFromText(std::string_view type, std::string_view text, nlohmann::ordered_json& value,
                                  std::string& error);
