@@ -41,12 +41,7 @@ void AddRegisteredModels(const fs::path& models, KnownModels& known) {
 Json ToJson(const std::vector<DefinitionFile>& files) {
     Json list = Json::array();
     for (const DefinitionFile& file : files) {
-        Json faults = Json::array();
-        for (const DefinitionFault& fault : file.faults) {
-            faults.push_back(
-                {{"line", fault.position.line}, {"column", fault.position.column}, {"text", fault.text}});
-        }
-        list.push_back({{"file", file.path}, {"model", file.model}, {"faults", std::move(faults)}});
+        list.push_back({{"file", file.path}, {"model", file.model}, {"faults", FaultsToJson(file.faults)}});
     }
     return list;
 }

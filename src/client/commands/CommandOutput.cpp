@@ -37,6 +37,15 @@ void PrintJson(CommandContext& context, const nlohmann::ordered_json& json) {
     context.console.out << json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
+nlohmann::ordered_json FaultsToJson(const std::vector<DefinitionFault>& faults) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const DefinitionFault& fault : faults) {
+        list.push_back(
+            {{"line", fault.position.line}, {"column", fault.position.column}, {"text", fault.text}});
+    }
+    return list;
+}
+
 ExitStatus Done(CommandContext& context, std::string_view sentence) {
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, {{"status", 0}});

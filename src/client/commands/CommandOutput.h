@@ -3,8 +3,10 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "client/ExitStatus.h"
+#include "client/check/DefinitionFile.h"
 #include "client/commands/CommandContext.h"
 #include "client/connection/AgentCall.h"
 #include "client/model/ModelDefinition.h"
@@ -20,6 +22,9 @@ void PrintMessages(CommandContext& context, const AgentAnswer& answer);
 
 /// Writes JSON over several lines.
 void PrintJson(CommandContext& context, const nlohmann::ordered_json& json);
+
+/// The faults of a definition file as a list of objects.
+[[nodiscard]] nlohmann::ordered_json FaultsToJson(const std::vector<DefinitionFault>& faults);
 
 /// For an action that answers nothing but its status: `sentence` for people, {"status": 0} for programs.
 [[nodiscard]] ExitStatus Done(CommandContext& context, std::string_view sentence);

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "client/check/DefinitionFile.h"
 #include "client/commands/CommandOutput.h"
 #include "client/commands/Commands.h"
 #include "client/connection/DataDirectory.h"
@@ -18,7 +19,8 @@ using Json = nlohmann::ordered_json;
 /// A definition file that lay in the models directory before the reload.
 struct DroppedFile {
     fs::path path;
-    std::string model;  ///< as the file names it; empty where it cannot be read
+    std::string model;                    ///< as the file names it; empty where it cannot be read
+    std::vector<DefinitionFault> faults;  ///< of those the agent tells the first, or none
     bool refused = false;
     std::vector<std::string> reasons;
 };
@@ -39,7 +41,11 @@ std::vector<DroppedFile> ListDropped(const std::string& directory) {
     std::error_code failure;
     for (const fs::directory_entry& entry : fs::directory_iterator(directory, failure)) {
         if (entry.path().extension() == ".xml") {
-            files.push_back({entry.path(), ModelNamedIn(entry.path()), false, {}});
+            files.push_back({entry.path(),
+                             ModelNamedIn(entry.path()),
+                             ReadDefinition(entry.path().string()).faults,
+                             false,
+                             {}});
         }
     }
     std::sort(files.begin(), files.end(),
@@ -76,24 +82,40 @@ Json ToJson(const std::vector<DroppedFile>& files, const std::vector<std::string
         list.push_back({{"file", file.path.filename().string()},
                         {"model", file.model},
                         {"result", file.refused ? "refused" : "taken"},
-                        {"messages", file.reasons}});
+                        {"messages", file.reasons},
+                        {"faults", FaultsToJson(file.faults)}});
     }
     return {{"status", 0}, {"files", std::move(list)}, {"messages", others}};
+}
+
+/// True where the agent has made the table of an automatic model without its source: the name is taken then.
+bool TakesName(const std::string& reason) {
+    return reason.find("makes reference to unknown") != std::string::npos ||
+           reason.find("already exists in statement: CREATE TABLE") != std::string::npos;
+}
+
+void PrintFile(std::ostream& out, const DroppedFile& file) {
+    out << Harmless(file.path.filename().string())
+        << (file.refused ? ": refused" : Harmless(": taken in as model '" + file.model + "'")) << '\n';
+    for (const std::string& reason : file.reasons) {
+        out << "    " << Harmless(reason) << '\n';
+    }
+    for (const DefinitionFault& fault : file.faults) {
+        out << "    line " << fault.position.line << ", column " << fault.position.column << ": "
+            << Harmless(fault.text) << '\n';
+    }
+    if (file.refused && std::any_of(file.reasons.begin(), file.reasons.end(), TakesName)) {
+        out << "    the name stays taken until the agent starts again: correct the file, then restart it\n";
+    } else if (file.refused && file.reasons.empty() && file.faults.empty()) {
+        out << "    the agent's log shows why\n";
+    }
 }
 
 void Print(CommandContext& context, const std::vector<DroppedFile>& files,
            const std::vector<std::string>& others) {
     std::ostream& out = context.console.out;
     for (const DroppedFile& file : files) {
-        out << Harmless(file.path.filename().string())
-            << (file.refused ? ": refused" : Harmless(": taken in as model '" + file.model + "'")) << '\n';
-        for (const std::string& reason : file.reasons) {
-            out << "    " << Harmless(reason) << '\n';
-        }
-        if (file.refused && file.reasons.empty()) {
-            out << "    lumctl check " << Harmless(file.path.string())
-                << " shows what is wrong with it, or the agent's log does\n";
-        }
+        PrintFile(out, file);
     }
     for (const std::string& message : others) {
         out << Harmless(message) << '\n';
