@@ -131,8 +131,15 @@ void RefreshMetrics() {
         .Set(static_cast<double>(SizeOf(DatabasePath)));
     LumMetricsGauge("lum_database_log_bytes", "Size of the write-ahead log of the database.")
         .Set(static_cast<double>(SizeOf(DatabasePath + "-wal")));
-    static_cast<void>(AlertsSent());  // there from the first look on
+    // Counters are there from the first look on: one that appears with its first event would hide that event
+    // from whoever watches what is added.
+    static_cast<void>(AlertsSent());
     static_cast<void>(AlertsHeldBack());
+    std::shared_ptr<Model_t> model;
+    for (uint32_t i = 0; ModelCollection.GetAt(i, model); ++i) {
+        static_cast<void>(model->Stored());
+        static_cast<void>(model->Deleted());
+    }
 }
 
 struct Status {

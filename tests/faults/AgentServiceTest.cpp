@@ -82,6 +82,11 @@ TEST_F(AgentService, ShowsWhatItsModulesHold) {
     agent_.GetScratch().Write("data/EventLogManager/models/Logon.xml",
                               ReadWholeFile(LUM_SOURCE_DIR "/etc/models/Logon.xml"));
     ASSERT_TRUE(agent_.StartAndServe());
+    const std::string first = agent_.Request("GET", "/metrics").body;
+    for (const char* const part : {"\nlum_events_stored_total{model=\"Logon\"} 0\n",
+                                   "\nlum_events_deleted_total{model=\"Logon\"} 0\n"}) {
+        EXPECT_NE(first.find(part), std::string::npos) << part << first;
+    }
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(agent_
                       .Request("POST", "/actions/EventLogManagerCreateEvent",
