@@ -14,7 +14,7 @@ struct CommandLine {
     std::optional<LumLogLevel> logLevel;
 };
 
-/// Reads the command line into `commandLine`. Nothing is returned where the agent is to run; else the exit
-/// status of a process that ends at once: 0 after --help, 2 for a wrong command line, and what there is to
-/// say was written.
+/// Reads the command line into `commandLine`. Returns nothing where the agent is to run. Else the help or the
+/// error has been written, and the result is the exit status of the process: 0 after --help, 2 for a wrong
+/// command line.
 [[nodiscard]] std::optional<int> ReadCommandLine(int argc, const char* const* argv, CommandLine& commandLine);

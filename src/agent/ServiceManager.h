@@ -10,7 +10,8 @@
 /// a failure is silent. May be called from any thread.
 void NotifyServiceManager(const char* state);
 
-/// Tells it that a start or a stop goes on, with what: it then waits that much longer.
+/// Tells it that a start or a stop is still under way, and what is being done (`phrase`): it then waits
+/// longer.
 void ExtendServiceTimeout(const LumString& phrase);
 
 /// How often the service manager wants to hear that the process works (WATCHDOG_USEC), less a margin; nothing

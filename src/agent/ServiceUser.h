@@ -3,9 +3,10 @@
 #include "agent/CommandLine.h"
 #include "host/text/LumString.h"
 
-/// Has an agent that root starts on the configuration directory of another user become that user, as the
-/// service manager would: what it makes belongs to that user, and nobody else could change what root runs.
-/// The data directory and that of the socket are made for the user where they are missing, and given to it
-/// where they are root's and empty. Nothing happens without root, and where the directory is root's, missing,
-/// or of a user without a name. False, with the reason, where the step cannot be taken.
+/// Lets an agent that root has started on another user's configuration directory go on as that user, as the
+/// service manager would have it: its files then belong to that user, and root runs nothing that somebody
+/// else can change. The data directory and that of the socket are made for the user where they are missing,
+/// and given to it where they are root's and empty. Does nothing where the agent does not run as root, or
+/// where the directory is missing, or belongs to root or to a user without a name. False, with the reason,
+/// where the step cannot be taken.
 [[nodiscard]] bool BecomeOwnerOfConfiguration(const CommandLine& commandLine, LumString& error);

@@ -15,7 +15,7 @@ constexpr std::size_t kBatchEvents = 50;
 /// How many of the last events of a model are looked through for those of an interrupted batch: enough for
 /// what others stored in between.
 constexpr uint32_t kRecentEvents = 2000;
-/// The position is written after so many events of a backlog; less than kRecentEvents by far.
+/// The position is written after so many events of a backlog: far fewer than kRecentEvents.
 constexpr std::size_t kMostUnsaved = 500;
 constexpr std::chrono::seconds kLongestUnsaved{1};
 constexpr uint32_t kAllEvents = 1'000'000;

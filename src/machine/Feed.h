@@ -14,9 +14,9 @@
 #include "machine/source/Source.h"
 
 /// Carries what a source has to say into the event log: reads a batch, leaves out what the log holds already,
-/// stores the rest in order, and keeps the position after that. So a kill at any moment leaves some hundred
-/// events at most stored beyond the position, and those are found in the log by their record numbers when the
-/// source is read on. An object belongs to one thread at a time.
+/// stores the rest in order, and keeps the position after that. So a kill at any moment leaves a few
+/// hundred events at most stored beyond the position, and those are found in the log by their record numbers
+/// when the source is read on. An object belongs to one thread at a time.
 class Feed {
 public:
     using Clock = std::chrono::steady_clock;
@@ -68,7 +68,7 @@ private:
     bool hasAskedStore_ = false;
     bool isResting_ = false;
     bool hasWarned_ = false;
-    std::size_t unsaved_ = 0;  ///< how many events are stored beyond the position in the file, about
+    std::size_t unsaved_ = 0;  ///< about how many events are stored beyond the position in the file
     Clock::time_point saved_;
     Clock::time_point due_;
 };

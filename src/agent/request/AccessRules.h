@@ -18,7 +18,7 @@ enum class AccessNeed {
     kAdminister,  ///< everything else
 };
 
-/// What the action asks for. One that this page does not know may do anything.
+/// What the action asks for. An action that is not known here may do anything, so it asks for the most.
 [[nodiscard]] AccessNeed AccessNeedOf(std::string_view actionName);
 
 /// True for an action that neither only reads nor only creates: who called it is worth a line in the log.

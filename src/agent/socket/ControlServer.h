@@ -40,7 +40,7 @@ public:
 /// for clients is bounded, for each and for all together.
 class ControlServer {
 public:
-    /// A body of more bytes is refused with 413; so long may a line of a batch be.
+    /// The most bytes of a body, which is refused with 413 where it has more, and of a line of a batch.
     static constexpr std::size_t kMaxBody = std::size_t{16} << 20U;
     static constexpr std::size_t kMaxHeader = std::size_t{16} << 10U;
 

@@ -89,7 +89,7 @@ std::string OverTime(const ReportData& data) {
         if (parts.size() <= html::kColours) {
             const std::size_t place = parts.size();
             parts.push_back({place, counts});
-            legend += "<li><span class=\"key\" style=\"background:" + html::Colour(place) + "\"></span>" +
+            legend += R"(<li><span class="key" style="background:)" + html::Colour(place) + "\"></span>" +
                       html::Text(place == html::kColours ? "other models" : model.name) + "</li>";
         } else {
             std::vector<uint64_t>& others = parts.back().counts;

@@ -129,7 +129,7 @@ int64_t SecondsOfUnit(char letter) {
         case 'd':
             return int64_t{24} * kSecondsPerHour;
         case 'w':
-            return int64_t{7 * 24} * kSecondsPerHour;
+            return int64_t{7} * 24 * kSecondsPerHour;
         default:
             return 0;
     }
@@ -193,7 +193,7 @@ int64_t StartOfLocalHour(int64_t seconds) {
     if (localtime_r(&time, &fields) == nullptr) {
         return seconds;
     }
-    return seconds - fields.tm_min * kSecondsPerMinute - fields.tm_sec;
+    return seconds - int64_t{fields.tm_min} * kSecondsPerMinute - fields.tm_sec;
 }
 
 bool ParseMoment(std::string_view text, int64_t now, int32_t& seconds) {

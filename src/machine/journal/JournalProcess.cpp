@@ -90,6 +90,7 @@ bool JournalProcess::AwaitOpened(LumString& error) {
 bool JournalProcess::Spawn(const std::vector<std::string>& words, int itsSocket, LumString& error) {
     std::vector<std::string> copies = words;
     std::vector<char*> arguments;
+    arguments.reserve(copies.size() + 1);
     for (std::string& word : copies) {
         arguments.push_back(word.data());
     }

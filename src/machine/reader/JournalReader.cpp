@@ -8,7 +8,6 @@
 
 #include <poll.h>
 #include <systemd/sd-journal.h>
-#include <time.h>
 
 namespace {
 
@@ -199,7 +198,10 @@ std::optional<uint64_t> CountRemoved(const std::string& directory, const std::st
     if (opened < 0 || !last.has_value() || ::sd_journal_seek_cursor(journal, cursor.c_str()) < 0) {
         return std::nullopt;
     }
-    for (int steps = 0; steps<kMostSteps&& ::sd_journal_next(journal)> 0; ++steps) {
+    for (int steps = 0; steps < kMostSteps; ++steps) {
+        if (::sd_journal_next(journal) <= 0) {
+            break;
+        }
         const std::string here = CursorHere(journal);
         // Entries of one writer are numbered one after another.
         if (CursorPart(here, 's') == CursorPart(cursor, 's')) {

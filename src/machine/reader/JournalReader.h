@@ -25,10 +25,11 @@ public:
     };
 
     /// Opens the journal in `directory`, the system's own where that is empty. False, with the reason in
-    /// `error`, where there is none. What was open before is closed, and what it took of memory is free.
+    /// `error`, where there is none. What was open before is closed, and its memory given back.
     [[nodiscard]] bool Open(const std::string& directory, const Matches& matches, std::string& error);
 
-    /// Goes on after the entry at `cursor`, at the first of `oldest` or later where that is empty or older.
+    /// Goes on after the entry at `cursor`; where `cursor` is empty, or older than `oldest`, at the first
+    /// entry of `oldest` or later.
     [[nodiscard]] bool SeekAfter(const std::string& cursor, std::time_t oldest, Place& place,
                                  std::string& error);
 
