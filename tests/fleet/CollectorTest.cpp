@@ -6,6 +6,7 @@
 #include "fleet/wire/Receipt.h"
 #include "fleet/wire/Subjects.h"
 #include "host/text/LumSha256.h"
+#include "support/AgentProcess.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -120,6 +121,8 @@ TEST_F(CollectorTest, CountsWhatItDoes) {
           std::string("lumcollect_broker_connected 1"), std::string("lumcollect_database_connected 1")}) {
         EXPECT_TRUE(WaitForMetric(line)) << line;
     }
+    scratch_.Write("metrics", GetCollector("/metrics"));
+    EXPECT_EQ(RunShell("promtool check metrics 2>&1 < '" + scratch_ / "metrics" + "'"), "");
 }
 
 TEST_F(CollectorTest, SaysThatTheStreamIsGoneAndGoesOnOnceItIsThere) {

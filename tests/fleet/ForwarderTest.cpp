@@ -4,10 +4,12 @@
 
 #include "fleet/FleetFixture.h"
 #include "fleet/broker/Stream.h"
+#include "fleet/broker/StreamReader.h"
 #include "fleet/wire/BatchHeaders.h"
 #include "fleet/wire/Receipt.h"
 #include "fleet/wire/Subjects.h"
 #include "host/text/LumSha256.h"
+#include "support/AgentProcess.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -111,6 +113,14 @@ TEST_F(ForwarderTest, SendsInTheOrderOfNamesAndRemovesWhatReceiptsName) {
     Say(BatchFate::kHeld, "one");
     EXPECT_TRUE(WaitForEntries(1));
     EXPECT_EQ(device_.Get("/health"), R"({"status":"ok"})");
+}
+
+TEST_F(ForwarderTest, ItsMetricsAreAsTheyShouldBe) {
+    Connect();
+    Start();
+    EXPECT_TRUE(WaitForMetric("lumforward_connected", "1"));
+    scratch_.Write("metrics", device_.Get("/metrics"));
+    EXPECT_EQ(RunShell("promtool check metrics 2>&1 < '" + scratch_ / "metrics" + "'"), "");
 }
 
 TEST_F(ForwarderTest, ABatchBearsWhatTheOutboxKnowsOfIt) {

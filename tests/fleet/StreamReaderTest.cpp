@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "fleet/broker/Stream.h"
+#include "fleet/broker/StreamReader.h"
 #include "support/FleetServers.h"
 #include "support/TempDirectory.h"
 #include "support/WaitFor.h"

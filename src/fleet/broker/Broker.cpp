@@ -49,12 +49,7 @@ public:
     Steps& Then(const std::string& what, natsStatus status) {
         if (good_ && status != NATS_OK) {
             good_ = false;
-            // The library's last error says more than the status, where there is one.
-            const char* const detail = nats_GetLastError(nullptr);
             error_ = NatsFailure(what, status);
-            if (detail != nullptr && *detail != '\0') {
-                error_ += std::string(" (") + detail + ")";
-            }
         }
         return *this;
     }

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "fleet/broker/Broker.h"
 
@@ -48,28 +45,3 @@ struct StreamState {
 /// Makes the consumer anew, so that it hands out everything from `sequence` on.
 [[nodiscard]] bool RewindConsumer(Broker& broker, const StreamSettings& settings, uint64_t sequence,
                                   std::string& error);
-
-/// Takes messages of a stream through its shared consumer. Uses the broker it was opened on, which must
-/// outlive it. One thread at a time.
-class StreamReader {
-public:
-    struct Handle;
-
-    StreamReader();
-    StreamReader(const StreamReader&) = delete;
-    StreamReader& operator=(const StreamReader&) = delete;
-    ~StreamReader();
-
-    [[nodiscard]] bool Open(Broker& broker, const std::string& stream, const std::string& consumer,
-                            std::string& error);
-    void Close();
-
-    /// Appends up to `limit` messages of together at most about `maxBytes` to `messages`; waits up to
-    /// `waitMs` for the first. True also where nothing comes within that time. False, with the reason in
-    /// `error`, where the stream cannot be read.
-    [[nodiscard]] bool Fetch(std::size_t limit, int64_t maxBytes, int64_t waitMs,
-                             std::vector<BrokerMessage>& messages, std::string& error);
-
-private:
-    std::unique_ptr<Handle> handle_;
-};

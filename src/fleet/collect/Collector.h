@@ -8,6 +8,7 @@
 
 #include "fleet/broker/Broker.h"
 #include "fleet/broker/Stream.h"
+#include "fleet/broker/StreamReader.h"
 #include "fleet/collect/CollectSettings.h"
 #include "fleet/collect/CollectState.h"
 #include "fleet/collect/database/BatchStore.h"

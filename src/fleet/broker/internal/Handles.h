@@ -35,7 +35,10 @@ struct Broker::Handle {
     NatsSubscription subscription;
 };
 
-/// "<what>: <the library's words for `status`>".
+/// "<what>: <the library's words for `status`>", and in brackets the library's last error, which says more,
+/// where there is one.
 [[nodiscard]] inline std::string NatsFailure(const std::string& what, natsStatus status) {
-    return what + ": " + natsStatus_GetText(status);
+    std::string text = what + ": " + natsStatus_GetText(status);
+    const char* const detail = nats_GetLastError(nullptr);
+    return detail != nullptr && *detail != '\0' ? text.append(" (").append(detail).append(")") : text;
 }
