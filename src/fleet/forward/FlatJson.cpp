@@ -1,5 +1,6 @@
 #include "fleet/forward/FlatJson.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 /// Takes what the parser finds; what lies deeper than the outermost object is counted and passed over.
@@ -53,7 +54,9 @@ private:
 };
 
 bool FlatJson::Read(std::string_view text) {
+    constexpr std::size_t usual = 8;
     members_.clear();
+    members_.reserve(usual);
     Reader reader(members_);
     if (!nlohmann::json::sax_parse(text, &reader)) {
         members_.clear();
@@ -63,12 +66,9 @@ bool FlatJson::Read(std::string_view text) {
 }
 
 const FlatJson::Value* FlatJson::Find(std::string_view name) const {
-    for (auto member = members_.rbegin(); member != members_.rend(); ++member) {
-        if (member->first == name) {
-            return &member->second;
-        }
-    }
-    return nullptr;
+    const auto found = std::find_if(members_.rbegin(), members_.rend(),
+                                    [name](const auto& member) { return member.first == name; });
+    return found != members_.rend() ? &found->second : nullptr;
 }
 
 std::string FlatJson::Text(std::string_view name) const {

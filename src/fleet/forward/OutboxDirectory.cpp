@@ -203,7 +203,7 @@ LoadResult OutboxDirectory::Load(const std::string& descriptionName, std::size_t
     const std::string& name = description.fileName;
     // Up to a null byte the system would take the name for another one.
     if (name.find_first_of(std::string_view("/\0", 2)) != std::string::npos ||
-        DescriptionOf(name) != descriptionName || name == descriptionName) {
+        StemOf(name) != StemOf(descriptionName) || name == descriptionName) {
         reason = descriptionName + ": its FileName is not that of the file beside it";
         return LoadResult::kBad;
     }
