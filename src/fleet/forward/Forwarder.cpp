@@ -19,7 +19,7 @@ LumDebug ForwardDebug("lumforward", "Forwarder of the outbox");
 
 constexpr int32_t kInboxBytes = 2'000'000;
 constexpr std::size_t kWindowBytes = 8'000'000;
-constexpr std::size_t kNamesAtOnce = 2560;
+constexpr std::size_t kNamesAtOnce = 2048;
 constexpr std::size_t kMaxStaying = 4096;
 constexpr int64_t kIdleMs = 250;
 constexpr int64_t kAcknowledgeWithinMs = 30'000;
