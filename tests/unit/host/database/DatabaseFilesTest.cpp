@@ -97,6 +97,15 @@ TEST_F(DatabaseFilesTest, NoticesItInADirectoryThatHadNotChangedForLong) {
     EXPECT_EQ(Count(), "10");
 }
 
+TEST_F(DatabaseFilesTest, NoticesItWithinOneTickOfTheDirectorysTime) {
+    EXPECT_TRUE(database_.Run(kInsert));
+    const auto tick = fs::last_write_time(database_.Directory().Path());
+    EXPECT_TRUE(database_.Run(kInsert));
+    fs::rename(At(), At(".away"));
+    fs::last_write_time(database_.Directory().Path(), tick);
+    EXPECT_FALSE(database_.Run(kInsert));
+}
+
 TEST_F(DatabaseFilesTest, NoticesADirectoryThatHasTakenThePlace) {
     const fs::path place = database_.Directory() / "place";
     fs::create_directory(place);

@@ -353,6 +353,10 @@ TEST(LumDebugFile, CannotBeSomethingElse) {
     EXPECT_FALSE(context.OpenFile(directory.At("pipe"), kMegabyte, 1, error));
     EXPECT_EQ(error, "Invalid argument");
     close(reader);
+    directory.Write("file", "");
+    std::filesystem::create_symlink("file", directory / "link");
+    EXPECT_FALSE(context.OpenFile(directory.At("link"), kMegabyte, 1, error));
+    EXPECT_EQ(error, "Too many levels of symbolic links");
     context.Write(LumLogLevel::kPrint, "Host", "goes to standard error alone");
 }
 
