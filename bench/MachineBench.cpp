@@ -1,10 +1,8 @@
 // What a burst of failed logons costs others: how long another's creation takes while the agent stores the
 // burst, beside the same creation with nothing else to do; and what MachineEvents takes of memory at rest.
-// With "backlog", in place of these, how fast a backlog of the journal is worked off, and in how much memory.
 //
-//     MachineBench [--full [backlog]]
+//     MachineBench [--full]
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -14,8 +12,6 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
-#include <string_view>
-#include <thread>
 #include <vector>
 
 #include "BenchSupport.h"
@@ -30,11 +26,10 @@ struct Sizes {
     int logons;
     uint32_t creates;  // by somebody else, alone
     int most;          // of them during the burst
-    int backlog;       // failed logons
 };
 
-constexpr Sizes kUsual{100'000, 3000, 20'000, 1'000'000};
-constexpr Sizes kTiny{1000, 20, 20, 500};
+constexpr Sizes kUsual{100'000, 3000, 20'000};
+constexpr Sizes kTiny{1000, 20, 20};
 
 constexpr const char* kTarget = "/actions/EventLogManagerCreateEvent";
 constexpr const char* kBody =
@@ -85,9 +80,9 @@ public:
     [[nodiscard]] bool WaitForLogons(int count) const {
         return WaitFor([&] { return CountLogons() >= count; }, kPatience);
     }
-    /// Lets a journal that was written beside the others be one of them.
-    void Show(const std::string& name) const {
-        std::filesystem::rename(agent_.GetScratch() / name, agent_.GetScratch() / ("journal/" + name));
+    void Burst() const {
+        std::filesystem::rename(agent_.GetScratch() / "burst.journal",
+                                agent_.GetScratch() / "journal/burst.journal");
     }
     [[nodiscard]] HttpClient Connect() const { return HttpClient(agent_.GetSocketPath()); }
 
@@ -133,7 +128,7 @@ void BenchBurst(const Sizes& sizes) {
     const auto alone = [&](std::size_t done) { return done < sizes.creates; };
     static_cast<void>(Create(client, alone));
     std::vector<double> before = Create(client, alone);
-    agent.Show("burst.journal");
+    agent.Burst();
     if (!agent.WaitForLogons(kKnown + 1)) {
         Fail("the burst does not come");
     }
@@ -161,38 +156,6 @@ void BenchBurst(const Sizes& sizes) {
     PrintRow("the same, median us", middle, aloneMiddle, middle / aloneMiddle, "");
 }
 
-void BenchBacklog(int entries) {
-    const MachineAgent agent(true);
-    agent.WriteLogons(entries, "backlog.journal", std::time(nullptr) - 3000);
-    const double before = agent.OwnMegabytes();
-    double peak = before;
-    int stored = 0;
-    int idle = 0;  // seconds
-    agent.Show("backlog.journal");
-    if (!agent.WaitForLogons(kKnown + 1)) {
-        Fail("the backlog does not come");
-    }
-    const double seconds = SecondsOf([&] {
-        // Its first entries are the known ones over again, and stored already.
-        while (stored < entries) {
-            for (int i = 0; i < 20; ++i) {  // memory is looked at more often than the table is counted
-                std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                peak = std::max(peak, agent.OwnMegabytes());
-            }
-            const int now = agent.CountLogons();
-            idle = now == stored ? idle + 1 : 0;
-            if (idle > kPatience.count()) {
-                Fail("the backlog stands still");
-            }
-            stored = now;
-        }
-    });
-    std::printf("backlog: %d entries of the journal, all of them events, %.0f a second\n", entries,
-                entries / seconds);
-    std::printf("memory of the agent and its programs, MB: %.1f before, %.1f more at the peak | at most 8\n",
-                before, peak - before);
-}
-
 void BenchRest() {
     const double without = MachineAgent(false).OwnMegabytes();
     const double with = MachineAgent(true).OwnMegabytes();
@@ -205,14 +168,8 @@ void BenchRest() {
 
 int main(int argc, char** argv) {
     const Sizes& sizes = IsTiny(argc, argv) ? kTiny : kUsual;
-    const bool isBacklog = argc > 1 && std::string_view(argv[argc - 1]) == "backlog";
-    if (isBacklog || IsTiny(argc, argv)) {
-        BenchBacklog(sizes.backlog);
-    }
-    if (!isBacklog) {
-        PrintHead();
-        BenchBurst(sizes);
-        BenchRest();
-    }
+    PrintHead();
+    BenchBurst(sizes);
+    BenchRest();
     return 0;
 }
