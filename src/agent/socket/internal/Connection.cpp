@@ -203,17 +203,33 @@ void Connection::RefuseForLackOfRoom() {
                                    " bytes for its clients and takes no more now: try again later."));
 }
 
-/// Runs the handler in the pool and writes its answer. What throws leaves an answer that says so.
+void Connection::WorkIn(WorkerPool& pool, void (Connection::*work)(), void (Connection::*then)()) {
+    inWork_ = shared_from_this();
+    pool.Run([this, work, then] {
+        (this->*work)();
+        PostPatiently(host_.io, [this, then] {
+            const std::shared_ptr<Connection> self = std::move(inWork_);
+            (this->*then)();
+        });
+    });
+}
+
 void Connection::AnswerIn(WorkerPool& pool) {
     Enter(Phase::kWorking);
-    pool.Run([self = shared_from_this()] {
-        try {
-            self->answer_ = self->host_.handler.Answer(self->GetRequest());
-        } catch (...) {
-            self->answer_ = HttpAnswer{kNoMemory, {}, {}};
-        }
-        PostPatiently(self->host_.io, [self] { self->Write(std::move(self->answer_)); });
-    });
+    WorkIn(pool, &Connection::MakeAnswer, &Connection::WriteAnswer);
+}
+
+/// What throws leaves an answer that says so.
+void Connection::MakeAnswer() {
+    try {
+        answer_ = host_.handler.Answer(GetRequest());
+    } catch (...) {
+        answer_ = HttpAnswer{kNoMemory, {}, {}};
+    }
+}
+
+void Connection::WriteAnswer() {
+    Write(std::move(answer_));
 }
 
 void Connection::Handle() {

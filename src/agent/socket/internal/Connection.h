@@ -87,13 +87,20 @@ private:
     void Refuse(const ErrorCode& error);
     void RefuseForLackOfRoom();
     void Handle();
+    /// Calls `work` on a thread of the pool, then `then` on the server's own. The worker has no reference of
+    /// its own: whoever gives up the last one destroys the connection, and that is for the server's thread.
+    void WorkIn(WorkerPool& pool, void (Connection::*work)(), void (Connection::*then)());
+    /// Has the handler answer in the pool.
     void AnswerIn(WorkerPool& pool);
+    void MakeAnswer();
+    void WriteAnswer();
 
     // ConnectionBatch.cpp: lines are read and worked on while answers are written.
     void BeginBatch();
     void ReadBatch();
     void OnBatchRead(const ErrorCode& error);
     void WorkBatch();
+    void WorkOnLines();
     void OnBatchWorked();
     /// Reads, works or waits for room, whichever is next.
     void GoOnWithBatch();
@@ -150,6 +157,7 @@ private:
     };
     std::unique_ptr<Batch> batch_;
 
+    std::shared_ptr<Connection> inWork_;  ///< itself, for as long as a worker has it
     std::array<char, 4096> discarded_{};
     Phase phase_ = Phase::kReading;
     Clock::time_point phaseStart_ = Clock::now();

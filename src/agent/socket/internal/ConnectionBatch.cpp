@@ -78,15 +78,15 @@ void Connection::OnBatchRead(const ErrorCode& error) {
 void Connection::WorkBatch() {
     Enter(Phase::kWorking);
     batch_->isBusy = true;
-    host_.actions->Run([self = shared_from_this()] {
-        Batch& batch = *self->batch_;
-        try {
-            batch.leftLines = batch.stream->Work(batch.worked);
-        } catch (...) {
-            batch.hasFailed = true;  // there is no memory
-        }
-        PostPatiently(self->host_.io, [self] { self->OnBatchWorked(); });
-    });
+    WorkIn(*host_.actions, &Connection::WorkOnLines, &Connection::OnBatchWorked);
+}
+
+void Connection::WorkOnLines() {
+    try {
+        batch_->leftLines = batch_->stream->Work(batch_->worked);
+    } catch (...) {
+        batch_->hasFailed = true;  // there is no memory
+    }
 }
 
 void Connection::OnBatchWorked() {

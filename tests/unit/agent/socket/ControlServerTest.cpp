@@ -50,7 +50,8 @@ protected:
     /// Short enough for a test to wait for, long enough for a client on a busy machine to get on.
     static constexpr uint32_t kShortTimeoutMs = 400;
 
-    ~ControlServerTest() override {
+    /// Not in a destructor: the server calls the handler, which is the test, to its end.
+    void TearDown() override {
         Release();
         server_.reset();
     }
