@@ -4,9 +4,10 @@
 // whose creation was answered with 0 must have reached the outbox, none more than twice and then in two files
 // that are the same, nothing may be left to be sent, every model must live, and every action must work.
 //
-//     Sweep day|start|first-start|reload|delete|aggregation kill|room|broken|files [STRIDE]
+//     Sweep [day|start|first-start|reload|delete|aggregation kill|room|broken|files [STRIDE]]
+//
+// Without arguments every kind of work is disturbed in every way, here and there.
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -142,35 +143,41 @@ private:
     Account* account_;
 };
 
+void RunSweep(const Scene& scene, const Disturbance& disturbance, uint64_t stride) {
+    Sweep sweep(scene);
+    uint64_t nth = 1;
+    for (; sweep.Try(disturbance, nth); nth += stride) {
+    }
+    std::printf("%s, %s: %lu calls, each %lu.\n", scene.name, disturbance.name,
+                static_cast<unsigned long>(nth), static_cast<unsigned long>(stride));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    constexpr uint64_t usualStride = 20;
     const std::string_view work = argc > 1 ? argv[1] : "";
     const std::string_view wanted = argc > 2 ? argv[2] : "";
-    const Scene* scene = kScenes;
-    while (scene->name != nullptr && work != scene->name) {
-        ++scene;
-    }
-    const auto* const disturbance =
-        std::find_if(std::begin(kDisturbances), std::end(kDisturbances),
-                     [wanted](const Disturbance& one) { return wanted == one.name; });
-    const uint64_t stride = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1;
-    if (scene->name == nullptr || disturbance == std::end(kDisturbances) || stride == 0) {
-        std::fprintf(stderr,
-                     "usage: Sweep day|start|first-start|reload|delete|aggregation kill|room|broken|files "
-                     "[STRIDE]\n");
-        return 2;
-    }
+    const uint64_t stride = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : argc > 1 ? 1 : usualStride;
+    bool isKnown = false;
     try {
-        Sweep sweep(*scene);
-        uint64_t nth = 1;
-        for (; sweep.Try(*disturbance, nth); nth += stride) {
+        for (const Scene* scene = kScenes; scene->name != nullptr && stride > 0; ++scene) {
+            for (const Disturbance& disturbance : kDisturbances) {
+                if (argc == 1 || (work == scene->name && wanted == disturbance.name)) {
+                    RunSweep(*scene, disturbance, stride);
+                    isKnown = true;
+                }
+            }
         }
-        std::printf("%s, %s: %lu calls, each %lu.\n", scene->name, disturbance->name,
-                    static_cast<unsigned long>(nth), static_cast<unsigned long>(stride));
     } catch (const std::exception& error) {
         std::printf("failed: %s\n", error.what());
         return 1;
+    }
+    if (!isKnown) {
+        std::fprintf(stderr,
+                     "usage: Sweep [day|start|first-start|reload|delete|aggregation kill|room|broken|files "
+                     "[STRIDE]]\n");
+        return 2;
     }
     return 0;
 }
