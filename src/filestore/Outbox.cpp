@@ -25,7 +25,7 @@ constexpr std::string_view kUnfinishedPrefix = ".lum-";
 /// What a description takes at most, with names of the usual length.
 constexpr uint64_t kDescriptionBytes = 1024;
 /// A description that is longer was not written here.
-constexpr std::size_t kLongestDescription = 64 * 1024;
+constexpr std::size_t kLongestDescription = 65536;
 /// An outbox that is full is looked at again that often.
 constexpr std::time_t kCountEverySeconds = 2;
 
