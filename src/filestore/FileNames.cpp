@@ -70,13 +70,16 @@ std::string DerivedName(std::time_t seconds, uint64_t number, std::string_view l
 }
 
 bool ParseDerivedName(std::string_view name, DerivedNameParts& parts) {
-    if (!name.ends_with(kFileExtension) || name.size() <= kTimeShape.size()) {
+    if (!name.ends_with(kFileExtension)) {
         return false;
     }
     name.remove_suffix(kFileExtension.size());
     const std::string_view time = name.substr(0, kTimeShape.size());
+    if (!HasTimeShape(time)) {
+        return false;
+    }
     const std::string_view rest = name.substr(kTimeShape.size());
-    if (!HasTimeShape(time) || !rest.starts_with('-')) {
+    if (!rest.starts_with('-')) {
         return false;
     }
     uint64_t number = 0;

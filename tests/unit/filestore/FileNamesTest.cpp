@@ -49,7 +49,8 @@ TEST(FileNamesDerived, IsToldFromOthers) {
          {"", ".cbor", "20261121T011025Z.cbor", "20261121T011025Z-17-A.json", "20261121T011025Z-17-.cbor",
           "20261121T011025Z-17.cbor", "20261121T011025Z--A.cbor", "20261121T011025Z-x-A.cbor",
           "2026112xT011025Z-17-A.cbor", "20261121 011025Z-17-A.cbor", "20261121T011025Z_17-A.cbor",
-          "20261121T011025Z-99999999999999999999-A.cbor"}) {
+          "20261121T011025Z-99999999999999999999-A.cbor", "a-longer-name.cbor", "20261121T011025.cbor",
+          "elevenbytes.cbor"}) {
         EXPECT_FALSE(ParseDerivedName(name, parts)) << name;
     }
     EXPECT_EQ(parts.label, "before");

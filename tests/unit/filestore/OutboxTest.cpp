@@ -283,6 +283,19 @@ TEST_F(OutboxTest, DescribesWhatACrashLeftWithoutADescription) {
     EXPECT_THAT(Open().completed, IsEmpty());
 }
 
+/// A name that is longer than a time with its extension left out, and shorter with it.
+TEST_F(OutboxTest, OpensWithANameThatItsCallerChose) {
+    Open();
+    for (std::size_t length = 1; length <= 40; ++length) {
+        ReceivedFile file = Made();
+        file.fileName = LumString(std::string(length, 'n') + ".cbor");
+        EXPECT_EQ(Refusal(file), "");
+    }
+    const Outbox::LeftOvers leftOvers = Open();
+    EXPECT_THAT(leftOvers.unknown, IsEmpty());
+    EXPECT_EQ(CountFiles(), 80U);
+}
+
 TEST_F(OutboxTest, RemovesADescriptionWhoseFileNeverReachedTheDisk) {
     Open();
     const Received kept = outbox_.Receive(Made("kept"));
