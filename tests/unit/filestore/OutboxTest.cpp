@@ -304,8 +304,10 @@ TEST_F(OutboxTest, RemovesADescriptionWhoseFileNeverReachedTheDisk) {
     const std::string orphan = DescriptionName(fs::path(lost.path.GetString()).filename().string());
     static_cast<void>(directory_.Write("outbox/of-somebody-else.json", "{\"File\": \"none\"}"));
     static_cast<void>(directory_.Write("outbox/not-json.json", "[\"FileName\""));
+    static_cast<void>(
+        directory_.Write("outbox/too-long.json", "{\"FileName\": \"none\"}" + std::string(65536, ' ')));
     EXPECT_THAT(Open().orphans, ElementsAre(orphan));
-    EXPECT_EQ(CountFiles(), 4U) << "the file, its description, and what is not a description";
+    EXPECT_EQ(CountFiles(), 5U) << "the file, its description, and what is not a description";
     EXPECT_TRUE(fs::exists(kept.path.GetString()));
     EXPECT_THAT(Open().orphans, IsEmpty());
 }
