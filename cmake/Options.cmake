@@ -1,7 +1,8 @@
 # Warnings, sanitizers and coverage: the same for every target of the project.
 
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
-    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g -DNDEBUG")
+    # Routines and lines, which a backtrace needs, in two thirds of the time that variables would take as well.
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1 -DNDEBUG")
 endif()
 
 if(LUM_REPRODUCIBLE)

@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 
+#include "host/text/LumAscii.h"
 #include "host/time/LumTime.h"
 
 namespace {
@@ -12,12 +13,8 @@ constexpr std::string_view kDescriptionExtension = ".json";
 /// The shape of the time in a name; 0 stands for a digit.
 constexpr std::string_view kTimeShape = "00000000T000000Z";
 
-bool IsDigit(char letter) {
-    return letter >= '0' && letter <= '9';
-}
-
 bool IsSafe(char letter) {
-    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') || IsDigit(letter) ||
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') || IsAsciiDigit(letter) ||
            letter == '.' || letter == '_' || letter == '-';
 }
 
@@ -33,7 +30,7 @@ bool HasTimeShape(std::string_view text) {
         return false;
     }
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (kTimeShape[i] == '0' ? !IsDigit(text[i]) : text[i] != kTimeShape[i]) {
+        if (kTimeShape[i] == '0' ? !IsAsciiDigit(text[i]) : text[i] != kTimeShape[i]) {
             return false;
         }
     }

@@ -13,7 +13,7 @@
 
 namespace {
 
-struct CloseDirectory {
+struct CloseListing {
     void operator()(DIR* directory) const { ::closedir(directory); }
 };
 
@@ -21,7 +21,7 @@ struct CloseDirectory {
 
 OutboxFigures ReadOutboxFigures(const std::string& directory) {
     OutboxFigures figures;
-    const std::unique_ptr<DIR, CloseDirectory> listing(::opendir(directory.c_str()));
+    const std::unique_ptr<DIR, CloseListing> listing(::opendir(directory.c_str()));
     if (listing == nullptr) {
         return figures;
     }

@@ -21,7 +21,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kDays = 30;
 constexpr int kHours = 24;
 constexpr std::size_t kMostSeries = 12;
 constexpr std::string_view kColour = "\x1b[36m";
@@ -35,7 +34,7 @@ void SetSpan(ChartOptions& options) {
     if (!options.query.since) {
         options.query.since =
             static_cast<int32_t>(options.byHour ? StartOfLocalHour(until) - (kHours - 1) * int64_t{3600}
-                                                : StartOfLocalDay(until, kDays - 1));
+                                                : StartOfLocalDay(until, kDefaultDays - 1));
     }
 }
 

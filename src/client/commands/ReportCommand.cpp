@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr int kDays = 30;
-
 std::string HostName() {
     std::array<char, 256> name{};
     return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this machine";
@@ -30,7 +28,7 @@ ExitStatus WriteReport(CommandContext& context, const ReportOptions& options) {
     data.host = HostName();
     data.made = std::time(nullptr);
     data.until = options.until ? int64_t{*options.until} : data.made;
-    data.since = options.since ? int64_t{*options.since} : StartOfLocalDay(data.until, kDays - 1);
+    data.since = options.since ? int64_t{*options.since} : StartOfLocalDay(data.until, kDefaultDays - 1);
     if (data.since > data.until) {
         return Fail(context, ExitStatus::kWrongCommandLine, "--since is later than --until");
     }

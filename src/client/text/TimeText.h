@@ -17,6 +17,9 @@
 /// "1w"). A day and a week have 24 and 168 hours.
 [[nodiscard]] bool ParseMoment(std::string_view text, int64_t now, int32_t& seconds);
 
+/// How far back a chart and a report look unless they are told.
+inline constexpr int kDefaultDays = 30;
+
 /// Local midnight at which the day of `seconds` began, `daysBefore` days earlier.
 [[nodiscard]] int64_t StartOfLocalDay(int64_t seconds, int daysBefore = 0);
 /// The full local hour in which `seconds` lies.

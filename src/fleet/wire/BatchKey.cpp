@@ -2,14 +2,12 @@
 
 #include <algorithm>
 
+#include "host/text/LumAscii.h"
+
 namespace {
 
-bool IsDigit(char letter) {
-    return letter >= '0' && letter <= '9';
-}
-
 bool IsNameLetter(char letter) {
-    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') || IsDigit(letter) ||
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') || IsAsciiDigit(letter) ||
            letter == '_' || letter == '-';
 }
 
@@ -22,7 +20,7 @@ bool IsDeviceName(std::string_view text) {
 
 bool IsDigest(std::string_view text) {
     return text.size() == kDigestLength && std::all_of(text.begin(), text.end(), [](char letter) {
-               return IsDigit(letter) || (letter >= 'a' && letter <= 'f');
+               return IsAsciiDigit(letter) || (letter >= 'a' && letter <= 'f');
            });
 }
 

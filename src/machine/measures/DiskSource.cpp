@@ -6,6 +6,7 @@
 #include <sys/statvfs.h>
 
 #include "machine/measures/Mounts.h"
+#include "machine/measures/Percent.h"
 #include "machine/measures/ProcFile.h"
 #include "machine/source/FieldText.h"
 #include "machine/source/Models.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr char kMountInfo[] = "/proc/self/mountinfo";
 constexpr uint64_t kMiB = uint64_t{1} << 20U;
-constexpr double kHundred = 100.0;
 
 MachineEvent DescribeMount(const Mount& mount, const struct statvfs& status) {
     const uint64_t block = status.f_frsize;
@@ -26,9 +26,7 @@ MachineEvent DescribeMount(const Mount& mount, const struct statvfs& status) {
     event.params.SetString("FileSystem", FieldText(mount.type));
     event.params.SetInt32("SizeMb", static_cast<int32_t>(status.f_blocks * block / kMiB));
     event.params.SetInt32("UsedMb", static_cast<int32_t>(used / kMiB));
-    event.params.SetDouble(
-        "UsedPercent",
-        usable == 0 ? 0.0 : kHundred * static_cast<double>(used) / static_cast<double>(usable));
+    event.params.SetDouble("UsedPercent", PercentOf(used, usable));
     event.params.SetBool("ReadOnly", (status.f_flag & ST_RDONLY) != 0);
     return event;
 }

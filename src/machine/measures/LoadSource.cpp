@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "machine/measures/Percent.h"
 #include "machine/measures/ProcFile.h"
 #include "machine/measures/ProcText.h"
 #include "machine/source/Models.h"
@@ -12,7 +13,6 @@ namespace {
 constexpr char kLoadAverages[] = "/proc/loadavg";
 constexpr char kMemory[] = "/proc/meminfo";
 constexpr uint64_t kKiBPerMiB = 1024;
-constexpr double kHundred = 100.0;
 
 /// 0 where the kernel does not keep it.
 double Pressure(const char* path) {
@@ -27,8 +27,7 @@ void DescribeMemory(const std::string& text, LumContainer& params) {
     const uint64_t swap = ParseMemoryKiB(text, "SwapTotal") - ParseMemoryKiB(text, "SwapFree");
     params.SetInt32("MemoryMb", static_cast<int32_t>(total / kKiBPerMiB));
     params.SetInt32("MemoryUsedMb", static_cast<int32_t>(used / kKiBPerMiB));
-    params.SetDouble("MemoryUsedPercent",
-                     total == 0 ? 0.0 : kHundred * static_cast<double>(used) / static_cast<double>(total));
+    params.SetDouble("MemoryUsedPercent", PercentOf(used, total));
     params.SetInt32("SwapUsedMb", static_cast<int32_t>(swap / kKiBPerMiB));
 }
 

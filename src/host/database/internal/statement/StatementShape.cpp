@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "host/text/LumAscii.h"
+
 namespace {
 
 constexpr std::string_view kInsert = "INSERT INTO ";
@@ -13,10 +15,6 @@ constexpr std::ptrdiff_t kMaxDigits = 18;
 /// What SQLite takes for a blank between words.
 bool IsBlank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
-}
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
 }
 
 /// A letter of a name that needs no quotes. SQLite takes every byte above 127 for a letter.
@@ -75,7 +73,7 @@ const char* ReadNumber(const char* at, const char* end, int64_t& number) {
     }
     const char* const first = at;
     int64_t value = 0;
-    for (; at < end && IsDigit(*at) && at - first < kMaxDigits; ++at) {
+    for (; at < end && IsAsciiDigit(*at) && at - first < kMaxDigits; ++at) {
         value = value * 10 + (*at - '0');
     }
     if (at == first) {
@@ -104,7 +102,7 @@ public:
         if (at_ == end_ || !IsNameLetter(*at_)) {
             return false;
         }
-        while (at_ < end_ && (IsNameLetter(*at_) || IsDigit(*at_))) {
+        while (at_ < end_ && (IsNameLetter(*at_) || IsAsciiDigit(*at_))) {
             ++at_;
         }
         return true;

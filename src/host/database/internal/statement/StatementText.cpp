@@ -1,16 +1,13 @@
 #include "host/database/internal/statement/StatementText.h"
 
+#include "host/text/LumAscii.h"
 #include "host/text/LumUtf8.h"
 
 namespace {
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// A byte of a name or of a word. SQLite takes every byte above 127 for a letter.
 bool IsNameByte(char c) {
-    return IsDigit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '$' ||
+    return IsAsciiDigit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '$' ||
            static_cast<unsigned char>(c) > 127;
 }
 
@@ -52,7 +49,7 @@ std::size_t EndOfComment(std::string_view sql, std::size_t at) {
 }
 
 bool StartsNumber(std::string_view sql, std::size_t at) {
-    return IsDigit(sql[at]) || (sql[at] == '.' && at + 1 < sql.size() && IsDigit(sql[at + 1]));
+    return IsAsciiDigit(sql[at]) || (sql[at] == '.' && at + 1 < sql.size() && IsAsciiDigit(sql[at + 1]));
 }
 
 bool StartsComment(std::string_view sql, std::size_t at) {
