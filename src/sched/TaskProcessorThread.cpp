@@ -122,7 +122,7 @@ void TaskProcessorThread::Run(std::unique_ptr<Task_t>& task) {
     std::shared_ptr<Model_t> model;
     if (!ModelCollection.Get(name, model)) {
         kRoutine.Error("Failed to get model '%S'", name);
-        Abandon(std::move(task));
+        Abandon(std::exchange(task, nullptr));
         return;
     }
     if (task->GetType() == TaskType::TaskDelete && (UploadBacklog.IsOpen(name) || IsBehind())) {
