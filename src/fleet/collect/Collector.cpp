@@ -37,12 +37,16 @@ Collector::Collector(const CollectSettings& settings, CollectState& state)
 
 void Collector::Run() {
     while (!StopSignal::IsSet()) {
-        if (!database_.IsOpen() && !ConnectDatabase()) {
-            StopSignal::Wait(databaseRetry_.Next());
-        } else if (!broker_.IsConnected() && !ConnectBroker()) {
-            StopSignal::Wait(brokerRetry_.Next());
-        } else {
-            Work();
+        try {
+            if (!database_.IsOpen() && !ConnectDatabase()) {
+                StopSignal::Wait(databaseRetry_.Next());
+            } else if (!broker_.IsConnected() && !ConnectBroker()) {
+                StopSignal::Wait(brokerRetry_.Next());
+            } else {
+                Work();
+            }
+        } catch (const SqlError& error) {
+            LoseDatabase(error.what());
         }
     }
     ReturnFetched();
@@ -60,9 +64,11 @@ void Collector::Complain(const std::string& reason) {
 }
 
 bool Collector::ConnectDatabase() {
-    SqlFailure failure;
-    if (!database_.Open(settings_.database, kWriterRole, failure) || !CheckSchema(database_, failure)) {
-        LoseDatabase(failure.text);
+    try {
+        database_.Open(settings_.database, kWriterRole);
+        CheckSchema(database_);
+    } catch (const SqlError& error) {
+        LoseDatabase(error.what());
         return false;
     }
     CollectDebug.PrintWithNL("Connected to the database");
@@ -98,14 +104,9 @@ bool Collector::ConnectBroker() {
 }
 
 bool Collector::RecoverLost(const StreamState& stream) {
-    SqlFailure failure;
-    SqlRows rows;
-    if (!database_.Run("SELECT max(sequence) FROM lum.progress"
-                       " WHERE stream_made = to_timestamp($1::bigint / 1e9)",
-                       {std::to_string(stream.createdNs)}, rows, failure)) {
-        LoseDatabase(failure.text);
-        return false;
-    }
+    const SqlRows rows = database_.Run(
+        "SELECT max(sequence) FROM lum.progress WHERE stream_made = to_timestamp($1::bigint / 1e9)",
+        {std::to_string(stream.createdNs)});
     const std::string& known = rows.at(0).at(0);
     const uint64_t last = known.empty() ? 0 : std::stoull(known);
     if (known.empty() || last >= stream.doneSequence) {
@@ -189,14 +190,14 @@ void Collector::ReturnFetched() {
 }
 
 void Collector::Store(Fetched& fetched) {
-    SqlFailure failure;
-    if (!store_.Store(fetched.batches, streamMadeNs_, failure)) {
+    try {
+        store_.Store(fetched.batches, streamMadeNs_);
+    } catch (const SqlError&) {
         ++state_.failures;
         for (const BrokerMessage& message : fetched.messages) {
             message.HandBack(kHandBackMs);
         }
-        LoseDatabase(failure.text);
-        return;
+        throw;
     }
     databaseRetry_.Reset();
     ++state_.transactions;
@@ -289,12 +290,7 @@ bool Collector::Answer(const BrokerMessage& question) {
         LoseBroker(error);
         return false;
     }
-    std::map<std::string, ReceiptLine> answers;
-    SqlFailure failure;
-    if (!store_.LookUp(device, lines, answers, failure)) {
-        LoseDatabase(failure.text);
-        return false;
-    }
+    const std::map<std::string, ReceiptLine> answers = store_.LookUp(device, lines);
     std::vector<ReceiptLine> receipt;
     for (const AskLine& line : lines) {
         const auto found = answers.find(line.digest);
@@ -320,10 +316,13 @@ void Collector::Maintain() {
         return;
     }
     maintainAtMs_ = now + kMaintainMs;
-    SqlFailure failure;
-    if (!store_.GetTables().MakeAhead(database_, failure) ||
-        (settings_.keepMonths > 0 && !store_.GetTables().DropOld(database_, settings_.keepMonths, failure))) {
-        Complain("Maintenance: " + failure.text);
+    try {
+        store_.GetTables().MakeAhead(database_);
+        if (settings_.keepMonths > 0) {
+            store_.GetTables().DropOld(database_, settings_.keepMonths);
+        }
+    } catch (const SqlError& error) {
+        Complain("Maintenance: " + std::string(error.what()));
     }
 }
 

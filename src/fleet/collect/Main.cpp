@@ -14,13 +14,14 @@ int Fail(const std::string& reason) {
 }
 
 int SetUp(const CollectSettings& settings) {
-    Database database;
-    SqlFailure failure;
-    int32_t taken = 0;
-    if (!database.Open(settings.database, "", failure) || !SetUpSchema(database, taken, failure)) {
-        return Fail("Database: " + failure.text);
+    try {
+        Database database;
+        database.Open(settings.database, "");
+        const int32_t taken = SetUpSchema(database);
+        std::cout << "Database: " << taken << " steps taken, " << LastSchemaStep() << " in all\n";
+    } catch (const SqlError& error) {
+        return Fail("Database: " + std::string(error.what()));
     }
-    std::cout << "Database: " << taken << " steps taken, " << LastSchemaStep() << " in all\n";
     Broker broker;
     std::string error;
     bool made = false;

@@ -70,90 +70,86 @@ CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) 
 
 }  // namespace
 
-bool BatchStore::Store(std::vector<Incoming>& batches, int64_t streamMadeNs, SqlFailure& failure) {
-    Group open;
+void BatchStore::Store(std::vector<Incoming>& batches, int64_t streamMadeNs) {
+    Group all;
     for (Incoming& batch : batches) {
-        open.push_back(&batch);
+        all.push_back(&batch);
     }
-    if (StoreTogether(open, streamMadeNs, failure)) {
-        return true;
-    }
-    if (failure.kind == SqlFailure::Kind::kServer) {
-        return false;
+    try {
+        StoreTogether(all, streamMadeNs);
+        return;
+    } catch (const SqlError& error) {
+        if (error.GetKind() == SqlError::Kind::kServer) {
+            throw;
+        }
     }
     tables_.Forget();
-    return std::all_of(open.begin(), open.end(),
-                       [&](Incoming* batch) { return StoreAlone(*batch, streamMadeNs, failure); });
+    for (Incoming* const batch : all) {
+        StoreAlone(*batch, streamMadeNs);
+    }
 }
 
-bool BatchStore::StoreAlone(Incoming& batch, int64_t streamMadeNs, SqlFailure& failure) {
+void BatchStore::StoreAlone(Incoming& batch, int64_t streamMadeNs) {
     constexpr int attempts = 3;
+    std::string reason;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        if (StoreTogether({&batch}, streamMadeNs, failure)) {
-            return true;
-        }
-        if (failure.kind == SqlFailure::Kind::kServer) {
-            return false;
-        }
-        if (failure.kind == SqlFailure::Kind::kData) {
-            batch.Reject("the database refuses it: " + failure.text);
+        try {
+            StoreTogether({&batch}, streamMadeNs);
+            return;
+        } catch (const SqlError& error) {
+            if (error.GetKind() == SqlError::Kind::kServer) {
+                throw;
+            }
+            reason = error.what();
+            if (error.GetKind() == SqlError::Kind::kData) {
+                batch.Reject("the database refuses it: " + reason);
+            }
         }
     }
     // Somebody has changed the tables, or holds them locked: only this batch has to wait for that.
     batch.outcome = Outcome::kLater;
-    batch.reason = failure.text;
-    return true;
+    batch.reason = reason;
 }
 
-bool BatchStore::StoreTogether(const Group& batches, int64_t streamMadeNs, SqlFailure& failure) {
-    std::map<const Incoming*, std::string> statements;
-    if (!PrepareTables(batches, statements, failure)) {
-        return false;
-    }
-    Transaction transaction(database_);
-    const bool stored = transaction.Begin(failure) && InsertKeys(batches, failure) &&
-                        CopyRowsOf(batches, statements, failure) && InsertRejected(batches, failure) &&
-                        NoteContacts(batches, failure) && NoteProgress(batches, streamMadeNs, failure) &&
-                        transaction.Commit(failure);
-    if (!stored) {
+void BatchStore::StoreTogether(const Group& batches, int64_t streamMadeNs) {
+    const Statements statements = PrepareTables(batches);
+    try {
+        Transaction transaction(database_);
+        InsertKeys(batches);
+        CopyRowsOf(batches, statements);
+        InsertRejected(batches);
+        NoteContacts(batches);
+        NoteProgress(batches, streamMadeNs);
+        transaction.Commit();
+    } catch (const SqlError&) {
         // Nothing of it has happened; what was to be rejected still is.
         for (Incoming* const batch : batches) {
             if (batch->outcome != Outcome::kRejected) {
                 batch->outcome = Outcome::kOpen;
             }
         }
+        throw;
     }
-    return stored;
 }
 
-bool BatchStore::PrepareTables(const Group& batches, std::map<const Incoming*, std::string>& statements,
-                               SqlFailure& failure) {
+BatchStore::Statements BatchStore::PrepareTables(const Group& batches) {
+    Statements statements;
     for (Incoming* const batch : batches) {
         if (std::holds_alternative<AlertContent>(batch->content)) {
             statements[batch] =
                 "COPY lum.alert (" + std::string(AlertColumns()) + ") FROM STDIN (FORMAT binary)";
-            continue;
-        }
-        const auto* const events = std::get_if<EventContent>(&batch->content);
-        if (events == nullptr) {
-            continue;
-        }
-        std::string reason;
-        switch (
-            tables_.Prepare(database_, *events, batch->info.key.device, statements[batch], reason, failure)) {
-            case ModelTables::Result::kReady:
-                break;
-            case ModelTables::Result::kRefused:
-                batch->Reject(reason);
-                break;
-            case ModelTables::Result::kFailed:
-                return false;
+        } else if (const auto* const events = std::get_if<EventContent>(&batch->content)) {
+            try {
+                statements[batch] = tables_.Prepare(database_, *events, batch->info.key.device);
+            } catch (const ModelRefusal& refusal) {
+                batch->Reject(refusal.what());
+            }
         }
     }
-    return true;
+    return statements;
 }
 
-bool BatchStore::InsertKeys(const Group& batches, SqlFailure& failure) {
+void BatchStore::InsertKeys(const Group& batches) {
     ColumnArrays keys;
     std::map<std::string, Incoming*> byKey;
     for (Incoming* const batch : batches) {
@@ -162,19 +158,14 @@ bool BatchStore::InsertKeys(const Group& batches, SqlFailure& failure) {
             continue;
         }
         batch->outcome = Outcome::kDuplicate;
-        if (!byKey.emplace(KeyText(batch->info.key), batch).second) {
-            continue;
+        if (byKey.emplace(KeyText(batch->info.key), batch).second) {
+            keys.Add(KeyRow(*batch));
         }
-        keys.Add(KeyRow(*batch));
     }
     if (byKey.empty()) {
-        return true;
+        return;
     }
-    SqlRows rows;
-    if (!database_.Run(kInsertKeys, keys.Texts(), rows, failure)) {
-        return false;
-    }
-    for (const auto& row : rows) {
+    for (const auto& row : database_.Run(kInsertKeys, keys.Texts())) {
         Incoming& batch = *byKey.at(KeyText({row[1], row[2]}));
         batch.outcome = Outcome::kStored;
         const std::vector<std::size_t>* fields = nullptr;
@@ -183,11 +174,9 @@ bool BatchStore::InsertKeys(const Group& batches, SqlFailure& failure) {
             OverwriteInt64(copied.GetBytes(), field, std::stoll(row[0]));
         }
     }
-    return true;
 }
 
-bool BatchStore::CopyRowsOf(const Group& batches, const std::map<const Incoming*, std::string>& statements,
-                            SqlFailure& failure) {
+void BatchStore::CopyRowsOf(const Group& batches, const Statements& statements) {
     std::map<std::string, Group> byStatement;
     for (Incoming* const batch : batches) {
         if (batch->outcome == Outcome::kStored) {
@@ -195,70 +184,53 @@ bool BatchStore::CopyRowsOf(const Group& batches, const std::map<const Incoming*
         }
     }
     for (const auto& [statement, group] : byStatement) {
-        if (!database_.BeginCopy(statement, failure) || !database_.PutCopy(CopyStart(), failure)) {
-            return false;
-        }
+        database_.BeginCopy(statement);
+        database_.PutCopy(CopyStart());
         for (Incoming* const batch : group) {
             const std::vector<std::size_t>* fields = nullptr;
-            if (!database_.PutCopy(RowsOf(*batch, fields)->GetBytes(), failure)) {
-                return false;
-            }
+            database_.PutCopy(RowsOf(*batch, fields)->GetBytes());
         }
-        if (!database_.PutCopy(CopyEnd(), failure) || !database_.EndCopy(failure)) {
-            return false;
-        }
+        database_.PutCopy(CopyEnd());
+        database_.EndCopy();
     }
-    return true;
 }
 
-bool BatchStore::CountRejected(const Group& batches, std::map<std::string, int64_t>& kept,
-                               SqlFailure& failure) {
+std::map<std::string, int64_t> BatchStore::CountRejected(const Group& batches) {
+    std::map<std::string, int64_t> kept;
     for (const Incoming* const batch : batches) {
         if (batch->outcome == Outcome::kRejected) {
             kept[batch->info.key.device] = 0;
         }
     }
     if (kept.empty()) {
-        return true;
+        return kept;
     }
     SqlValues devices;
     for (const auto& [device, count] : kept) {
         devices.emplace_back(device);
     }
-    SqlRows rows;
-    if (!database_.Run(kCountRejected, {ArrayText(devices)}, rows, failure)) {
-        return false;
-    }
-    for (const auto& row : rows) {
+    for (const auto& row : database_.Run(kCountRejected, {ArrayText(devices)})) {
         kept[row[0]] = std::stoll(row[1]);
     }
-    return true;
+    return kept;
 }
 
-bool BatchStore::InsertRejected(const Group& batches, SqlFailure& failure) {
-    std::map<std::string, int64_t> kept;
-    if (!CountRejected(batches, kept, failure)) {
-        return false;
-    }
+void BatchStore::InsertRejected(const Group& batches) {
+    std::map<std::string, int64_t> kept = CountRejected(batches);
     for (const Incoming* const batch : batches) {
         // Who sends nothing but garbage costs no statement a batch for long.
         if (batch->outcome != Outcome::kRejected || kept[batch->info.key.device]++ >= kKeptRejects) {
             continue;
         }
         const BatchInfo& info = batch->info;
-        const std::string content = HexText(batch->payload.substr(0, kKeptBytes));
-        if (!database_.Run(
-                kInsertRejected,
-                {info.key.device, info.key.digest, StorableText(batch->subject), StorableText(info.label),
-                 StorableText(info.name), StorableText(batch->reason), std::to_string(batch->bytes), content},
-                failure)) {
-            return false;
-        }
+        database_.Run(kInsertRejected,
+                      {info.key.device, info.key.digest, StorableText(batch->subject),
+                       StorableText(info.label), StorableText(info.name), StorableText(batch->reason),
+                       std::to_string(batch->bytes), HexText(batch->payload.substr(0, kKeptBytes))});
     }
-    return true;
 }
 
-bool BatchStore::NoteContacts(const Group& batches, SqlFailure& failure) {
+void BatchStore::NoteContacts(const Group& batches) {
     std::map<std::string, Contact> contacts;
     for (const Incoming* const batch : batches) {
         Contact& contact = contacts[batch->info.key.device];
@@ -272,50 +244,44 @@ bool BatchStore::NoteContacts(const Group& batches, SqlFailure& failure) {
     }
     contacts.erase("");  // of a message whose subject names no device
     if (contacts.empty()) {
-        return true;
+        return;
     }
     ColumnArrays devices;
     for (const auto& [device, contact] : contacts) {
         devices.Add(ContactRow(device, contact));
     }
     const SqlValues arrays = devices.Texts();
-    return database_.Run(kInsertDevices, {arrays[0]}, failure) &&
-           database_.Run(kLockDevices, {arrays[0]}, failure) &&
-           database_.Run(kUpdateDevices, arrays, failure);
+    database_.Run(kInsertDevices, {arrays[0]});
+    database_.Run(kLockDevices, {arrays[0]});
+    database_.Run(kUpdateDevices, arrays);
 }
 
-bool BatchStore::NoteProgress(const Group& batches, int64_t streamMadeNs, SqlFailure& failure) {
+void BatchStore::NoteProgress(const Group& batches, int64_t streamMadeNs) {
     uint64_t last = 0;
     for (const Incoming* const batch : batches) {
         last = std::max(last, batch->sequence);
     }
-    return database_.Run(kNoteProgress, {collector_, std::to_string(streamMadeNs), std::to_string(last)},
-                         failure);
+    database_.Run(kNoteProgress, {collector_, std::to_string(streamMadeNs), std::to_string(last)});
 }
 
-bool BatchStore::LookUp(const std::string& device, const std::vector<AskLine>& questions,
-                        std::map<std::string, ReceiptLine>& answers, SqlFailure& failure) {
+std::map<std::string, ReceiptLine> BatchStore::LookUp(const std::string& device,
+                                                      const std::vector<AskLine>& questions) {
     SqlValues digests;
     for (const AskLine& question : questions) {
         digests.emplace_back(question.digest);
     }
     const SqlValues values{device, ArrayText(digests)};
-    SqlRows rows;
-    if (!database_.Run("SELECT g, r.reason FROM unnest($2::text[]) AS t(g) JOIN lum.rejected r"
+    std::map<std::string, ReceiptLine> answers;
+    for (const auto& row :
+         database_.Run("SELECT g, r.reason FROM unnest($2::text[]) AS t(g) JOIN lum.rejected r"
                        " ON r.device = $1 AND r.digest = decode(g, 'hex')",
-                       values, rows, failure)) {
-        return false;
-    }
-    for (const auto& row : rows) {
+                       values)) {
         answers[row[0]] = {BatchFate::kRejected, row[0], row[1]};
     }
-    if (!database_.Run("SELECT g FROM unnest($2::text[]) AS t(g) JOIN lum.batch b"
-                       " ON b.device = $1 AND b.digest = decode(g, 'hex')",
-                       values, rows, failure)) {
-        return false;
-    }
-    for (const auto& row : rows) {
+    for (const auto& row : database_.Run("SELECT g FROM unnest($2::text[]) AS t(g) JOIN lum.batch b"
+                                         " ON b.device = $1 AND b.digest = decode(g, 'hex')",
+                                         values)) {
         answers[row[0]] = {BatchFate::kHeld, row[0], {}};
     }
-    return true;
+    return answers;
 }

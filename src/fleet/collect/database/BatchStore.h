@@ -21,34 +21,32 @@ public:
         : database_(database), tables_(limits), collector_(std::move(collector)) {}
 
     /// Decides the outcome of every batch and stores it: all in one transaction or, where one of them makes
-    /// that fail, each in a transaction of its own. `streamMadeNs` says which stream they came from. False,
-    /// with `failure`, where the database cannot do its work; then what is not kOpen is decided for good.
-    [[nodiscard]] bool Store(std::vector<Incoming>& batches, int64_t streamMadeNs, SqlFailure& failure);
+    /// that fail, each in a transaction of its own. `streamMadeNs` says which stream they came from. Throws
+    /// an SqlError where the database cannot do its work; then what is not kOpen is decided for good.
+    void Store(std::vector<Incoming>& batches, int64_t streamMadeNs);
 
-    /// What the database knows of batches of `device`: kHeld or kRejected. Those it does not know are left
-    /// out.
-    [[nodiscard]] bool LookUp(const std::string& device, const std::vector<AskLine>& questions,
-                              std::map<std::string, ReceiptLine>& answers, SqlFailure& failure);
+    /// What the database knows of batches of `device`, by their digests: kHeld or kRejected. Those it does
+    /// not know are left out. Throws an SqlError where the database cannot be asked.
+    [[nodiscard]] std::map<std::string, ReceiptLine> LookUp(const std::string& device,
+                                                            const std::vector<AskLine>& questions);
 
     [[nodiscard]] ModelTables& GetTables() { return tables_; }
 
 private:
     using Group = std::vector<Incoming*>;
+    using Statements = std::map<const Incoming*, std::string>;
 
-    [[nodiscard]] bool StoreTogether(const Group& batches, int64_t streamMadeNs, SqlFailure& failure);
-    [[nodiscard]] bool StoreAlone(Incoming& batch, int64_t streamMadeNs, SqlFailure& failure);
-    [[nodiscard]] bool PrepareTables(const Group& batches, std::map<const Incoming*, std::string>& statements,
-                                     SqlFailure& failure);
-    [[nodiscard]] bool InsertKeys(const Group& batches, SqlFailure& failure);
-    [[nodiscard]] bool CopyRowsOf(const Group& batches,
-                                  const std::map<const Incoming*, std::string>& statements,
-                                  SqlFailure& failure);
+    void StoreTogether(const Group& batches, int64_t streamMadeNs);
+    void StoreAlone(Incoming& batch, int64_t streamMadeNs);
+    /// The COPY statement of each batch that is not rejected.
+    [[nodiscard]] Statements PrepareTables(const Group& batches);
+    void InsertKeys(const Group& batches);
+    void CopyRowsOf(const Group& batches, const Statements& statements);
     /// How many rejected batches are kept of each device that has one among `batches`.
-    [[nodiscard]] bool CountRejected(const Group& batches, std::map<std::string, int64_t>& kept,
-                                     SqlFailure& failure);
-    [[nodiscard]] bool InsertRejected(const Group& batches, SqlFailure& failure);
-    [[nodiscard]] bool NoteContacts(const Group& batches, SqlFailure& failure);
-    [[nodiscard]] bool NoteProgress(const Group& batches, int64_t streamMadeNs, SqlFailure& failure);
+    [[nodiscard]] std::map<std::string, int64_t> CountRejected(const Group& batches);
+    void InsertRejected(const Group& batches);
+    void NoteContacts(const Group& batches);
+    void NoteProgress(const Group& batches, int64_t streamMadeNs);
 
     Database& database_;
     ModelTables tables_;

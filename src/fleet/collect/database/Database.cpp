@@ -26,16 +26,15 @@ std::string Trimmed(const char* message) {
 }
 
 /// Classes of the standard's error codes, by their first two letters.
-SqlFailure::Kind KindOf(std::string_view code) {
+SqlError::Kind KindOf(std::string_view code) {
     const std::string_view group = code.substr(0, 2);
     if (group == "40" || code == "55P03") {
-        return SqlFailure::Kind::kRetry;
+        return SqlError::Kind::kRetry;
     }
     if (group == "42") {
-        return SqlFailure::Kind::kLayout;
+        return SqlError::Kind::kLayout;
     }
-    return group == "22" || group == "23" || group == "54" ? SqlFailure::Kind::kData
-                                                           : SqlFailure::Kind::kServer;
+    return group == "22" || group == "23" || group == "54" ? SqlError::Kind::kData : SqlError::Kind::kServer;
 }
 
 bool IsLocalHost(std::string_view host) {
@@ -44,14 +43,14 @@ bool IsLocalHost(std::string_view host) {
            (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string_view::npos);
 }
 
-/// False where `parameters` would send rows over a network to a server that nobody has verified.
-bool CheckParameters(const std::string& parameters, std::string& error) {
+/// Refuses `parameters` that would send rows over a network to a server that nobody has verified.
+void CheckParameters(const std::string& parameters) {
     char* message = nullptr;
     const ConnectionOptions options(PQconninfoParse(parameters.c_str(), &message));
     if (options == nullptr) {
-        error = Trimmed(message);
+        const std::string reason = Trimmed(message);
         PQfreemem(message);
-        return false;
+        throw SqlError(SqlError::Kind::kServer, reason);
     }
     std::string hosts;
     std::string mode;
@@ -68,13 +67,12 @@ bool CheckParameters(const std::string& parameters, std::string& error) {
     for (std::size_t start = 0; start <= hosts.size() && !verified;) {
         const std::size_t comma = std::min(hosts.find(',', start), hosts.size());
         if (const std::string host = hosts.substr(start, comma - start); !IsLocalHost(host)) {
-            error = "The database on " + host +
-                    " would be spoken to without verifying it; give sslmode=verify-full";
-            return false;
+            throw SqlError(SqlError::Kind::kServer,
+                           "The database on " + host +
+                               " would be spoken to without verifying it; give sslmode=verify-full");
         }
         start = comma + 1;
     }
-    return true;
 }
 
 /// Values as the library takes them; refers to `values`.
@@ -135,30 +133,34 @@ SqlValues ColumnArrays::Texts() const {
 struct Database::Handle {
     Connection connection;
 
-    /// True for a result of status `wanted`; else false with `failure` filled.
-    bool Check(const Result& result, ExecStatusType wanted, SqlFailure& failure) const {
+    /// What the connection itself says went wrong.
+    [[nodiscard]] SqlError Failure() const {
+        return {SqlError::Kind::kServer, Trimmed(PQerrorMessage(connection.get()))};
+    }
+
+    /// Throws for a result of another status than `wanted`.
+    void Check(const Result& result, ExecStatusType wanted) const {
         const ExecStatusType status = PQresultStatus(result.get());
         if (status == wanted || (wanted == PGRES_COMMAND_OK && status == PGRES_TUPLES_OK)) {
-            return true;
+            return;
+        }
+        if (result == nullptr) {
+            throw Failure();
         }
         const char* const code = PQresultErrorField(result.get(), PG_DIAG_SQLSTATE);
-        failure.kind = code != nullptr && PQstatus(connection.get()) == CONNECTION_OK
+        throw SqlError(code != nullptr && PQstatus(connection.get()) == CONNECTION_OK
                            ? KindOf(code)
-                           : SqlFailure::Kind::kServer;
-        failure.text = Trimmed(result != nullptr ? PQresultErrorMessage(result.get())
-                                                 : PQerrorMessage(connection.get()));
-        return false;
+                           : SqlError::Kind::kServer,
+                       Trimmed(PQresultErrorMessage(result.get())));
     }
 };
 
 Database::Database() : handle_(std::make_unique<Handle>()) {}
 Database::~Database() = default;
 
-bool Database::Open(const std::string& parameters, const std::string& role, SqlFailure& failure) {
+void Database::Open(const std::string& parameters, const std::string& role) {
     Close();
-    if (!CheckParameters(parameters, failure.text)) {
-        return false;
-    }
+    CheckParameters(parameters);
     // A dead server is noticed within a minute, also in the middle of a statement.
     const char* const names[] = {"dbname",           "application_name",    "connect_timeout",
                                  "keepalives_idle",  "keepalives_interval", "keepalives_count",
@@ -168,20 +170,21 @@ bool Database::Open(const std::string& parameters, const std::string& role, SqlF
     constexpr int expandName = 1;
     handle_->connection.reset(PQconnectdbParams(names, values, expandName));
     PGconn* const connection = handle_->connection.get();
-    if (PQstatus(connection) != CONNECTION_OK) {
-        failure = {SqlFailure::Kind::kServer, Trimmed(PQerrorMessage(connection))};
-        handle_->connection.reset();
-        return false;
+    try {
+        if (PQstatus(connection) != CONNECTION_OK) {
+            throw handle_->Failure();
+        }
+        // What the server has to say besides errors is of no use to a service.
+        PQsetNoticeProcessor(
+            connection, [](void* /*unused*/, const char* /*message*/) {}, nullptr);
+        RunScript("SET TimeZone = 'UTC'");
+        if (!role.empty()) {
+            RunScript("SET ROLE " + QuotedName(role));
+        }
+    } catch (const SqlError&) {
+        Close();
+        throw;
     }
-    // What the server has to say besides errors is of no use to a service.
-    PQsetNoticeProcessor(
-        connection, [](void* /*unused*/, const char* /*message*/) {}, nullptr);
-    if (!RunScript("SET TimeZone = 'UTC'", failure) ||
-        (!role.empty() && !RunScript("SET ROLE " + QuotedName(role), failure))) {
-        handle_->connection.reset();
-        return false;
-    }
-    return true;
 }
 
 void Database::Close() {
@@ -192,78 +195,58 @@ bool Database::IsOpen() const {
     return handle_->connection != nullptr && PQstatus(handle_->connection.get()) == CONNECTION_OK;
 }
 
-bool Database::Run(const std::string& statement, const SqlValues& values, SqlRows& rows,
-                   SqlFailure& failure) {
+SqlRows Database::Run(const std::string& statement, const SqlValues& values) {
     const std::vector<const char*> pointers = Pointers(values);
     const Result result(PQexecParams(handle_->connection.get(), statement.c_str(),
                                      static_cast<int>(pointers.size()), nullptr, pointers.data(), nullptr,
                                      nullptr, 0));
-    if (!handle_->Check(result, PGRES_COMMAND_OK, failure)) {
-        return false;
-    }
-    rows.clear();
+    handle_->Check(result, PGRES_COMMAND_OK);
+    SqlRows rows;
     for (int row = 0; row < PQntuples(result.get()); ++row) {
         std::vector<std::string>& cells = rows.emplace_back();
         for (int column = 0; column < PQnfields(result.get()); ++column) {
             cells.emplace_back(PQgetvalue(result.get(), row, column));
         }
     }
-    return true;
+    return rows;
 }
 
-bool Database::Run(const std::string& statement, const SqlValues& values, SqlFailure& failure) {
-    SqlRows ignored;
-    return Run(statement, values, ignored, failure);
+void Database::RunScript(const std::string& statements) {
+    handle_->Check(Result(PQexec(handle_->connection.get(), statements.c_str())), PGRES_COMMAND_OK);
 }
 
-bool Database::RunScript(const std::string& statements, SqlFailure& failure) {
-    const Result result(PQexec(handle_->connection.get(), statements.c_str()));
-    return handle_->Check(result, PGRES_COMMAND_OK, failure);
+void Database::BeginCopy(const std::string& statement) {
+    handle_->Check(Result(PQexec(handle_->connection.get(), statement.c_str())), PGRES_COPY_IN);
 }
 
-bool Database::BeginCopy(const std::string& statement, SqlFailure& failure) {
-    const Result result(PQexec(handle_->connection.get(), statement.c_str()));
-    return handle_->Check(result, PGRES_COPY_IN, failure);
-}
-
-bool Database::PutCopy(std::string_view data, SqlFailure& failure) {
-    if (PQputCopyData(handle_->connection.get(), data.data(), static_cast<int>(data.size())) == 1) {
-        return true;
+void Database::PutCopy(std::string_view data) {
+    if (PQputCopyData(handle_->connection.get(), data.data(), static_cast<int>(data.size())) != 1) {
+        throw handle_->Failure();
     }
-    failure = {SqlFailure::Kind::kServer, Trimmed(PQerrorMessage(handle_->connection.get()))};
-    return false;
 }
 
-bool Database::EndCopy(SqlFailure& failure) {
+void Database::EndCopy() {
     PGconn* const connection = handle_->connection.get();
     if (PQputCopyEnd(connection, nullptr) != 1) {
-        failure = {SqlFailure::Kind::kServer, Trimmed(PQerrorMessage(connection))};
-        return false;
+        throw handle_->Failure();
     }
     const Result result(PQgetResult(connection));
-    const bool good = handle_->Check(result, PGRES_COMMAND_OK, failure);
     while (const Result rest{PQgetResult(connection)}) {
         // The protocol ends a command with an answer of no content.
     }
-    return good;
+    handle_->Check(result, PGRES_COMMAND_OK);
 }
 
 Transaction::~Transaction() {
-    if (open_) {
-        SqlFailure ignored;  // a connection that is lost has rolled back by itself
-        static_cast<void>(database_.RunScript("ROLLBACK", ignored));
+    try {
+        if (open_) {
+            database_.RunScript("ROLLBACK");
+        }
+    } catch (const SqlError&) {  // a connection that is lost has rolled back by itself
     }
 }
 
-bool Transaction::Begin(SqlFailure& failure) {
-    open_ = database_.RunScript("BEGIN", failure);
-    return open_;
-}
-
-bool Transaction::Commit(SqlFailure& failure) {
-    if (!database_.RunScript("COMMIT", failure)) {
-        return false;
-    }
+void Transaction::Commit() {
+    database_.RunScript("COMMIT");
     open_ = false;
-    return true;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,15 +16,21 @@ using SqlValues = std::vector<SqlValue>;
 using SqlRows = std::vector<std::vector<std::string>>;
 
 /// What went wrong with a statement, and what that means for who ran it.
-struct SqlFailure {
+class SqlError : public std::runtime_error {
+public:
     enum class Kind : uint8_t {
         kServer,  ///< the database cannot do its work at the moment, or is gone
         kRetry,   ///< the same again may well succeed: another transaction was in the way
         kLayout,  ///< a table or column is not what the caller believes
         kData,    ///< the values themselves are refused
     };
-    Kind kind = Kind::kServer;
-    std::string text;
+
+    SqlError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+
+    [[nodiscard]] Kind GetKind() const { return kind_; }
+
+private:
+    Kind kind_;
 };
 
 /// `name` as a quoted SQL name that means nothing but itself.
@@ -43,8 +50,7 @@ private:
     std::vector<SqlValues> columns_;
 };
 
-/// A connection to the database. An object belongs to one thread at a time. Every routine answers false where
-/// it fails, with the reason in `failure`.
+/// A connection to the database. An object belongs to one thread at a time. What fails throws an SqlError.
 class Database {
 public:
     Database();
@@ -54,21 +60,19 @@ public:
 
     /// Connects with `parameters` (key=value pairs or a postgresql:// address) and takes on `role` unless
     /// that is empty. Refused: a connection over a network that does not verify the server's certificate.
-    [[nodiscard]] bool Open(const std::string& parameters, const std::string& role, SqlFailure& failure);
+    void Open(const std::string& parameters, const std::string& role);
     void Close();
     [[nodiscard]] bool IsOpen() const;
 
     /// Runs one statement with $1, $2, ... bound to `values`.
-    [[nodiscard]] bool Run(const std::string& statement, const SqlValues& values, SqlRows& rows,
-                           SqlFailure& failure);
-    [[nodiscard]] bool Run(const std::string& statement, const SqlValues& values, SqlFailure& failure);
+    SqlRows Run(const std::string& statement, const SqlValues& values = {});
     /// Runs several statements that bind nothing.
-    [[nodiscard]] bool RunScript(const std::string& statements, SqlFailure& failure);
+    void RunScript(const std::string& statements);
 
     /// COPY ... FROM STDIN: the statement, its data in pieces, and the end.
-    [[nodiscard]] bool BeginCopy(const std::string& statement, SqlFailure& failure);
-    [[nodiscard]] bool PutCopy(std::string_view data, SqlFailure& failure);
-    [[nodiscard]] bool EndCopy(SqlFailure& failure);
+    void BeginCopy(const std::string& statement);
+    void PutCopy(std::string_view data);
+    void EndCopy();
 
 private:
     struct Handle;
@@ -79,15 +83,14 @@ private:
 /// A transaction that is rolled back unless it was committed.
 class Transaction {
 public:
-    explicit Transaction(Database& database) : database_(database) {}
+    explicit Transaction(Database& database) : database_(database) { database_.RunScript("BEGIN"); }
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
     ~Transaction();
 
-    [[nodiscard]] bool Begin(SqlFailure& failure);
-    [[nodiscard]] bool Commit(SqlFailure& failure);
+    void Commit();
 
 private:
     Database& database_;
-    bool open_ = false;
+    bool open_ = true;
 };

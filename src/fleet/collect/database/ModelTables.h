@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,22 +24,27 @@ struct ModelLimits {
     int64_t oldestMonths = 60;      ///< months back that get a partition
 };
 
+/// A batch asks for more than its device may have.
+class ModelRefusal : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Every routine throws an SqlError where the database cannot do its work.
 class ModelTables {
 public:
     explicit ModelTables(const ModelLimits& limits) : limits_(limits) {}
 
-    enum class Result : uint8_t { kReady, kRefused, kFailed };
-
     /// Sees to it that the table of `content` has all its columns and months, and gives the COPY statement
-    /// that takes its rows. kRefused, with `reason`: it asks for more than a device may have. kFailed, with
-    /// `failure`: the database could not do it. Not to be called within a transaction.
-    [[nodiscard]] Result Prepare(Database& database, const EventContent& content, const std::string& device,
-                                 std::string& copyStatement, std::string& reason, SqlFailure& failure);
+    /// that takes its rows. Throws a ModelRefusal where that is more than `device` may have. Not to be called
+    /// within a transaction.
+    [[nodiscard]] std::string Prepare(Database& database, const EventContent& content,
+                                      const std::string& device);
 
     /// Makes the partitions of this month and the next for all models.
-    [[nodiscard]] bool MakeAhead(Database& database, SqlFailure& failure);
+    void MakeAhead(Database& database);
     /// Drops the partitions of months that lie more than `months` back, and what is older elsewhere.
-    [[nodiscard]] bool DropOld(Database& database, int64_t months, SqlFailure& failure);
+    void DropOld(Database& database, int64_t months);
 
     /// What the database is believed to hold is looked up again.
     void Forget() { models_.clear(); }
@@ -52,17 +58,13 @@ private:
         std::set<int32_t> months;
     };
 
-    [[nodiscard]] bool Load(Database& database, const std::string& name, SqlFailure& failure);
-    [[nodiscard]] Result Extend(Database& database, const EventContent& content, const std::string& device,
-                                std::string& reason, SqlFailure& failure);
-    [[nodiscard]] Result MakeModel(Database& database, const std::string& name, const std::string& device,
-                                   std::string& reason, SqlFailure& failure);
-    [[nodiscard]] Result AddColumns(Database& database, const EventContent& content,
-                                    const std::string& device, bool isNew, std::string& reason,
-                                    SqlFailure& failure);
-    [[nodiscard]] bool MakeView(Database& database, const std::string& name, SqlFailure& failure);
-    [[nodiscard]] bool MakeMonths(Database& database, const std::string& name,
-                                  const std::set<int32_t>& months, SqlFailure& failure);
+    [[nodiscard]] bool IsComplete(const EventContent& content) const;
+    void Load(Database& database, const std::string& name);
+    void Extend(Database& database, const EventContent& content, const std::string& device);
+    void MakeModel(Database& database, const std::string& name, const std::string& device);
+    void AddColumns(Database& database, const EventContent& content, const std::string& device, bool isNew);
+    void MakeView(Database& database, const std::string& name);
+    void MakeMonths(Database& database, const std::string& name, const std::set<int32_t>& months);
 
     const ModelLimits limits_;
     std::map<std::string, Model> models_;

@@ -128,26 +128,22 @@ CREATE VIEW lum.gap AS
 )"},
 }};
 
-bool TakeStep(Database& database, int32_t number, bool& taken, SqlFailure& failure) {
+/// False where the database has had the step.
+bool TakeStep(Database& database, int32_t number) {
     Transaction transaction(database);
-    SqlRows rows;
-    const Step& step = kSteps[static_cast<std::size_t>(number - 1)];
-    if (!transaction.Begin(failure) || !database.RunScript(kLockLayout, failure) ||
-        !database.Run("SELECT 1 FROM lum.schema_step WHERE number = $1", {std::to_string(number)}, rows,
-                      failure)) {
+    database.RunScript(kLockLayout);
+    if (!database.Run("SELECT 1 FROM lum.schema_step WHERE number = $1", {std::to_string(number)}).empty()) {
         return false;
     }
-    taken = rows.empty();
-    if (!taken) {
-        return true;
-    }
-    return database.RunScript("SET LOCAL ROLE lum_writer", failure) &&
-           // A collector's statement is waited for; who comes after must not be held up for long by that.
-           database.RunScript("SET LOCAL lock_timeout = '20s'", failure) &&
-           database.RunScript(step.statements, failure) &&
-           database.Run("INSERT INTO lum.schema_step (number, title) VALUES ($1, $2)",
-                        {std::to_string(number), step.title}, failure) &&
-           transaction.Commit(failure);
+    const Step& step = kSteps[static_cast<std::size_t>(number - 1)];
+    database.RunScript("SET LOCAL ROLE lum_writer");
+    // A collector's statement is waited for; who comes after must not be held up for long by that.
+    database.RunScript("SET LOCAL lock_timeout = '20s'");
+    database.RunScript(step.statements);
+    database.Run("INSERT INTO lum.schema_step (number, title) VALUES ($1, $2)",
+                 {std::to_string(number), step.title});
+    transaction.Commit();
+    return true;
 }
 
 }  // namespace
@@ -156,40 +152,36 @@ int32_t LastSchemaStep() {
     return static_cast<int32_t>(kSteps.size());
 }
 
-bool SetUpSchema(Database& database, int32_t& taken, SqlFailure& failure) {
-    taken = 0;
+int32_t SetUpSchema(Database& database) {
     {
         Transaction transaction(database);
-        if (!transaction.Begin(failure) || !database.RunScript(kLockLayout, failure) ||
-            !database.RunScript(kFoundation, failure) || !transaction.Commit(failure)) {
-            return false;
-        }
+        database.RunScript(kLockLayout);
+        database.RunScript(kFoundation);
+        transaction.Commit();
     }
+    int32_t taken = 0;
     for (int32_t number = 1; number <= LastSchemaStep(); ++number) {
-        bool isNew = false;
-        if (!TakeStep(database, number, isNew, failure)) {
-            failure.text = "Step " + std::to_string(number) + ": " + failure.text;
-            return false;
+        try {
+            taken += TakeStep(database, number) ? 1 : 0;
+        } catch (const SqlError& error) {
+            throw SqlError(error.GetKind(), "Step " + std::to_string(number) + ": " + error.what());
         }
-        taken += isNew ? 1 : 0;
     }
-    return true;
+    return taken;
 }
 
-bool CheckSchema(Database& database, SqlFailure& failure) {
-    SqlRows rows;
-    if (!database.Run("SELECT max(number) FROM lum.schema_step", {}, rows, failure)) {
-        if (failure.kind == SqlFailure::Kind::kLayout) {
-            failure.text += "; run lumcollect --setup";
-        }
-        return false;
+void CheckSchema(Database& database) {
+    const std::string advice = "; run lumcollect --setup";
+    std::string last;
+    try {
+        last = database.Run("SELECT max(number) FROM lum.schema_step").at(0).at(0);
+    } catch (const SqlError& error) {
+        throw SqlError(error.GetKind(),
+                       error.what() + (error.GetKind() == SqlError::Kind::kLayout ? advice : ""));
     }
-    const std::string& last = rows.at(0).at(0);
     if (last.empty() || std::stoi(last) < LastSchemaStep()) {
-        failure = {SqlFailure::Kind::kServer, "The database has had " + (last.empty() ? "none" : last) +
-                                                  " of " + std::to_string(LastSchemaStep()) +
-                                                  " steps; run lumcollect --setup"};
-        return false;
+        throw SqlError(SqlError::Kind::kServer, "The database has had " + (last.empty() ? "none" : last) +
+                                                    " of " + std::to_string(LastSchemaStep()) + " steps" +
+                                                    advice);
     }
-    return true;
 }

@@ -17,9 +17,9 @@ inline constexpr char kLockLayout[] = "SELECT pg_advisory_xact_lock(730291558824
 /// The last step that this program knows.
 [[nodiscard]] int32_t LastSchemaStep();
 
-/// Takes the steps that the database has not had, each in a transaction of its own; `taken` counts them. To
-/// be run by a role that may make roles and schemas.
-[[nodiscard]] bool SetUpSchema(Database& database, int32_t& taken, SqlFailure& failure);
+/// Takes the steps that the database has not had, each in a transaction of its own, and says how many. To be
+/// run by a role that may make roles and schemas. Throws an SqlError that names the step where one fails.
+[[nodiscard]] int32_t SetUpSchema(Database& database);
 
-/// True where the database has had all steps that this program needs; else `failure` says what to do.
-[[nodiscard]] bool CheckSchema(Database& database, SqlFailure& failure);
+/// Throws an SqlError that says what to do where the database has not had all steps that this program needs.
+void CheckSchema(Database& database);

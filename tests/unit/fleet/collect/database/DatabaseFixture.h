@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -15,20 +16,30 @@
 #include "support/FleetServers.h"
 #include "support/TempDirectory.h"
 
+/// The SqlError that `work` throws.
+inline SqlError ErrorOf(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const SqlError& error) {
+        return error;
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return {SqlError::Kind::kServer, ""};
+}
+
 /// A database on a real server, and a connection to it.
 class DatabaseFixture : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(server_.Start()) << ReadWholeFile(server_.GetDirectory() + "/log");
         ASSERT_EQ(server_.Query("CREATE DATABASE lum", "postgres"), "");
-        ASSERT_TRUE(database_.Open(server_.GetParameters(), "", failure_)) << failure_.text;
+        database_.Open(server_.GetParameters(), "");
     }
 
     /// Makes the tables, and goes on as a collector does.
     void SetUpTables() {
-        int32_t taken = 0;
-        ASSERT_TRUE(SetUpSchema(database_, taken, failure_)) << failure_.text;
-        ASSERT_TRUE(database_.Open(server_.GetParameters(), kWriterRole, failure_)) << failure_.text;
+        ASSERT_EQ(SetUpSchema(database_), LastSchemaStep());
+        database_.Open(server_.GetParameters(), kWriterRole);
     }
 
     /// A batch as it comes from the stream, which keeps its bytes.
@@ -60,6 +71,5 @@ protected:
     TempDirectory scratch_;
     DatabaseServer server_{scratch_ / "database"};
     Database database_;
-    SqlFailure failure_;
     std::deque<std::string> payloads_;
 };

@@ -2,20 +2,19 @@
 
 namespace {
 
-using Kind = SqlFailure::Kind;
+using Kind = SqlError::Kind;
 using testing::HasSubstr;
 
 class DatabaseTest : public DatabaseFixture {
 protected:
     /// What kind of failure `statement` is.
     Kind KindOf(const std::string& statement, const SqlValues& values = {}) {
-        EXPECT_FALSE(database_.Run(statement, values, failure_)) << statement;
-        EXPECT_NE(failure_.text, "") << statement;
-        return failure_.kind;
+        const SqlError error = ErrorOf([&] { database_.Run(statement, values); });
+        EXPECT_STRNE(error.what(), "") << statement;
+        return error.GetKind();
     }
     std::string One(const std::string& statement, const SqlValues& values = {}) {
-        SqlRows rows;
-        EXPECT_TRUE(database_.Run(statement, values, rows, failure_)) << failure_.text;
+        const SqlRows rows = database_.Run(statement, values);
         return rows.empty() || rows[0].empty() ? "nothing" : rows[0][0];
     }
 };
@@ -26,9 +25,7 @@ TEST(Database, SpeaksToNoServerOverANetworkThatItDoesNotVerify) {
          {std::string("host=db.example dbname=lum"), std::string("host=localhost,db.example dbname=lum"),
           std::string("hostaddr=192.0.2.1 dbname=lum sslmode=require"),
           std::string("postgresql://db.example/lum")}) {
-        SqlFailure failure;
-        EXPECT_FALSE(database.Open(parameters, "", failure)) << parameters;
-        EXPECT_THAT(failure.text,
+        EXPECT_THAT(ErrorOf([&] { database.Open(parameters, ""); }).what(),
                     HasSubstr("would be spoken to without verifying it; give sslmode=verify-full"))
             << parameters;
         EXPECT_FALSE(database.IsOpen());
@@ -37,23 +34,22 @@ TEST(Database, SpeaksToNoServerOverANetworkThatItDoesNotVerify) {
 
 TEST(Database, SaysWhatIsWrongWithItsParameters) {
     Database database;
-    SqlFailure failure;
-    EXPECT_FALSE(database.Open("colour=red", "", failure));
-    EXPECT_THAT(failure.text, HasSubstr("colour"));
-    EXPECT_FALSE(database.Open("host=/nowhere dbname=lum", "", failure));
-    EXPECT_THAT(failure.text, HasSubstr("/nowhere"));
-    EXPECT_EQ(failure.kind, Kind::kServer);
+    EXPECT_THAT(ErrorOf([&] { database.Open("colour=red", ""); }).what(), HasSubstr("colour"));
+    const SqlError error = ErrorOf([&] { database.Open("host=/nowhere dbname=lum", ""); });
+    EXPECT_THAT(error.what(), HasSubstr("/nowhere"));
+    EXPECT_EQ(error.GetKind(), Kind::kServer);
     // A server that is to be verified is tried.
-    EXPECT_FALSE(database.Open("host=127.0.0.1 port=1 sslmode=verify-full dbname=lum", "", failure));
-    EXPECT_THAT(failure.text, HasSubstr("port 1 failed"));
+    EXPECT_THAT(
+        ErrorOf([&] { database.Open("host=127.0.0.1 port=1 sslmode=verify-full dbname=lum", ""); }).what(),
+        HasSubstr("port 1 failed"));
 }
 
 TEST_F(DatabaseTest, TakesOnARoleOrIsNotOpen) {
     ASSERT_EQ(Query("CREATE ROLE somebody"), "");
-    ASSERT_TRUE(database_.Open(server_.GetParameters(), "somebody", failure_)) << failure_.text;
+    database_.Open(server_.GetParameters(), "somebody");
     EXPECT_EQ(One("SELECT current_user"), "somebody");
-    EXPECT_FALSE(database_.Open(server_.GetParameters(), "no\"body", failure_));
-    EXPECT_THAT(failure_.text, HasSubstr("role \"no\"body\" does not exist"));
+    EXPECT_THAT(ErrorOf([this] { database_.Open(server_.GetParameters(), "no\"body"); }).what(),
+                HasSubstr("role \"no\"body\" does not exist"));
     EXPECT_FALSE(database_.IsOpen());
 }
 
@@ -78,10 +74,10 @@ TEST_F(DatabaseTest, TellsWhoseFaultAFailureIs) {
 TEST_F(DatabaseTest, AnotherTransactionInTheWayIsWorthAnotherTry) {
     ASSERT_EQ(Query("CREATE TABLE t (a integer)"), "");
     Database other;
-    ASSERT_TRUE(other.Open(server_.GetParameters(), "", failure_)) << failure_.text;
-    Transaction transaction(other);
-    ASSERT_TRUE(transaction.Begin(failure_) && other.RunScript("LOCK TABLE t", failure_)) << failure_.text;
-    ASSERT_TRUE(database_.RunScript("SET lock_timeout = '10ms'", failure_)) << failure_.text;
+    other.Open(server_.GetParameters(), "");
+    const Transaction transaction(other);
+    other.RunScript("LOCK TABLE t");
+    database_.RunScript("SET lock_timeout = '10ms'");
     EXPECT_EQ(KindOf("SELECT * FROM t"), Kind::kRetry);
 }
 
@@ -91,45 +87,39 @@ TEST_F(DatabaseTest, AConnectionThatIsGoneIsTheServersFault) {
               "t\n");
     EXPECT_EQ(KindOf("SELECT 1"), Kind::kServer);
     EXPECT_FALSE(database_.IsOpen());
-    EXPECT_FALSE(database_.PutCopy("x", failure_));
-    EXPECT_EQ(failure_.kind, Kind::kServer);
-    EXPECT_FALSE(database_.EndCopy(failure_));
-    EXPECT_EQ(failure_.kind, Kind::kServer);
+    EXPECT_EQ(ErrorOf([this] { database_.PutCopy("x"); }).GetKind(), Kind::kServer);
+    EXPECT_EQ(ErrorOf([this] { database_.EndCopy(); }).GetKind(), Kind::kServer);
 }
 
 TEST_F(DatabaseTest, ACopyThatFailsLeavesTheConnectionAsItWas) {
     ASSERT_EQ(Query("CREATE TABLE t (a integer CHECK (a > 0))"), "");
-    EXPECT_FALSE(database_.BeginCopy("COPY nothing FROM STDIN", failure_));
-    EXPECT_EQ(failure_.kind, Kind::kLayout);
-    ASSERT_TRUE(database_.BeginCopy("COPY t FROM STDIN", failure_)) << failure_.text;
-    ASSERT_TRUE(database_.PutCopy("1\nnot a number\n", failure_)) << failure_.text;
-    EXPECT_FALSE(database_.EndCopy(failure_));
-    EXPECT_EQ(failure_.kind, Kind::kData);
+    EXPECT_EQ(ErrorOf([this] { database_.BeginCopy("COPY nothing FROM STDIN"); }).GetKind(), Kind::kLayout);
+    database_.BeginCopy("COPY t FROM STDIN");
+    database_.PutCopy("1\nnot a number\n");
+    EXPECT_EQ(ErrorOf([this] { database_.EndCopy(); }).GetKind(), Kind::kData);
     EXPECT_EQ(One("SELECT count(*) FROM t"), "0");
-    ASSERT_TRUE(database_.BeginCopy("COPY t FROM STDIN", failure_) && database_.PutCopy("1\n2\n", failure_) &&
-                database_.EndCopy(failure_))
-        << failure_.text;
+    database_.BeginCopy("COPY t FROM STDIN");
+    database_.PutCopy("1\n2\n");
+    database_.EndCopy();
     EXPECT_EQ(One("SELECT count(*) FROM t"), "2");
 }
 
 TEST_F(DatabaseTest, ATransactionThatIsNotCommittedHasNotHappened) {
     ASSERT_EQ(Query("CREATE TABLE t (a integer UNIQUE DEFERRABLE INITIALLY DEFERRED)"), "");
     {
-        Transaction transaction(database_);
-        ASSERT_TRUE(transaction.Begin(failure_) && database_.Run("INSERT INTO t VALUES (1)", {}, failure_));
+        const Transaction transaction(database_);
+        database_.Run("INSERT INTO t VALUES (1)");
     }
     EXPECT_EQ(One("SELECT count(*) FROM t"), "0");
     {
         Transaction transaction(database_);
-        ASSERT_TRUE(transaction.Begin(failure_) &&
-                    database_.Run("INSERT INTO t VALUES (1), (1)", {}, failure_));
-        EXPECT_FALSE(transaction.Commit(failure_));
-        EXPECT_EQ(failure_.kind, Kind::kData);
+        database_.Run("INSERT INTO t VALUES (1), (1)");
+        EXPECT_EQ(ErrorOf([&] { transaction.Commit(); }).GetKind(), Kind::kData);
     }
     EXPECT_EQ(One("SELECT count(*) FROM t"), "0");
     Transaction transaction(database_);
-    ASSERT_TRUE(transaction.Begin(failure_) && database_.Run("INSERT INTO t VALUES (1)", {}, failure_) &&
-                transaction.Commit(failure_));
+    database_.Run("INSERT INTO t VALUES (1)");
+    transaction.Commit();
     EXPECT_EQ(Query("SELECT count(*) FROM t"), "1\n");
 }
 
