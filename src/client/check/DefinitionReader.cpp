@@ -4,6 +4,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "client/ClientError.h"
 #include "client/check/DefinitionNames.h"
 #include "client/model/ParameterValue.h"
 #include "contract/ModelTokens.h"
@@ -215,20 +216,16 @@ void DefinitionReader::CheckParameterName(const Given& name) {
 
 void DefinitionReader::CheckDefault(const Given& type, const Given& value) {
     // A default of another type than text becomes part of an SQL statement as it stands.
-    std::string error;
-    int32_t integer = 0;
-    nlohmann::ordered_json number;
-    bool fits = true;
-    if (type.text == kTypeInteger || type.text == kTypeTimestamp) {
-        fits = ParseInteger(value.text, integer, error);
-    } else if (type.text == kTypeDouble) {
-        fits = ValueFromText(kTypeDouble, value.text, number, error);
-    } else if (type.text == kTypeBoolean) {
-        fits = value.text == "0" || value.text == "1";
-        error = "'" + value.text + "' is not 0 or 1";
-    }
-    if (!fits) {
-        Note(value.position, "the default does not fit " + type.text + ": " + error);
+    try {
+        if (type.text == kTypeInteger || type.text == kTypeTimestamp) {
+            static_cast<void>(ParseInteger(value.text));
+        } else if (type.text == kTypeDouble) {
+            static_cast<void>(ValueFromText(kTypeDouble, value.text));
+        } else if (type.text == kTypeBoolean && value.text != "0" && value.text != "1") {
+            throw ClientError("'" + value.text + "' is not 0 or 1");
+        }
+    } catch (const ClientError& error) {
+        Note(value.position, "the default does not fit " + type.text + ": " + error.what());
     }
 }
 

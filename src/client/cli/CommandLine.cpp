@@ -4,6 +4,7 @@
 
 #include "client/cli/CommandParser.h"
 #include "client/cli/HelpPage.h"
+#include "client/commands/CommandOutput.h"
 #include "client/text/Suggestion.h"
 #include "client/text/TextTable.h"
 #include "host/text/LumUtf8.h"
@@ -86,7 +87,11 @@ std::optional<ExitStatus> ParseCommandLine(int argc, const char* const* argv, Co
         return Refuse(app, "--output jsonl and csv are for events, export and query", err);
     }
     commandLine.run = [parser, run = std::move(commandLine.run)](CommandContext& context) {
-        return run(context);
+        try {
+            return run(context);
+        } catch (const ClientError& error) {
+            return Fail(context, error);
+        }
     };
     return std::nullopt;
 }

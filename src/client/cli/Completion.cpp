@@ -76,11 +76,9 @@ std::vector<std::string> Parameters(AgentConnection& agent, const std::vector<st
         return names;  // a question about it would raise an alert
     }
     const AgentAnswer answer = CallAction(agent, actions::kGetModel, ModelRequest(model));
-    ModelDefinition definition;
-    if (answer.IsDone() && ModelDefinitionFromAnswer(answer.content, definition)) {
-        for (const ModelParameter& parameter : definition.parameters) {
-            names.push_back(parameter.name + "=");
-        }
+    const std::optional<ModelDefinition> definition = ModelDefinitionFromAnswer(answer.content);
+    for (std::size_t i = 0; definition && i < definition->parameters.size(); ++i) {
+        names.push_back(definition->parameters[i].name + "=");
     }
     return names;
 }

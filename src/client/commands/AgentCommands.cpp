@@ -25,10 +25,7 @@ struct PageColumn {
 /// Shows a page of the control socket that is a list of objects.
 ExitStatus ListPage(CommandContext& context, std::string_view target,
                     std::initializer_list<PageColumn> columns) {
-    const AgentAnswer answer = AskFor(context.agent, target);
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    const AgentAnswer answer = Required(AskFor(context.agent, target));
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, answer.content);
         return ExitStatus::kDone;
@@ -47,8 +44,6 @@ ExitStatus ListPage(CommandContext& context, std::string_view target,
     context.console.out << table.Render();
     return ExitStatus::kDone;
 }
-
-constexpr unsigned kHttpNotFound = 404;
 
 void SuggestAction(CommandContext& context, const std::string& action) {
     const AgentAnswer known = AskFor(context.agent, "/actions");
@@ -72,7 +67,7 @@ ExitStatus InvokeAction(CommandContext& context, const std::string& action,
     }
     const AgentAnswer answer = CallActionWithText(context.agent, action, std::move(text));
     if (answer.exit == ExitStatus::kNoAgent) {
-        return Fail(context, answer);
+        return Fail(context, answer.exit, answer.error);
     }
     context.console.out << answer.body << '\n';
     if (answer.httpStatus == kHttpNotFound) {
@@ -95,19 +90,10 @@ ExitStatus ListModules(CommandContext& context) {
 ExitStatus ShowSettings(CommandContext& context, const std::vector<std::string>& assignments) {
     Json request;
     if (!assignments.empty()) {
-        std::string error;
-        if (!SettingsRequest(assignments, request, error)) {
-            return Fail(context, ExitStatus::kWrongCommandLine, error);
-        }
-        const AgentAnswer change = CallAction(context.agent, actions::kSetValues, request);
-        if (!change.IsDone()) {
-            return Fail(context, change);
-        }
+        request = SettingsRequest(assignments);
+        Required(CallAction(context.agent, actions::kSetValues, request));
     }
-    const AgentAnswer answer = CallAction(context.agent, actions::kGetValues, Json::object());
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    const AgentAnswer answer = Required(CallAction(context.agent, actions::kGetValues, Json::object()));
     const Json& settings = MemberOf(answer.content, keys::kValues);
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, settings);
@@ -132,10 +118,7 @@ ExitStatus ShowSettings(CommandContext& context, const std::vector<std::string>&
 ExitStatus CreateAlert(CommandContext& context, const std::string& text,
                        const std::optional<std::string>& status) {
     const std::optional<int64_t> heldBefore = FetchAlertsHeldBack(context.agent);
-    const AgentAnswer answer = CallAction(context.agent, actions::kCreateAlert, AlertRequest(text, status));
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    Required(CallAction(context.agent, actions::kCreateAlert, AlertRequest(text, status)));
     // The action's status is the same for an alert that was held back; the count of those is not.
     const std::optional<int64_t> heldAfter = FetchAlertsHeldBack(context.agent);
     if (!heldBefore || !heldAfter) {

@@ -38,25 +38,20 @@ void SetSpan(ChartOptions& options) {
     }
 }
 
-/// The column that `per` names; false where the model has none of that name.
-bool FindPer(const ModelDefinition& model, const std::string& per, std::string& column, std::string& type,
-             std::string& error) {
+/// The column that `per` names, and its type.
+ModelParameter FindPer(const ModelDefinition& model, const std::string& per) {
     std::vector<std::string> known{"device", "group"};
-    type = kTypeInteger;
     if (per == known[0] || per == known[1]) {
-        column = per == known[0] ? keys::kEventDeviceId : keys::kEventGroupId;
-        return true;
+        return {per == known[0] ? keys::kEventDeviceId : keys::kEventGroupId, std::string(kTypeInteger)};
     }
     for (const ModelParameter& parameter : model.parameters) {
         known.push_back(parameter.name);
         if (parameter.name == per) {
-            column = per;
-            type = parameter.type;
-            return true;
+            return parameter;
         }
     }
-    error = "--per: model '" + model.name + "' has no parameter '" + per + "'" + DidYouMean(per, known);
-    return false;
+    throw ClientError("--per: model '" + model.name + "' has no parameter '" + per + "'" +
+                      DidYouMean(per, known));
 }
 
 std::string LabelOf(int64_t start, bool byHour) {
@@ -162,8 +157,8 @@ Json ToJson(const ChartOptions& options, const EventTally& tally) {
 }
 
 /// Walks over the events of the span and counts those that the filter takes.
-AgentAnswer Count(CommandContext& context, const ChartOptions& options, const EventFilter& filter,
-                  const std::string& column, const std::string& type, EventTally& tally) {
+void Count(CommandContext& context, const ChartOptions& options, const EventFilter& filter,
+           const ModelParameter& per, EventTally& tally) {
     ProgressBar bar(context.console.err, context.console.errIsTerminal);
     EventWalk walk(context.agent,
                    {options.query.model, options.query.since, options.query.until, EventOrder::kOldestFirst,
@@ -173,42 +168,30 @@ AgentAnswer Count(CommandContext& context, const ChartOptions& options, const Ev
     while (walk.Next(page)) {
         for (std::size_t row = 0; row < walk.GetEnd(); ++row) {
             if (filter.Takes(page, row)) {
-                tally.Add(page.GetDate(row), options.per ? CellOf(page.GetValue(column, row), type) : "");
+                tally.Add(page.GetDate(row),
+                          options.per ? CellOf(page.GetValue(per.name, row), per.type) : "");
             }
         }
         bar.Update(0, 0, tally.GetTotal());
     }
     bar.Erase();
-    return walk.GetFailure();
+    Required(walk.GetFailure());
 }
 
 }  // namespace
 
 ExitStatus ShowChart(CommandContext& context, const ChartOptions& given) {
     ChartOptions options = given;
-    ModelDefinition model;
-    const ExitStatus found = FetchModel(context, options.query.model, model);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
-    EventFilter filter;
-    std::string column;
-    std::string type;
-    std::string error;
-    if (!filter.Set(model, options.query.device, options.query.group, options.query.filters, error) ||
-        (options.per && !FindPer(model, *options.per, column, type, error))) {
-        return Fail(context, ExitStatus::kWrongCommandLine, error);
-    }
+    const ModelDefinition model = FetchModel(context.agent, options.query.model);
+    const EventFilter filter(model, options.query);
+    const ModelParameter per = options.per ? FindPer(model, *options.per) : ModelParameter();
     SetSpan(options);
     if (*options.query.since > *options.query.until) {
         return Fail(context, ExitStatus::kWrongCommandLine, "--since is later than --until");
     }
     EventTally tally(PeriodStarts(options.byHour ? TallyPeriod::kHour : TallyPeriod::kDay,
                                   *options.query.since, *options.query.until));
-    const AgentAnswer counted = Count(context, options, filter, column, type, tally);
-    if (!counted.IsDone()) {
-        return Fail(context, counted);
-    }
+    Count(context, options, filter, per, tally);
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, ToJson(options, tally));
     } else {

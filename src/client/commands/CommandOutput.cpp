@@ -11,20 +11,18 @@
 #include "client/text/TextTable.h"
 #include "contract/Actions.h"
 #include "contract/ContainerKeys.h"
-#include "contract/Statuses.h"
 
 ExitStatus Fail(CommandContext& context, ExitStatus exit, std::string_view error) {
     context.console.err << "lumctl: " << Harmless(error) << std::endl;
     return exit;
 }
 
-ExitStatus Fail(CommandContext& context, const AgentAnswer& answer) {
-    static_cast<void>(Fail(context, answer.exit, answer.error));
-    PrintMessages(context, answer);
-    if (answer.status != kActionDone && answer.messages.empty()) {
-        context.console.err << "lumctl: the agent's log says why" << std::endl;
+ExitStatus Fail(CommandContext& context, const ClientError& error) {
+    static_cast<void>(Fail(context, error.GetExit(), error.what()));
+    for (const std::string& detail : error.GetDetails()) {
+        static_cast<void>(Fail(context, error.GetExit(), detail));
     }
-    return answer.exit;
+    return error.GetExit();
 }
 
 void PrintMessages(CommandContext& context, const AgentAnswer& answer) {
@@ -67,56 +65,40 @@ std::vector<std::string> NamesIn(const AgentAnswer& modelList) {
     return names;
 }
 
-ExitStatus FindModel(CommandContext& context, const std::string& model, bool& enabled) {
-    const AgentAnswer list = FetchModelList(context.agent);
-    if (!list.IsDone()) {
-        return Fail(context, list);
-    }
+bool FindModel(AgentConnection& agent, const std::string& model) {
+    const AgentAnswer list = Required(FetchModelList(agent));
     for (const nlohmann::ordered_json& row : RowsOf(MemberOf(list.content, keys::kResult))) {
         if (MemberOf(row, keys::kModelName) == model) {
-            enabled = MemberOf(row, keys::kModelEnabled) == true;
-            return ExitStatus::kDone;
+            return MemberOf(row, keys::kModelEnabled) == true;
         }
     }
     const std::vector<std::string> names = NamesIn(list);
-    std::string error = "there is no model '" + model + "'" + DidYouMean(model, names);
-    return Fail(context, ExitStatus::kFailed,
-                error + (names.empty() ? " (the agent has no model at all)" : ""));
+    throw ClientError("there is no model '" + model + "'" + DidYouMean(model, names) +
+                          (names.empty() ? " (the agent has no model at all)" : ""),
+                      ExitStatus::kFailed);
 }
 
-ExitStatus FindModel(CommandContext& context, const std::string& model) {
-    bool enabled = false;
-    return FindModel(context, model, enabled);
+ModelDefinition FetchModel(AgentConnection& agent, const std::string& model) {
+    const bool enabled = FindModel(agent, model);
+    const AgentAnswer answer = Required(CallAction(agent, actions::kGetModel, ModelRequest(model)));
+    std::optional<ModelDefinition> definition = ModelDefinitionFromAnswer(answer.content);
+    if (!definition) {
+        throw ClientError("the agent's answer holds no definition of model '" + model + "'",
+                          ExitStatus::kFailed);
+    }
+    definition->enabled = enabled;
+    return *std::move(definition);
 }
 
-ExitStatus FetchModel(CommandContext& context, const std::string& model, ModelDefinition& definition) {
-    bool enabled = false;
-    const ExitStatus found = FindModel(context, model, enabled);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
-    const AgentAnswer answer = CallAction(context.agent, actions::kGetModel, ModelRequest(model));
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
-    if (!ModelDefinitionFromAnswer(answer.content, definition)) {
-        return Fail(context, ExitStatus::kFailed,
-                    "the agent's answer holds no definition of model '" + model + "'");
-    }
-    definition.enabled = enabled;
-    return ExitStatus::kDone;
-}
-
-ExitStatus Confirm(CommandContext& context, std::string_view what, std::string_view question,
-                   std::string_view refused) {
+void Confirm(CommandContext& context, const std::string& what, std::string_view question,
+             const std::string& refused) {
     if (!context.console.inIsTerminal) {
-        return Fail(context, ExitStatus::kWrongCommandLine, std::string(what) + "; repeat with --yes");
+        throw ClientError(what + "; repeat with --yes");
     }
     context.console.err << Harmless(what) << ". " << Harmless(question) << " [y/N] " << std::flush;
     std::string reply;
     std::getline(context.console.in, reply);
-    if (reply == "y" || reply == "Y" || reply == "yes") {
-        return ExitStatus::kDone;
+    if (reply != "y" && reply != "Y" && reply != "yes") {
+        throw ClientError(refused, ExitStatus::kFailed);
     }
-    return Fail(context, ExitStatus::kFailed, refused);
 }

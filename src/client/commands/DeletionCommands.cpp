@@ -21,17 +21,12 @@ struct Doomed {
 };
 
 /// How many events a deletion takes, up to a moment or all of them.
-AgentAnswer CountDoomed(AgentConnection& agent, const std::string& model, std::optional<int32_t> before,
-                        Doomed& doomed) {
-    AgentAnswer answer = CountEvents(agent, model, before, doomed.events);
-    const std::optional<int32_t> uploaded = FetchLastUpload(agent, model);
-    if (!answer.IsDone() || !uploaded) {
-        return answer;
+Doomed CountDoomed(AgentConnection& agent, const std::string& model, std::optional<int32_t> before) {
+    Doomed doomed{CountEvents(agent, model, before), std::nullopt};
+    if (const std::optional<int32_t> uploaded = FetchLastUpload(agent, model)) {
+        doomed.notUploaded = std::max<int64_t>(doomed.events - CountEvents(agent, model, uploaded), 0);
     }
-    int64_t done = 0;
-    answer = CountEvents(agent, model, uploaded, done);
-    doomed.notUploaded = std::max<int64_t>(doomed.events - done, 0);
-    return answer;
+    return doomed;
 }
 
 std::string Describe(const Doomed& doomed) {
@@ -51,17 +46,12 @@ bool HasModel(const AgentAnswer& list, const std::string& model) {
 }
 
 /// Whether the user wants the model's events gone with it. A model without events goes without a question.
-ExitStatus ConfirmDeletion(CommandContext& context, const std::string& model) {
-    Doomed doomed;
-    const AgentAnswer answer = CountDoomed(context.agent, model, std::nullopt, doomed);
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
+void ConfirmDeletion(CommandContext& context, const std::string& model) {
+    const Doomed doomed = CountDoomed(context.agent, model, std::nullopt);
+    if (doomed.events > 0) {
+        Confirm(context, "model '" + model + "' has " + Describe(doomed) + ", which would go with it",
+                "Delete it?", "model '" + model + "' was not deleted");
     }
-    if (doomed.events == 0) {
-        return ExitStatus::kDone;
-    }
-    return Confirm(context, "model '" + model + "' has " + Describe(doomed) + ", which would go with it",
-                   "Delete it?", "model '" + model + "' was not deleted");
 }
 
 ExitStatus ShowDryRun(CommandContext& context, const PurgeOptions& options, const Doomed& doomed) {
@@ -80,26 +70,16 @@ ExitStatus ShowDryRun(CommandContext& context, const PurgeOptions& options, cons
 }  // namespace
 
 ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool yes) {
-    ExitStatus exit = FindModel(context, model);
-    if (exit == ExitStatus::kDone && !yes) {
-        exit = ConfirmDeletion(context, model);
-    }
-    if (exit != ExitStatus::kDone) {
-        return exit;
+    FindModel(context.agent, model);
+    if (!yes) {
+        ConfirmDeletion(context, model);
     }
     const AgentAnswer answer =
-        CallAction(context.agent, actions::kDeleteModels, DeleteModelsRequest({model}));
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
-    const AgentAnswer after = FetchModelList(context.agent);
-    if (!after.IsDone()) {
-        return Fail(context, after);
-    }
-    if (HasModel(after, model)) {
-        exit = Fail(context, ExitStatus::kFailed,
-                    "model '" + model + "' could not be deleted" +
-                        (answer.messages.empty() ? "; the agent's log says why" : ""));
+        Required(CallAction(context.agent, actions::kDeleteModels, DeleteModelsRequest({model})));
+    if (HasModel(Required(FetchModelList(context.agent)), model)) {
+        const ExitStatus exit = Fail(context, ExitStatus::kFailed,
+                                     "model '" + model + "' could not be deleted" +
+                                         (answer.messages.empty() ? "; the agent's log says why" : ""));
         PrintMessages(context, answer);
         return exit;
     }
@@ -107,33 +87,22 @@ ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool y
 }
 
 ExitStatus PurgeEvents(CommandContext& context, const PurgeOptions& options) {
-    ExitStatus exit = FindModel(context, options.model);
-    if (exit != ExitStatus::kDone) {
-        return exit;
-    }
+    FindModel(context.agent, options.model);
     Doomed doomed;
     if (!options.yes || options.dryRun) {
-        const AgentAnswer counted = CountDoomed(context.agent, options.model, options.before, doomed);
-        if (!counted.IsDone()) {
-            return Fail(context, counted);
-        }
+        doomed = CountDoomed(context.agent, options.model, options.before);
     }
     if (options.dryRun) {
         return ShowDryRun(context, options, doomed);
     }
     const std::string moment = options.before ? FormatLocalTime(*options.before) : std::string("now");
     if (!options.yes && doomed.events > 0) {
-        exit = Confirm(context,
-                       Describe(doomed) + " of model '" + options.model + "' before " + moment +
-                           " would be deleted for good",
-                       "Delete them?", "nothing was deleted");
-        if (exit != ExitStatus::kDone) {
-            return exit;
-        }
+        Confirm(context,
+                Describe(doomed) + " of model '" + options.model + "' before " + moment +
+                    " would be deleted for good",
+                "Delete them?", "nothing was deleted");
     }
-    const AgentAnswer answer =
-        CallAction(context.agent, actions::kDeleteEvents, PurgeRequest(options.model, options.before));
-    return answer.IsDone() ? Done(context, "Events of model '" + options.model + "' before " + moment +
-                                               " are queued for deletion.")
-                           : Fail(context, answer);
+    Required(CallAction(context.agent, actions::kDeleteEvents, PurgeRequest(options.model, options.before)));
+    return Done(context,
+                "Events of model '" + options.model + "' before " + moment + " are queued for deletion.");
 }

@@ -17,8 +17,6 @@
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 std::vector<std::string> ColumnsOf(const ModelDefinition& model) {
     std::vector<std::string> names(FixedColumns().begin(), FixedColumns().end());
     for (const ModelParameter& parameter : model.parameters) {
@@ -27,49 +25,24 @@ std::vector<std::string> ColumnsOf(const ModelDefinition& model) {
     return names;
 }
 
-ExitStatus CheckSortColumn(CommandContext& context, const ModelDefinition& model, const EventsQuery& query) {
+/// The model of a query, which has the column that it sorts by.
+ModelDefinition FetchModelOf(const EventsQuery& query, AgentConnection& agent) {
+    ModelDefinition model = FetchModel(agent, query.model);
     const std::vector<std::string> columns = ColumnsOf(model);
-    if (!query.sort || std::find(columns.begin(), columns.end(), *query.sort) != columns.end()) {
-        return ExitStatus::kDone;
+    if (query.sort && std::find(columns.begin(), columns.end(), *query.sort) == columns.end()) {
+        throw ClientError("model '" + query.model + "' has no column '" + *query.sort + "' to sort by" +
+                          DidYouMean(*query.sort, columns));
     }
-    return Fail(context, ExitStatus::kWrongCommandLine,
-                "model '" + query.model + "' has no column '" + *query.sort + "' to sort by" +
-                    DidYouMean(*query.sort, columns));
-}
-
-/// Fills the definition and the filter of a query.
-ExitStatus Prepare(CommandContext& context, const EventsQuery& query, ModelDefinition& model,
-                   EventFilter& filter) {
-    ExitStatus exit = FetchModel(context, query.model, model);
-    if (exit == ExitStatus::kDone) {
-        exit = CheckSortColumn(context, model, query);
-    }
-    std::string error;
-    if (exit == ExitStatus::kDone && !filter.Set(model, query.device, query.group, query.filters, error)) {
-        return Fail(context, ExitStatus::kWrongCommandLine, error);
-    }
-    return exit;
+    return model;
 }
 
 }  // namespace
 
 ExitStatus CreateEvent(CommandContext& context, const CreateOptions& options) {
-    ModelDefinition definition;
-    const ExitStatus found = FetchModel(context, options.model, definition);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
-    Json eventParams;
-    std::string error;
-    if (!CreateEventParams(definition, options.device, options.group, options.assignments, eventParams,
-                           error)) {
-        return Fail(context, ExitStatus::kWrongCommandLine, error);
-    }
-    const AgentAnswer answer = CallAction(context.agent, actions::kCreateEvent,
-                                          CreateRequest(options.model, std::move(eventParams)));
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    const ModelDefinition definition = FetchModel(context.agent, options.model);
+    Required(CallAction(context.agent, actions::kCreateEvent,
+                        CreateRequest(options.model, CreateEventParams(definition, options.device,
+                                                                       options.group, options.assignments))));
     if (definition.enabled) {
         return Done(context, "The agent took one event of model '" + options.model + "'.");
     }
@@ -83,24 +56,16 @@ ExitStatus CreateEvent(CommandContext& context, const CreateOptions& options) {
 }
 
 ExitStatus ListEvents(CommandContext& context, const EventsQuery& query) {
-    ModelDefinition model;
-    EventFilter filter;
-    const ExitStatus prepared = Prepare(context, query, model, filter);
-    if (prepared != ExitStatus::kDone) {
-        return prepared;
-    }
+    const ModelDefinition model = FetchModelOf(query, context.agent);
+    const EventFilter filter(model, query);
     const auto writer = MakeRowWriter(context.output, model, context.console.out, context.console.colours);
-    const AgentAnswer answer = EventListing(context.agent, query, filter, *writer).Run();
-    return answer.IsDone() ? ExitStatus::kDone : Fail(context, answer);
+    Required(EventListing(context.agent, query, filter, *writer).Run());
+    return ExitStatus::kDone;
 }
 
 ExitStatus ExportEvents(CommandContext& context, const ExportOptions& options) {
-    ModelDefinition model;
-    EventFilter filter;
-    const ExitStatus prepared = Prepare(context, options.query, model, filter);
-    if (prepared != ExitStatus::kDone) {
-        return prepared;
-    }
+    const ModelDefinition model = FetchModelOf(options.query, context.agent);
+    const EventFilter filter(model, options.query);
     const bool toFile = options.file != "-";
     std::ofstream file;
     if (toFile) {
@@ -120,9 +85,7 @@ ExitStatus ExportEvents(CommandContext& context, const ExportOptions& options) {
         [&](uint64_t read, int64_t total) { bar.Update(read, static_cast<uint64_t>(total), read); });
     const AgentAnswer answer = listing.Run();
     bar.Erase();
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    Required(answer);
     if (!toFile) {
         return ExitStatus::kDone;
     }

@@ -87,14 +87,18 @@ public:
 
 private:
     void TakeLine(LineReader::Line read, const std::string& line) {
-        Json eventParams;
         std::string refusal;
         if (read == LineReader::Line::kTooLong) {
             refusal = "it is longer than 16 MiB";
         } else if (IsBlank(line)) {
             return;
-        } else if (ImportEventParams(definition_, line, eventParams, refusal)) {
-            window_.requests += CreateRequest(definition_.name, std::move(eventParams)).dump() + "\n";
+        } else {
+            try {
+                const Json request = CreateRequest(definition_.name, ImportEventParams(definition_, line));
+                window_.requests += request.dump() + "\n";
+            } catch (const ClientError& error) {
+                refusal = error.what();
+            }
         }
         window_.lines.push_back({lines_.GetNumber(), std::move(refusal)});
         window_.readBytes = lines_.GetBytes();
@@ -125,7 +129,7 @@ private:
     /// Waits for the answers to what was sent.
     void Collect() {
         if (!sent_.lines.empty() && exit_ != ExitStatus::kNoAgent) {
-            Settle(sent_.isSent ? EndBatch(context_.agent) : AgentAnswer());
+            Settle(sent_.isSent ? EndAction(context_.agent) : AgentAnswer());
         }
         sent_ = {};
     }
@@ -240,11 +244,7 @@ ExitStatus ImportEvents(CommandContext& context, const ImportOptions& options) {
         const uintmax_t size = std::filesystem::file_size(path, noSize);
         totalBytes = noSize ? 0 : size;  // a pipe has none, and then the bar shows the count alone
     }
-    ModelDefinition definition;
-    const ExitStatus found = FetchModel(context, options.model, definition);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
+    const ModelDefinition definition = FetchModel(context.agent, options.model);
     return Importer(context, definition, path == "-" ? context.console.in : file, totalBytes)
         .Run(options.fromLine);
 }

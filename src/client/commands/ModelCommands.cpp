@@ -15,22 +15,15 @@ using Json = nlohmann::ordered_json;
 /// For an action that takes a model's name and answers its status alone.
 ExitStatus CallForModel(CommandContext& context, std::string_view action, const std::string& model,
                         std::string_view outcome) {
-    const ExitStatus found = FindModel(context, model);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
-    const AgentAnswer answer = CallAction(context.agent, action, ModelRequest(model));
-    return answer.IsDone() ? Done(context, "Model '" + model + "' " + std::string(outcome))
-                           : Fail(context, answer);
+    FindModel(context.agent, model);
+    Required(CallAction(context.agent, action, ModelRequest(model)));
+    return Done(context, "Model '" + model + "' " + std::string(outcome));
 }
 
 }  // namespace
 
 ExitStatus ListModels(CommandContext& context) {
-    const AgentAnswer answer = FetchModelList(context.agent);
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
+    const AgentAnswer answer = Required(FetchModelList(context.agent));
     const Json rows = RowsOf(MemberOf(answer.content, keys::kResult));
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, rows);
@@ -50,11 +43,7 @@ ExitStatus ListModels(CommandContext& context) {
 }
 
 ExitStatus ShowModel(CommandContext& context, const std::string& model) {
-    ModelDefinition definition;
-    const ExitStatus found = FetchModel(context, model, definition);
-    if (found != ExitStatus::kDone) {
-        return found;
-    }
+    const ModelDefinition definition = FetchModel(context.agent, model);
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, ModelDefinitionToJson(definition));
         return ExitStatus::kDone;

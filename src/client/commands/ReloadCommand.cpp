@@ -9,7 +9,6 @@
 #include "client/connection/DataDirectory.h"
 #include "client/text/TextTable.h"
 #include "contract/Actions.h"
-#include "host/xml/MarkupTree.h"
 
 namespace {
 
@@ -25,27 +24,13 @@ struct DroppedFile {
     std::vector<std::string> reasons;
 };
 
-std::string ModelNamedIn(const fs::path& path) {
-    MarkupTree tree;
-    if (!tree.ParseFile(LumString(path.string()))) {
-        return {};
-    }
-    const MarkupElementNode* const element = tree.FetchNode({"MODEL", "NAME"});
-    const MarkupNode* const first = element != nullptr ? element->GetChildAt(0) : nullptr;
-    const MarkupTextNode* const text = first != nullptr ? first->CastAsTextNode() : nullptr;
-    return text != nullptr ? std::string(text->GetData().View()) : std::string();
-}
-
 std::vector<DroppedFile> ListDropped(const std::string& directory) {
     std::vector<DroppedFile> files;
     std::error_code failure;
     for (const fs::directory_entry& entry : fs::directory_iterator(directory, failure)) {
         if (entry.path().extension() == ".xml") {
-            files.push_back({entry.path(),
-                             ModelNamedIn(entry.path()),
-                             ReadDefinition(entry.path().string()).faults,
-                             false,
-                             {}});
+            DefinitionFile file = ReadDefinition(entry.path().string());
+            files.push_back({entry.path(), std::move(file.model), std::move(file.faults), false, {}});
         }
     }
     std::sort(files.begin(), files.end(),
@@ -128,17 +113,10 @@ void Print(CommandContext& context, const std::vector<DroppedFile>& files,
 }  // namespace
 
 ExitStatus ReloadModels(CommandContext& context) {
-    const AgentAnswer before = FetchModelList(context.agent);
-    if (!before.IsDone()) {
-        return Fail(context, before);
-    }
+    const AgentAnswer before = Required(FetchModelList(context.agent));
     std::vector<DroppedFile> files = ListDropped(ModelsDirectoryIn(GuessDataDirectory(context.agent)));
-    const AgentAnswer answer = CallAction(context.agent, actions::kReloadModels, Json::object());
-    const AgentAnswer after = answer.IsDone() ? FetchModelList(context.agent) : answer;
-    if (!after.IsDone()) {
-        return Fail(context, after);
-    }
-    const std::vector<std::string> models = NamesIn(after);
+    const AgentAnswer answer = Required(CallAction(context.agent, actions::kReloadModels, Json::object()));
+    const std::vector<std::string> models = NamesIn(Required(FetchModelList(context.agent)));
     const std::vector<std::string> others = Distribute(answer.messages, files);
     bool refused = !others.empty();
     for (DroppedFile& file : files) {

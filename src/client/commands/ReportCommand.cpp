@@ -43,12 +43,8 @@ ExitStatus WriteReport(CommandContext& context, const ReportOptions& options) {
         }
     }
     ProgressBar bar(context.console.err, context.console.errIsTerminal);
-    const AgentAnswer answer =
-        ReadReportData(context.agent, data, [&](uint64_t read) { bar.Update(0, 0, read); });
+    ReadReportData(context.agent, data, [&](uint64_t read) { bar.Update(0, 0, read); });
     bar.Erase();
-    if (!answer.IsDone()) {
-        return Fail(context, answer);
-    }
     std::ostream& out = toFile ? file : context.console.out;
     out << ReportAsHtml(data) << std::flush;
     if (!out) {

@@ -9,10 +9,7 @@
 #include "client/status/StatusText.h"
 
 ExitStatus ShowStatus(CommandContext& context) {
-    const AgentAnswer status = FetchStatus(context.agent);
-    if (!status.IsDone()) {
-        return Fail(context, status);
-    }
+    const AgentAnswer status = Required(FetchStatus(context.agent));
     if (context.output == OutputFormat::kJson) {
         PrintJson(context, status.content);
     } else {
@@ -22,10 +19,7 @@ ExitStatus ShowStatus(CommandContext& context) {
 }
 
 ExitStatus ShowOutbox(CommandContext& context) {
-    const AgentAnswer status = FetchStatus(context.agent);
-    if (!status.IsDone()) {
-        return Fail(context, status);
-    }
+    const AgentAnswer status = Required(FetchStatus(context.agent));
     const nlohmann::ordered_json& outbox = StatusMember(status.content, "outbox");
     if (!outbox.is_object()) {
         return Fail(

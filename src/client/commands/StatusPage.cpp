@@ -4,13 +4,7 @@
 
 #include "client/connection/Answer.h"
 
-namespace {
-
 using Json = nlohmann::ordered_json;
-
-constexpr unsigned kHttpNotFound = 404;
-
-}  // namespace
 
 const Json& StatusMember(const Json& status, std::string_view name) {
     const Json& own = MemberOf(status, name);

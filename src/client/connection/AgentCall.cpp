@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "client/ClientError.h"
 #include "client/connection/Answer.h"
 #include "contract/Statuses.h"
 
@@ -74,12 +75,22 @@ std::string TargetOf(std::string_view action, bool explain) {
 
 }  // namespace
 
-AgentAnswer CallAction(AgentConnection& agent, std::string_view action, const Json& arguments) {
-    std::string error;
-    if (!BeginAction(agent, action, arguments, error)) {
-        return NoAgent(std::move(error));
+AgentAnswer Required(AgentAnswer answer) {
+    if (answer.IsDone()) {
+        return answer;
     }
-    return ReadActionAnswer(action, EndAction(agent));
+    std::vector<std::string> details;
+    for (const std::string& message : answer.messages) {
+        details.push_back("agent: " + message);
+    }
+    if (answer.status != kActionDone && details.empty()) {
+        details.emplace_back("the agent's log says why");
+    }
+    throw ClientError(answer.error, answer.exit, std::move(details));
+}
+
+AgentAnswer CallAction(AgentConnection& agent, std::string_view action, const Json& arguments) {
+    return ReadActionAnswer(action, CallActionUnread(agent, action, arguments));
 }
 
 bool BeginAction(AgentConnection& agent, std::string_view action, const Json& arguments, std::string& error) {
@@ -89,7 +100,17 @@ bool BeginAction(AgentConnection& agent, std::string_view action, const Json& ar
 AgentAnswer EndAction(AgentConnection& agent) {
     AgentConnection::Reply reply;
     std::string error;
-    return agent.Receive(reply, error) ? FromReply(std::move(reply)) : NoAgent(std::move(error));
+    if (agent.Receive(reply, error)) {
+        return FromReply(std::move(reply));
+    }
+    AgentAnswer answer = NoAgent(std::move(error));
+    answer.body = std::move(reply.body);
+    return answer;
+}
+
+AgentAnswer CallActionUnread(AgentConnection& agent, std::string_view action, const Json& arguments) {
+    std::string error;
+    return BeginAction(agent, action, arguments, error) ? EndAction(agent) : NoAgent(std::move(error));
 }
 
 AgentAnswer ReadActionAnswer(std::string_view action, AgentAnswer answer) {
@@ -117,17 +138,6 @@ bool BeginBatch(AgentConnection& agent, std::string_view action, std::string lin
     return agent.Send("/batch/" + PercentEncoded(action) + "?explain=1", std::move(lines), error);
 }
 
-AgentAnswer EndBatch(AgentConnection& agent) {
-    AgentConnection::Reply reply;
-    std::string error;
-    if (agent.Receive(reply, error)) {
-        return FromReply(std::move(reply));
-    }
-    AgentAnswer answer = NoAgent(std::move(error));
-    answer.body = std::move(reply.body);
-    return answer;
-}
-
 AgentAnswer ReadBatchAnswer(std::string_view action, std::string_view line, uint64_t& number) {
     AgentAnswer answer;
     answer.body = line;
@@ -140,12 +150,10 @@ AgentAnswer ReadBatchAnswer(std::string_view action, std::string_view line, uint
 }
 
 AgentAnswer CallActionWithText(AgentConnection& agent, std::string_view action, std::string arguments) {
-    AgentConnection::Reply reply;
     std::string error;
-    if (!agent.Post(TargetOf(action, false), std::move(arguments), reply, error)) {
-        return NoAgent(std::move(error));
-    }
-    return ReadActionAnswer(action, FromReply(std::move(reply)));
+    return agent.Send(TargetOf(action, false), std::move(arguments), error)
+               ? ReadActionAnswer(action, EndAction(agent))
+               : NoAgent(std::move(error));
 }
 
 AgentAnswer AskFor(AgentConnection& agent, std::string_view target) {

@@ -8,6 +8,8 @@
 #include "client/ExitStatus.h"
 #include "client/connection/AgentConnection.h"
 
+inline constexpr unsigned kHttpNotFound = 404;
+
 /// What came of asking the agent for something.
 // NOLINTNEXTLINE(bugprone-exception-escape): moving a JSON value allocates nothing that could fail.
 struct AgentAnswer {
@@ -24,6 +26,11 @@ struct AgentAnswer {
     [[nodiscard]] bool IsDone() const { return exit == ExitStatus::kDone; }
 };
 
+/// The answer to something that a command cannot do without: where it is not done it is thrown as a
+/// ClientError, whose details are the lines of the agent's log that tell why.
+// NOLINTNEXTLINE(modernize-use-nodiscard): often it only has to be done.
+AgentAnswer Required(AgentAnswer answer);
+
 /// Carries out the action with the arguments. kFailed where its status is not 0 or the agent refuses.
 [[nodiscard]] AgentAnswer CallAction(AgentConnection& agent, std::string_view action,
                                      const nlohmann::ordered_json& arguments);
@@ -31,18 +38,21 @@ struct AgentAnswer {
 /// where the request could not be sent; else one EndAction must follow.
 [[nodiscard]] bool BeginAction(AgentConnection& agent, std::string_view action,
                                const nlohmann::ordered_json& arguments, std::string& error);
-/// Hands the answer over as text in `body` when its HTTP status is 200; else the answer says what is wrong.
+/// Hands the answer over as text in `body` when its HTTP status is 200; else the answer says what is wrong,
+/// and what came before the agent was gone is in `body`.
 [[nodiscard]] AgentAnswer EndAction(AgentConnection& agent);
+/// Both, one after the other.
+[[nodiscard]] AgentAnswer CallActionUnread(AgentConnection& agent, std::string_view action,
+                                           const nlohmann::ordered_json& arguments);
 /// What the text of an answer to an action says. `action` is for the sentence.
 [[nodiscard]] AgentAnswer ReadActionAnswer(std::string_view action, AgentAnswer answer);
 
 /// Has the action carried out once for each of `lines`, JSON objects with a line end each. False, with a
-/// sentence, where they could not be sent; else one EndBatch must follow.
+/// sentence, where they could not be sent; else one EndAction must follow.
 [[nodiscard]] bool BeginBatch(AgentConnection& agent, std::string_view action, std::string lines,
                               std::string& error);
-/// The lines that the agent answered are in `body`, also where it is gone before it answered all of them.
-[[nodiscard]] AgentAnswer EndBatch(AgentConnection& agent);
-/// What one of these lines says, and the number of the line that it answers, from 1; 0 where it says none.
+/// What one line of its answer says, and the number of the line that it answers, from 1; 0 where it says
+/// none.
 [[nodiscard]] AgentAnswer ReadBatchAnswer(std::string_view action, std::string_view line, uint64_t& number);
 
 /// Carries out the action with arguments that are sent as they stand; empty text stands for none. The answer

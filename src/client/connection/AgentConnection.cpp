@@ -184,10 +184,6 @@ bool AgentConnection::Get(std::string_view target, Reply& reply, std::string& er
     return stream_->Write(request, error) && stream_->Read(reply, error);
 }
 
-bool AgentConnection::Post(std::string_view target, std::string body, Reply& reply, std::string& error) {
-    return Send(target, std::move(body), error) && Receive(reply, error);
-}
-
 bool AgentConnection::Send(std::string_view target, std::string body, std::string& error) {
     Stream::Request request(http::verb::post, {target.data(), target.size()}, 11);
     request.set(http::field::content_type, "application/json");

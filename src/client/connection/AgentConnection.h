@@ -31,10 +31,9 @@ public:
     /// has closed it since. False, with the reason as a sentence in `error`, where no agent answers. A
     /// request is never sent twice: one that got no answer may or may not have been carried out.
     [[nodiscard]] bool Get(std::string_view target, Reply& reply, std::string& error);
-    [[nodiscard]] bool Post(std::string_view target, std::string body, Reply& reply, std::string& error);
 
-    /// The two halves of Post, so that the caller can work while the agent does. Each Send is followed by one
-    /// Receive before anything else is sent.
+    /// Posts a request in two halves, so that the caller can work while the agent does. Each Send is followed
+    /// by one Receive before anything else is sent.
     [[nodiscard]] bool Send(std::string_view target, std::string body, std::string& error);
     /// Where the answer broke off, `reply` has what came of its body.
     [[nodiscard]] bool Receive(Reply& reply, std::string& error);

@@ -9,41 +9,31 @@
 namespace {
 
 /// The event at a place in the order of the dates.
-AgentAnswer FetchOne(AgentConnection& agent, const std::string& model, int64_t place, EventPage& page) {
+EventPage FetchOne(AgentConnection& agent, const std::string& model, int64_t place) {
     EventsRequestFields fields;
     fields.model = model;
     fields.skip = static_cast<uint32_t>(place);
-    std::string error;
-    AgentAnswer answer;
-    if (!BeginAction(agent, actions::kGetEvents, EventsRequest(fields), error)) {
-        answer.exit = ExitStatus::kNoAgent;
-        answer.error = error;
-        return answer;
+    AgentAnswer answer = Required(CallActionUnread(agent, actions::kGetEvents, EventsRequest(fields)));
+    EventPage page;
+    if (!page.Parse(answer.body)) {
+        Required(ReadActionAnswer(actions::kGetEvents, std::move(answer)));
     }
-    answer = EndAction(agent);
-    if (answer.IsDone() && !page.Parse(answer.body)) {
-        return ReadActionAnswer(actions::kGetEvents, std::move(answer));
-    }
-    return answer;
+    return page;
 }
 
 }  // namespace
 
-AgentAnswer CountEvents(AgentConnection& agent, const std::string& model, std::optional<int32_t> before,
-                        int64_t& count) {
-    EventPage page;
-    AgentAnswer answer = FetchOne(agent, model, 0, page);
+int64_t CountEvents(AgentConnection& agent, const std::string& model, std::optional<int32_t> before) {
     int64_t low = 0;
-    int64_t high = page.GetEventCount();
-    while (answer.IsDone() && before && low < high) {
+    int64_t high = FetchOne(agent, model, 0).GetEventCount();
+    while (before && low < high) {
         const int64_t middle = low + (high - low) / 2;
-        answer = FetchOne(agent, model, middle, page);
+        const EventPage page = FetchOne(agent, model, middle);
         if (page.GetRowCount() > 0 && page.GetDate(0) < *before) {
             low = middle + 1;
         } else {
             high = middle;
         }
     }
-    count = high;
-    return answer;
+    return high;
 }

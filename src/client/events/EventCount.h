@@ -8,5 +8,6 @@
 
 /// How many events a model has before a moment, or all together where none is given. The agent counts all of
 /// them and answers any one by its place in the order of the dates, so a moment is found in a few questions.
-[[nodiscard]] AgentAnswer CountEvents(AgentConnection& agent, const std::string& model,
-                                      std::optional<int32_t> before, int64_t& count);
+/// Throws a ClientError where the agent does not answer.
+[[nodiscard]] int64_t CountEvents(AgentConnection& agent, const std::string& model,
+                                  std::optional<int32_t> before);

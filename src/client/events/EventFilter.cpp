@@ -26,18 +26,11 @@ bool IsEqual(const EventValue& value, const nlohmann::ordered_json& wanted) {
 
 }  // namespace
 
-bool EventFilter::Set(const ModelDefinition& model, std::optional<int32_t> device,
-                      std::optional<int32_t> group, const std::vector<std::string>& assignments,
-                      std::string& error) {
-    nlohmann::ordered_json values;
-    if (!CreateEventParams(model, device, group, assignments, values, error)) {
-        return false;
-    }
-    wanted_.clear();
+EventFilter::EventFilter(const ModelDefinition& model, const EventsQuery& query) {
+    const nlohmann::ordered_json values = CreateEventParams(model, query.device, query.group, query.filters);
     for (const auto& [name, value] : values.items()) {
         wanted_.emplace_back(name, value);
     }
-    return true;
 }
 
 bool EventFilter::Takes(const EventPage& page, std::size_t row) const {

@@ -13,23 +13,23 @@ const ModelParameter* ModelDefinition::Find(std::string_view parameter) const {
     return found == parameters.end() ? nullptr : &*found;
 }
 
-bool ModelDefinitionFromAnswer(const nlohmann::ordered_json& container, ModelDefinition& definition) {
+std::optional<ModelDefinition> ModelDefinitionFromAnswer(const nlohmann::ordered_json& container) {
     const nlohmann::ordered_json& modelDef = MemberOf(MemberOf(container, keys::kResult), keys::kModelDef);
     if (!modelDef.is_object()) {
-        return false;
+        return std::nullopt;
     }
+    ModelDefinition definition;
     definition.name = TextOf(MemberOf(modelDef, keys::kModelName));
     definition.modelClass = TextOf(MemberOf(modelDef, keys::kModelClass));
     definition.severity = TextOf(MemberOf(modelDef, keys::kModelSeverity));
     definition.note = TextOf(MemberOf(modelDef, keys::kModelNote));
     const nlohmann::ordered_json& variables = MemberOf(modelDef, keys::kModelVars);
     const std::size_t count = RowCount(variables);
-    definition.parameters.clear();
     for (std::size_t i = 0; i < count; ++i) {
         definition.parameters.push_back({TextOf(ValueAt(MemberOf(variables, keys::kModelVarName), i)),
                                          TextOf(ValueAt(MemberOf(variables, keys::kModelVarType), i))});
     }
-    return true;
+    return definition;
 }
 
 nlohmann::ordered_json ModelDefinitionToJson(const ModelDefinition& definition) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,9 +26,9 @@ struct ModelDefinition {
     [[nodiscard]] const ModelParameter* Find(std::string_view parameter) const;
 };
 
-/// Reads the answer container of EventLogManagerGetModel. False where it is not one.
-[[nodiscard]] bool ModelDefinitionFromAnswer(const nlohmann::ordered_json& container,
-                                             ModelDefinition& definition);
+/// Reads the answer container of EventLogManagerGetModel; nothing where it is not one.
+[[nodiscard]] std::optional<ModelDefinition> ModelDefinitionFromAnswer(
+    const nlohmann::ordered_json& container);
 
 /// The definition as JSON, a list of one object a parameter, under the agent's own names.
 [[nodiscard]] nlohmann::ordered_json ModelDefinitionToJson(const ModelDefinition& definition);

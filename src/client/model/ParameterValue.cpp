@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "client/ClientError.h"
 #include "client/model/ModelDefinition.h"
 #include "client/text/TimeText.h"
 
@@ -26,67 +27,66 @@ std::string_view WithoutPlus(std::string_view text) {
     return plus ? text.substr(1) : text;
 }
 
-bool ParseDouble(std::string_view text, double& value, std::string& error) {
+double ParseDouble(std::string_view text) {
     const std::string_view digits = WithoutPlus(text);
     double number = 0;
     const char* const end = digits.data() + digits.size();
     const auto [stop, failure] = std::from_chars(digits.data(), end, number);
     if (failure != std::errc() || stop != end || !std::isfinite(number)) {
-        error = Quoted(text) + " is not a number";
-        return false;
+        throw ClientError(Quoted(text) + " is not a number");
     }
-    value = number;
-    return true;
+    return number;
 }
 
-bool IntegerFromJson(const Json& given, Json& value, std::string& error) {
+int32_t ParseMomentOrThrow(std::string_view text) {
+    int32_t seconds = 0;
+    if (!ParseMoment(text, std::time(nullptr), seconds)) {
+        throw ClientError(Quoted(text) +
+                          " is not a time; give 2026-11-20, 2026-11-20T08:30, seconds since 1970 "
+                          "(32 bits), now, or 2h for so long ago");
+    }
+    return seconds;
+}
+
+int32_t IntegerFromJson(const Json& given) {
     // What is above the signed 64-bit range is kept unsigned by the JSON library.
     const bool fits = given.is_number_unsigned()
                           ? given.get<uint64_t>() <= std::numeric_limits<int32_t>::max()
                           : given.get<int64_t>() >= std::numeric_limits<int32_t>::min() &&
                                 given.get<int64_t>() <= std::numeric_limits<int32_t>::max();
     if (!fits) {
-        error = given.dump() + " lies outside of the 32-bit range";
-        return false;
+        throw ClientError(given.dump() + " lies outside of the 32-bit range");
     }
-    value = given.get<int32_t>();
-    return true;
+    return given.get<int32_t>();
 }
 
-bool BooleanFromJson(const Json& given, Json& value, std::string& error) {
+bool BooleanFromJson(const Json& given) {
     if (given.is_boolean()) {
-        value = given;
-        return true;
+        return given.get<bool>();
     }
-    const bool isTrue = given == 1;
-    if (isTrue || given == 0) {
-        value = isTrue;
-        return true;
+    if (given != 0 && given != 1) {
+        throw ClientError(given.dump() + " is not a boolean");
     }
-    error = given.dump() + " is not a boolean";
-    return false;
+    return given == 1;
 }
 
 }  // namespace
 
-bool ParseInteger(std::string_view text, int32_t& value, std::string& error) {
+int32_t ParseInteger(std::string_view text) {
     const std::string_view digits = WithoutPlus(text);
     int32_t number = 0;
     const char* const end = digits.data() + digits.size();
     const auto [stop, failure] = std::from_chars(digits.data(), end, number);
     if (stop != end || failure == std::errc::invalid_argument) {
-        error = Quoted(text) + " is not a whole number";
-        return false;
+        throw ClientError(Quoted(text) + " is not a whole number");
     }
     if (failure != std::errc()) {
-        error = Quoted(text) + " lies outside of the 32-bit range";
-        return false;
+        throw ClientError(Quoted(text) + " lies outside of the 32-bit range");
     }
-    value = number;
-    return true;
+    return number;
 }
 
-bool ParseBoolean(std::string_view text, bool& value, std::string& error) {
+bool ParseBoolean(std::string_view text) {
     static constexpr std::array<std::pair<std::string_view, bool>, 8> kWords{{{"1", true},
                                                                               {"true", true},
                                                                               {"yes", true},
@@ -102,65 +102,43 @@ bool ParseBoolean(std::string_view text, bool& value, std::string& error) {
     const auto* const found =
         std::find_if(kWords.begin(), kWords.end(), [&](const auto& word) { return word.first == folded; });
     if (found == kWords.end()) {
-        error = Quoted(text) + " is not a boolean (1, 0, true, false, yes, no, on, off)";
-        return false;
+        throw ClientError(Quoted(text) + " is not a boolean (1, 0, true, false, yes, no, on, off)");
     }
-    value = found->second;
-    return true;
+    return found->second;
 }
 
-bool ValueFromText(std::string_view type, std::string_view text, Json& value, std::string& error) {
+Json ValueFromText(std::string_view type, std::string_view text) {
     if (type == kTypeString || type == kTypeEnum) {
-        value = text;
-        return true;
+        return text;
     }
     if (type == kTypeInteger) {
-        int32_t number = 0;
-        const bool done = ParseInteger(text, number, error);
-        value = number;
-        return done;
+        return ParseInteger(text);
     }
     if (type == kTypeTimestamp) {
-        int32_t seconds = 0;
-        const bool done = ParseMoment(text, std::time(nullptr), seconds);
-        value = seconds;
-        error = done ? ""
-                     : Quoted(text) +
-                           " is not a time; give 2026-11-20, 2026-11-20T08:30, seconds since 1970 "
-                           "(32 bits), now, or 2h for so long ago";
-        return done;
+        return ParseMomentOrThrow(text);
     }
     if (type == kTypeDouble) {
-        double number = 0;
-        const bool done = ParseDouble(text, number, error);
-        value = number;
-        return done;
+        return ParseDouble(text);
     }
     if (type == kTypeBoolean) {
-        bool flag = false;
-        const bool done = ParseBoolean(text, flag, error);
-        value = flag;
-        return done;
+        return ParseBoolean(text);
     }
-    error = "the model gives it no type that can be sent";
-    return false;
+    throw ClientError("the model gives it no type that can be sent");
 }
 
-bool ValueFromJson(std::string_view type, const Json& given, Json& value, std::string& error) {
+Json ValueFromJson(std::string_view type, const Json& given) {
     if (given.is_string()) {
-        return ValueFromText(type, given.get_ref<const std::string&>(), value, error);
+        return ValueFromText(type, given.get_ref<const std::string&>());
     }
     if (type == kTypeDouble && given.is_number()) {
-        value = given.get<double>();
-        return true;
+        return given.get<double>();
     }
     if ((type == kTypeInteger || type == kTypeTimestamp) && given.is_number_integer()) {
-        return IntegerFromJson(given, value, error);
+        return IntegerFromJson(given);
     }
     if (type == kTypeBoolean && (given.is_boolean() || given.is_number_integer())) {
-        return BooleanFromJson(given, value, error);
+        return BooleanFromJson(given);
     }
-    error = "a value of type " + std::string(type.empty() ? "unknown" : type) + " cannot be a JSON " +
-            given.type_name();
-    return false;
+    throw ClientError("a value of type " + std::string(type.empty() ? "unknown" : type) +
+                      " cannot be a JSON " + given.type_name());
 }

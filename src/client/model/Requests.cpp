@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <utility>
 
+#include "client/ClientError.h"
 #include "client/model/ParameterValue.h"
 #include "client/text/Suggestion.h"
 #include "contract/ContainerKeys.h"
@@ -19,27 +22,37 @@ Json WithValues(Json values) {
     return request;
 }
 
-/// The type of a member of "EventParams"; false where the model has no such parameter.
-bool TypeOfMember(const ModelDefinition& model, const std::string& name, std::string_view& type,
-                  std::string& error) {
+/// The type of a member of "EventParams".
+std::string_view TypeOfMember(const ModelDefinition& model, const std::string& name) {
     if (const ModelParameter* parameter = model.Find(name); parameter != nullptr) {
-        type = parameter->type;
-        return true;
+        return parameter->type;
     }
     if (name == keys::kEventDeviceId || name == keys::kEventGroupId) {
-        type = kTypeInteger;
-        return true;
+        return kTypeInteger;
     }
     std::vector<std::string> known;
     for (const ModelParameter& parameter : model.parameters) {
         known.push_back(parameter.name);
     }
-    error = "model '" + model.name + "' has no parameter '" + name + "'" + DidYouMean(name, known);
-    return false;
+    throw ClientError("model '" + model.name + "' has no parameter '" + name + "'" + DidYouMean(name, known));
 }
 
-std::string ForParameter(const std::string& name, const std::string& reason) {
-    return "parameter '" + name + "': " + reason;
+/// What `read` gives; what it throws tells where the value stands.
+Json ValueOf(std::string_view kind, const std::string& name, const std::function<Json()>& read) {
+    try {
+        return read();
+    } catch (const ClientError& error) {
+        throw ClientError(std::string(kind) + " '" + name + "': " + error.what());
+    }
+}
+
+/// Splits at the first equals sign.
+std::pair<std::string, std::string> SplitAssignment(const std::string& text, std::string_view form) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+        throw ClientError("'" + text + "' is not of the form " + std::string(form));
+    }
+    return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
 }  // namespace
@@ -95,19 +108,8 @@ Json CreateRequest(const std::string& model, Json eventParams) {
     return request;
 }
 
-bool SplitAssignment(std::string_view text, std::pair<std::string, std::string>& assignment) {
-    const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos || equals == 0) {
-        return false;
-    }
-    assignment.first = text.substr(0, equals);
-    assignment.second = text.substr(equals + 1);
-    return true;
-}
-
-bool CreateEventParams(const ModelDefinition& model, std::optional<int32_t> device,
-                       std::optional<int32_t> group, const std::vector<std::string>& assignments,
-                       Json& eventParams, std::string& error) {
+Json CreateEventParams(const ModelDefinition& model, std::optional<int32_t> device,
+                       std::optional<int32_t> group, const std::vector<std::string>& assignments) {
     Json params = Json::object();
     if (device) {
         params[keys::kEventDeviceId] = *device;
@@ -116,82 +118,52 @@ bool CreateEventParams(const ModelDefinition& model, std::optional<int32_t> devi
         params[keys::kEventGroupId] = *group;
     }
     for (const std::string& text : assignments) {
-        std::pair<std::string, std::string> assignment;
-        if (!SplitAssignment(text, assignment)) {
-            error = "'" + text + "' is not of the form PARAM=VALUE";
-            return false;
-        }
-        const std::string& name = assignment.first;
-        std::string_view type;
-        if (!TypeOfMember(model, name, type, error)) {
-            return false;
-        }
+        const auto [name, value] = SplitAssignment(text, "PARAM=VALUE");
+        const std::string_view type = TypeOfMember(model, name);
         if (params.contains(name)) {
-            error = ForParameter(name, "it is given twice");
-            return false;
+            throw ClientError("parameter '" + name + "': it is given twice");
         }
-        std::string reason;
-        if (!ValueFromText(type, assignment.second, params[name], reason)) {
-            error = ForParameter(name, reason);
-            return false;
-        }
+        params[name] = ValueOf("parameter", name, [&, &value = value] { return ValueFromText(type, value); });
     }
-    eventParams = std::move(params);
-    return true;
+    return params;
 }
 
-bool ImportEventParams(const ModelDefinition& model, std::string_view line, Json& eventParams,
-                       std::string& error) {
+Json ImportEventParams(const ModelDefinition& model, std::string_view line) {
     const Json given = Json::parse(line, nullptr, false);
     if (!given.is_object()) {
-        error = given.is_discarded() ? "it is not JSON" : "it is not a JSON object";
-        return false;
+        throw ClientError(given.is_discarded() ? "it is not JSON" : "it is not a JSON object");
     }
     Json params = Json::object();
     for (const auto& [name, value] : given.items()) {
-        std::string_view type;
         if (name == keys::kEventDate) {
             continue;
         }
-        if (!TypeOfMember(model, name, type, error)) {
-            return false;
-        }
-        std::string reason;
-        if (!value.is_null() && !ValueFromJson(type, value, params[name], reason)) {
-            error = ForParameter(name, reason);
-            return false;
+        const std::string_view type = TypeOfMember(model, name);
+        if (!value.is_null()) {
+            params[name] =
+                ValueOf("parameter", name, [&, &value = value] { return ValueFromJson(type, value); });
         }
     }
-    eventParams = std::move(params);
-    return true;
+    return params;
 }
 
-bool SettingsRequest(const std::vector<std::string>& assignments, Json& request, std::string& error) {
+Json SettingsRequest(const std::vector<std::string>& assignments) {
     static constexpr std::array<std::pair<std::string_view, std::string_view>, 3> kSettings{
         {{keys::kEnableUpload, kTypeBoolean},
          {keys::kEnableAggregation, kTypeBoolean},
          {keys::kAlertMinimumGap, kTypeInteger}}};
     Json values = Json::object();
     for (const std::string& text : assignments) {
-        std::pair<std::string, std::string> assignment;
-        if (!SplitAssignment(text, assignment)) {
-            error = "'" + text + "' is not of the form KEY=VALUE";
-            return false;
-        }
-        const auto* const setting = std::find_if(kSettings.begin(), kSettings.end(), [&](const auto& known) {
-            return known.first == assignment.first;
-        });
+        const auto [name, value] = SplitAssignment(text, "KEY=VALUE");
+        const auto* const setting =
+            std::find_if(kSettings.begin(), kSettings.end(),
+                         [&name = name](const auto& known) { return known.first == name; });
         if (setting == kSettings.end()) {
-            error = "there is no setting '" + assignment.first +
-                    "' (EnableUpload, EnableAggregation, AlertMinimumGap)";
-            return false;
+            throw ClientError("there is no setting '" + name +
+                              "' (EnableUpload, EnableAggregation, AlertMinimumGap)");
         }
-        std::string reason;
-        if (!ValueFromText(setting->second, assignment.second, values[assignment.first], reason)) {
-            error = "setting '" + assignment.first + "': " + reason;
-            return false;
-        }
+        values[name] =
+            ValueOf("setting", name, [&, &value = value] { return ValueFromText(setting->second, value); });
     }
-    request = WithValues(std::move(values));
-    return true;
+    return WithValues(std::move(values));
 }

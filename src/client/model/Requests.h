@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "client/model/ModelDefinition.h"
@@ -34,23 +33,18 @@ struct EventsRequestFields {
 [[nodiscard]] nlohmann::ordered_json CreateRequest(const std::string& model,
                                                    nlohmann::ordered_json eventParams);
 
-/// Splits "NAME=VALUE" at the first equals sign. False where there is none or no name before it.
-[[nodiscard]] bool SplitAssignment(std::string_view text, std::pair<std::string, std::string>& assignment);
-
-/// The parameters of one event from assignments, typed by the model. False, with a sentence that names the
-/// parameter in `error`, for a text that is not an assignment, a parameter that the model does not have or
-/// that is given twice, and a value that does not fit its type.
-[[nodiscard]] bool CreateEventParams(const ModelDefinition& model, std::optional<int32_t> device,
-                                     std::optional<int32_t> group,
-                                     const std::vector<std::string>& assignments,
-                                     nlohmann::ordered_json& eventParams, std::string& error);
+/// The parameters of one event from assignments "PARAM=VALUE", typed by the model. Throws a ClientError that
+/// names the parameter for a text that is not an assignment, a parameter that the model does not have or that
+/// is given twice, and a value that does not fit its type.
+[[nodiscard]] nlohmann::ordered_json CreateEventParams(const ModelDefinition& model,
+                                                       std::optional<int32_t> device,
+                                                       std::optional<int32_t> group,
+                                                       const std::vector<std::string>& assignments);
 
 /// The same from a line of JSON: one object whose members are parameters of the model, "EventDeviceId" or
 /// "EventGroupId". A member that is null is left out, and so is "EventDate", which an export writes and the
 /// agent gives to each event itself.
-[[nodiscard]] bool ImportEventParams(const ModelDefinition& model, std::string_view line,
-                                     nlohmann::ordered_json& eventParams, std::string& error);
+[[nodiscard]] nlohmann::ordered_json ImportEventParams(const ModelDefinition& model, std::string_view line);
 
-/// The settings from assignments. False, with a sentence in `error`, for an unknown setting or a bad value.
-[[nodiscard]] bool SettingsRequest(const std::vector<std::string>& assignments,
-                                   nlohmann::ordered_json& request, std::string& error);
+/// The settings from assignments "KEY=VALUE". Throws a ClientError for an unknown setting and a bad value.
+[[nodiscard]] nlohmann::ordered_json SettingsRequest(const std::vector<std::string>& assignments);

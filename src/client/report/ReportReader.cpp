@@ -58,32 +58,31 @@ public:
     Reader(AgentConnection& agent, ReportData& data, const std::function<void(uint64_t)>& progress)
         : agent_(agent), data_(data), progress_(progress) {}
 
-    AgentAnswer Read(const std::string& name, bool enabled) {
-        AgentAnswer answer = CallAction(agent_, actions::kGetModel, ModelRequest(name));
-        ModelDefinition definition;
-        if (!answer.IsDone() || !ModelDefinitionFromAnswer(answer.content, definition)) {
-            return answer;
+    void Read(const std::string& name, bool enabled) {
+        const AgentAnswer answer = Required(CallAction(agent_, actions::kGetModel, ModelRequest(name)));
+        const std::optional<ModelDefinition> definition = ModelDefinitionFromAnswer(answer.content);
+        if (!definition) {
+            return;
         }
         ModelReport& report = data_.models.emplace_back(name, data_.days);
-        report.note = definition.note;
+        report.note = definition->note;
         report.enabled = enabled;
         std::vector<ParameterTally> tallies;
-        for (const ModelParameter& parameter : definition.parameters) {
+        for (const ModelParameter& parameter : definition->parameters) {
             if (IsCountable(parameter.type)) {
                 tallies.push_back({parameter.name, parameter.type, {}, false});
             }
         }
-        answer = Count(report, tallies);
+        Count(report, tallies);
         for (const ParameterTally& tally : tallies) {
             if (!tally.tooMany && !tally.counts.empty()) {
                 report.values.push_back(TopOf(tally));
             }
         }
-        return answer;
     }
 
 private:
-    AgentAnswer Count(ModelReport& report, std::vector<ParameterTally>& tallies) {
+    void Count(ModelReport& report, std::vector<ParameterTally>& tallies) {
         const EventRange range{report.name, static_cast<int32_t>(data_.since),
                                static_cast<int32_t>(data_.until), EventOrder::kOldestFirst, std::nullopt};
         EventWalk walk(agent_, range, 0, true);
@@ -95,10 +94,10 @@ private:
             }
             progress_(read_ += walk.GetEnd());
         }
-        if (report.stored == 0 && walk.GetFailure().IsDone()) {
+        Required(walk.GetFailure());
+        if (report.stored == 0) {
             report.stored = page.GetEventCount();
         }
-        return walk.GetFailure();
     }
 
     void AddRow(ModelReport& report, std::vector<ParameterTally>& tallies, const EventPage& page,
@@ -143,26 +142,17 @@ void ReadSizes(AgentConnection& agent, ReportData& data) {
 
 }  // namespace
 
-AgentAnswer ReadReportData(AgentConnection& agent, ReportData& data,
-                           const std::function<void(uint64_t)>& progress) {
+void ReadReportData(AgentConnection& agent, ReportData& data, const std::function<void(uint64_t)>& progress) {
     data.days = PeriodStarts(TallyPeriod::kDay, data.since, data.until);
     data.hours = PeriodStarts(TallyPeriod::kHour, data.since, data.until);
     data.eventsByHour.assign(data.hours.size(), 0);
-    AgentAnswer list = FetchModelList(agent);
-    if (!list.IsDone()) {
-        return list;
-    }
+    const AgentAnswer list = Required(FetchModelList(agent));
     Reader reader(agent, data, progress);
     for (const Json& row : RowsOf(MemberOf(list.content, keys::kResult))) {
-        AgentAnswer answer =
-            reader.Read(TextOf(MemberOf(row, keys::kModelName)), MemberOf(row, keys::kModelEnabled) == true);
-        if (!answer.IsDone()) {
-            return answer;
-        }
+        reader.Read(TextOf(MemberOf(row, keys::kModelName)), MemberOf(row, keys::kModelEnabled) == true);
     }
     std::stable_sort(data.models.begin(), data.models.end(), [](const ModelReport& a, const ModelReport& b) {
         return a.byDevice.GetTotal() > b.byDevice.GetTotal();
     });
     ReadSizes(agent, data);
-    return {};
 }
