@@ -11,9 +11,6 @@
 class OutboxHealth {
 public:
     explicit OutboxHealth(Outbox& outbox) : outbox_(outbox) {}
-    OutboxHealth(const OutboxHealth&) = delete;
-    OutboxHealth& operator=(const OutboxHealth&) = delete;
-    ~OutboxHealth() = default;
 
     void NoteTaken();
     /// The outbox could not take `file`.

@@ -37,9 +37,6 @@ enum class RequestKind {
 /// The lines of one batch request. Belongs to one thread at a time.
 class BatchStream {
 public:
-    BatchStream() = default;
-    BatchStream(const BatchStream&) = delete;
-    BatchStream& operator=(const BatchStream&) = delete;
     virtual ~BatchStream() = default;
 
     /// Takes further bytes of the body over; without `isLast` more may come.

@@ -26,9 +26,6 @@ public:
     using Routine = std::function<ExitStatus(CommandContext&, const Options&)>;
 
     explicit CommandParser(CommandLine& commandLine);
-    CommandParser(const CommandParser&) = delete;
-    CommandParser& operator=(const CommandParser&) = delete;
-    ~CommandParser() = default;
 
     [[nodiscard]] CLI::App& GetApp() { return app_; }
     [[nodiscard]] Options& GetOptions() { return *options_; }

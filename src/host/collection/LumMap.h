@@ -19,11 +19,6 @@ public:
         Value value;
     };
 
-    LumMap() = default;
-    LumMap(const LumMap&) = delete;
-    LumMap& operator=(const LumMap&) = delete;
-    ~LumMap() = default;
-
     /// Gives the map its mutex. To be called before the map is shared, as it cannot guard its own making.
     void EnableLocking() { mutex_ = std::make_unique<LumMutex>(); }
 

@@ -32,9 +32,6 @@ struct SourceBatch {
 /// An object belongs to one thread at a time.
 class Source {
 public:
-    Source() = default;
-    Source(const Source&) = delete;
-    Source& operator=(const Source&) = delete;
     virtual ~Source() = default;
 
     /// The section of the ini file that the source is set in; also names the file of its position.

@@ -30,8 +30,6 @@ class Connection;
 struct ConnectionHost {
     ConnectionHost(const ControlServerOptions& serverOptions, RequestHandler& requestHandler)
         : options(serverOptions), handler(requestHandler), held(serverOptions.maxHeld) {}
-    ConnectionHost(const ConnectionHost&) = delete;
-    ConnectionHost& operator=(const ConnectionHost&) = delete;
     virtual ~ConnectionHost() = default;
 
     /// A connection is gone. On the server's thread.

@@ -24,11 +24,6 @@ using LumContainerValue = std::variant<std::monostate, int64_t, bool, double, Lu
 class LumContainerEntry {
 public:
     explicit LumContainerEntry(std::string_view name) : name_(name) {}
-    LumContainerEntry(const LumContainerEntry&) = delete;
-    LumContainerEntry& operator=(const LumContainerEntry&) = delete;
-    LumContainerEntry(LumContainerEntry&&) noexcept = default;
-    LumContainerEntry& operator=(LumContainerEntry&&) noexcept = default;
-    ~LumContainerEntry() = default;
 
     [[nodiscard]] LumContainerEntry Clone() const;
 
@@ -69,11 +64,6 @@ private:
 class LumContainerContent {
 public:
     static constexpr uint32_t kNone = 0xFFFFFFFF;
-
-    LumContainerContent() = default;
-    LumContainerContent(const LumContainerContent&) = delete;
-    LumContainerContent& operator=(const LumContainerContent&) = delete;
-    ~LumContainerContent() = default;
 
     [[nodiscard]] static LumContentRef Make();
     /// One more reference; null for null.

@@ -7,9 +7,6 @@
 /// Who is told that changes could not be made durable: a pool.
 class FailedSyncListener {
 public:
-    FailedSyncListener() = default;
-    FailedSyncListener(const FailedSyncListener&) = delete;
-    FailedSyncListener& operator=(const FailedSyncListener&) = delete;
     virtual ~FailedSyncListener() = default;
 
     /// Called without a lock, on the first thread that learns of it.

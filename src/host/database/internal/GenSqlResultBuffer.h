@@ -17,9 +17,6 @@ struct sqlite3_stmt;
 class GenSqlResultBuffer final : public GenSqlResult {
 public:
     explicit GenSqlResultBuffer(sqlite3_stmt* statement);
-    GenSqlResultBuffer(const GenSqlResultBuffer&) = delete;
-    GenSqlResultBuffer& operator=(const GenSqlResultBuffer&) = delete;
-    ~GenSqlResultBuffer() override = default;
 
     /// Copies the row that the statement stands on. False where SQLite lacks the memory to hand it out.
     [[nodiscard]] bool AppendRow(sqlite3_stmt* statement);

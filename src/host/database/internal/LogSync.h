@@ -16,11 +16,6 @@ struct sqlite3_file;
 /// began, while further ones commit and wait for the next.
 class LogSync {
 public:
-    LogSync() = default;
-    LogSync(const LogSync&) = delete;
-    LogSync& operator=(const LogSync&) = delete;
-    ~LogSync() = default;
-
     /// To be called after each commit, by the thread that holds the handle of `database`. Returns the ticket
     /// that stands for the commit; later commits have greater ones.
     [[nodiscard]] uint64_t NoteCommit(sqlite3* database);
