@@ -57,8 +57,9 @@ std::string AgentStatus::GetStatus() const {
         status["health"].push_back(reason.View());
     }
     if (server_ != nullptr) {
-        status["clients"] = server_->CountConnections();
-        status["calls"] = {{"running", server_->CountRunning()}, {"waiting", server_->CountWaiting()}};
+        const ControlServerFigures figures = server_->GetFigures();
+        status["clients"] = figures.connections;
+        status["calls"] = {{"running", figures.running}, {"waiting", figures.waiting}};
     }
     ordered_json modules = ordered_json::array();
     for (const ModuleInfo& module : modules_) {
@@ -95,13 +96,12 @@ void AgentStatus::RefreshMetrics() const {
              {{"module", module.name}, {"version", module.version}});
     }
     if (server_ != nullptr) {
-        Show("lum_clients", "Connections to the control socket.",
-             static_cast<double>(server_->CountConnections()));
+        const ControlServerFigures figures = server_->GetFigures();
+        Show("lum_clients", "Connections to the control socket.", static_cast<double>(figures.connections));
         Show("lum_client_held_bytes", "Memory held for clients beyond the first few bytes of each.",
-             static_cast<double>(server_->GetHeld()));
-        Show("lum_calls_running", "Calls that hold a thread.", static_cast<double>(server_->CountRunning()));
-        Show("lum_calls_waiting", "Calls that wait for a thread.",
-             static_cast<double>(server_->CountWaiting()));
+             static_cast<double>(figures.heldBytes));
+        Show("lum_calls_running", "Calls that hold a thread.", static_cast<double>(figures.running));
+        Show("lum_calls_waiting", "Calls that wait for a thread.", static_cast<double>(figures.waiting));
     }
     ShowDatabase();
 }

@@ -49,10 +49,9 @@ public:
     void Stop();
     [[nodiscard]] std::chrono::milliseconds GetStuckTime();
 
-    [[nodiscard]] std::size_t CountRunning() const { return actions->CountRunning(); }
-    [[nodiscard]] std::size_t CountWaiting() const { return actions->CountWaiting(); }
-    [[nodiscard]] std::size_t CountConnections() const { return connectionCount_; }
-    [[nodiscard]] std::size_t GetHeld() const { return held.Get(); }
+    [[nodiscard]] ControlServerFigures GetFigures() const {
+        return {connectionCount_, held.Get(), actions->CountRunning(), actions->CountWaiting()};
+    }
 
 private:
     /// One listening socket. Belongs to the thread that runs io.
@@ -322,18 +321,6 @@ std::chrono::milliseconds ControlServer::GetStuckTime() {
     return impl_->GetStuckTime();
 }
 
-std::size_t ControlServer::CountRunning() const {
-    return impl_->CountRunning();
-}
-
-std::size_t ControlServer::CountWaiting() const {
-    return impl_->CountWaiting();
-}
-
-std::size_t ControlServer::CountConnections() const {
-    return impl_->CountConnections();
-}
-
-std::size_t ControlServer::GetHeld() const {
-    return impl_->GetHeld();
+ControlServerFigures ControlServer::GetFigures() const {
+    return impl_->GetFigures();
 }

@@ -18,12 +18,17 @@ struct ControlServerOptions {
     uint32_t stopTimeoutMs = 10'000;                ///< how long an answer may still be read after Stop
 };
 
+/// What a server has to do at the moment.
+struct ControlServerFigures {
+    std::size_t connections = 0;
+    std::size_t heldBytes = 0;  ///< for all clients together, beyond the first few of each
+    std::size_t running = 0;    ///< calls that hold a thread
+    std::size_t waiting = 0;    ///< calls that wait for one
+};
+
 /// What answers the requests of a server.
 class RequestHandler {
 public:
-    RequestHandler() = default;
-    RequestHandler(const RequestHandler&) = delete;
-    RequestHandler& operator=(const RequestHandler&) = delete;
     virtual ~RequestHandler() = default;
 
     /// Says where the request is to be answered; quick. The body is not there yet.
@@ -68,12 +73,8 @@ public:
     /// of those that hold all threads of the pool has ended. 0 while all is well. From any thread.
     [[nodiscard]] std::chrono::milliseconds GetStuckTime();
 
-    /// How many calls run, and wait for a thread. From any thread.
-    [[nodiscard]] std::size_t CountRunning() const;
-    [[nodiscard]] std::size_t CountWaiting() const;
-    /// How many clients are connected. From any thread.
-    [[nodiscard]] std::size_t CountConnections() const;
-    [[nodiscard]] std::size_t GetHeld() const;
+    /// From any thread.
+    [[nodiscard]] ControlServerFigures GetFigures() const;
 
 private:
     class Impl;

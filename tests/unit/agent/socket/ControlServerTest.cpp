@@ -450,7 +450,7 @@ TEST_F(ControlServerTest, RefusesFramingThatHasNoEnd) {
             ++sent;
         }
         EXPECT_EQ(client.ReadReply().status, 400) << start;
-        EXPECT_LT(server_->GetHeld(), 100'000U);
+        EXPECT_LT(server_->GetFigures().heldBytes, 100'000U);
     }
 }
 
@@ -463,7 +463,7 @@ TEST_F(ControlServerTest, HoldsNoMoreForAllClientsThanItsLimit) {
         clients.push_back(Connect());
         clients.back().Send("POST /a HTTP/1.1\r\nHost: a\r\nContent-Length: 1000000\r\n\r\n" +
                             std::string(999'999, 'x'));
-        EXPECT_LE(server_->GetHeld(), maxHeld_);
+        EXPECT_LE(server_->GetFigures().heldBytes, maxHeld_);
     }
     EXPECT_EQ(Connect().Request("POST", "/a", "small").body, "POST /a 5") << "what is small is served";
     for (HttpClient& client : clients) {
@@ -485,7 +485,7 @@ TEST_F(ControlServerTest, HoldsNoMemoryForABodyThatIsOnlyAnnounced) {
         ASSERT_TRUE(clients.back().Send("POST /a HTTP/1.1\r\nHost: a\r\nContent-Length: 16000000\r\n\r\nab"));
     }
     EXPECT_EQ(Connect().Request("GET", "/a").status, 200);
-    EXPECT_LT(server_->GetHeld(), 50U * 100'000U);
+    EXPECT_LT(server_->GetFigures().heldBytes, 50U * 100'000U);
 }
 
 TEST_F(ControlServerTest, RefusesAnAnswerThatItCannotHold) {
@@ -493,7 +493,7 @@ TEST_F(ControlServerTest, RefusesAnAnswerThatItCannotHold) {
     Start();
     HttpClient deaf = Connect();
     ASSERT_TRUE(deaf.SendRequest("POST", "/big", "900000"));
-    ASSERT_TRUE(WaitFor([&] { return server_->GetHeld() > 800'000; }));
+    ASSERT_TRUE(WaitFor([&] { return server_->GetFigures().heldBytes > 800'000; }));
     const HttpReply reply = Connect().Request("POST", "/big", "900000");
     EXPECT_EQ(reply.status, 503);
     EXPECT_EQ(reply.body.find(R"({"error":"The answer has 900000 bytes)"), 0U) << reply.body;
@@ -537,7 +537,7 @@ TEST_F(ControlServerTest, DoesNotWaitLongForASlowReaderWhenItStops) {
     Start();
     HttpClient slow = Connect();
     ASSERT_TRUE(slow.SendRequest("POST", "/big", "20000000"));
-    ASSERT_TRUE(WaitFor([&] { return server_->GetHeld() > 10'000'000; }));
+    ASSERT_TRUE(WaitFor([&] { return server_->GetFigures().heldBytes > 10'000'000; }));
     const auto before = std::chrono::steady_clock::now();
     server_->Stop();
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(20));
@@ -553,8 +553,8 @@ TEST_F(ControlServerTest, SaysWhenCallsWaitInVain) {
     ASSERT_TRUE(WaitUntilWaiting(1));
     ASSERT_TRUE(waiting.SendRequest("POST", "/a"));
     EXPECT_TRUE(WaitFor([&] { return server_->GetStuckTime().count() > 50; }));
-    EXPECT_EQ(server_->CountRunning(), 1U);
-    EXPECT_EQ(server_->CountWaiting(), 1U);
+    EXPECT_EQ(server_->GetFigures().running, 1U);
+    EXPECT_EQ(server_->GetFigures().waiting, 1U);
     Release();
     EXPECT_EQ(waiting.ReadReply().status, 200);
     EXPECT_TRUE(WaitFor([&] { return server_->GetStuckTime().count() == 0; }));
