@@ -1,37 +1,12 @@
 #include "agent/module/FileTrust.h"
 
-#include <cerrno>
-#include <string>
+#include <memory>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/file/LumFile.h"
 #include "host/text/LumSystemError.h"
-
-namespace {
-
-/// Closes a listing.
-class Listing {
-public:
-    explicit Listing(const LumString& path) : directory_(OpenDirectory(path)) {}
-    Listing(const Listing&) = delete;
-    Listing& operator=(const Listing&) = delete;
-    ~Listing() {
-        if (directory_ != nullptr) {
-            CloseDirectory(directory_);
-        }
-    }
-
-    [[nodiscard]] bool Next(LumString& name) {
-        return directory_ != nullptr && ReadDirectory(directory_, name);
-    }
-
-private:
-    LumDirectory* const directory_;
-};
-
-}  // namespace
 
 bool IsTrustworthy(const LumString& path, LumString& error) {
     struct stat status = {};
@@ -62,8 +37,9 @@ bool IsTrustworthyConfiguration(const LumString& directory, LumString& error) {
     if (!IsTrustworthy(directory, error)) {
         return false;
     }
-    Listing listing(directory);
-    for (LumString name; listing.Next(name);) {
+    const std::unique_ptr<LumDirectory, decltype(&CloseDirectory)> listing(OpenDirectory(directory),
+                                                                           CloseDirectory);
+    for (LumString name; listing != nullptr && ReadDirectory(listing.get(), name);) {
         const LumString path = directory + "/" + name;
         // A file that goes away meanwhile changes nothing for anybody.
         if (name.View().ends_with(".ini") && ::access(path.GetString(), F_OK) == 0 &&
