@@ -145,19 +145,10 @@ bool StatusServer::Start(const std::string& address, Sources sources, std::strin
         error = "'" + address + "' is not a loopback address with a port, such as 127.0.0.1:9464";
         return false;
     }
-    boost::system::error_code failure;
-    impl_->acceptor.open(endpoint.protocol(), failure);
-    if (!failure) {
-        impl_->acceptor.set_option(asio::socket_base::reuse_address(true), failure);
-    }
-    if (!failure) {
-        impl_->acceptor.bind(endpoint, failure);
-    }
-    if (!failure) {
-        impl_->acceptor.listen(asio::socket_base::max_listen_connections, failure);
-    }
-    if (failure) {
-        error = "Cannot serve " + address + ": " + failure.message();
+    try {
+        impl_->acceptor = Tcp::acceptor(impl_->context, endpoint);
+    } catch (const boost::system::system_error& failure) {
+        error = "Cannot serve " + address + ": " + failure.code().message();
         return false;
     }
     impl_->sources = std::move(sources);
