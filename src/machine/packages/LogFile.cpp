@@ -13,17 +13,9 @@
 #include "host/text/LumMd5.h"
 #include "host/text/LumSystemError.h"
 
-struct LogFile::Stream {
-    explicit Stream(gzFile opened) : file(opened) {}
-    Stream(const Stream&) = delete;
-    Stream& operator=(const Stream&) = delete;
-    ~Stream() { ::gzclose_r(file); }
-
-    gzFile file;
-};
-
-LogFile::LogFile() = default;
-LogFile::~LogFile() = default;
+void LogFile::Close::operator()(gzFile_s* stream) const {
+    ::gzclose_r(stream);
+}
 
 bool LogFile::Open(const LumString& path, LumString& error) {
     stream_.reset();
@@ -39,13 +31,12 @@ bool LogFile::Open(const LumString& path, LumString& error) {
         error.Printf("%S: it is not a regular file", path);
         return false;
     }
-    gzFile file = ::gzdopen(descriptor.Get(), "rb");
-    if (file == nullptr) {
+    stream_.reset(::gzdopen(descriptor.Get(), "rb"));
+    if (stream_ == nullptr) {
         error.Printf("%S: there is no memory to read it", path);
         return false;
     }
     descriptor_ = descriptor.Release();
-    stream_ = std::make_unique<Stream>(file);
     return true;
 }
 
@@ -80,8 +71,8 @@ bool LogFile::TakeTornLine(std::string& line) {
 
 bool LogFile::Fill() {
     // The end that was met before may have moved since.
-    ::gzclearerr(stream_->file);
-    const int count = ::gzread(stream_->file, chunk_.data(), static_cast<unsigned>(chunk_.size()));
+    ::gzclearerr(stream_.get());
+    const int count = ::gzread(stream_.get(), chunk_.data(), static_cast<unsigned>(chunk_.size()));
     chunkUsed_ = 0;
     // Compressed content that is damaged ends where the damage begins.
     chunkSize_ = count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -97,10 +88,10 @@ void LogFile::Forget(uint64_t offset) {
 }
 
 bool LogFile::Seek(uint64_t offset) {
-    ::gzclearerr(stream_->file);
+    ::gzclearerr(stream_.get());
     Forget(offset);
     return (IsCompressed() || offset <= GetFileSize()) &&
-           ::gzseek(stream_->file, static_cast<z_off_t>(offset), SEEK_SET) == static_cast<z_off_t>(offset);
+           ::gzseek(stream_.get(), static_cast<z_off_t>(offset), SEEK_SET) == static_cast<z_off_t>(offset);
 }
 
 std::string LogFile::DigestBefore(uint64_t offset, std::size_t length) {
@@ -108,7 +99,7 @@ std::string LogFile::DigestBefore(uint64_t offset, std::size_t length) {
     if (!Seek(offset - bytes.size())) {
         return {};
     }
-    const int count = ::gzread(stream_->file, bytes.data(), static_cast<unsigned>(bytes.size()));
+    const int count = ::gzread(stream_.get(), bytes.data(), static_cast<unsigned>(bytes.size()));
     if (count != static_cast<int>(bytes.size())) {
         return {};
     }
@@ -129,5 +120,5 @@ uint64_t LogFile::GetFileSize() const {
 }
 
 bool LogFile::IsCompressed() const {
-    return ::gzdirect(stream_->file) == 0;
+    return ::gzdirect(stream_.get()) == 0;
 }

@@ -18,11 +18,6 @@ public:
     /// end of line takes no more memory than this.
     static constexpr std::size_t kMaxLineBytes = 4096;
 
-    LogFile();
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
-    ~LogFile();
-
     /// False, with the reason in `error`, where `path` is not a regular file that can be read.
     [[nodiscard]] bool Open(const LumString& path, LumString& error);
 
@@ -48,12 +43,14 @@ public:
     [[nodiscard]] bool IsCompressed() const;
 
 private:
-    struct Stream;
+    struct Close {
+        void operator()(struct gzFile_s* stream) const;
+    };
 
     [[nodiscard]] bool Fill();
     void Forget(uint64_t offset);
 
-    std::unique_ptr<Stream> stream_;
+    std::unique_ptr<struct gzFile_s, Close> stream_;
     int descriptor_ = -1;  ///< belongs to the stream
 
     static constexpr std::size_t kChunkBytes = std::size_t{16} << 10U;
