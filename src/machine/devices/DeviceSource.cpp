@@ -13,7 +13,6 @@
 
 #include "host/text/LumSystemError.h"
 #include "machine/source/FieldText.h"
-#include "machine/source/Models.h"
 #include "machine/source/RecordId.h"
 
 namespace {
@@ -73,13 +72,9 @@ MachineEvent MakeEvent(const char* action, const std::string& place, const Devic
     event.params.SetString("Action", action);
     event.params.SetString("Subsystem", FieldText(device.subsystem));
     event.params.SetString("Device", FieldText(place));
-    const std::pair<const char*, const std::string&> optional[] = {
-        {"Vendor", device.vendor}, {"Product", device.product}, {"Serial", device.serial}};
-    for (const auto& [param, text] : optional) {
-        if (!text.empty()) {
-            event.params.SetString(param, FieldText(text));
-        }
-    }
+    SetKnownText(event, "Vendor", device.vendor);
+    SetKnownText(event, "Product", device.product);
+    SetKnownText(event, "Serial", device.serial);
     SetIdentity(event, RecordId(identity), static_cast<int32_t>(std::time(nullptr)));
     return event;
 }
@@ -117,10 +112,6 @@ struct DeviceSource::Udev {
 
 DeviceSource::DeviceSource() = default;
 DeviceSource::~DeviceSource() = default;
-
-std::vector<const char*> DeviceSource::GetModels() const {
-    return {models::kDeviceChange};
-}
 
 uint32_t DeviceSource::GetWaitMs() const {
     return kLookMs;

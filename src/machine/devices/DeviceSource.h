@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "machine/devices/DeviceList.h"
+#include "machine/source/Models.h"
 #include "machine/source/Source.h"
 
 /// Devices that are plugged in and out, by udev. The position is the list of those that are plugged in, so
@@ -19,7 +20,7 @@ public:
     ~DeviceSource() override;
 
     [[nodiscard]] const char* GetName() const override { return "Devices"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override { return {models::kDeviceChange}; }
     [[nodiscard]] bool Open(LumString& error) override;
     [[nodiscard]] bool ReadSince(const std::string& position, std::size_t limit, SourceBatch& batch,
                                  LumString& error) override;

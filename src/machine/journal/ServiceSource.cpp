@@ -2,17 +2,9 @@
 
 #include <systemd/sd-messages.h>
 
-#include "machine/source/FieldText.h"
-#include "machine/source/Models.h"
+#include "machine/source/RecordId.h"
 
 namespace {
-
-/// Sets the parameter where the field says anything; else the model's default stands.
-void SetText(MachineEvent& event, const char* param, std::string_view text) {
-    if (!text.empty()) {
-        event.params.SetString(param, FieldText(text));
-    }
-}
 
 bool IsServiceManager(const JournalEntry& entry) {
     return entry.Is("_PID", "1") && entry.Is("_UID", "0") && !entry.Get("UNIT").empty();
@@ -23,8 +15,8 @@ bool JudgeFailure(const JournalEntry& entry, MachineEvent& event) {
         return false;
     }
     event.model = models::kServiceFailure;
-    SetText(event, "Unit", entry.Get("UNIT"));
-    SetText(event, "Result", entry.Get("UNIT_RESULT"));
+    SetKnownText(event, "Unit", entry.Get("UNIT"));
+    SetKnownText(event, "Result", entry.Get("UNIT_RESULT"));
     return true;
 }
 
@@ -34,7 +26,7 @@ bool JudgeLackOfMemory(const JournalEntry& entry, MachineEvent& event) {
     }
     event.model = models::kCrash;
     event.params.SetString("Kind", "memory");
-    SetText(event, "Unit", entry.Get("UNIT"));
+    SetKnownText(event, "Unit", entry.Get("UNIT"));
     return true;
 }
 
@@ -48,18 +40,14 @@ bool JudgeCrash(const JournalEntry& entry, MachineEvent& event) {
     event.model = models::kCrash;
     event.params.SetString("Kind", "crash");
     const std::string_view file = entry.Get("COREDUMP_EXE");
-    SetText(event, "Program", file.empty() ? entry.Get("COREDUMP_COMM") : file);
-    SetText(event, "Signal", entry.Get("COREDUMP_SIGNAL_NAME"));
-    SetText(event, "Unit", entry.Get("COREDUMP_UNIT"));
-    SetText(event, "User", entry.Get("COREDUMP_UID"));
+    SetKnownText(event, "Program", file.empty() ? entry.Get("COREDUMP_COMM") : file);
+    SetKnownText(event, "Signal", entry.Get("COREDUMP_SIGNAL_NAME"));
+    SetKnownText(event, "Unit", entry.Get("COREDUMP_UNIT"));
+    SetKnownText(event, "User", entry.Get("COREDUMP_UID"));
     return true;
 }
 
 }  // namespace
-
-std::vector<const char*> ServiceSource::GetModels() const {
-    return {models::kServiceFailure, models::kCrash};
-}
 
 JournalSource::Matches ServiceSource::GetMatches() const {
     return {{"MESSAGE_ID=" SD_MESSAGE_UNIT_FAILURE_RESULT_STR,

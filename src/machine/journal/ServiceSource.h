@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "machine/journal/JournalSource.h"
+#include "machine/source/Models.h"
 
 /// Units that failed, programs that crashed, and kills for lack of memory.
 class ServiceSource : public JournalSource {
@@ -10,7 +11,9 @@ public:
     using JournalSource::JournalSource;
 
     [[nodiscard]] const char* GetName() const override { return "Services"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override {
+        return {models::kServiceFailure, models::kCrash};
+    }
 
 protected:
     [[nodiscard]] Matches GetMatches() const override;

@@ -9,7 +9,7 @@
 
 #include "machine/source/FieldText.h"
 #include "machine/source/MachineLog.h"
-#include "machine/source/Models.h"
+#include "machine/source/RecordId.h"
 
 namespace {
 
@@ -40,10 +40,6 @@ bool IsOneOf(const JournalEntry& entry, const auto& programs) {
 
 }  // namespace
 
-std::vector<const char*> SessionSource::GetModels() const {
-    return {models::kLogon};
-}
-
 JournalSource::Matches SessionSource::GetMatches() const {
     std::vector<std::string> programs = {"_UID=0", "_COMM=" + std::string(kLogin)};
     for (const std::string_view program : kRemoteShells) {
@@ -73,12 +69,8 @@ bool SessionSource::Judge(const JournalEntry& entry, MachineEvent& event) {
     event.model = models::kLogon;
     event.params.SetString("User", FieldText(logon.user));
     event.params.SetString("Outcome", logon.isSuccess ? "success" : "failure");
-    if (!logon.terminal.empty()) {
-        event.params.SetString("Terminal", FieldText(logon.terminal));
-    }
-    if (!logon.origin.empty()) {
-        event.params.SetString("Origin", FieldText(logon.origin));
-    }
+    SetKnownText(event, "Terminal", logon.terminal);
+    SetKnownText(event, "Origin", logon.origin);
     return true;
 }
 

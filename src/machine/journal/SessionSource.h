@@ -6,6 +6,7 @@
 
 #include "machine/journal/JournalSource.h"
 #include "machine/journal/LogonMessage.h"
+#include "machine/source/Models.h"
 
 /// Logons and failed logons: what the session manager, the remote shell, login and display managers say.
 class SessionSource : public JournalSource {
@@ -13,7 +14,7 @@ public:
     using JournalSource::JournalSource;
 
     [[nodiscard]] const char* GetName() const override { return "Sessions"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override { return {models::kLogon}; }
 
 protected:
     [[nodiscard]] Matches GetMatches() const override;

@@ -5,8 +5,7 @@
 
 #include <systemd/sd-messages.h>
 
-#include "machine/source/FieldText.h"
-#include "machine/source/Models.h"
+#include "machine/source/RecordId.h"
 
 namespace {
 
@@ -28,10 +27,6 @@ constexpr StateMessage kMessages[] = {
 };
 
 }  // namespace
-
-std::vector<const char*> StateSource::GetModels() const {
-    return {models::kMachineState};
-}
 
 JournalSource::Matches StateSource::GetMatches() const {
     std::vector<std::string> group = {"_UID=0"};
@@ -59,8 +54,6 @@ bool StateSource::Judge(const JournalEntry& entry, MachineEvent& event) {
     }
     event.model = models::kMachineState;
     event.params.SetString("State", found->state);
-    if (const std::string_view detail = entry.Get(found->detail); !detail.empty()) {
-        event.params.SetString("Detail", FieldText(detail));
-    }
+    SetKnownText(event, "Detail", entry.Get(found->detail));
     return true;
 }

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "machine/journal/JournalSource.h"
+#include "machine/source/Models.h"
 
 /// Starts, stops and sleeps of the machine, and changes of its clock.
 class StateSource : public JournalSource {
@@ -10,7 +11,7 @@ public:
     using JournalSource::JournalSource;
 
     [[nodiscard]] const char* GetName() const override { return "Machine"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override { return {models::kMachineState}; }
 
 protected:
     [[nodiscard]] Matches GetMatches() const override;

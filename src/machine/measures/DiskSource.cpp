@@ -9,7 +9,6 @@
 #include "machine/measures/Percent.h"
 #include "machine/measures/ProcFile.h"
 #include "machine/source/FieldText.h"
-#include "machine/source/Models.h"
 
 namespace {
 
@@ -32,15 +31,6 @@ MachineEvent DescribeMount(const Mount& mount, const struct statvfs& status) {
 }
 
 }  // namespace
-
-std::vector<const char*> DiskSource::GetModels() const {
-    return {models::kDiskUsage};
-}
-
-bool DiskSource::Open(LumString& error) {
-    std::string content;
-    return ReadProcFile(kMountInfo, content, error);
-}
 
 bool DiskSource::Measure(std::vector<MachineEvent>& events, LumString& error) {
     std::string content;

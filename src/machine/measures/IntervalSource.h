@@ -12,6 +12,8 @@ class IntervalSource : public Source {
 public:
     explicit IntervalSource(uint32_t intervalMs) : intervalMs_(intervalMs) {}
 
+    /// There is nothing to hold open: a reading tells what is missing.
+    [[nodiscard]] bool Open(LumString& /*error*/) override { return true; }
     [[nodiscard]] bool ReadSince(const std::string& position, std::size_t limit, SourceBatch& batch,
                                  LumString& error) override;
     [[nodiscard]] uint32_t GetWaitMs() const override { return waitMs_; }

@@ -6,7 +6,6 @@
 #include "machine/measures/Percent.h"
 #include "machine/measures/ProcFile.h"
 #include "machine/measures/ProcText.h"
-#include "machine/source/Models.h"
 
 namespace {
 
@@ -32,15 +31,6 @@ void DescribeMemory(const std::string& text, LumContainer& params) {
 }
 
 }  // namespace
-
-std::vector<const char*> LoadSource::GetModels() const {
-    return {models::kMachineLoad};
-}
-
-bool LoadSource::Open(LumString& error) {
-    std::string content;
-    return ReadProcFile(kLoadAverages, content, error);
-}
 
 bool LoadSource::Measure(std::vector<MachineEvent>& events, LumString& error) {
     std::string load;

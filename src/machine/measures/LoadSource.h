@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "machine/measures/IntervalSource.h"
+#include "machine/source/Models.h"
 
 /// How busy the machine is: load, memory, pressure.
 class LoadSource : public IntervalSource {
@@ -10,8 +11,7 @@ public:
     using IntervalSource::IntervalSource;
 
     [[nodiscard]] const char* GetName() const override { return "Load"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
-    [[nodiscard]] bool Open(LumString& error) override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override { return {models::kMachineLoad}; }
 
 protected:
     [[nodiscard]] bool Measure(std::vector<MachineEvent>& events, LumString& error) override;

@@ -18,7 +18,6 @@
 #include "machine/packages/PackageLine.h"
 #include "machine/source/FieldText.h"
 #include "machine/source/MachineLog.h"
-#include "machine/source/Models.h"
 #include "machine/source/RecordId.h"
 
 namespace {
@@ -97,10 +96,6 @@ struct PackageSource::Place {
 };
 
 PackageSource::PackageSource(const LumString& log, std::time_t oldest) : log_(log), oldest_(oldest) {}
-
-std::vector<const char*> PackageSource::GetModels() const {
-    return {models::kPackageHistory};
-}
 
 uint32_t PackageSource::GetWaitMs() const {
     return kLookMs;
@@ -267,9 +262,7 @@ void PackageSource::TakeLine(std::string_view line, uint64_t begin, SourceBatch&
                 FieldTime(time, std::time(nullptr)));
     event.params.SetString("Action", FieldText(parts.action));
     event.params.SetString("Package", FieldText(parts.package));
-    if (!parts.architecture.empty()) {
-        event.params.SetString("Architecture", FieldText(parts.architecture));
-    }
+    SetKnownText(event, "Architecture", parts.architecture);
     event.params.SetString("OldVersion", FieldText(parts.oldVersion));
     event.params.SetString("Version", FieldText(parts.version));
     batch.events.push_back(std::move(event));

@@ -11,6 +11,7 @@
 #include "host/file/FileDescriptor.h"
 #include "host/text/LumString.h"
 #include "machine/packages/LogFile.h"
+#include "machine/source/Models.h"
 #include "machine/source/Source.h"
 
 /// The package manager's log with its rotations (`<log>.1`, `<log>.2.gz`, ...): one event a package that was
@@ -25,7 +26,7 @@ public:
     PackageSource(const LumString& log, std::time_t oldest);
 
     [[nodiscard]] const char* GetName() const override { return "Packages"; }
-    [[nodiscard]] std::vector<const char*> GetModels() const override;
+    [[nodiscard]] std::vector<const char*> GetModels() const override { return {models::kPackageHistory}; }
     [[nodiscard]] bool Open(LumString& error) override;
     [[nodiscard]] bool ReadSince(const std::string& position, std::size_t limit, SourceBatch& batch,
                                  LumString& error) override;

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "host/text/LumMd5.h"
+#include "machine/source/FieldText.h"
 
 namespace {
 
@@ -29,6 +30,12 @@ uint64_t ParseRecordText(std::string_view text) {
     const char* const end = text.data() + text.size();
     const auto [stop, failure] = std::from_chars(text.data(), end, record, 16);
     return text.size() == kDigits && failure == std::errc() && stop == end ? record : 0;
+}
+
+void SetKnownText(MachineEvent& event, const char* param, std::string_view text) {
+    if (!text.empty()) {
+        event.params.SetString(param, FieldText(text));
+    }
 }
 
 void SetIdentity(MachineEvent& event, uint64_t record, int32_t time) {

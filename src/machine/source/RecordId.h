@@ -21,5 +21,8 @@ inline constexpr char kTimeParam[] = "Time";
 /// 0 for a text that RecordText does not make.
 [[nodiscard]] uint64_t ParseRecordText(std::string_view text);
 
+/// Sets the parameter to FieldText of what is known; where nothing is, the model's default stands.
+void SetKnownText(MachineEvent& event, const char* param, std::string_view text);
+
 /// Gives the event its number and its time.
 void SetIdentity(MachineEvent& event, uint64_t record, int32_t time);
