@@ -21,21 +21,22 @@ struct ParameterType {
     [[nodiscard]] bool operator==(const ParameterType& other) const = default;
 };
 
-/// The events of one upload file.
-struct EventContent {
+/// The rows of one file.
+struct ContentRows {
+    CopyRows rows;
+    std::vector<std::size_t> batchFields;  ///< where in `rows` each row's number of the batch stands
+};
+
+/// The events of one upload file: rows of the fixed columns, then one a parameter.
+struct EventContent : ContentRows {
     std::string model;
     std::string checksum;
     std::vector<ParameterType> parameters;  ///< one column each, in this order
-    CopyRows rows;                          ///< the fixed columns, then one a parameter
-    std::vector<std::size_t> batchFields;   ///< where in `rows` each row's number of the batch stands
     std::vector<int32_t> dates;             ///< of each event, seconds since 1970
 };
 
 /// An alert: one row.
-struct AlertContent {
-    CopyRows rows;
-    std::vector<std::size_t> batchFields;
-};
+struct AlertContent : ContentRows {};
 
 /// A file holds at most this many events, and a model has at most so many parameters.
 inline constexpr uint32_t kMaxEvents = 100;

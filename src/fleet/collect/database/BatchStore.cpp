@@ -55,17 +55,12 @@ constexpr const char* kNoteProgress =
     " THEN greatest(p.sequence, EXCLUDED.sequence) ELSE EXCLUDED.sequence END,"
     " stream_made = EXCLUDED.stream_made, at = now()";
 
-/// The rows of a batch that is to be stored, and where its number stands in each; null for other batches.
-CopyRows* RowsOf(Incoming& batch, const std::vector<std::size_t>*& batchFields) {
+/// The rows of a batch that is to be stored; null for other batches.
+ContentRows* RowsOf(Incoming& batch) {
     if (auto* const events = std::get_if<EventContent>(&batch.content)) {
-        batchFields = &events->batchFields;
-        return &events->rows;
+        return events;
     }
-    if (auto* const alert = std::get_if<AlertContent>(&batch.content)) {
-        batchFields = &alert->batchFields;
-        return &alert->rows;
-    }
-    return nullptr;
+    return std::get_if<AlertContent>(&batch.content);
 }
 
 }  // namespace
@@ -153,8 +148,7 @@ void BatchStore::InsertKeys(const Group& batches) {
     ColumnArrays keys;
     std::map<std::string, Incoming*> byKey;
     for (Incoming* const batch : batches) {
-        const std::vector<std::size_t>* fields = nullptr;
-        if (RowsOf(*batch, fields) == nullptr) {
+        if (RowsOf(*batch) == nullptr) {
             continue;
         }
         batch->outcome = Outcome::kDuplicate;
@@ -168,10 +162,9 @@ void BatchStore::InsertKeys(const Group& batches) {
     for (const auto& row : database_.Run(kInsertKeys, keys.Texts())) {
         Incoming& batch = *byKey.at(KeyText({row[1], row[2]}));
         batch.outcome = Outcome::kStored;
-        const std::vector<std::size_t>* fields = nullptr;
-        CopyRows& copied = *RowsOf(batch, fields);
-        for (const std::size_t field : *fields) {
-            OverwriteInt64(copied.GetBytes(), field, std::stoll(row[0]));
+        ContentRows& copied = *RowsOf(batch);
+        for (const std::size_t field : copied.batchFields) {
+            OverwriteInt64(copied.rows.GetBytes(), field, std::stoll(row[0]));
         }
     }
 }
@@ -187,8 +180,7 @@ void BatchStore::CopyRowsOf(const Group& batches, const Statements& statements) 
         database_.BeginCopy(statement);
         database_.PutCopy(CopyStart());
         for (Incoming* const batch : group) {
-            const std::vector<std::size_t>* fields = nullptr;
-            database_.PutCopy(RowsOf(*batch, fields)->GetBytes());
+            database_.PutCopy(RowsOf(*batch)->rows.GetBytes());
         }
         database_.PutCopy(CopyEnd());
         database_.EndCopy();
