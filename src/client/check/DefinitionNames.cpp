@@ -4,6 +4,7 @@
 #include <array>
 
 #include "contract/ContainerKeys.h"
+#include "host/text/LumPattern.h"
 
 namespace {
 
@@ -51,8 +52,6 @@ std::string FaultOfParameterName(std::string_view name) {
 
 std::string FoldedName(std::string_view name) {
     std::string folded(name);
-    std::transform(folded.begin(), folded.end(), folded.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    });
+    std::transform(folded.begin(), folded.end(), folded.begin(), LumFoldCase);
     return folded;
 }

@@ -12,6 +12,7 @@
 #include "client/ClientError.h"
 #include "client/model/ModelDefinition.h"
 #include "client/text/TimeText.h"
+#include "host/text/LumPattern.h"
 
 namespace {
 
@@ -96,9 +97,7 @@ bool ParseBoolean(std::string_view text) {
                                                                               {"no", false},
                                                                               {"off", false}}};
     std::string folded(text);
-    std::transform(folded.begin(), folded.end(), folded.begin(), [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    });
+    std::transform(folded.begin(), folded.end(), folded.begin(), LumFoldCase);
     const auto* const found =
         std::find_if(kWords.begin(), kWords.end(), [&](const auto& word) { return word.first == folded; });
     if (found == kWords.end()) {

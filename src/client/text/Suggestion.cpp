@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 
-namespace {
+#include "host/text/LumPattern.h"
 
-char Lower(char letter) {
-    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
+namespace {
 
 /// Optimal string alignment: the least number of letters left out, put in, replaced or swapped with their
 /// neighbour that makes one of the other.
@@ -19,10 +17,11 @@ std::size_t Distance(std::string_view a, std::string_view b) {
                 rows[i][j] = i + j;
                 continue;
             }
-            const bool same = Lower(a[i - 1]) == Lower(b[j - 1]);
+            const bool same = LumFoldCase(a[i - 1]) == LumFoldCase(b[j - 1]);
             rows[i][j] =
                 std::min({rows[i - 1][j] + 1, rows[i][j - 1] + 1, rows[i - 1][j - 1] + (same ? 0 : 1)});
-            if (i > 1 && j > 1 && Lower(a[i - 1]) == Lower(b[j - 2]) && Lower(a[i - 2]) == Lower(b[j - 1])) {
+            if (i > 1 && j > 1 && LumFoldCase(a[i - 1]) == LumFoldCase(b[j - 2]) &&
+                LumFoldCase(a[i - 2]) == LumFoldCase(b[j - 1])) {
                 rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
             }
         }

@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "fleet/collect/database/Schema.h"
+#include "host/text/LumPattern.h"
 
 namespace {
 
@@ -19,9 +20,7 @@ std::string OtherTable(const std::string& table) {
 
 std::string LowerCase(std::string_view text) {
     std::string lower(text);
-    for (char& letter : lower) {
-        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    }
+    std::transform(lower.begin(), lower.end(), lower.begin(), LumFoldCase);
     return lower;
 }
 
