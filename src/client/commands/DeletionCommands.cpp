@@ -40,11 +40,6 @@ std::string Describe(const Doomed& doomed) {
                                " of them not uploaded)");
 }
 
-bool HasModel(const AgentAnswer& list, const std::string& model) {
-    const std::vector<std::string> names = NamesIn(list);
-    return std::find(names.begin(), names.end(), model) != names.end();
-}
-
 /// Whether the user wants the model's events gone with it. A model without events goes without a question.
 void ConfirmDeletion(CommandContext& context, const std::string& model) {
     const Doomed doomed = CountDoomed(context.agent, model, std::nullopt);
@@ -76,7 +71,8 @@ ExitStatus DeleteModel(CommandContext& context, const std::string& model, bool y
     }
     const AgentAnswer answer =
         Required(CallAction(context.agent, actions::kDeleteModels, DeleteModelsRequest({model})));
-    if (HasModel(Required(FetchModelList(context.agent)), model)) {
+    const std::vector<std::string> left = NamesIn(Required(FetchModelList(context.agent)));
+    if (std::find(left.begin(), left.end(), model) != left.end()) {
         const ExitStatus exit = Fail(context, ExitStatus::kFailed,
                                      "model '" + model + "' could not be deleted" +
                                          (answer.messages.empty() ? "; the agent's log says why" : ""));

@@ -59,7 +59,7 @@ ExitStatus ListEvents(CommandContext& context, const EventsQuery& query) {
     const ModelDefinition model = FetchModelOf(query, context.agent);
     const EventFilter filter(model, query);
     const auto writer = MakeRowWriter(context.output, model, context.console.out, context.console.colours);
-    Required(EventListing(context.agent, query, filter, *writer).Run());
+    EventListing(context.agent, query, filter, *writer).Run();
     return ExitStatus::kDone;
 }
 
@@ -83,9 +83,8 @@ ExitStatus ExportEvents(CommandContext& context, const ExportOptions& options) {
     EventListing listing(context.agent, options.query, filter, *writer);
     listing.SetProgress(
         [&](uint64_t read, int64_t total) { bar.Update(read, static_cast<uint64_t>(total), read); });
-    const AgentAnswer answer = listing.Run();
+    listing.Run();
     bar.Erase();
-    Required(answer);
     if (!toFile) {
         return ExitStatus::kDone;
     }

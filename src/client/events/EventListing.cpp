@@ -32,7 +32,7 @@ bool EventListing::IsNewestLast() const {
     return !query_.sort && !query_.descending && query_.GetLimit().has_value();
 }
 
-AgentAnswer EventListing::Run() {
+void EventListing::Run() {
     const std::optional<uint32_t> limit = query_.GetLimit();
     const uint64_t skip = uint64_t{query_.page - 1} * limit.value_or(0);
     // The agent passes over rows for nothing where every row of the walk is wanted.
@@ -49,13 +49,12 @@ AgentAnswer EventListing::Run() {
     ShowKept();
     if (!walk.GetFailure().IsDone()) {
         writer_.Flush();
-        return walk.GetFailure();
     }
+    Required(walk.GetFailure());
     if (query_.follow) {
-        return Follow(walk);
+        Follow(walk);
     }
     writer_.End(taken_, eventCount_);
-    return {};
 }
 
 bool EventListing::TakePage(const EventWalk& walk, const EventPage& page) {
@@ -120,7 +119,7 @@ void EventListing::NoteNewest(const EventPage& page) {
     }
 }
 
-AgentAnswer EventListing::Follow(const EventWalk& listed) {
+void EventListing::Follow(const EventWalk& listed) {
     EventRange range = RangeOf();
     range.order = EventOrder::kOldestFirst;
     EventWalk walk(agent_, range, 0, false);
@@ -137,9 +136,7 @@ AgentAnswer EventListing::Follow(const EventWalk& listed) {
             }
             writer_.Flush();
         }
-        if (!walk.GetFailure().IsDone()) {
-            return walk.GetFailure();
-        }
+        Required(walk.GetFailure());
         std::this_thread::sleep_for(kFollowInterval);
         walk.Resume(EventWalk::Position(walk.GetPosition()));
     }

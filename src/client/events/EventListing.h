@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "client/connection/AgentCall.h"
+#include "client/connection/AgentConnection.h"
 #include "client/events/EventFilter.h"
 #include "client/events/EventWalk.h"
 #include "client/events/EventsQuery.h"
@@ -23,8 +23,8 @@ public:
     /// Told after each page how many events were read, of how many.
     void SetProgress(std::function<void(uint64_t, int64_t)> progress) { progress_ = std::move(progress); }
 
-    /// The answer tells what went wrong, if anything did; with `follow` it ends only then.
-    [[nodiscard]] AgentAnswer Run();
+    /// Throws a ClientError where the agent does not answer; with `follow` it ends only then.
+    void Run();
 
     /// How many events were shown.
     [[nodiscard]] uint64_t GetWritten() const { return taken_; }
@@ -38,7 +38,7 @@ private:
     void ShowKept();
     /// Counts the rows of the newest date, which is where a follower begins.
     void NoteNewest(const EventPage& page);
-    [[nodiscard]] AgentAnswer Follow(const EventWalk& listed);
+    [[noreturn]] void Follow(const EventWalk& listed);
 
     AgentConnection& agent_;
     const EventsQuery query_;
