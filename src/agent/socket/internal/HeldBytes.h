@@ -10,7 +10,6 @@ public:
     explicit HeldBytes(std::size_t limit) : limit_(limit) {}
 
     [[nodiscard]] std::size_t Get() const { return total_.load(std::memory_order_relaxed); }
-    [[nodiscard]] std::size_t GetLimit() const { return limit_; }
 
     /// What one client holds. The first few bytes of each are free, so that a small request is served however
     /// much the others hold.
