@@ -14,6 +14,7 @@
 #include "events/EventUpload.h"
 #include "events/UploadBacklog.h"
 #include "events/UploadFiles.h"
+#include "events/UploadJournal.h"
 #include "host/container/LumContainer.h"
 #include "host/file/LumFile.h"
 #include "model/ModelElement.h"
@@ -22,6 +23,7 @@
 #include "support/ResourceLimit.h"
 #include "support/StartedModule.h"
 #include "support/StopRequest.h"
+#include "support/shim/FaultPlan.h"
 
 namespace {
 
@@ -447,6 +449,110 @@ TEST_F(UploadBacklogTest, StopsBetweenTwoFilesAndGoesOnAfterTheNextStart) {
     ResumeUploads();
     ExpectEachOnce(store, 1, 750);
     EXPECT_FALSE(HasJournal());
+}
+
+TEST_F(UploadBacklogTest, PassesOverEventsThatAreNotThereAnyMore) {
+    Events(1, 250);
+    LimitedStore store(1);
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    EXPECT_EQ(store.taken.size(), 1U);
+    Change("DELETE FROM Event_Logon");
+    store.left = 100;
+    ResumeUploads();
+    EXPECT_EQ(store.taken.size(), 1U);
+    EXPECT_FALSE(HasJournal());
+    EXPECT_TRUE(UploadBacklog.GetOutstanding().empty());
+}
+
+TEST_F(UploadBacklogTest, WaitsForATableThatCannotBeRead) {
+    Events(1, 250);
+    LimitedStore store(1);
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    const auto expectWaiting = [&] {
+        Change("ALTER TABLE Event_Logon RENAME TO Elsewhere");
+        Restart();
+        store.left = 100;
+        ResumeUploads();
+        ASSERT_EQ(UploadBacklog.GetOutstanding().size(), 1U);
+        EXPECT_STREQ(UploadBacklog.GetOutstanding()[0].reason.GetString(), "its events cannot be read");
+        Change("ALTER TABLE Elsewhere RENAME TO Event_Logon");
+    };
+    expectWaiting();
+    ResumeUploads();
+    ExpectEachOnce(store, 1, 250);
+
+    // The same where it was cut off before the number of its events was known.
+    Events(1001, 1100);
+    UploadJournal journal("Logon");
+    LumString error;
+    ASSERT_TRUE(journal.Append({1000, 2000}, error)) << error.GetString();
+    logon_->SetLastUploadTime(2000);
+    expectWaiting();
+    ResumeUploads();
+    EXPECT_EQ(store.Dates().size(), 350U);
+    EXPECT_FALSE(HasJournal());
+}
+
+/// One write of the journal after the other fails, first while the upload begins, then while it goes on.
+TEST_F(UploadBacklogTest, SendsEachEventWhicheverWriteOfItsJournalFails) {
+    FaultPlan plan;
+    plan.Watch(Directory() / "data/EventLogManager/uploads/");
+    FaultShimUse(&plan);
+    for (const bool resumes : {false, true}) {
+        bool isHit = true;
+        uint64_t nth = 0;
+        while (isHit) {
+            ++nth;
+            Change("DELETE FROM Event_Logon");
+            logon_->SetLastUploadTime(0);
+            Events(1, 250);
+            LimitedStore store(resumes ? 1 : 100);
+            if (resumes) {
+                EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+                store.left = 100;
+            }
+            plan.Arm(FaultPlan::Kind::kBroken, nth);
+            if (resumes) {
+                ResumeUploads();
+            } else {
+                static_cast<void>(UploadEvents(logon_, 0, 1000, false));  // fails where nothing was begun
+            }
+            isHit = plan.Disarm() >= nth;
+            ResumeUploads();
+            if (logon_->GetLastUploadTime() == 0) {
+                EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+            }
+            const std::map<int32_t, int> dates = store.Dates();
+            EXPECT_EQ(dates.size(), 250U) << nth;
+            for (const auto& [date, times] : dates) {
+                EXPECT_LE(times, 2) << nth << ": " << date;
+            }
+            EXPECT_FALSE(HasJournal()) << nth;
+        }
+        EXPECT_GT(nth, 4U);
+    }
+    FaultShimUse(nullptr);
+}
+
+TEST_F(UploadBacklogTest, LeavesAJournalThatCannotBeReadWhenItsModelIsGone) {
+    Events(1, 250);
+    const LimitedStore store(1);
+    EXPECT_TRUE(UploadEvents(logon_, 0, 1000, false));
+    Restart();
+    FaultPlan plan;
+    plan.Watch(Directory() / kJournal);
+    FaultShimUse(&plan);
+    plan.Arm(FaultPlan::Kind::kNoFiles, 1);
+    UploadBacklog.Abandon("Logon");
+    plan.Disarm();
+    FaultShimUse(nullptr);
+    EXPECT_TRUE(HasJournal());
+    EXPECT_EQ(Log().Count("is given up"), 0U);
+    UploadBacklog.Abandon("Logon");
+    EXPECT_FALSE(HasJournal());
+    EXPECT_EQ(Log().Count("is given up"), 1U);
+    UploadBacklog.Settle("Logon", "nobody waits any more");
+    EXPECT_TRUE(UploadBacklog.GetOutstanding().empty());
 }
 
 }  // namespace

@@ -143,4 +143,19 @@ TEST_F(UploadJournalTest, CatchesUpAfterAnyCallThatFails) {
     FaultShimUse(nullptr);
 }
 
+TEST_F(UploadJournalTest, SaysWhyItCannotBeRemoved) {
+    UploadJournal journal("Logon");
+    ASSERT_TRUE(journal.Append({0, 10}, error_)) << error_.GetString();
+    FaultPlan plan;
+    plan.Watch(directory_ / "data/uploads/Logon");
+    FaultShimUse(&plan);
+    plan.Arm(FaultPlan::Kind::kBroken, 1, FaultPlan::kForEver);
+    EXPECT_FALSE(journal.FinishFirst(error_));
+    plan.Disarm();
+    FaultShimUse(nullptr);
+    EXPECT_EQ(error_, directory_.At("data/uploads/Logon") + ": Input/output error");
+    EXPECT_TRUE(journal.Store(error_));
+    EXPECT_FALSE(directory_.Has("data/uploads/Logon"));
+}
+
 }  // namespace

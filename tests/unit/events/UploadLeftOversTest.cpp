@@ -9,6 +9,7 @@
 #include "host/container/LumContainer.h"
 #include "support/FileStoreStandIn.h"
 #include "support/StartedModule.h"
+#include "support/shim/FaultPlan.h"
 
 namespace {
 
@@ -128,6 +129,23 @@ TEST_F(UploadLeftOversTest, WaitOnWhereTheStoreTakesNoMore) {
     const FileStoreStandIn received;
     HandOverLeftOvers();
     EXPECT_EQ(received.Files().size(), 2U);
+}
+
+TEST_F(UploadLeftOversTest, StayWhereTheyCannotBeReadAndHoldNoOtherUp) {
+    const std::string locked = Leave(Alert());
+    const std::string other = Leave(Alert());
+    const FileStoreStandIn received;
+    FaultPlan plan;
+    plan.Watch(locked);
+    FaultShimUse(&plan);
+    plan.Arm(FaultPlan::Kind::kNoFiles, 1);
+    HandOverLeftOvers();
+    plan.Disarm();
+    FaultShimUse(nullptr);
+    EXPECT_EQ(received.Requests().size(), 1U);
+    EXPECT_TRUE(fs::exists(locked));
+    HandOverLeftOvers();
+    EXPECT_EQ(received.Requests().size(), 2U);
 }
 
 }  // namespace

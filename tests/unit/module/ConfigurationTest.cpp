@@ -102,4 +102,11 @@ TEST_F(Configuration, StaysInForceWhereTheFileCannotBeRead) {
     EXPECT_EQ(Get(), R"({"Values":{"EnableUpload":true,"EnableAggregation":true,"AlertMinimumGap":60}})");
 }
 
+TEST_F(Configuration, HasNothingToDoWithoutAContainer) {
+    const std::string before = Ini();
+    EXPECT_EQ(ActionHandler_EventLogManagerSetValues(nullptr), 0U);
+    EXPECT_EQ(ActionHandler_EventLogManagerGetValues(nullptr), 0U);
+    EXPECT_EQ(Ini(), before);
+}
+
 }  // namespace

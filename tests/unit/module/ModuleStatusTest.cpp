@@ -87,4 +87,12 @@ TEST_F(ModuleStatusTest, BeginsAnewWithATableOfTheSameName) {
     EXPECT_EQ(CountEvents(), 1);
 }
 
+TEST_F(ModuleStatusTest, ShowsAModelWithoutEventsWhereItsTableCannotBeRead) {
+    Insert("50");
+    Change("ALTER TABLE Event_Logon RENAME TO Elsewhere");
+    EXPECT_EQ(CountEvents(), 0);
+    Change("ALTER TABLE Elsewhere RENAME TO Event_Logon");
+    EXPECT_EQ(CountEvents(), 1);
+}
+
 }  // namespace

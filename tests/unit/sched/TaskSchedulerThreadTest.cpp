@@ -1,4 +1,6 @@
+#include <atomic>
 #include <ctime>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -301,6 +303,27 @@ TEST(TaskSchedulerThreadClock, IsWatchedForJumpsAndForTimesInTheFuture) {
     scheduler.WatchClock(now);
     EXPECT_EQ(module.Log().Count("The clock was set back by "), 1U);
     EXPECT_EQ(module.Log().Count("Model 'A' is aggregated up to "), 1U);
+}
+
+/// The cycle's own part throws the first time.
+TEST(TaskSchedulerThreadCycle, GoesOnAfterAnException) {
+    StartedModule module;
+    static std::atomic<int> cycles{0};
+    cycles = 0;
+    TaskSchedulerThread thread;
+    thread.SetEachCycle([] {
+        if (++cycles == 1) {
+            throw std::runtime_error("nobody expected this");
+        }
+    });
+    ASSERT_TRUE(thread.Start(nullptr, nullptr));
+    EXPECT_TRUE(WaitFor([&] {
+        return module.Log().Count(
+                   "error TaskSchedulerThread::ThreadMain: A cycle ended with an exception: "
+                   "nobody expected this") == 1;
+    }));
+    thread.Cancel(0, true);
+    thread.WaitForEnd();
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "store/startup/StoreStartup.h"
 #include "support/LinkedModule.h"
 #include "support/SmallDisk.h"
+#include "support/StopRequest.h"
 
 namespace {
 
@@ -133,6 +134,46 @@ TEST_F(StoreStartupTest, TakesOverWhatARestoredDatabaseSaysOfItsModels) {
     EXPECT_FALSE(model->IsEnabled());
     EXPECT_EQ(model->GetLastUploadTime(), 7);
     EXPECT_EQ(model->GetLastAggregationTime(), 9);
+}
+
+TEST_F(StoreStartupTest, GivesUpAModelWhoseRowSaysSomethingElse) {
+    Change("PRAGMA wal_checkpoint(TRUNCATE)");
+    fs::copy_file(Database(), Database(".restored"));
+    Sqlite(Database(".restored")).Run("UPDATE RegisteredModel SET RM_Checksum = 'other'");
+    fs::rename(Database(".restored"), Database());
+    EXPECT_NE(CreateOne(), 0U);
+    {
+        const StopRequest stop;
+        static_cast<void>(KeepStoreUp());  // the next turn goes on with it
+    }
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+    static_cast<void>(KeepStoreUp());  // says that the definition is another one
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+    EXPECT_EQ(Log().Count("The database was opened anew; it holds 1 registered models"), 2U);
+}
+
+TEST_F(StoreStartupTest, GivesUpAModelThatTheNewDatabaseDoesNotTake) {
+    fs::remove(Database());
+    EXPECT_NE(CreateOne(), 0U);
+    Sqlite(Database()).Run("CREATE VIEW Event_Logon AS SELECT 1");
+    static_cast<void>(KeepStoreUp());  // says that a table cannot be made
+    EXPECT_FALSE(ModelCollection.Contains("Logon"));
+}
+
+TEST_F(StoreStartupTest, TriesAgainWhereTheRowsOfTheNewDatabaseCannotBeRead) {
+    Change("PRAGMA wal_checkpoint(TRUNCATE)");
+    fs::copy_file(Database(), Database(".restored"));
+    fs::rename(Database(".restored"), Database());
+    EXPECT_NE(CreateOne(), 0U);
+    Change(
+        "ALTER TABLE RegisteredModel RENAME TO Kept; CREATE VIEW RegisteredModel AS SELECT * FROM nowhere");
+    static_cast<void>(KeepStoreUp());  // the next turn tries again
+    EXPECT_EQ(Log().Count("The database was opened anew"), 0U);
+    EXPECT_TRUE(ModelCollection.Contains("Logon"));
+    Change("DROP VIEW RegisteredModel; ALTER TABLE Kept RENAME TO RegisteredModel");
+    EXPECT_TRUE(KeepStoreUp());
+    EXPECT_EQ(Log().Count("The database was opened anew; it holds 1 registered models"), 1U);
+    EXPECT_EQ(CreateOne(), 0U);
 }
 
 TEST_F(StoreStartupTest, LeavesADatabaseUncompactedWithoutRoomForThat) {
