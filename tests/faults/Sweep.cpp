@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include "SweepScenes.h"
+#include "support/EndChild.h"
 #include "support/ModulePair.h"
 #include "support/TempDirectory.h"
 #include "support/TestAgent.h"
@@ -55,9 +56,9 @@ int Live(const std::function<void()>& life) {
         } catch (const std::exception& error) {
             std::printf("%s\n", error.what());
             std::fflush(stdout);
-            _exit(1);
+            EndChild(1);
         }
-        _exit(0);
+        EndChild(0);
     }
     int status = 0;
     Require(waitpid(child, &status, 0) == child, "wait");

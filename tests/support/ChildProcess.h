@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/EndChild.h"
+
 /// A second process that runs a routine of the test's, and a pipe each way between the two.
 class ChildProcess {
 public:
@@ -37,7 +39,7 @@ public:
         if (process_ == 0) {
             close(toChild_[1]);
             close(toParent_[0]);
-            _exit(routine(Parent(toChild_[0], toParent_[1])));
+            EndChild(routine(Parent(toChild_[0], toParent_[1])));
         }
         close(toChild_[0]);
         close(toParent_[1]);
