@@ -240,4 +240,24 @@ TEST(DatabaseFaults, KeepsEveryAnsweredRowWhenTheProcessIsKilled) {
     EXPECT_GT(killed, 20);
 }
 
+/// The file could be written when it was opened, cannot be now, and can be again when it is looked at.
+TEST(DatabaseFaults, OpensADatabaseAnewThatCouldNotBeWrittenForAMoment) {
+    FaultVfs faults;
+    TestDatabase database;
+    EXPECT_TRUE(database.Run("CREATE TABLE t (a)"));
+    const uint32_t opened = database.Pool().GetOpenCount();
+    faults.FailCall(Call::kWrite, 1, SQLITE_READONLY);
+    EXPECT_TRUE(database.Run(kInsert));
+    faults.FailCall(Call::kLock, 1, SQLITE_READONLY);
+    {
+        DBConnection connection(database.Pool());
+        EXPECT_TRUE(connection.BeginTransaction());
+        EXPECT_NE(connection.Query(kInsert), nullptr);
+        EXPECT_TRUE(connection.CommitTransaction());
+    }
+    EXPECT_GT(database.Pool().GetOpenCount(), opened);
+    EXPECT_EQ(database.Rows("SELECT count(*) FROM t"), "2");
+    EXPECT_EQ(database.Lines(), Lines{});
+}
+
 }  // namespace

@@ -55,6 +55,14 @@ TEST_F(DatabaseFilesTest, RefusesAChangeOnceTheDatabaseIsGoneAndOpensWhatIsThere
     EXPECT_EQ(database_.Pool().GetOpenCount(), opened + 1);
 }
 
+TEST_F(DatabaseFilesTest, RefusesAChangeOfAnyShapeOnceTheDatabaseIsGone) {
+    fs::rename(At(), At(".away"));
+    EXPECT_FALSE(database_.Run("CREATE TABLE other (a)"));
+    EXPECT_THAT(database_.Lines(), ElementsAre(HasSubstr("was removed or replaced while it was in use")));
+    fs::rename(At(".away"), At());
+    EXPECT_TRUE(database_.Run("CREATE TABLE other (a)"));
+}
+
 TEST_F(DatabaseFilesTest, UsesTheDatabaseThatHasTakenThePlace) {
     const LumString other = database_.Directory().At("other");
     Sqlite(other.GetString()).Run("PRAGMA journal_mode = WAL; CREATE TABLE t (a); INSERT INTO t VALUES (7)");

@@ -1,5 +1,6 @@
 // Changes that have to survive a loss of power: who waits for which sync, and what a sync that fails means.
 
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -137,6 +138,34 @@ TEST_F(Durability, TakesNoChangeUntilTheDatabaseProvedSound) {
     faults_.Reset();
     EXPECT_TRUE(Insert() && DBAwaitDurable());
     EXPECT_EQ(database_.Rows("SELECT count(*) FROM t"), "2");
+    EXPECT_EQ(database_.Rows("pragma integrity_check"), "ok");
+}
+
+TEST_F(Durability, TakesNoChangeWhereTheDatabaseIsDamagedAfterwards) {
+    EXPECT_TRUE(
+        database_.Run("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) "
+                      "INSERT INTO t SELECT zeroblob(1000) FROM n"));
+    {
+        DBConnection connection(database_.Pool());
+        EXPECT_TRUE(connection.CutLogBack());
+    }
+    ASSERT_TRUE(Insert() && DBAwaitDurable());
+    const std::string path = database_.Path().GetString();
+    const std::string whole = ReadWholeFile(path);
+    const auto overwrite = [&](const std::string& bytes) {
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(40960) << bytes.substr(40960, 40960);
+    };
+    faults_.FailCall(Call::kSync, 1, SQLITE_IOERR_FSYNC);
+    EXPECT_TRUE(Insert());
+    EXPECT_FALSE(DBAwaitDurable());
+    faults_.Reset();
+    overwrite(std::string(whole.size(), '\xee'));
+    EXPECT_FALSE(Insert());
+    EXPECT_NE(database_.Lines().back().find("it is not sound after a failed sync: "), std::string::npos)
+        << database_.Lines().back();
+    overwrite(whole);
+    EXPECT_TRUE(Insert() && DBAwaitDurable());
     EXPECT_EQ(database_.Rows("pragma integrity_check"), "ok");
 }
 

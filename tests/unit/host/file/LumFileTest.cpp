@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "host/file/LumFile.h"
+#include "support/MemoryFault.h"
 #include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
 #include "support/shim/FaultPlan.h"
@@ -242,6 +243,41 @@ TEST(LumDirectoryDelete, IsNotTrueForADirectoryThatIsStillThere) {
         other.join();
         fs::remove_all(tree.GetString());
     }
+}
+
+TEST(LumDirectoryDelete, GoesOnAfterAnyCallThatFails) {
+    const TempDirectory directory;
+    FaultPlan plan;
+    plan.Watch(directory / "tree");
+    FaultShimUse(&plan);
+    for (const FaultPlan::Kind kind : {FaultPlan::Kind::kBroken, FaultPlan::Kind::kNoFiles}) {
+        uint64_t calls = 1;
+        for (uint64_t nth = 1; nth <= calls; ++nth) {
+            directory.Write("tree/a/b/file", "");
+            directory.Write("tree/file", "");
+            plan.Arm(kind, nth);
+            const bool isDeleted = DirDelete(directory.At("tree"), true, false);
+            const int reason = errno;
+            calls = plan.Disarm();
+            EXPECT_EQ(isDeleted, calls < nth) << nth;
+            EXPECT_TRUE(isDeleted || reason == EIO || reason == EMFILE) << nth << " " << reason;
+            EXPECT_TRUE(DirDelete(directory.At("tree"), true, true)) << nth;
+            EXPECT_FALSE(directory.Has("tree"));
+        }
+    }
+    FaultShimUse(nullptr);
+}
+
+TEST(LumDirectoryDelete, FailsWithoutMemory) {
+    const TempDirectory directory;
+    directory.Write("a-tree-whose-name-is-longer-than-what-a-text-holds-in-itself/file", "");
+    const LumString path = directory.At("a-tree-whose-name-is-longer-than-what-a-text-holds-in-itself");
+    {
+        const MemoryFault fault(1);
+        EXPECT_FALSE(DirDelete(path, true, true));
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    EXPECT_TRUE(DirDelete(path, true, true));
 }
 
 TEST(LumDirectoryDelete, NeedsFewDescriptorsForADeepTree) {

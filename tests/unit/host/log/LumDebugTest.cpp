@@ -273,6 +273,22 @@ private:
     FileDescriptor reader_;
 };
 
+TEST(LumDebugContextReopen, SaysWhyTheFileCannotBeOpened) {
+    const TempDirectory directory;
+    LumDebugContext context;
+    LumString error;
+    EXPECT_TRUE(context.ReopenFile(error)) << "there is none";
+    directory.MakeDirectory("log");
+    ASSERT_TRUE(context.OpenFile(directory.At("log/file"), kMegabyte, 1, error)) << error.GetString();
+    std::filesystem::remove_all(directory / "log");
+    static_cast<void>(directory.Write("log", "a file in its place"));
+    EXPECT_FALSE(context.ReopenFile(error));
+    EXPECT_EQ(error, "Not a directory");
+    std::filesystem::remove(directory / "log");
+    directory.MakeDirectory("log");
+    EXPECT_TRUE(context.ReopenFile(error)) << error.GetString();
+}
+
 }  // namespace
 
 TEST(LumDebugContext, NeverWaitsForAStandardErrorThatNobodyReads) {
