@@ -35,7 +35,7 @@ uint64_t TopOfScale(uint64_t largest) {
     while (unit <= largest / 10) {
         unit *= 10;
     }
-    for (const uint64_t factor : {1, 2, 4, 6, 8}) {
+    for (const uint64_t factor : {1U, 2U, 4U, 6U, 8U}) {
         if (unit * factor >= largest) {
             return unit * factor;
         }
@@ -51,8 +51,8 @@ std::string Rectangle(double x, double y, double width, double height, std::stri
 
 std::string Picture(double width, double height, std::string_view pixels, const std::string& label) {
     return "<svg viewBox=\"0 0 " + Fixed(width) + " " + Fixed(height) +
-           "\" preserveAspectRatio=\"none\" height=\"" + std::string(pixels) +
-           "\" role=\"img\" aria-label=\"" + Text(label) + "\">";
+           R"(" preserveAspectRatio="none" height=")" + std::string(pixels) + R"(" role="img" aria-label=")" +
+           Text(label) + "\">";
 }
 
 /// Labels in the middle give way on a narrow screen.
@@ -112,7 +112,7 @@ std::string BarList(const std::vector<Bar>& bars, std::size_t colour) {
     for (const Bar& bar : bars) {
         const double width = bar.count == 0 ? 0 : std::clamp(100 * Share(bar.count, largest), 0.5, 100.0);
         out += "<span class=\"name\">" + Text(bar.name.empty() ? "(empty)" : bar.name) +
-               "</span><svg viewBox=\"0 0 100 1\" preserveAspectRatio=\"none\" aria-hidden=\"true\">" +
+               R"(</span><svg viewBox="0 0 100 1" preserveAspectRatio="none" aria-hidden="true">)" +
                Rectangle(0, 0, width, 1, Colour(bar.isRest ? kColours : colour)) +
                "</svg><span class=\"number\">" + WithThousands(bar.count) + "</span>\n";
     }
@@ -135,7 +135,7 @@ std::string Columns(const std::vector<ColumnPart>& parts, std::size_t height, co
         "<div class=\"plot\">" + Ticks({WithThousands(top), top > 1 ? WithThousands(top / 2) : "", "0"});
     out += Picture(width, kTop, std::to_string(height), label);
     for (const double at : {0.0, kTop / 2, kTop}) {
-        out += "<line class=\"grid\" x1=\"0\" y1=\"" + Fixed(at) + "\" x2=\"" + Fixed(width) + "\" y2=\"" +
+        out += R"(<line class="grid" x1="0" y1=")" + Fixed(at) + "\" x2=\"" + Fixed(width) + "\" y2=\"" +
                Fixed(at) + "\"/>";
     }
     for (std::size_t i = 0; i < columns; ++i) {
