@@ -109,7 +109,7 @@ private:
         parser.body_limit(boost::none);
         parser.eager(true);
         while (!parser.is_done() && !failure) {
-            if (!TakeRead(parser, failure)) {
+            if (!TakeRead(parser, failure) && !failure) {
                 ReadSome(parser.got_some(), failure);
             }
         }
@@ -124,7 +124,7 @@ private:
         return true;
     }
 
-    /// Has the parser take what was read; false where it needs more.
+    /// Has the parser take what was read; false where it needs more, and on failure.
     bool TakeRead(http::response_parser<http::string_body>& parser, error_code& failure) {
         const std::size_t taken = buffer_.size() > 0 ? parser.put(buffer_.data(), failure) : 0;
         buffer_.consume(taken);
