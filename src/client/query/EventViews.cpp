@@ -78,10 +78,12 @@ bool DefineEventViews(DBReader& reader, std::vector<std::string>& names, std::st
             const std::string shown = ViewColumn(column[1], column[2]);
             select += shown.empty() ? "" : (select.empty() ? "" : ", ") + shown;
         }
+        if (select.empty()) {
+            continue;  // the model has lost its table
+        }
         LumString reason;
         const std::string view = "v_" + model.front();
-        if (!select.empty() &&
-            !reader.DefineView(LumString(QuotedName(view)),
+        if (!reader.DefineView(LumString(QuotedName(view)),
                                LumString("SELECT " + select + " FROM " + QuotedName(table)), reason)) {
             error = std::string(reason.View());
             return false;
