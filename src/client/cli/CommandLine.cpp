@@ -17,7 +17,7 @@ constexpr std::size_t kHelpColumns = 80;
 std::string DescribeExtras(const CLI::App& app) {
     const std::vector<std::string> extras = app.remaining(true);
     const std::vector<CLI::App*> commands = app.get_subcommands();
-    const std::string word = extras.empty() ? "" : extras.front();
+    const std::string& word = extras.front();  // without any there would be no complaint
     if (commands.empty() && !word.starts_with("-")) {
         return "there is no command '" + word + "'" + DidYouMean(word, CommandNames(app));
     }
@@ -45,12 +45,10 @@ ExitStatus Refuse(const CLI::App& app, const std::string& error, std::ostream& e
 }
 
 /// Lists of events alone have every form.
-bool HasForm(const CLI::App& app, OutputFormat output) {
+bool HasForm(const std::string& command, OutputFormat output) {
     static const std::vector<std::string> kEventLists{"events", "export", "query"};
-    const std::vector<CLI::App*> commands = app.get_subcommands();
-    return output == OutputFormat::kTable || output == OutputFormat::kJson || commands.empty() ||
-           std::find(kEventLists.begin(), kEventLists.end(), commands.front()->get_name()) !=
-               kEventLists.end();
+    return output == OutputFormat::kTable || output == OutputFormat::kJson ||
+           std::find(kEventLists.begin(), kEventLists.end(), command) != kEventLists.end();
 }
 
 }  // namespace
@@ -83,7 +81,7 @@ std::optional<ExitStatus> ParseCommandLine(int argc, const char* const* argv, Co
     if (!commandLine.run) {
         return Refuse(app, "a command is missing", err);
     }
-    if (!HasForm(app, commandLine.output)) {
+    if (!HasForm(app.get_subcommands().front()->get_name(), commandLine.output)) {
         return Refuse(app, "--output jsonl and csv are for events, export and query", err);
     }
     commandLine.run = [parser, run = std::move(commandLine.run)](CommandContext& context) {

@@ -142,10 +142,6 @@ ExitStatus ShowFile(CommandContext& context, const std::string& path) {
     if (!container.LoadFromFile(LumString(std::string_view(path)), error)) {
         return Fail(context, ExitStatus::kFailed, path + ": " + std::string(error.View()));
     }
-    const Json json = Json::parse(container.ToJson(), nullptr, false);
-    if (json.is_discarded()) {
-        return Fail(context, ExitStatus::kFailed, path + ": its content cannot be shown as JSON");
-    }
-    PrintJson(context, json);
+    PrintJson(context, Json::parse(container.ToJson()));
     return ExitStatus::kDone;
 }

@@ -1,4 +1,5 @@
 #include <array>
+#include <climits>
 #include <ctime>
 #include <fstream>
 #include <ostream>
@@ -17,8 +18,9 @@
 namespace {
 
 std::string HostName() {
-    std::array<char, 256> name{};
-    return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this machine";
+    std::array<char, HOST_NAME_MAX + 1> name{};
+    static_cast<void>(gethostname(name.data(), name.size()));  // there is room for any name
+    return name.data();
 }
 
 }  // namespace

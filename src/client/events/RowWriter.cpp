@@ -11,21 +11,23 @@ namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{1} << 16U;
 
+/// Adds nothing where there is no value.
 void AppendJson(std::string& out, const EventValue& value) {
     switch (value.kind) {
         case EventValue::Kind::kText:
-            return AppendJsonText(out, value.text);
+            AppendJsonText(out, value.text);
+            break;
         case EventValue::Kind::kInteger:
-            return AppendNumber(out, value.number);
+            AppendNumber(out, value.number);
+            break;
         case EventValue::Kind::kReal:
             out += value.text;
-            return;
+            break;
         case EventValue::Kind::kBool:
             out += value.number != 0 ? "true" : "false";
-            return;
+            break;
         case EventValue::Kind::kNone:
-            out += "null";
-            return;
+            break;
     }
 }
 
@@ -133,7 +135,7 @@ public:
             const EventValue value = GetValue(column, row);
             if (value.kind == EventValue::Kind::kText) {
                 AppendCsvText(out, value.text);
-            } else if (value.kind != EventValue::Kind::kNone) {
+            } else {
                 AppendJson(out, value);
             }
             out += ',';
