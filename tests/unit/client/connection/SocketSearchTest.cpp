@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "client/connection/SocketSearch.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -44,6 +47,19 @@ TEST_F(SocketSearch, SaysWhereTheDirectoryIsClosed) {
     EXPECT_NE(sentence.find("no permission to use /nowhere/agent.sock: its directory is closed"),
               std::string::npos)
         << sentence;
+}
+
+TEST_F(SocketSearch, NamesAnOwnerWithoutAnEntryByItsNumber) {
+    const TempDirectory scratch;
+    const std::string path = scratch.Write("agent.sock", "");
+    if (chown(path.c_str(), 987654, 987655) != 0) {
+        GTEST_SKIP() << "giving a file away takes the rights of root";
+    }
+    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+    EXPECT_NE(DescribeMissingPermission(path).find("it is open to the user '987654' alone"),
+              std::string::npos);
+    ASSERT_EQ(chmod(path.c_str(), 0660), 0);
+    EXPECT_NE(DescribeMissingPermission(path).find("it is open to the group '987655'; "), std::string::npos);
 }
 
 }  // namespace

@@ -38,6 +38,14 @@ TEST(EventTally, CountsByPeriodAndValue) {
     EXPECT_EQ(series[1].total, 1U);
 }
 
+TEST(EventTally, CountsWhatIsOutsideAtTheNearerEnd) {
+    EventTally tally({10, 20});
+    tally.Add(25, "");
+    tally.Add(5, "");
+    tally.Add(15, "");
+    EXPECT_EQ(tally.GetCounts(), (std::vector<uint64_t>{2, 1}));
+}
+
 TEST(EventTally, PutsRareValuesTogether) {
     EventTally tally({0});
     for (const char* value : {"a", "a", "a", "b", "b", "c", "d"}) {

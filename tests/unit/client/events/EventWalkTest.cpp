@@ -163,6 +163,28 @@ TEST_F(EventWalkTest, GivesTheConnectionBackWhereItIsLeftEarly) {
     EXPECT_EQ(Walk(All("Logon"), 998), From(998, 2));
 }
 
+TEST_F(EventWalkTest, SortsByAnotherColumnWithinABound) {
+    EventRange range = All("Logon");
+    range.sort = "Number";
+    range.until = 1001;
+    EXPECT_EQ(Walk(range), From(0, 6));
+    range.since = 1001;
+    EXPECT_EQ(Walk(range), From(3, kEvents - 3)) << "the agent takes one bound";
+    const EventWalk walk(connection_, range, 0, false);
+    EXPECT_FALSE(walk.IsInRange(1000));
+    EXPECT_TRUE(walk.IsInRange(1001));
+    EXPECT_FALSE(walk.IsInRange(1002));
+}
+
+TEST_F(EventWalkTest, LeavesTheConnectionFreeWhenItIsGivenUp) {
+    {
+        EventWalk walk(connection_, All("Logon"), 0, true);
+        EventPage page;
+        ASSERT_TRUE(walk.Next(page));
+    }
+    EXPECT_EQ(Walk(Between(1100, 1199)), From(300, 300));
+}
+
 TEST_F(EventWalkTest, TellsWhyItEnds) {
     EventWalk walk(connection_, All("Nobody"), 0, false);
     EventPage page;

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "client/report/Html.h"
@@ -5,6 +6,8 @@
 #include "support/TimeZone.h"
 
 namespace {
+
+using testing::HasSubstr;
 
 constexpr int64_t kHour = 3600;
 
@@ -64,6 +67,62 @@ TEST(ReportPage, SaysSoWhereThereIsNothing) {
     const std::string page = ReportAsHtml(TwoDays());
     EXPECT_NE(page.find("No model has an event of this time."), std::string::npos);
     EXPECT_NE(page.find("does not count its alerts"), std::string::npos);
+}
+
+TEST(ReportPage, PutsTogetherWhatIsTooMuchForAPicture) {
+    const TimeZone zone("UTC");
+    ReportData data = TwoDays();
+    for (std::size_t i = 0; i < html::kColours + 3; ++i) {
+        ModelReport& model = data.models.emplace_back("Model" + std::to_string(i), data.days);
+        model.byDevice.Add(5, std::to_string(i));
+        model.stored = -1;
+    }
+    data.models.back().enabled = false;
+    data.models.front().byDevice.Add(5, "more");
+    data.models.front().byDevice.Add(5, "and more");
+    data.models.front().byDevice.Add(5, "and still more");
+    data.models.front().values.push_back({"Who", {{"", 1}}, 3});
+    const std::string page = ReportAsHtml(data);
+    EXPECT_THAT(page, HasSubstr("\"></span>other models</li></ul>"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"name\">other devices</span>"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"tag\">disabled</span>"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"name\">(empty)</span>"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"name\">(others)</span>"));
+}
+
+TEST(ReportPage, TellsTheLongestGapsOfASingleDay) {
+    const TimeZone zone("UTC");
+    ReportData data = TwoDays();
+    data.until = 24 * kHour - 1;
+    data.days.resize(1);
+    data.hours.resize(24);
+    data.eventsByHour.assign(24, 0);
+    for (std::size_t i = 2; i < 24; i += 3) {
+        data.eventsByHour[i] = 1;
+    }
+    data.alertsSent = 5;
+    data.alertsHeldBack = 0;
+    data.databaseBytes = 2048;
+    data.outboxFiles = 1;
+    const std::string page = ReportAsHtml(data);
+    EXPECT_THAT(page, HasSubstr("8 times of two hours or more without any event."));
+    EXPECT_THAT(
+        page,
+        HasSubstr("<tr><td>1970-01-01 00:00</td><td>1970-01-01 02:00</td><td class=\"n\">2 h</td></tr>"));
+    EXPECT_THAT(page, HasSubstr("<b>5</b><span>alerts sent since the start</span>"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"name\">held back</span>"));
+    EXPECT_THAT(page, HasSubstr("The database takes 2.0 KiB.</p>")) << "the outbox's bytes are not told";
+}
+
+TEST(Html, LeavesNothingToDivideBy) {
+    EXPECT_EQ(html::BarList({}, 0), "<div class=\"bars\"></div>\n");
+    EXPECT_THAT(html::BarList({{"rest", 3, true}}, 0), HasSubstr("width=\"100\""))
+        << "the rest is all there is";
+    EXPECT_THAT(html::BarList({{"one", 2, false}, {"none", 0, false}, {"rest", 9, true}}, 0),
+                HasSubstr("width=\"0\""));
+    EXPECT_THAT(html::Columns({}, 100, "label", {}), HasSubstr("viewBox=\"0 0 10 100\""));
+    EXPECT_THAT(html::HeatField({{}, {0, 1}}, "label", {}, {"first", "middle", "last"}),
+                HasSubstr("<span>first</span><span class=\"wide\">middle</span><span>last</span>"));
 }
 
 TEST(Html, EndsAScaleWithARoundNumberWhoseHalfIsRound) {

@@ -69,6 +69,22 @@ TEST(StatusText, LeavesOutWhatIsNotToldAndTrustsNothing) {
               "later      7\n");
 }
 
+TEST(StatusText, MakesNothingOfFiguresThatAreNone) {
+    const Json status = Json::parse(R"({"health": [5], "threads": "many", "outbox": {"files": -1, "bytes": 1},
+        "models": [{"name": "A", "enabled": "no", "events": -1}]})");
+    EXPECT_EQ(StatusAsText(status, true),
+              "Outbox     1 B\n"
+              "\n"
+              "\x1b[1mModel  Enabled  Events  Oldest  Newest  Last upload  Last aggregation\n"
+              "\x1b[0m-----  -------  ------  ------  ------  -----------  ----------------\n"
+              "A      yes\n");
+    EXPECT_EQ(
+        OutboxAsText(Json::parse(R"({"forwarder": {"device": "", "connected": 1, "updatedAt": "now"}})"), 0),
+        "Forwarder  heard of at now\n"
+        "\n"
+        "The forwarder has no connection to the broker.\n");
+}
+
 TEST(StatusText, ShowsOfAnOutboxWhatWaitsAndHowTheForwarderGetsOn) {
     const TimeZone zone("UTC");
     const Json outbox = Json::parse(R"({"files": 3, "bytes": 2048, "oldestAge": 61, "forwarder":

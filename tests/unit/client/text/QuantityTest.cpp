@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "client/text/Quantity.h"
+#include "client/text/TimeText.h"
 
 namespace {
 
@@ -37,6 +38,22 @@ TEST(Quantity, ReadsTheUnitFromTheName) {
     EXPECT_EQ(QuantityText("name", "text"), "text");
     EXPECT_EQ(QuantityText("any", nullptr), "");
     EXPECT_EQ(QuantityText("any", true), "true");
+    EXPECT_EQ(QuantityText("memory", 2048), "2.0 KiB");
+    EXPECT_EQ(QuantityText("database", 2048), "2.0 KiB");
+    EXPECT_EQ(QuantityText("log", 2048), "2.0 KiB");
+    EXPECT_EQ(QuantityText("oldestAge", 61), "1 min");
+    EXPECT_EQ(QuantityText("age", 61), "1 min");
+    EXPECT_EQ(QuantityText("silentSeconds", 61), "1 min");
+    for (const char* const name : {"oldest", "newestEvent", "lastReceipt", "updatedAt", "startTime"}) {
+        EXPECT_EQ(QuantityText(name, 86400), FormatLocalTime(86400)) << name;
+    }
+}
+
+TEST(Quantity, ShowsWhatIsNoWholeNumberAsItIs) {
+    EXPECT_EQ(QuantityText("bytes", 5000000000.0), "4.7 GiB") << "it came over 32 bits";
+    EXPECT_EQ(QuantityText("bytes", 0.5), "0.5");
+    EXPECT_EQ(QuantityText("bytes", -1), "-1");
+    EXPECT_EQ(QuantityText("bytes", 1e300), "1e+300");
 }
 
 }  // namespace

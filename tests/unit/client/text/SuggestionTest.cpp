@@ -18,6 +18,7 @@ TEST(Suggestion, KeepsQuietWhereNothingIsNear) {
     EXPECT_EQ(NearestName("x", {"a", "b"}), "") << "a single letter is like any other";
     EXPECT_EQ(NearestName(std::string(1000, 'a'), {"a"}), "");
     EXPECT_EQ(NearestName("a", {}), "");
+    EXPECT_EQ(NearestName(std::string(64, 'a'), {std::string(65, 'a')}), "") << "too long to compare";
 }
 
 TEST(Suggestion, AsksInASentence) {

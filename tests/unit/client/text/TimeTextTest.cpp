@@ -44,7 +44,6 @@ TEST(TimeTextParse, TakesNothingElse) {
     for (const char* const text : {"",
                                    "tomorrow",
                                    "12x",
-
                                    "2026-11",
                                    "2026-13-01",
                                    "2026-02-30",
@@ -111,6 +110,11 @@ TEST(TimeTextMoment, RefusesSpansThatAreNone) {
         EXPECT_FALSE(ParseMoment(text, 1774819800, seconds)) << text;
     }
     EXPECT_EQ(seconds, 5);
+}
+
+TEST(TimeText, TakesAMomentBeyondTheCalendarForAStart) {
+    EXPECT_EQ(StartOfLocalDay(INT64_MAX), INT64_MAX);
+    EXPECT_EQ(StartOfLocalHour(INT64_MAX), INT64_MAX);
 }
 
 }  // namespace
