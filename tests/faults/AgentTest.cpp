@@ -176,6 +176,31 @@ TEST_F(Agent, SurvivesALackOfDescriptors) {
     EXPECT_EQ(agent_.Stop(), 0);
 }
 
+TEST_F(Agent, SaysThatItHasTooFewDescriptorsToStart) {
+    // For its directories, for its log, and for its connections.
+    for (const std::size_t few : {5U, 6U, 7U}) {
+        const std::size_t before = agent_.ReadStandardError().size();
+        agent_.descriptorLimit = few;
+        agent_.Start();
+        EXPECT_EQ(agent_.Wait(), 1) << few;
+        EXPECT_NE(agent_.ReadStandardError().find(": Too many open files\n", before), std::string::npos)
+            << few;
+    }
+}
+
+TEST_F(Agent, GivesUpWhereItMayNotHaveItsThreads) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer needs memory of its own";
+#endif
+    agent_.memoryLimit = std::size_t{256} << 20U;
+    WriteIni("Threads = 256\n");
+    agent_.Start();
+    EXPECT_EQ(agent_.Wait(), 1);
+    EXPECT_EQ(CountInLog(" error Agent Cannot serve the control socket: "), 1U);
+    EXPECT_EQ(CountInLog(" error Agent The agent stops: the control socket is not served\n"), 1U);
+    EXPECT_EQ(CountInLog("Echo library gone\n"), 1U);
+}
+
 TEST_F(Agent, LeavesDescriptorsToItsModules) {
     WriteIni("ClientTimeoutMs = 300\n");
     agent_.descriptorLimit = 64;

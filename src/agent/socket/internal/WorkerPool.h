@@ -2,12 +2,13 @@
 
 #include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <chrono>
 #include <cstddef>
 #include <new>
 #include <thread>
+#include <vector>
 
 /// Posts `task` to `executor`; where there is no memory for that, again until there is. Nothing may get lost
 /// there: somebody waits for it. `task` is cheap to copy.
@@ -24,12 +25,23 @@ void PostPatiently(Executor& executor, const Task& task) {
     }
 }
 
-/// Threads that run calls, with a look at whether they get on. All operations may be called from any thread.
+/// Threads that run calls, with a look at whether they get on. All operations may be called from any thread,
+/// but for Join.
 class WorkerPool {
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit WorkerPool(std::size_t threads) : pool_(threads) {}
+    /// Throws where the system does not let it have as many threads.
+    explicit WorkerPool(std::size_t threads) {
+        try {
+            while (threads_.size() < threads) {
+                threads_.emplace_back([this] { io_.run(); });
+            }
+        } catch (...) {
+            Join();  // Asio's own pool would wait here for those that have begun, and they for their work
+            throw;
+        }
+    }
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
     ~WorkerPool() { Join(); }
@@ -41,7 +53,7 @@ public:
             NoteProgress();  // the wait begins now
         }
         ++waiting_;
-        PostPatiently(pool_, [this, task]() mutable {
+        PostPatiently(io_, [this, task]() mutable {
             ++running_;
             --waiting_;
             task();
@@ -51,7 +63,13 @@ public:
     }
 
     /// Waits until all is done.
-    void Join() { pool_.join(); }
+    void Join() {
+        work_.reset();
+        for (std::thread& thread : threads_) {
+            thread.join();
+        }
+        threads_.clear();
+    }
 
     [[nodiscard]] std::size_t CountRunning() const { return running_; }
     [[nodiscard]] std::size_t CountWaiting() const { return waiting_; }
@@ -68,5 +86,7 @@ private:
     std::atomic<std::size_t> running_{0};
     std::atomic<std::size_t> waiting_{0};
     std::atomic<Clock::rep> lastProgress_{Clock::now().time_since_epoch().count()};
-    boost::asio::thread_pool pool_;
+    boost::asio::io_context io_;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{io_.get_executor()};
+    std::vector<std::thread> threads_;
 };
