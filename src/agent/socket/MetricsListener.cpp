@@ -1,9 +1,12 @@
 #include "agent/socket/MetricsListener.h"
 
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -15,6 +18,14 @@ namespace {
 struct FreeAddresses {
     void operator()(addrinfo* list) const { ::freeaddrinfo(list); }
 };
+
+/// The system itself would take 65616 for 80.
+bool IsPort(std::string_view text) {
+    uint16_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, failure] = std::from_chars(text.data(), end, number);
+    return failure == std::errc() && stop == end;
+}
 
 /// Only numeric addresses: a name could lead to another machine tomorrow.
 addrinfo* Resolve(std::string_view text) {
@@ -28,8 +39,9 @@ addrinfo* Resolve(std::string_view text) {
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    const bool isGiven = !host.empty() && !port.empty();
-    return isGiven && ::getaddrinfo(host.c_str(), port.c_str(), &hints, &found) == 0 ? found : nullptr;
+    return !host.empty() && IsPort(port) && ::getaddrinfo(host.c_str(), port.c_str(), &hints, &found) == 0
+               ? found
+               : nullptr;
 }
 
 }  // namespace
