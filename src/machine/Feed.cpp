@@ -1,6 +1,7 @@
 #include "machine/Feed.h"
 
 #include <algorithm>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -36,6 +37,19 @@ int Feed::GetDescriptor() const {
 }
 
 bool Feed::Work(const std::function<bool()>& isStopping) {
+    try {
+        return TakeTurn(isStopping);
+    } catch (const std::exception& exception) {
+        // How far the source has read, and what of it is stored, is not known any more.
+        isOpen_ = false;
+        hasAskedStore_ = false;
+        models_.clear();
+        Rest(retryMs_, exception.what());
+        return false;
+    }
+}
+
+bool Feed::TakeTurn(const std::function<bool()>& isStopping) {
     isResting_ = false;
     if (!EnsureModels() || !EnsureOpen() || !EnsurePosition()) {
         return false;

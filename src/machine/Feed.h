@@ -35,6 +35,8 @@ public:
     [[nodiscard]] const char* GetName() const { return source_->GetName(); }
 
 private:
+    /// The turn, which may throw for want of memory.
+    [[nodiscard]] bool TakeTurn(const std::function<bool()>& isStopping);
     [[nodiscard]] bool EnsureOpen();
     [[nodiscard]] bool EnsureModels();
     [[nodiscard]] bool EnsurePosition();

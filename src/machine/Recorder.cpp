@@ -18,6 +18,8 @@ namespace {
 
 /// Between the turns of a backlog others come to the store, and to the processor, first.
 constexpr uint32_t kBreatherMs = 2;
+/// After a failure, most likely a lack of memory, which takes a moment to go.
+constexpr uint32_t kFailureMs = 1000;
 
 }  // namespace
 
@@ -44,17 +46,18 @@ bool Recorder::End(uint32_t milliseconds) {
 }
 
 void Recorder::ThreadMain() {
-    try {
-        while (!IsStopping()) {
+    while (!IsStopping()) {
+        try {
             if (TakeTurns()) {
                 Pause(kBreatherMs);
             } else {
                 WaitForNews();
             }
+        } catch (const std::exception& exception) {
+            MachineDebug.ErrorWithNL("%S: A turn failed, %s", std::string_view("Recorder::ThreadMain"),
+                                     exception.what());
+            Pause(kFailureMs);
         }
-    } catch (const std::exception& exception) {
-        MachineDebug.ErrorWithNL("%S: Stopped, %s", std::string_view("Recorder::ThreadMain"),
-                                 exception.what());
     }
 }
 

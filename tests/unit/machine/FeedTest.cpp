@@ -18,6 +18,7 @@
 #include "support/FaultVfs.h"
 #include "support/LoadedModule.h"
 #include "support/LogReader.h"
+#include "support/MemoryFault.h"
 #include "support/TimeZone.h"
 
 namespace {
@@ -134,6 +135,50 @@ TEST_F(FeedTest, ASyncThatFailsLosesNothingAndGivesNothingTwice) {
     Work();
     EXPECT_TRUE(IsResting()) << "nobody knows what the disk holds";
     faults_.Reset();
+    Work();
+    EXPECT_EQ(Stored(), All());
+}
+
+TEST_F(FeedTest, ALackOfMemoryLosesNothingAndGivesNothingTwice) {
+    Work();
+    Append(20);
+    uint64_t blocks = 0;
+    Restart();
+    {
+        const MemoryFault none(0);
+        Work();
+        blocks = MemoryFault::Count();
+    }
+    constexpr uint64_t faults = 40;
+    for (uint64_t nth = 1; nth <= blocks; nth += blocks / faults + 1) {
+        Append(20);
+        Restart();
+        {
+            const MemoryFault fault(nth);
+            Work();
+        }
+        Work();
+        ASSERT_EQ(Stored(), All()) << "block " << nth << " of " << blocks;
+    }
+}
+
+TEST_F(FeedTest, AnEventLogThatDoesNotSayWhatItHoldsIsWaitedFor) {
+    const auto hide = [this] { agent_.Change("ALTER TABLE Event_PackageHistory RENAME TO Hidden"); };
+    const auto show = [this] { agent_.Change("ALTER TABLE Hidden RENAME TO Event_PackageHistory"); };
+    hide();
+    Work();
+    EXPECT_TRUE(IsResting());
+    EXPECT_THAT(log_.Said(), ElementsAre(HasSubstr("the event log does not say what it holds")));
+    show();
+    Work();
+    EXPECT_EQ(Stored(), All());
+    // The same where the source begins anew.
+    directory_.Write("dpkg.log", "");
+    Append(3);
+    hide();
+    Work();
+    EXPECT_TRUE(IsResting());
+    show();
     Work();
     EXPECT_EQ(Stored(), All());
 }
