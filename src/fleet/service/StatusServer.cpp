@@ -2,6 +2,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <charconv>
@@ -18,6 +19,8 @@ namespace http = beast::http;
 using Tcp = asio::ip::tcp;
 
 constexpr std::chrono::seconds kStall{10};
+/// After a failed accept, so that a lack of descriptors does not turn into a busy loop.
+constexpr std::chrono::milliseconds kAcceptPause{100};
 constexpr int kMaxClients = 16;
 constexpr uint32_t kMaxHeaderBytes = 8192;
 constexpr uint64_t kMaxBodyBytes = 1024;
@@ -113,20 +116,27 @@ private:
 struct StatusServer::Impl {
     asio::io_context context{1};
     Tcp::acceptor acceptor{context};
+    asio::steady_timer acceptTimer{context};
     Sources sources;
     int clients = 0;  // touched on the server's thread alone
     std::thread thread;
 
     void Accept() {
         acceptor.async_accept([this](beast::error_code failure, Tcp::socket socket) {
-            if (!acceptor.is_open()) {
+            if (failure) {
+                AcceptLater();
                 return;
             }
-            if (!failure && clients < kMaxClients) {
+            if (clients < kMaxClients) {
                 std::make_shared<Session>(std::move(socket), sources, clients)->Run();
             }
             Accept();
         });
+    }
+
+    void AcceptLater() {
+        acceptTimer.expires_after(kAcceptPause);
+        acceptTimer.async_wait([this](beast::error_code /*none*/) { Accept(); });
     }
 };
 

@@ -8,6 +8,7 @@
 
 #include "fleet/service/StatusServer.h"
 #include "host/file/FileDescriptor.h"
+#include "support/ResourceLimit.h"
 
 namespace {
 
@@ -20,13 +21,16 @@ protected:
             << error_;
     }
 
-    [[nodiscard]] FileDescriptor Connect() const {
-        FileDescriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    [[nodiscard]] static FileDescriptor MakeClient() {
+        return FileDescriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    }
+    [[nodiscard]] FileDescriptor Connect(FileDescriptor client = MakeClient(),
+                                         int patienceMs = 60'000) const {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(server_.GetPort()));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const timeval patience{60, 0};
+        const timeval patience{patienceMs / 1'000, patienceMs % 1'000 * 1'000};
         EXPECT_EQ(setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)), 0);
         EXPECT_EQ(connect(client.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         return client;
@@ -93,6 +97,21 @@ TEST_F(StatusServerTest, ServesNoMoreThanSoManyAtOnceAndGoesOnAfterwards) {
         reply = Get("/health");
     }
     EXPECT_EQ(reply.find("HTTP/1.1 200"), 0U) << reply;
+}
+
+TEST_F(StatusServerTest, ServesAgainOnceThereAreDescriptors) {
+    FileDescriptor early = MakeClient();
+    std::string reply;
+    {
+        const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
+        early = Connect(std::move(early), 300);
+        const std::string request = "GET /health HTTP/1.1\r\nHost: x\r\n\r\n";
+        EXPECT_GT(send(early.Get(), request.data(), request.size(), MSG_NOSIGNAL), 0);
+        reply = ReadAll(early);
+    }
+    EXPECT_EQ(reply, "") << "nobody can be let in";
+    EXPECT_EQ(Get("/health").find("HTTP/1.1 200"), 0U);
+    EXPECT_EQ(ReadAll(early).find("HTTP/1.1 200"), 0U);
 }
 
 TEST_F(StatusServerTest, ServesTheLoopbackAlone) {
