@@ -40,5 +40,5 @@ int AgentSignals::Wait(std::chrono::milliseconds time) const {
 }
 
 const char* AgentSignals::NameOf(int signal) {
-    return signal == SIGTERM ? "SIGTERM" : signal == SIGINT ? "SIGINT" : "SIGHUP";
+    return signal == SIGINT ? "SIGINT" : "SIGTERM";
 }

@@ -16,6 +16,7 @@ public:
     /// Waits for the next one, for so long at most: SIGTERM, SIGINT, SIGHUP, or 0 where none came.
     [[nodiscard]] int Wait(std::chrono::milliseconds time) const;
 
+    /// The name of one that asks for a stop.
     [[nodiscard]] static const char* NameOf(int signal);
 
 private:

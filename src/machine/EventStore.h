@@ -32,7 +32,6 @@ public:
     void Add(uint64_t record) { records_.push_back(record); }
     void Sort();
     [[nodiscard]] bool Contains(uint64_t record) const;
-    [[nodiscard]] bool IsEmpty() const { return records_.empty(); }
     void Clear() { std::vector<uint64_t>().swap(records_); }
 
 private:

@@ -72,7 +72,6 @@ private:
     void AcceptLater();
     void StopAccepting();
     void EndReaders();
-    void LogQuietly(LumLogLevel level, const char* text, const char* reason) noexcept;
 
     LumDebug& debug_;
     FileDescriptor networkListener_;
@@ -125,22 +124,9 @@ void ControlServer::Impl::Run() {
             return;
         } catch (const std::exception& error) {
             // That operation has dropped its connection; the others go on.
-            LogQuietly(LumLogLevel::kError, "A connection of the control socket failed", error.what());
+            debug_.ErrorWithNL("A connection of the control socket failed: %s", error.what());
             std::this_thread::sleep_for(kFailurePause);
         }
-    }
-}
-
-/// Where there is no memory for the line either, it is left out.
-void ControlServer::Impl::LogQuietly(LumLogLevel level, const char* text, const char* reason) noexcept {
-    try {
-        if (level == LumLogLevel::kError) {
-            debug_.ErrorWithNL("%s: %s", text, reason);
-        } else {
-            debug_.WarningWithNL("%s: %s", text, reason);
-        }
-    } catch (...) {
-        return;
     }
 }
 
@@ -172,14 +158,10 @@ void ControlServer::Impl::OnClient(Listener& listener, const ErrorCode& error) {
     if (!failed) {
         listener.acceptor.accept(socket, failed);
     }
-    if (failed == net::error::would_block) {
-        WaitForClient(listener);  // the client has gone again
-        return;
-    }
     if (failed) {
         if (!hasWarnedOfAccept_) {
-            LogQuietly(LumLogLevel::kWarning, "The control socket cannot accept a client, trying again",
-                       failed.message().c_str());
+            debug_.WarningWithNL("The control socket cannot accept a client, trying again: %s",
+                                 failed.message().c_str());
         }
         hasWarnedOfAccept_ = true;
         AcceptLater();
@@ -279,7 +261,7 @@ void ControlServer::Impl::RunInPool(std::function<void()> task) {
         try {
             (*task)();
         } catch (const std::exception& error) {
-            LogQuietly(LumLogLevel::kError, "A call of the agent's own failed", error.what());
+            debug_.ErrorWithNL("A call of the agent's own failed: %s", error.what());
         }
     });
 }

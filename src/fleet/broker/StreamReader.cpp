@@ -61,9 +61,6 @@ RequestState StateIn(natsMsg* message, std::string& error) {
     if (description == "Message Size Exceeds MaxBytes") {
         return RequestState::kTooSmall;
     }
-    if (status == "100") {
-        return RequestState::kOpen;  // it only says that it is there
-    }
     error = "Cannot fetch from the stream: " + std::string(status) + " " + std::string(description);
     return RequestState::kFailed;
 }

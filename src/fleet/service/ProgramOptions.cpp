@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <cctype>
-#include <iostream>
 
 #include "host/file/LumFile.h"
 #include "host/ini/IniFile.h"
@@ -31,14 +30,13 @@ std::string KeyOf(const std::string& option) {
 
 struct ProgramOptions::Parts {
     CLI::App app;
-    std::string program;
     std::string section;
     std::string configPath;
     std::string level = "print";
     std::vector<CLI::Option*> options;
 
     Parts(const std::string& description, const std::string& name, const std::string& iniSection)
-        : app(description, name), program(name), section(iniSection) {}
+        : app(description, name), section(iniSection) {}
 
     CLI::Option* Keep(CLI::Option* option) {
         options.push_back(option);
@@ -131,10 +129,7 @@ std::optional<int> ProgramOptions::Read(int argc, const char* const* argv) {
         return parts_->app.exit(error) == 0 ? 0 : kWrongCommandLine;
     }
     LumLogLevel level = LumLogLevel::kPrint;
-    if (!LumLogLevelFromName(parts_->level, level)) {
-        std::cerr << parts_->program << ": no log level is called '" << parts_->level << "'\n";
-        return kWrongCommandLine;
-    }
+    static_cast<void>(LumLogLevelFromName(parts_->level, level));  // one of the four, as was checked
     LumDebugContext::Default().SetLevel(level);
     return std::nullopt;
 }

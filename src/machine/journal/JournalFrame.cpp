@@ -109,8 +109,3 @@ JournalFrameBuffer::Cut JournalFrameBuffer::Next(JournalFrame& frame) {
     used_ += kHeadBytes + size;
     return Cut::kFrame;
 }
-
-void JournalFrameBuffer::Clear() {
-    bytes_.clear();
-    used_ = 0;
-}

@@ -51,7 +51,6 @@ public:
 
     void Append(std::string_view bytes);
     [[nodiscard]] Cut Next(JournalFrame& frame);
-    void Clear();
 
 private:
     std::string bytes_;

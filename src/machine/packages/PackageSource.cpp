@@ -193,11 +193,9 @@ bool PackageSource::OpenAt(const LumString& path, const Place& place) {
     file_ = std::move(file);
     second_.clear();
     // The lines of the second in which the place lies tell how often each of them has been.
-    for (std::string line; file_->GetOffset() < place.offset;) {
-        const uint64_t begin = file_->GetOffset();
-        if (!file_->NextLine(line)) {
-            break;
-        }
+    std::string line;
+    for (uint64_t begin = file_->GetOffset(); begin < place.offset && file_->NextLine(line);
+         begin = file_->GetOffset()) {
         static_cast<void>(CountLine(line, begin));
     }
     return file_->Seek(place.offset);

@@ -30,8 +30,7 @@ public:
 
     /// Goes on after the entry at `cursor`; where `cursor` is empty, or older than `oldest`, at the first
     /// entry of `oldest` or later.
-    [[nodiscard]] bool SeekAfter(const std::string& cursor, std::time_t oldest, Place& place,
-                                 std::string& error);
+    [[nodiscard]] Place SeekAfter(const std::string& cursor, std::time_t oldest);
 
     /// Reads the fields `names` of the next entry. 1, 0 at the end of what is there, -1 with `error`. Entries
     /// that cannot be read are passed over and counted.

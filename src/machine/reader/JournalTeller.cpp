@@ -1,6 +1,5 @@
 #include "machine/reader/JournalTeller.h"
 
-#include <cerrno>
 #include <charconv>
 #include <optional>
 #include <system_error>
@@ -66,14 +65,10 @@ void JournalTeller::Run() {
 
 bool JournalTeller::Seek() {
     JournalReader::Place place = JournalReader::Place::kFound;
-    std::string error;
     std::optional<uint64_t> removed;
     {
         const Patience patience;
-        if (!reader_.SeekAfter(cursor_, question_.oldest, place, error)) {
-            Fail(error);
-            return false;
-        }
+        place = reader_.SeekAfter(cursor_, question_.oldest);
         if (place == JournalReader::Place::kGone) {
             removed = CountRemoved(question_.directory, cursor_);
         }
@@ -133,11 +128,7 @@ bool JournalTeller::Open() {
 bool JournalTeller::ReadCursor() {
     std::string line;
     for (char byte = 0; line.size() < kMaxCursorBytes;) {
-        const ssize_t count = ::read(peer_, &byte, 1);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count != 1) {
+        if (::read(peer_, &byte, 1) != 1) {
             return false;
         }
         if (byte == '\n') {
@@ -169,10 +160,10 @@ bool JournalTeller::TellDamaged() {
 bool JournalTeller::Send(std::string_view bytes) const {
     while (!bytes.empty()) {
         const ssize_t count = ::send(peer_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 0 && errno != EINTR) {
+        if (count < 0) {
             return false;
         }
-        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
+        bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
 }

@@ -137,9 +137,7 @@ bool CheckNames(const LumContainer& container, const EventContent& content, uint
     }
     LumString name;
     for (uint32_t index = 0; index < container.CountNames(); ++index) {
-        if (!container.GetNameAt(index, name)) {
-            break;
-        }
+        static_cast<void>(container.GetNameAt(index, name));  // there are as many
         if (known.count(name.View()) == 0) {
             reason = "it holds " + Shown(name.View()) + ", which its model does not have";
             return false;
