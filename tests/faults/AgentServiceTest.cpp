@@ -220,6 +220,30 @@ TEST_F(AgentService, MakesItsLogAnewWhenItWasRemoved) {
     EXPECT_EQ(CountInLog(" print Echo after all\n"), 1U);
 }
 
+TEST_F(AgentService, GoesOnWhereItsLogCannotBeOpenedAnew) {
+    ASSERT_TRUE(agent_.StartAndServe());
+    const std::string directory = agent_.GetDataDirectory() + "/log";
+    std::filesystem::rename(directory, directory + "-away");
+    agent_.GetScratch().Write("data/log", "a file in the way");
+    agent_.Signal(SIGHUP);
+    EXPECT_TRUE(WaitFor([this] {
+        return CountIn(agent_.ReadStandardError(), " error Agent The log cannot be opened anew: ") == 1;
+    })) << agent_.ReadStandardError();
+    EXPECT_EQ(agent_.Request("POST", "/actions/EchoBack").status, 200);
+    EXPECT_EQ(agent_.Stop(), 0);
+}
+
+TEST_F(AgentService, TakesDroppedDefinitionsInWhenItHangsUp) {
+    agent_.WriteShippedSettings();
+    ASSERT_TRUE(agent_.StartAndServe());
+    agent_.Drop(ModelText{.name = "Late", .params = {{.name = "Text"}}});
+    agent_.Signal(SIGHUP);
+    EXPECT_TRUE(WaitFor([this] {
+        return agent_.Request("GET", "/status").body.find(R"("name":"Late")") != std::string::npos;
+    }));
+    EXPECT_EQ(agent_.Stop(), 0);
+}
+
 TEST_F(AgentService, DoesNotFollowALinkInPlaceOfItsLog) {
     const std::string victim = agent_.GetScratch().Write("victim", "precious");
     std::filesystem::create_directories(agent_.GetDataDirectory() + "/log");

@@ -147,6 +147,31 @@ TEST_F(CollectorTest, SaysWhyItHasNoDatabase) {
     EXPECT_EQ(collectors_[0]->Stop(), 0);
 }
 
+TEST_F(CollectorTest, MaintenanceThatFailsIsSaidAndStopsNothing) {
+    StartServers();
+    Connect();
+    ASSERT_EQ(Query("INSERT INTO lum.model VALUES ('Lost', 'event_Lost', 'v_lost', 'alpha')"), "");
+    StartCollector();
+    const std::string held = Send(MakeEvents({}, 1, 1).ToCbor());
+    EXPECT_THAT(WaitForReceipt(), ElementsAre(ReceiptLine{BatchFate::kHeld, held, ""}));
+    EXPECT_TRUE(WaitForLog("Maintenance: ERROR:"));
+    EXPECT_TRUE(WaitForHealth(R"({"status":"ok"})"));
+}
+
+TEST_F(CollectorTest, SaysWhyItDoesNotStart) {
+    ASSERT_TRUE(broker_->Start());
+    const std::string program = BinaryDirectory() + "/lumcollect";
+    const std::string taken = "127.0.0.1:" + std::to_string(broker_->GetPort());
+    EXPECT_EQ(RunShell(program + " --listen " + taken + " 2>&1 || true"),
+              "lumcollect: Cannot serve " + taken + ": Address already in use\n");
+    Process process;
+    process.Start({program}, scratch_ / "said", [] { LimitDescriptors(4); });
+    EXPECT_EQ(process.Wait(), 1);
+    EXPECT_THAT(ReadWholeFile(scratch_ / "said"),
+                testing::MatchesRegex("lumcollect: .*Too many open files\n"));
+    EXPECT_EQ(RunShell(program + " --batches 0 2>/dev/null"), "status 2");
+}
+
 TEST_F(CollectorTest, SetUpSaysWhatItDidAndWhatItCouldNot) {
     StartServers();
     const auto said = [this] { return ReadWholeFile(scratch_ / "setup.log"); };

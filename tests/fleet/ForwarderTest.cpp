@@ -240,6 +240,19 @@ TEST_F(ForwarderTest, WaitsForAStreamAndSaysSo) {
     EXPECT_TRUE(WaitForHealth(R"({"status":"ok"})"));
 }
 
+TEST_F(ForwarderTest, SaysWhyItDoesNotStart) {
+    const std::string program = BinaryDirectory() + "/lumforward";
+    const std::string taken = "127.0.0.1:" + std::to_string(server_.GetPort());
+    EXPECT_EQ(RunShell(program + " --device alpha --listen " + taken + " 2>&1 || true"),
+              "lumforward: Cannot serve " + taken + ": Address already in use\n");
+    Process process;
+    process.Start({program, "--device", "alpha"}, scratch_ / "said", [] { LimitDescriptors(4); });
+    EXPECT_EQ(process.Wait(), 1);
+    EXPECT_THAT(ReadWholeFile(scratch_ / "said"),
+                testing::MatchesRegex("lumforward: .*Too many open files\n"));
+    EXPECT_EQ(RunShell(program + " --window 0 2>/dev/null"), "status 2");
+}
+
 TEST_F(ForwarderTest, SpeaksAsAUserWithAPassword) {
     BrokerServer closed(scratch_ / "closed", "n2", "authorization { user: forwarder, password: secret }");
     ASSERT_TRUE(closed.Start());

@@ -150,6 +150,52 @@ TEST_F(StreamReaderTest, GivesAMessageThatIsLargerThanAllAlone) {
     EXPECT_EQ(Fetch(10, 4'000), 2U);
 }
 
+TEST_F(StreamReaderTest, SaysThatTheConsumerWasTakenAway) {
+    std::vector<BrokerMessage> messages;
+    std::string error;
+    std::thread deleting([this] {
+        EXPECT_TRUE(WaitFor([this] {
+            return server_.Monitor("/jsz?consumers=1&streams=1&accounts=1").find("\"num_waiting\": 1,") !=
+                   std::string::npos;
+        }));
+        std::string ignored;
+        EXPECT_TRUE(publisher_.Publish("$JS.API.CONSUMER.DELETE.S.readers", "", {}, "", ignored));
+    });
+    EXPECT_FALSE(reader_.Fetch(10, kAnyBytes, 60'000, messages, error));
+    deleting.join();
+    EXPECT_EQ(error, "Cannot fetch from the stream: 409 Consumer Deleted");
+}
+
+TEST_F(StreamReaderTest, MoreThanItHoldsIsDroppedAndTheStreamReadOn) {
+    constexpr int more = 70'000;
+    const std::string said = server_.Monitor("/connz?subs=1");
+    std::string error;
+    int inboxes = 0;
+    for (std::size_t from = said.find("_INBOX."); from != std::string::npos;
+         from = said.find("_INBOX.", from + 1)) {
+        const std::string inbox = said.substr(from, said.find('*', from) - from);
+        for (int i = 0; i < more; ++i) {
+            ASSERT_TRUE(publisher_.Publish(inbox + "stray", "", {}, "", error)) << error;
+        }
+        ++inboxes;
+    }
+    ASSERT_GE(inboxes, 1) << said;
+    Publish(0, 3);
+    ASSERT_TRUE(broker_.Flush(30'000));
+    EXPECT_TRUE(WaitFor([this] {
+        static_cast<void>(Fetch(10));
+        return seen_.size() == 3;
+    }));
+}
+
+TEST_F(StreamReaderTest, NeedsAConnection) {
+    Broker none;
+    StreamReader reader;
+    std::string error;
+    EXPECT_FALSE(reader.Open(none, stream_.name, stream_.consumer, error));
+    EXPECT_EQ(error.find("Cannot listen to the stream: "), 0U) << error;
+}
+
 TEST_F(StreamReaderTest, SaysWhyItCannotGiveAny) {
     std::vector<BrokerMessage> messages;
     std::string error;

@@ -18,8 +18,8 @@ public:
     AgentProcess() = default;
     AgentProcess(const AgentProcess&) = delete;
     AgentProcess& operator=(const AgentProcess&) = delete;
-    /// Kills what still runs, before its directories go.
-    ~AgentProcess() { Kill(); }
+    /// Ends what still runs, before its directories go.
+    ~AgentProcess() { End(); }
 
     /// Further arguments of the command line.
     std::vector<std::string> arguments;

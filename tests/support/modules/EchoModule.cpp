@@ -18,7 +18,7 @@
 #include "host/log/LumDebug.h"
 
 /// A module for tests, built several times under different names (ECHO_NAME). Every action's name begins with
-/// the module's; the names "Refusing", "Throwing" and "Slow" misbehave as they say.
+/// the module's; the names "Refusing", "Throwing", "ThrowingNumber", "Mute" and "Slow" misbehave as they say.
 
 namespace {
 
@@ -194,11 +194,17 @@ extern "C" __attribute__((visibility("default"))) uint32_t ModuleMain(uint32_t c
             if (kName == "Throwing") {
                 throw std::runtime_error("no threads today");
             }
+            if (kName == "ThrowingNumber") {
+                throw 42;
+            }
             return kLumModuleDone;
         case LumModuleCommand::kCleanup:
             SayThatItStops();
             return kLumModuleDone;
         case LumModuleCommand::kGetDescription:
+            if (kName == "Mute") {
+                return kLumModuleUnknownCommand;
+            }
             CopyText(std::string(kName) + " module for tests", pointer);
             return kLumModuleDone;
         case LumModuleCommand::kGetVersion:

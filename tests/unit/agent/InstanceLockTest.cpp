@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "agent/InstanceLock.h"
+#include "support/RefusedCall.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -25,6 +27,26 @@ TEST_F(InstanceLockFile, KeepsASecondOneOutAndNamesTheFirst) {
     LumString expected;
     expected.Printf("Another agent (process %d) is running on the data directory %S", ::getpid(), directory_);
     EXPECT_EQ(error_, expected.GetString());
+}
+
+TEST_F(InstanceLockFile, KeepsASecondOneOutWhereTheFirstHasNotSaidWhoItIs) {
+    InstanceLock first;
+    InstanceLock second;
+    ASSERT_TRUE(first.Take(directory_, error_));
+    std::filesystem::resize_file(scratch_ / "agent.lock", 0);
+    EXPECT_FALSE(second.Take(directory_, error_));
+    EXPECT_EQ(error_.View().find("Another agent (process 0) is running on "), 0U) << error_.GetString();
+}
+
+TEST_F(InstanceLockFile, SaysThatTheSystemHasNoLocks) {
+    const bool isRefused = RunRefused(SYS_flock, ENOLCK, [this] {
+        InstanceLock lock;
+        EXPECT_FALSE(lock.Take(directory_, error_));
+    });
+    if (!isRefused) {
+        GTEST_SKIP() << "the system does not let a call be refused";
+    }
+    EXPECT_EQ(error_, ("Cannot lock " + (scratch_ / "") + ": No locks available").c_str());
 }
 
 TEST_F(InstanceLockFile, IsFreeAgainOnceItsHolderIsGone) {

@@ -1,11 +1,14 @@
+#include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include "agent/ServiceManager.h"
 #include "host/file/FileDescriptor.h"
@@ -58,6 +61,45 @@ TEST_F(ServiceManagerSocket, IsNotNeeded) {
         ::setenv("NOTIFY_SOCKET", wrong.c_str(), 1);
         NotifyServiceManager("READY=1");
     }
+}
+
+TEST_F(ServiceManagerSocket, HearsThatAStartTakesLonger) {
+    Listen(scratch_ / "notify");
+    ExtendServiceTimeout("reading");
+    EXPECT_EQ(Receive(), "EXTEND_TIMEOUT_USEC=60000000\nSTATUS=reading");
+}
+
+/// What the service manager says of its watchdog.
+class ServiceManagerWatchdog : public testing::Test {
+protected:
+    ~ServiceManagerWatchdog() override {
+        ::unsetenv("WATCHDOG_USEC");
+        ::unsetenv("WATCHDOG_PID");
+    }
+    /// The period in milliseconds, -1 for none.
+    static int64_t PeriodWith(const char* microseconds) {
+        ::setenv("WATCHDOG_USEC", microseconds, 1);
+        return WatchdogPeriod().value_or(std::chrono::milliseconds(-1)).count();
+    }
+};
+
+TEST_F(ServiceManagerWatchdog, IsFedThreeTimesAPeriod) {
+    EXPECT_EQ(WatchdogPeriod(), std::nullopt);
+    EXPECT_EQ(PeriodWith("30000000"), 10'000);
+    EXPECT_EQ(PeriodWith("1"), 1);
+}
+
+TEST_F(ServiceManagerWatchdog, IsNotFedWhereThePeriodMakesNoSense) {
+    for (const char* const wrong : {"", "x", "1s", "0", "-30000000", "99999999999999999999"}) {
+        EXPECT_EQ(PeriodWith(wrong), -1) << wrong;
+    }
+}
+
+TEST_F(ServiceManagerWatchdog, IsFedByTheProcessThatItNamesAlone) {
+    ::setenv("WATCHDOG_PID", std::to_string(::getpid()).c_str(), 1);
+    EXPECT_EQ(PeriodWith("3000000"), 1'000);
+    ::setenv("WATCHDOG_PID", "1", 1);
+    EXPECT_EQ(PeriodWith("3000000"), -1);
 }
 
 }  // namespace

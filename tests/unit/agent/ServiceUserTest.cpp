@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "agent/ServiceUser.h"
+#include "support/EndChild.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -32,7 +33,7 @@ protected:
         if (child == 0) {
             LumString error;
             const bool done = BecomeOwnerOfConfiguration(commandLine_, error);
-            ::_exit(!done ? 2 : ::geteuid() == 0 && ::getuid() == 0 ? 0 : 1);
+            EndChild(!done ? 2 : ::geteuid() == 0 && ::getuid() == 0 ? 0 : 1);
         }
         int status = 0;
         ::waitpid(child, &status, 0);

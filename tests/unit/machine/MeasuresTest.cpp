@@ -6,7 +6,10 @@
 #include "machine/measures/DiskSource.h"
 #include "machine/measures/LoadSource.h"
 #include "machine/measures/Mounts.h"
+#include "machine/measures/ProcFile.h"
 #include "machine/measures/ProcText.h"
+#include "support/ResourceLimit.h"
+#include "support/TempDirectory.h"
 
 namespace {
 
@@ -25,6 +28,26 @@ TEST(Mounts, FileSystemsOfDisksAreGivenOnceADevice) {
     EXPECT_EQ(mounts[1].point, "/media/my disk\\");
 }
 
+TEST(Mounts, ABackslashBeforeAnythingElseStaysAsItIs) {
+    const std::vector<Mount> mounts = ParseMounts(
+        "25 22 8:2 / /a\\04 rw - vfat /dev/sda2 rw\n"
+        "26 22 8:3 / /a\\049\\x rw - vfat /dev/sda3 rw\n");
+    ASSERT_EQ(mounts.size(), 2U);
+    EXPECT_EQ(mounts[0].point, "/a\\04");
+    EXPECT_EQ(mounts[1].point, "/a\\049\\x");
+}
+
+TEST(ProcFile, SaysWhyItCannotBeRead) {
+    const TempDirectory directory;
+    const std::string path = directory.Write("large", std::string((4U << 20U) + 1, 'x'));
+    std::string content = "kept";
+    LumString error;
+    EXPECT_FALSE(ReadProcFile(path.c_str(), content, error));
+    EXPECT_EQ(error, (path + ": it is over 4 MiB").c_str());
+    EXPECT_FALSE(ReadProcFile("/nowhere", content, error));
+    EXPECT_EQ(error, "/nowhere: No such file or directory");
+}
+
 TEST(ProcText, LoadAveragesAreTheFirstThreeNumbers) {
     const LoadAverages averages = ParseLoadAverages("0.52 1.25 10.00 3/456 7890\n");
     EXPECT_EQ(averages.minutes1, 0.52);
@@ -39,6 +62,9 @@ TEST(ProcText, AMemoryValueHasItsWholeKey) {
     EXPECT_EQ(ParseMemoryKiB(text, "MemAvailable"), 200U);
     EXPECT_EQ(ParseMemoryKiB(text, "Mem"), 0U);
     EXPECT_EQ(ParseMemoryKiB("", "MemTotal"), 0U);
+    EXPECT_EQ(ParseMemoryKiB("Other: 1 kB\nMemTotal:   ", "MemTotal"), 0U);
+    EXPECT_EQ(ParseMemoryKiB("MemTotal: much", "MemTotal"), 0U);
+    EXPECT_EQ(ParseMemoryKiB("Other: 1 kB", "MemTotal"), 0U);
 }
 
 TEST(ProcText, PressureIsThatOfSomeOverFiveMinutes) {
@@ -73,6 +99,22 @@ TEST(IntervalSource, AReadingFromBeforeTheClockWasSetBackDoesNotCount) {
     LoadSource source(300'000);
     std::string position = std::to_string(std::time(nullptr) + 1'000'000);
     EXPECT_EQ(ReadOnce(source, position), 1U);
+}
+
+TEST(IntervalSource, AReadingThatFailsIsSaid) {
+    LoadSource load(1000);
+    DiskSource disks(1000);
+    SourceBatch batch;
+    LumString loadError;
+    LumString diskError;
+    bool isRead = false;
+    {
+        const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
+        isRead = load.ReadSince("", 1, batch, loadError) || disks.ReadSince("", 1, batch, diskError);
+    }
+    EXPECT_FALSE(isRead);
+    EXPECT_EQ(loadError, "/proc/loadavg: Too many open files");
+    EXPECT_EQ(diskError, "/proc/self/mountinfo: Too many open files");
 }
 
 TEST(LoadSource, MeasuresThisMachine) {

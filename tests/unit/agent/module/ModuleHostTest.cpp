@@ -76,6 +76,12 @@ TEST_F(ModuleHostFiles, DrivesAModuleThroughItsLife) {
               "Echo command 5\nEcho Echo stops\nEcho command 2\nEcho library gone\n");
 }
 
+TEST_F(ModuleHostFiles, TakesAModuleThatSaysNothingOfItself) {
+    ASSERT_TRUE(Load("Mute", "Mute.so"));
+    EXPECT_EQ(host_.ListModules().at(0).description, "");
+    EXPECT_EQ(host_.ListModules().at(0).version, "1.2.3");
+}
+
 TEST_F(ModuleHostFiles, EndsModulesInReverseOrder) {
     ASSERT_TRUE(Load("Echo", TestModule("Echo")));
     ASSERT_TRUE(Load("Relay", "Relay.so"));
@@ -130,12 +136,18 @@ TEST_F(ModuleHostFiles, LeavesNothingOfAModuleThatFails) {
     EXPECT_FALSE(Load("Throwing", "Throwing.so"));
     ExpectRefusal("Throwing", BinaryDirectory() + "/../test_modules/Throwing.so",
                   "command 4 ended with an exception: no threads today");
+    EXPECT_FALSE(Load("ThrowingNumber", "ThrowingNumber.so"));
+    ExpectRefusal("ThrowingNumber", BinaryDirectory() + "/../test_modules/ThrowingNumber.so",
+                  "command 4 ended with an exception");
     EXPECT_TRUE(ActionDbListActions().empty());
     EXPECT_EQ(GetModuleLines(),
               "Refusing command 1\nRefusing command 3\nRefusing command 5\nRefusing command 2\n"
               "Refusing library gone\n"
               "Throwing command 1\nThrowing command 3\nThrowing command 4\nThrowing command 5\n"
-              "Throwing command 2\nThrowing library gone\n");
+              "Throwing command 2\nThrowing library gone\n"
+              "ThrowingNumber command 1\nThrowingNumber command 3\nThrowingNumber command 4\n"
+              "ThrowingNumber command 5\nThrowingNumber command 2\n"
+              "ThrowingNumber library gone\n");
 }
 
 }  // namespace

@@ -46,6 +46,16 @@ TEST_F(ModuleNoteTest, AFileWithoutTheNoteSaysNothing) {
     EXPECT_EQ(version_, 77U);
 }
 
+TEST_F(ModuleNoteTest, ANoteWhoseLengthLeadsBeyondItsEndSaysNothing) {
+    std::string file = ReadWholeFile(TestModule("Echo"));
+    const std::string note(reinterpret_cast<const char*>(&kLumModuleNote), sizeof(kLumModuleNote));
+    for (std::size_t at = file.find(note); at != std::string::npos; at = file.find(note, at + 1)) {
+        file.replace(at, sizeof(uint32_t), "\xf0\xff\xff\xff");
+    }
+    EXPECT_FALSE(ReadModuleInterface(Write(file), version_));
+    EXPECT_EQ(version_, 77U);
+}
+
 TEST_F(ModuleNoteTest, AFileThatIsCutShortIsReadAsFarAsItGoes) {
     const std::string module = ReadWholeFile(TestModule("Echo"));
     for (std::size_t length = 1; length < 1024; length += 7) {

@@ -156,4 +156,14 @@ TEST_F(BatchCallTest, PassesOverALineThatIsTooLong) {
     EXPECT_EQ(Work(*batch).find(R"({"line":2,"status":0,)"), 0U);
 }
 
+TEST_F(BatchCallTest, PassesOverALineThatIsTooLongAndComesAtOnce) {
+    const auto batch = Open();
+    batch->Take(std::string(17U << 20U, 'x') + "\n{}\n", true);
+    const std::string answers = Work(*batch);
+    EXPECT_EQ(answers.find("{\"line\":1,\"error\":\"The line is longer than 16777216 bytes.\"}\n"
+                           R"({"line":2,"status":0,)"),
+              0U)
+        << answers;
+}
+
 }  // namespace

@@ -1,4 +1,5 @@
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -30,9 +31,15 @@ protected:
         return router.Answer({method, target, body, client_});
     }
     [[nodiscard]] RequestRouter MakeRouter() const {
-        return RequestRouter({modules_, access_, [this] { return reasons_; }, [] { return "{}"; },
+        return RequestRouter({modules_, access_, [this] { return reasons_; }, [this] { return GetStatus(); },
                               [] { return "metric 1\n"; }},
                              debug_);
+    }
+    [[nodiscard]] std::string GetStatus() const {
+        if (!hasStatus_) {
+            throw std::runtime_error("no status today");
+        }
+        return "{}";
     }
 
     /// Expects an error with this status and sentence.
@@ -47,6 +54,7 @@ protected:
     AccessRules access_;
     Client client_{true, ::geteuid(), {::getegid()}};
     std::vector<LumString> reasons_;
+    bool hasStatus_ = true;
     std::vector<ModuleInfo> modules_{{"Tester", "/m/Tester.so", "A \"tester\"", "1.0"},
                                      {"Other", "/m/O.so", "", ""}};
 };
@@ -192,6 +200,11 @@ TEST_F(RequestRouterTest, ShowsStatusAndMetrics) {
     EXPECT_EQ(metrics.contentType, "text/plain; version=0.0.4; charset=utf-8");
 }
 
+TEST_F(RequestRouterTest, SaysThatARequestFailed) {
+    hasStatus_ = false;
+    ExpectError(Route("GET", "/status"), 500, "The request failed: no status today.");
+}
+
 TEST_F(RequestRouterTest, ExplainsACallWithItsWarningsAndErrors) {
     ActionDbRegisterAction(
         "Complain ()",
@@ -220,6 +233,14 @@ TEST_F(RequestRouterTest, WritesDownWhoCalledWhatChangesSomething) {
                          UserName(::geteuid()).GetString() +
                          R"() called EventLogManagerDeleteEvents with {"Status":13}: status 13)" + "\n"),
               1U);
+}
+
+TEST_F(RequestRouterTest, WritesDownTheBeginningOfLongArguments) {
+    debug_.SetContext(&log_.Context());
+    ActionDbRegisterAction("EventLogManagerDeleteEvents ()", Back, &handle_);
+    static_cast<void>(Route("POST", "/actions/EventLogManagerDeleteEvents",
+                            R"({"Text":")" + std::string(400, 'x') + "\"}"));
+    EXPECT_EQ(log_.Count(R"( with {"Text":")" + std::string(291, 'x') + "...: status 0\n"), 1U);
 }
 
 TEST_F(RequestRouterTest, RefusesWhatTheClientsGroupsDoNotAllow) {

@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kMaxBody = ControlServer::kMaxBody;
 
-/// Gives every line back with its length before it.
+/// Gives the length of every line back; a line that is "throw" runs out of memory.
 class LengthLines : public BatchStream {
 public:
     void Take(std::string_view bytes, bool isLast) override {
@@ -30,6 +30,9 @@ public:
     }
     [[nodiscard]] bool Work(std::string& answers) override {
         for (std::size_t end = 0; (end = pending_.find('\n')) != std::string::npos;) {
+            if (pending_.starts_with("throw\n")) {
+                throw std::bad_alloc();
+            }
             answers += std::to_string(end) + "\n";
             pending_.erase(0, end + 1);
         }
@@ -430,6 +433,16 @@ TEST_F(ControlServerTest, AnswersWhenTheMemoryRanOut) {
     EXPECT_EQ(client.Request("POST", "/a").status, 200);
 }
 
+TEST_F(ControlServerTest, LosesNoOtherClientWhereOneFails) {
+    Start();
+    HttpClient other = Connect();
+    EXPECT_EQ(Connect().Request("GET", "/throw").status, 0);
+    EXPECT_TRUE(WaitFor([this] {
+        return log_.Count("error Agent A connection of the control socket failed: std::bad_alloc") == 1;
+    }));
+    EXPECT_EQ(other.Request("GET", "/a").status, 200);
+}
+
 TEST_F(ControlServerTest, SaysThatACallOfTheAgentsOwnFailed) {
     Start();
     server_->RunInPool([] { throw std::bad_alloc(); });
@@ -619,6 +632,15 @@ TEST_F(ControlServerTest, EndsABatchThatIsCutOffWithoutItsLastChunk) {
     EXPECT_TRUE(client.WaitForEnd());
 }
 
+TEST_F(ControlServerTest, EndsABatchWhoseCallFails) {
+    Start();
+    HttpClient client = Connect();
+    ASSERT_TRUE(client.SendRequest("POST", "/batch", "throw\n"));
+    EXPECT_EQ(client.ReadReply(false).status, 200);
+    EXPECT_EQ(client.ReadChunk(), "") << "without the last chunk";
+    EXPECT_TRUE(client.WaitForEnd());
+}
+
 TEST_F(ControlServerTest, EndsABatchWhenItStops) {
     Start();
     HttpClient client = Connect();
@@ -628,6 +650,31 @@ TEST_F(ControlServerTest, EndsABatchWhenItStops) {
     EXPECT_EQ(client.ReadChunk(), "2\n");
     server_->Stop();
     EXPECT_TRUE(client.WaitForEnd());
+}
+
+TEST_F(ControlServerTest, EndsABatchWhoseLineItCannotHold) {
+    maxHeld_ = 200'000;
+    Start();
+    HttpClient client = Connect();
+    static_cast<void>(client.SendRequest("POST", "/batch", std::string(1'000'000, 'x')));
+    EXPECT_EQ(client.ReadReply(false).status, 200);
+    EXPECT_EQ(client.ReadChunk(), "");
+    EXPECT_TRUE(WaitFor([this] { return server_->GetFigures().heldBytes == 0; }));
+    EXPECT_EQ(Connect().Request("GET", "/a").status, 200);
+}
+
+TEST_F(ControlServerTest, EndsABatchWhoseClientReadsNoAnswerAndGoes) {
+    Start();
+    {
+        const HttpClient client = Connect();
+        std::string body;
+        for (int i = 0; i < 400'000; ++i) {
+            body += "x\n";
+        }
+        ASSERT_TRUE(client.SendRequest("POST", "/batch", body));
+    }
+    EXPECT_TRUE(WaitFor([this] { return server_->GetFigures().connections == 0; }));
+    EXPECT_EQ(Connect().Request("GET", "/a").status, 200);
 }
 
 }  // namespace

@@ -8,12 +8,14 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include "agent/socket/ControlSocket.h"
 #include "support/AgentProcess.h"
 #include "support/HttpClient.h"
+#include "support/RefusedCall.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -161,6 +163,27 @@ TEST_F(ControlSocketFile, SaysWhyItCannotBeMade) {
     const std::string under = scratch_ / "file/agent.sock";
     EXPECT_FALSE(ControlSocket::Check(LumString(std::string_view(under)), error_));
     EXPECT_EQ(error_, ("Cannot make the control socket " + under + ": Not a directory").c_str());
+}
+
+TEST_F(ControlSocketFile, LeavesNothingWhereTheSystemRefusesACall) {
+    const struct {
+        long call;
+        int reason;
+        std::string sentence;
+    } refusals[] = {
+        {SYS_listen, EADDRINUSE, "Cannot listen on the control socket " + path_ + ": Address already in use"},
+        {SYS_lsetxattr, ENOTSUP,
+         "Cannot open the control socket " + path_ + " to its group: Operation not supported"}};
+    for (const auto& [call, reason, sentence] : refusals) {
+        const bool isRefused = RunRefused(call, reason, [this] {
+            EXPECT_FALSE(socket_.Open(LumString(std::string_view(path_)), {std::nullopt, {4242}}, error_));
+        });
+        if (!isRefused) {
+            GTEST_SKIP() << "the system does not let a call be refused";
+        }
+        EXPECT_EQ(error_, sentence.c_str());
+        EXPECT_FALSE(Exists());
+    }
 }
 
 TEST_F(ControlSocketFile, ChecksWithoutMakingAnything) {

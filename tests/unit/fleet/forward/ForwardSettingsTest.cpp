@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "fleet/forward/ForwardSettings.h"
+#include "support/ResourceLimit.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -10,12 +11,16 @@ protected:
     std::optional<int> Read(std::vector<const char*> words) {
         words.insert(words.begin(), "lumforward");
         testing::internal::CaptureStderr();
-        const std::optional<int> status =
-            ReadForwardSettings(static_cast<int>(words.size()), words.data(), settings_);
+        std::optional<int> status;
+        {
+            const ResourceLimit files(RLIMIT_NOFILE, files_);
+            status = ReadForwardSettings(static_cast<int>(words.size()), words.data(), settings_);
+        }
         said_ = testing::internal::GetCapturedStderr();
         return status;
     }
 
+    rlim_t files_ = 1'000;  ///< that may be open
     ForwardSettings settings_;
     std::string said_;
 };
@@ -33,6 +38,21 @@ TEST_F(ForwardSettingsTest, RefusesANameThatIsNotATokenOfASubject) {
         EXPECT_EQ(Read({"--device", name}), 2) << name;
         EXPECT_NE(said_.find("a name has 1 to 64 letters, digits, '_' and '-'"), std::string::npos) << said_;
     }
+}
+
+TEST_F(ForwardSettingsTest, IsCalledAsItsMachineUnlessToldOtherwise) {
+    const std::string id = ReadWholeFile("/etc/machine-id");
+    if (id.size() != 33) {
+        GTEST_SKIP() << "this machine has no id";
+    }
+    EXPECT_EQ(Read({}), std::nullopt) << said_;
+    EXPECT_EQ(settings_.device + "\n", id);
+}
+
+TEST_F(ForwardSettingsTest, SaysThatItsMachineHasNoName) {
+    files_ = 0;
+    EXPECT_EQ(Read({}), 2);
+    EXPECT_EQ(said_, "lumforward: /etc/machine-id: Too many open files; name the device with --device\n");
 }
 
 TEST_F(ForwardSettingsTest, RefusesToSpeakInTheClearOverANetwork) {

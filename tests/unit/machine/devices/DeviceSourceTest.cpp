@@ -11,11 +11,15 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "machine/devices/DeviceSource.h"
 #include "support/ChildProcess.h"
 #include "support/LogReader.h"
+#include "support/OwnMounts.h"
+#include "support/RefusedCall.h"
+#include "support/ResourceLimit.h"
 #include "support/UdevMessages.h"
 
 namespace {
@@ -79,8 +83,7 @@ TEST(DeviceSource, WithoutUdevItSaysSo) {
 /// it. Its status, or -1 with the reason in `whyNot`.
 int RunWithUdev(const std::function<void(const UdevMessages&)>& routine, std::string& whyNot) {
     ChildProcess child([&](const ChildProcess::Parent& parent) {
-        if (unshare(CLONE_NEWNS | CLONE_NEWNET) != 0 ||
-            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        if (!TakeOwnMounts() || unshare(CLONE_NEWNET) != 0 ||
             mount("lum-test", "/run", "tmpfs", 0, nullptr) != 0) {
             return 77;
         }
@@ -157,6 +160,61 @@ TEST(DeviceSource, SeesADeviceComeAndGo) {
                 changes = ReadChanges(source, position);
             }
             EXPECT_THAT(changes, ElementsAre("remove /devices/pci0000:00/usb9/9-1"));
+        },
+        whyNot);
+    if (!whyNot.empty()) {
+        GTEST_SKIP() << whyNot;
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceSource, ABatchEndsAtItsLimit) {
+    std::string whyNot;
+    const int status = RunWithUdev(
+        [](const UdevMessages& udev) {
+            DeviceSource source;
+            LumString error;
+            SourceBatch batch;
+            ASSERT_TRUE(source.Open(error)) << error.GetString();
+            ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
+            std::string position = batch.position;
+            ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "change")));
+            for (const char* const place : {"/devices/usb9/1", "/devices/usb9/2", "/devices/usb9/3"}) {
+                ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVPATH", place)));
+            }
+            std::vector<std::size_t> sizes;
+            for (batch.more = true; batch.more; position = batch.position) {
+                batch = SourceBatch();
+                ASSERT_TRUE(source.ReadSince(position, 2, batch, error)) << error.GetString();
+                sizes.push_back(batch.events.size());
+            }
+            EXPECT_THAT(sizes, ElementsAre(2U, 1U));
+        },
+        whyNot);
+    if (!whyNot.empty()) {
+        GTEST_SKIP() << whyNot;
+    }
+    EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceSource, SaysWhyItCannotListen) {
+    std::string whyNot;
+    const int status = RunWithUdev(
+        [](const UdevMessages&) {
+            DeviceSource source;
+            LumString error;
+            bool isOpen = false;
+            {
+                const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
+                isOpen = source.Open(error);
+            }
+            EXPECT_FALSE(isOpen);
+            EXPECT_EQ(error, "udev cannot be listened to");
+            const bool isRefused = RunRefused(SYS_bind, EACCES, [&] { EXPECT_FALSE(source.Open(error)); });
+            if (isRefused) {
+                EXPECT_EQ(error, "udev cannot be listened to: Permission denied");
+            }
+            EXPECT_EQ(source.GetDescriptor(), -1);
         },
         whyNot);
     if (!whyNot.empty()) {

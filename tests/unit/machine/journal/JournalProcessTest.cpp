@@ -18,6 +18,7 @@
 #include "host/file/FileDescriptor.h"
 #include "machine/journal/SessionSource.h"
 #include "support/ChildProcess.h"
+#include "support/ResourceLimit.h"
 #include "support/WaitFor.h"
 #include "unit/machine/journal/JournalSourceFixture.h"
 
@@ -111,6 +112,66 @@ TEST_F(JournalProcessTest, WithoutItsProgramItSaysSo) {
     EXPECT_FALSE(SessionSource({directory_.At("journal"), "/nowhere/lumjournal"}, 0).Open(error));
     EXPECT_EQ(error,
               "the reader of the journal cannot be started: /nowhere/lumjournal: No such file or directory");
+}
+
+TEST_F(JournalProcessTest, WithoutADescriptorItSaysSo) {
+    LumString error;
+    SessionSource source(Place(), 0);
+    bool isOpen = false;
+    {
+        const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
+        isOpen = source.Open(error);
+    }
+    EXPECT_FALSE(isOpen);
+    EXPECT_EQ(error, "the reader of the journal cannot be started: Too many open files");
+}
+
+TEST_F(JournalProcessTest, AReaderThatCannotBeStartedAgainIsGone) {
+    LumString error;
+    SourceBatch batch;
+    EXPECT_FALSE(SessionSource(Place(), 0).ReadSince("", 1, batch, error)) << "it was not opened";
+    AddShell("Failed password for a from 192.0.2.8 port 5 ssh2");
+    Write();
+    const std::string link = directory_ / "lumjournal";
+    std::filesystem::create_symlink(Place().reader.GetString(), link);
+    source_ = std::make_unique<SessionSource>(JournalPlace{directory_.At("journal"), LumString(link)}, 0);
+    ASSERT_TRUE(source_->Open(error_)) << error_.GetString();
+    EXPECT_EQ(New().size(), 1U);
+    std::filesystem::remove(link);
+    position_.clear();
+    EXPECT_THAT(New(), Contains("gone")) << "another position takes another reader";
+    EXPECT_THAT(error_.GetString(), HasSubstr("the reader of the journal cannot be started: "));
+}
+
+TEST_F(JournalProcessTest, AReaderThatEndsBeforeItIsAskedIsGone) {
+    WriteMany();
+    Open<SessionSource>();
+    ASSERT_EQ(kill(source_->GetReaderId(), SIGKILL), 0);
+    ASSERT_TRUE(HasNews()) << "its end shows";
+    EXPECT_THAT(New(), Contains("gone"));
+    EXPECT_EQ(error_, "the reader of the journal was ended by signal 9 (Killed)");
+}
+
+TEST_F(JournalProcessTest, WhatTheReaderCouldNotReadIsSaid) {
+    // It says that it has opened the journal; an entry that is none, 3 entries that are damaged, gaps of
+    // unknown length and of none, and the end.
+    const std::string path = directory_.Write("reader",
+                                              R"(#!/bin/sh
+printf 'O\0\0\0\0' >&0
+read -r line
+printf 'E\0\0\0\0D\5\0\0\0\1\0\0\0003G\0\0\0\0G\5\0\0\0\1\0\0\0000C\0\0\0\0' >&0
+read -r line
+)");
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    source_ = std::make_unique<SessionSource>(JournalPlace{directory_.At("journal"), LumString(path)}, 0);
+    ASSERT_TRUE(source_->Open(error_)) << error_.GetString();
+    EXPECT_THAT(New(), testing::IsEmpty());
+    EXPECT_EQ(position_, "");
+    EXPECT_THAT(log_.Said(),
+                testing::ElementsAre(
+                    "warning MachineEvents Sessions: 3 damaged entries of the journal are left out",
+                    "print MachineEvents Sessions: the journal no longer holds the entry that was read last; "
+                    "entries after it may be gone with it"));
 }
 
 TEST_F(JournalProcessTest, AnotherProgramIsNotListenedTo) {

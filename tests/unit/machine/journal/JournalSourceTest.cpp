@@ -304,4 +304,16 @@ TEST_F(JournalSourceTest, AJournalThatIsNotOneIsNotThere) {
     EXPECT_FALSE(SessionSource(Place(), 0).Open(error));
 }
 
+TEST_F(JournalSourceTest, RemembersTheLastRemoteLogonsAlone) {
+    for (int i = 0; i < 70; ++i) {
+        AddShell("Accepted password for ann from 192.0.2.8 port 5 ssh2", std::to_string(1000 + i));
+    }
+    Write();
+    Open<SessionSource>();
+    EXPECT_EQ(New().size(), 70U);
+    EXPECT_EQ(CountIn(position_, ":10"), 64U);
+    EXPECT_EQ(CountIn(position_, ":1005"), 0U);
+    EXPECT_EQ(CountIn(position_, ":1006"), 1U);
+}
+
 }  // namespace

@@ -9,10 +9,14 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <zlib.h>
 
 #include "machine/packages/PackageSource.h"
+#include "machine/source/MachineLog.h"
 #include "machine/source/RecordId.h"
+#include "support/LogReader.h"
+#include "support/RefusedCall.h"
 #include "support/TempDirectory.h"
 #include "support/TimeZone.h"
 
@@ -165,6 +169,66 @@ TEST_F(PackageSourceTest, ATornLastLineIsTakenOnceItsEndHasCome) {
     EXPECT_THAT(New(), ElementsAre("b", "c"));
 }
 
+TEST_F(PackageSourceTest, ATornLastLineOfAFileThatWasPutAsideIsTakenAsItIs) {
+    Append(Line("a") + "2026-11-20 10:00:00 install b:amd64 <none> 1.0");
+    EXPECT_THAT(New(), ElementsAre("a"));
+    Rename("dpkg.log", "dpkg.log.1");
+    Append(Line("c"));
+    EXPECT_THAT(New(), ElementsAre("b", "c"));
+    Restart();
+    EXPECT_THAT(New(), IsEmpty());
+}
+
+TEST_F(PackageSourceTest, ALogWithoutALineHasNoPositionYet) {
+    Append("");
+    EXPECT_THAT(New(), IsEmpty());
+    EXPECT_EQ(position_, "");
+    Append(Line("a"));
+    EXPECT_THAT(New(), ElementsAre("a"));
+}
+
+TEST_F(PackageSourceTest, MoreLinesInASecondThanAnyMachineWritesTakeNoMoreMemory) {
+    std::string lines;
+    for (int i = 0; i <= 10'000; ++i) {
+        lines += Line("p" + std::to_string(i));
+    }
+    Append(lines + Line("p0"));
+    EXPECT_EQ(New(20'000).size(), 10'002U);
+    EXPECT_EQ(records_.back(), records_.front()) << "somebody wrote them, and the same line counts once";
+}
+
+TEST_F(PackageSourceTest, WithoutTheSystemsWordOnChangesItSaysHowLateTheyAreSeen) {
+    LogLines log;
+    MachineDebug.SetContext(&log.Context());
+    Append(Line("a"));
+    const bool isRefused = RunRefused(SYS_inotify_add_watch, ENOSPC, [this] {
+        EXPECT_THAT(New(), ElementsAre("a"));
+        Append(Line("b"));
+        EXPECT_FALSE(HasNews());
+        EXPECT_THAT(New(), ElementsAre("b"));
+    });
+    MachineDebug.SetContext(nullptr);
+    if (!isRefused) {
+        GTEST_SKIP() << "the system does not let a call be refused";
+    }
+    EXPECT_THAT(log.Said(),
+                ElementsAre("warning MachineEvents Packages: changes of the log are seen every 300 s "
+                            "only: No space left on device"));
+}
+
+TEST_F(PackageSourceTest, WithoutADescriptorForChangesItReadsAllTheSame) {
+    Append(Line("a"));
+    const bool isRefused = RunRefused(SYS_inotify_init1, EMFILE, [this] {
+        EXPECT_THAT(New(), ElementsAre("a"));
+        EXPECT_EQ(source_->GetDescriptor(), -1);
+        Append(Line("b"));
+        EXPECT_THAT(New(), ElementsAre("b"));
+    });
+    if (!isRefused) {
+        GTEST_SKIP() << "the system does not let a call be refused";
+    }
+}
+
 TEST_F(PackageSourceTest, RotationsAreReadFromTheOldestOn) {
     directory_.Write("dpkg.log.10", Line("a"));
     directory_.Write("dpkg.log.2", Line("b"));
@@ -175,6 +239,13 @@ TEST_F(PackageSourceTest, RotationsAreReadFromTheOldestOn) {
     directory_.Write("dpkg.logx", Line("not one of them"));
     Append(Line("d"));
     EXPECT_THAT(New(), ElementsAre("z", "a", "b", "c", "d"));
+}
+
+TEST_F(PackageSourceTest, ACompressedFileIsReadOnWhereItWasLeft) {
+    directory_.Write("dpkg.log.1", Line("a") + Line("b") + Line("c"));
+    Compress("dpkg.log.1", "dpkg.log.1.gz");
+    Append(Line("d"));
+    EXPECT_THAT(New(1), ElementsAre("a", "b", "c", "d"));
 }
 
 TEST_F(PackageSourceTest, ARotationLosesNothingAndGivesNothingTwice) {

@@ -174,6 +174,17 @@ TEST_F(JournalTellerTest, BeginsAtTheOldestWithoutACursorThatIsOne) {
     EXPECT_THAT(teller.HearAll(), ElementsAre("O", "N", "E two", "C"));
 }
 
+TEST_F(JournalTellerTest, ACursorThatIsHalfOneIsTakenAsFarAsItGoes) {
+    Write("a.journal", {"one", "two"});
+    // A moment alone is a place, but does not tell what has gone from there.
+    Teller early(Journal());
+    early.Ask("t=1\n");
+    EXPECT_THAT(early.HearAll(), ElementsAre("O", "G", "E one", "E two", "C"));
+    Teller broken(Journal());
+    broken.Ask("s=nonsense;i=1;t=1\n");
+    EXPECT_THAT(broken.HearAll(), ElementsAre("O", "N", "E one", "E two", "C"));
+}
+
 /// The journal is opened anew on the way, so that little of it is mapped.
 TEST_F(JournalTellerTest, TellsALongJournalOnceAndInOrder) {
     std::vector<std::string> messages;
@@ -204,6 +215,16 @@ TEST_F(JournalTellerTest, SaysThatTheJournalHasGone) {
     fs::remove(directory_ / "journal/a.journal");
     EXPECT_EQ(teller.Hear(), "F the journal has gone");
     EXPECT_EQ(teller.Hear(), "");
+}
+
+TEST_F(JournalTellerTest, SaysThatALongJournalHasGoneOnTheWay) {
+    // Far more than the socket holds, so that the teller waits in the middle of it.
+    Write("a.journal", std::vector<std::string>(300, std::string(4000, 'x')));
+    Teller teller(Journal());
+    teller.Ask("\n");
+    EXPECT_EQ(teller.Hear(), "O");
+    fs::remove(directory_ / "journal/a.journal");
+    EXPECT_EQ(teller.HearAll().back(), "F there is no journal");
 }
 
 TEST_F(JournalTellerTest, EndsWithAPeerThatAsksForNothing) {

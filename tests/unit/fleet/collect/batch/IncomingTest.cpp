@@ -77,6 +77,9 @@ TEST_F(IncomingTest, IsNotReadWhereItIsTooLargeOrNoContainer) {
     EXPECT_EQ(Read(payload_.size()).outcome, Outcome::kOpen);
     EXPECT_EQ(Read(payload_.size() - 1).reason,
               "it has " + size + " bytes, more than " + std::to_string(payload_.size() - 1));
+    payload_ = LumContainer().ToCbor();
+    Describe({"alpha", Sha256Hex(payload_)});
+    EXPECT_EQ(Read().reason, "it has no date");
     payload_ = "garbage";
     Describe({"alpha", Sha256Hex(payload_)});
     EXPECT_EQ(Read().reason.find("it is not a container: "), 0U) << Read().reason;

@@ -95,6 +95,20 @@ TEST_F(BatchStoreTest, ADatabaseThatIsGoneDecidesNothing) {
     EXPECT_THROW(static_cast<void>(store_.LookUp("alpha", {{batches[0].info.key.digest, 1}})), SqlError);
 }
 
+TEST_F(BatchStoreTest, ADatabaseThatGoesWhileABatchIsStoredAloneDecidesNothingOfIt) {
+    ASSERT_EQ(
+        Query("CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql SECURITY DEFINER AS $$ BEGIN"
+              " IF NEW.status = 'bad' THEN RAISE division_by_zero; END IF;"
+              " PERFORM pg_terminate_backend(pg_backend_pid()); RETURN NEW; END $$;"
+              " CREATE TRIGGER refuse BEFORE INSERT ON lum.alert FOR EACH ROW EXECUTE FUNCTION refuse()"),
+        "");
+    std::vector<Incoming> batches = List(Batch("alpha", Alert("bad"), 1, "EventManagerEvent"),
+                                         Batch("beta", Alert("good"), 1, "EventManagerEvent"));
+    EXPECT_EQ(ErrorOf([&] { store_.Store(batches, kStreamMadeNs); }).GetKind(), SqlError::Kind::kServer);
+    EXPECT_EQ(batches[0].outcome, Outcome::kRejected);
+    EXPECT_EQ(batches[1].outcome, Outcome::kOpen);
+}
+
 TEST_F(BatchStoreTest, KeepsTheFirstBytesOfWhatIsRejectedAndOnlySoManyOfADevice) {
     ASSERT_EQ(StoreOne(Bytes("alpha", std::string(100'000, 'x'))), Outcome::kRejected);
     EXPECT_EQ(Query("SELECT bytes, length(content) FROM lum.rejected"), "100000|65536\n");

@@ -44,6 +44,12 @@ TEST(Database, SaysWhatIsWrongWithItsParameters) {
         HasSubstr("port 1 failed"));
 }
 
+TEST(Database, DoesNothingBeforeItIsOpen) {
+    Database database;
+    EXPECT_EQ(ErrorOf([&] { database.Run("SELECT 1"); }).GetKind(), Kind::kServer);
+    EXPECT_THAT(ErrorOf([&] { database.RunScript("SELECT 1"); }).what(), HasSubstr("connection pointer"));
+}
+
 TEST_F(DatabaseTest, TakesOnARoleOrIsNotOpen) {
     ASSERT_EQ(Query("CREATE ROLE somebody"), "");
     database_.Open(server_.GetParameters(), "somebody");
@@ -51,6 +57,12 @@ TEST_F(DatabaseTest, TakesOnARoleOrIsNotOpen) {
     EXPECT_THAT(ErrorOf([this] { database_.Open(server_.GetParameters(), "no\"body"); }).what(),
                 HasSubstr("role \"no\"body\" does not exist"));
     EXPECT_FALSE(database_.IsOpen());
+}
+
+TEST_F(DatabaseTest, PassesOverWhatTheServerHasToSayBesides) {
+    testing::internal::CaptureStderr();
+    database_.RunScript("DO $$ BEGIN RAISE WARNING 'loud'; END $$");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST_F(DatabaseTest, BindsValuesWhateverTheyAre) {
