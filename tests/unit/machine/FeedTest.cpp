@@ -162,6 +162,22 @@ TEST_F(FeedTest, ALackOfMemoryLosesNothingAndGivesNothingTwice) {
     }
 }
 
+TEST_F(FeedTest, LinesThatWereReadWhenTheMemoryRanOutAreReadAgain) {
+    Work();
+    for (const std::size_t events : {1U, 8U, 32U}) {
+        Append(40);
+        {
+            // The batch has no room for more than it holds.
+            const MemoryFault fault(1, events * sizeof(MachineEvent));
+            Work();
+        }
+        EXPECT_TRUE(IsResting());
+        Work();
+        EXPECT_EQ(Stored(), All());
+    }
+    EXPECT_EQ(log_.Count("is looked for again: std::bad_alloc"), 3U);
+}
+
 TEST_F(FeedTest, AnEventLogThatDoesNotSayWhatItHoldsIsWaitedFor) {
     const auto hide = [this] { agent_.Change("ALTER TABLE Event_PackageHistory RENAME TO Hidden"); };
     const auto show = [this] { agent_.Change("ALTER TABLE Hidden RENAME TO Event_PackageHistory"); };
