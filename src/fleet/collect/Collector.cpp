@@ -84,14 +84,9 @@ bool Collector::ConnectBroker() {
     std::string error;
     StreamState stream;
     if (!broker_.Connect(settings_.broker, error) ||
-        !ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error)) {
-        LoseBroker(error);
-        return false;
-    }
-    if (!RecoverLost(stream)) {
-        return false;
-    }
-    if (!reader_.Open(broker_, settings_.stream.name, settings_.stream.consumer, error) ||
+        !ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error) ||
+        !RecoverLost(stream, error) ||
+        !reader_.Open(broker_, settings_.stream.name, settings_.stream.consumer, error) ||
         !broker_.Subscribe(kAskSubjects, kConsumerName, kQuestionBytes, error)) {
         LoseBroker(error);
         return false;
@@ -103,7 +98,7 @@ bool Collector::ConnectBroker() {
     return true;
 }
 
-bool Collector::RecoverLost(const StreamState& stream) {
+bool Collector::RecoverLost(const StreamState& stream, std::string& error) {
     const SqlRows rows = database_.Run(
         "SELECT max(sequence) FROM lum.progress WHERE stream_made = to_timestamp($1::bigint / 1e9)",
         {std::to_string(stream.createdNs)});
@@ -119,12 +114,7 @@ bool Collector::RecoverLost(const StreamState& stream) {
         "The database has lost what the stream handed out after number %ld; it is handed out again from "
         "number %ld on",
         static_cast<int64_t>(last), static_cast<int64_t>(from));
-    std::string error;
-    if (!RewindConsumer(broker_, settings_.stream, from, error)) {
-        LoseBroker(error);
-        return false;
-    }
-    return true;
+    return RewindConsumer(broker_, settings_.stream, from, error);
 }
 
 void Collector::Work() {
@@ -270,13 +260,17 @@ void Collector::SendReceipts(const std::vector<Incoming>& batches) {
 void Collector::AnswerQuestions() {
     std::optional<BrokerMessage> question;
     for (int answered = 0; answered < kQuestionsAtOnce; ++answered) {
-        if (broker_.Receive(0, question) != ReceiveResult::kMessage || !Answer(*question)) {
+        if (broker_.Receive(0, question) != ReceiveResult::kMessage) {
+            return;
+        }
+        if (std::string error; !Answer(*question, error)) {
+            LoseBroker(error);
             return;
         }
     }
 }
 
-bool Collector::Answer(const BrokerMessage& question) {
+bool Collector::Answer(const BrokerMessage& question, std::string& error) {
     const std::string device = DeviceOfAsk(question.Subject());
     std::vector<AskLine> lines;
     if (device.empty() || !ParseAsk(question.Data(), lines)) {
@@ -285,9 +279,7 @@ bool Collector::Answer(const BrokerMessage& question) {
     // The stream is asked first: every batch that it counts as stored by then is in the database, or was lost
     // there.
     StreamState stream;
-    std::string error;
     if (!ReadStreamState(broker_, settings_.stream.name, settings_.stream.consumer, stream, error)) {
-        LoseBroker(error);
         return false;
     }
     const std::map<std::string, ReceiptLine> answers = store_.LookUp(device, lines);
@@ -302,12 +294,9 @@ bool Collector::Answer(const BrokerMessage& question) {
                               line.sequence <= stream.lastSequence;
         receipt.push_back({onItsWay ? BatchFate::kWaiting : BatchFate::kMissing, line.digest, {}});
     }
-    if (!broker_.Publish(ReceiptSubject(device), "", {}, ReceiptText(receipt), error)) {
-        LoseBroker(error);
-        return false;
-    }
-    ++state_.answers;
-    return true;
+    const bool isSent = broker_.Publish(ReceiptSubject(device), "", {}, ReceiptText(receipt), error);
+    state_.answers += isSent ? 1 : 0;
+    return isSent;
 }
 
 void Collector::Maintain() {

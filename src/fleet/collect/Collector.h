@@ -35,8 +35,9 @@ private:
 
     [[nodiscard]] bool ConnectDatabase();
     [[nodiscard]] bool ConnectBroker();
-    /// Has the stream hand out again what a database that was restored from a backup has lost.
-    [[nodiscard]] bool RecoverLost(const StreamState& stream);
+    /// Has the stream hand out again what a database that was restored from a backup has lost. False, with
+    /// the reason in `error`, where the broker refuses.
+    [[nodiscard]] bool RecoverLost(const StreamState& stream, std::string& error);
     void Work();
     /// What the stream has handed out, while the next is fetched and read on a thread beside this one. False
     /// where the stream cannot be read.
@@ -51,7 +52,8 @@ private:
     void Count(const Incoming& batch);
     void SendReceipts(const std::vector<Incoming>& batches);
     void AnswerQuestions();
-    [[nodiscard]] bool Answer(const BrokerMessage& question);
+    /// False, with the reason in `error`, where the broker cannot be asked or told.
+    [[nodiscard]] bool Answer(const BrokerMessage& question, std::string& error);
     /// Counts what is pending, and notices a stream that is gone.
     void LookAtStream();
     void Maintain();
