@@ -1,3 +1,5 @@
+#include <csignal>
+
 #include <gmock/gmock.h>
 
 #include "fleet/FleetFixture.h"
@@ -137,6 +139,45 @@ TEST_F(CollectorTest, SaysThatTheStreamIsGoneAndGoesOnOnceItIsThere) {
     EXPECT_TRUE(WaitForHealth(R"({"status":"ok"})"));
     const std::string held = Send(MakeEvents({}, 1, 1).ToCbor());
     EXPECT_THAT(WaitForReceipt(), ElementsAre(ReceiptLine{BatchFate::kHeld, held, ""}));
+}
+
+TEST_F(CollectorTest, NoticesAStreamThatIsGoneAlsoWhereNothingSaysSo) {
+    StartServers();
+    Connect();
+    StartCollector();
+    EXPECT_TRUE(WaitForHealth(R"({"status":"ok"})"));
+    // While it is stopped its request runs out, so that the stream has nobody to tell of its end.
+    collectors_[0]->Signal(SIGSTOP);
+    EXPECT_TRUE(WaitFor([this] {
+        return broker_->Monitor("/jsz?consumers=1&streams=1&accounts=1").find("\"num_waiting\": 0,") !=
+               std::string::npos;
+    }));
+    Publish("$JS.API.STREAM.DELETE.LUM", "");
+    collectors_[0]->Signal(SIGCONT);
+    EXPECT_TRUE(WaitForHealth("The broker cannot be reached, or its stream cannot be read"));
+    EXPECT_TRUE(WaitForLog("Broker: Cannot ask for the stream LUM: "));
+    EXPECT_EQ(ReadCollectorLog().find("Cannot fetch"), std::string::npos);
+}
+
+TEST_F(CollectorTest, SaysThatTheBrokerDoesNotLetItReadAgain) {
+    broker_ = std::make_unique<BrokerServer>(
+        scratch_ / "guarded", "n1",
+        "authorization { users: [ { user: all, password: a }, { user: some, password: s,"
+        " permissions: { publish: { deny: \"$JS.API.CONSUMER.DELETE.>\" } } } ] }");
+    const std::string address = "@127.0.0.1:" + std::to_string(broker_->GetPort());
+    brokerUrls_ = "nats://all:a" + address;
+    StartServers();
+    Connect();
+    StartCollector();
+    Send(MakeEvents({}, 1, 1).ToCbor());
+    WaitForReceipt();
+    EXPECT_EQ(collectors_[0]->Stop(), 0);
+    // As a database is that was restored from a backup.
+    ASSERT_EQ(Query("UPDATE lum.progress SET sequence = 0"), "");
+    brokerUrls_ = "nats://some:s" + address;
+    StartCollector();
+    EXPECT_TRUE(WaitForLog("The database has lost what the stream handed out after number 0"));
+    EXPECT_TRUE(WaitForLog("Broker: Cannot take the consumer "));
 }
 
 TEST_F(CollectorTest, SaysWhyItHasNoDatabase) {

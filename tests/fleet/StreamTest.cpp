@@ -73,6 +73,16 @@ TEST_F(StreamTest, IsHandedOutAgainFromANumberOn) {
         << state_.pending;
 }
 
+TEST_F(StreamTest, NumbersItsOwnMessagesAlone) {
+    std::string error;
+    std::optional<BrokerMessage> message;
+    ASSERT_TRUE(broker_.Subscribe("plain", "", 1'000, error)) << error;
+    ASSERT_TRUE(broker_.Publish("plain", "", {}, "content", error)) << error;
+    ASSERT_EQ(broker_.Receive(30'000, message), ReceiveResult::kMessage);
+    EXPECT_EQ(message->Sequence(), 0U);
+    message->Acknowledge();  // there is nothing to acknowledge
+}
+
 TEST_F(StreamTest, HasNoMoreCopiesThanThereAreServers) {
     stream_.replicas = 3;
     EXPECT_THAT(SetUpIn(broker_), StartsWith("Cannot make the stream S: "));

@@ -26,6 +26,18 @@ TEST(BrokerServers, ArePlainOnThisMachineAlone) {
     EXPECT_EQ(WhyNot(""), "no server is named");
 }
 
+TEST(BrokerServers, AreLookedAtBeforeAConnectionIsMade) {
+    Broker broker;
+    BrokerSettings settings;
+    settings.servers = "nats://broker.example:4222";
+    std::string error;
+    EXPECT_FALSE(broker.Connect(settings, error));
+    EXPECT_NE(error.find("would be spoken to in the clear"), std::string::npos) << error;
+    EXPECT_FALSE(broker.IsConnected());
+    EXPECT_EQ(broker.MaxPayload(), 0U);
+    EXPECT_FALSE(broker.Flush(1));
+}
+
 TEST(BrokerServers, AHostThatOnlyBeginsLikeThisMachineIsAnother) {
     EXPECT_NE(WhyNot("nats://127.example.com:4222"), "");
     EXPECT_NE(WhyNot("nats://localhost.example.com:4222"), "");
