@@ -71,7 +71,8 @@ TEST(BatchHeaders, TheNameGivesTheRunningNumber) {
     EXPECT_EQ(RunningNumberOf("20261121T011025Z-1000000000000000-x.cbor"), 1'000'000'000'000'000);
     for (const char* const name :
          {"", "given-by-hand.cbor", "20261121T011025Z", "20261121T011025Z-", "20261121T011025Z-x-l.cbor",
-          "20261121T011025Z-12", "20261121T011025Z--1-l", "20261121T011025Z-1000000000000001-x.cbor",
+          "20261121T011025Z-12", "20261121T011025Zx12-l", "20261121T011025Z-0-l", "20261121T011025Z-12_l",
+          "20261121T011025Z--1-l", "20261121T011025Z-1000000000000001-x.cbor",
           "20261121T011025Z-99999999999999999999-x.cbor"}) {
         EXPECT_EQ(RunningNumberOf(name), 0) << name;
     }

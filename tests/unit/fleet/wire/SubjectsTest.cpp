@@ -27,8 +27,8 @@ TEST(Subjects, OfABatchIsTakenApart) {
 TEST(Subjects, OfAnotherShapeIsNotThatOfABatch) {
     BatchSubjectParts parts{"before", "before"};
     for (const char* const subject :
-         {"", "lum.v1.8e.alpha", "lum.v1.8f.alpha.Label", "lum.v2.8e.alpha.Label", "lum.v1.8e.alpha.La.bel",
-          "lum.v1.8e..Label", "lum.v1.8e.alpha.", "xlum.v1.8e.alpha.Label"}) {
+         {"", "lum.v1.8e", "lum.v1.8e.alpha", "lum.v1.8f.alpha.Label", "lum.v2.8e.alpha.Label",
+          "lum.v1.8e.alpha.La.bel", "lum.v1.8e..Label", "lum.v1.8e.alpha.", "xlum.v1.8e.alpha.Label"}) {
         EXPECT_FALSE(ParseBatchSubject(subject, parts)) << subject;
     }
     EXPECT_EQ(parts.device, "before");

@@ -38,6 +38,9 @@ TEST(DeviceList, SurvivesWritingAndReading) {
     ASSERT_EQ(read.devices.size(), 2U);
     EXPECT_EQ(read.devices["/devices/a"].product, "Stick 3");
     EXPECT_EQ(read.devices["/devices/b"].serial, "");
+    ASSERT_TRUE(read.Read(DeviceList{7, {{"/devices/a\tb\n", {"usb", "\t", "\n", ""}}}}.Write()));
+    ASSERT_EQ(read.devices.size(), 1U);
+    EXPECT_EQ(read.devices["/devices/a b "].vendor, " ");
     EXPECT_FALSE(read.Read(""));
     EXPECT_FALSE(read.Read("nonsense\n"));
     EXPECT_EQ(read.generation, 7U);

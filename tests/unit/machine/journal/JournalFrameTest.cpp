@@ -44,6 +44,14 @@ TEST(JournalFrame, AnEntrySurvivesTheWay) {
     EXPECT_FALSE(read.Is("_UID", "0")) << "that the field was there twice is lost";
 }
 
+TEST(JournalEntry, IsTheSameInEveryFileThatHoldsIt) {
+    JournalEntry entry;
+    entry.cursor = "s=1;i=2;b=3;m=4;t=5;x=6";
+    EXPECT_EQ(entry.Identity(), "b=3;m=4;t=5;x=6");
+    entry.cursor = "s=1;i=2";
+    EXPECT_EQ(entry.Identity(), "s=1;i=2") << "it says no more";
+}
+
 TEST(JournalFrame, WhatIsNotOneIsRefused) {
     JournalFrame frame;
     JournalFrameBuffer tooLong;

@@ -62,6 +62,12 @@ TEST(LogonMessage, OtherMessagesOfTheRemoteShellAreNone) {
     EXPECT_EQ(RemoteShell("Failed password for bob from 192.0.2.7 port x ssh2"), "none");
     EXPECT_EQ(RemoteShell("Failed password for bob from 192.0.2.7"), "none");
     EXPECT_EQ(RemoteShell("Connection closed by 192.0.2.7 port 5"), "none");
+    EXPECT_EQ(RemoteShell("Accepted"), "none");
+    EXPECT_EQ(RemoteShell("Accepted password"), "none");
+    EXPECT_EQ(RemoteShell("Accepted password for from 192.0.2.7 port 5"), "none");
+    EXPECT_EQ(RemoteShell("Failed password for bob from 192.0.2.7 port "), "none");
+    EXPECT_EQ(RemoteShell("Failed password for bob from 192.0.2.7 port 5x ssh2"), "none");
+    EXPECT_EQ(RemoteShell("Failed password for bob from 192.0.2.7 or so port 5 ssh2"), "none");
 }
 
 TEST(LogonMessage, LoginRefuses) {
@@ -71,6 +77,10 @@ TEST(LogonMessage, LoginRefuses) {
               "failure UNKNOWN|pts/0|host");
     EXPECT_EQ(Login("FAILED LOGIN (1) on '/dev/tty1' FOR 'ann"), "none");
     EXPECT_EQ(Login("ROOT LOGIN on '/dev/tty1'"), "none");
+    EXPECT_EQ(Login("ROOT LOGIN on '/dev/tty1' FOR 'ann', Authentication failure"), "none");
+    EXPECT_EQ(Login("FAILED LOGIN (1) on '/dev/tty1', Authentication failure"), "none");
+    EXPECT_EQ(Login("FAILED LOGIN (1) on 'x', y FOR 'ann"), "none");
+    EXPECT_EQ(Login("FAILED LOGIN (1) on '/dev/tty1 FOR 'ann', Authentication failure"), "failure ann||");
 }
 
 TEST(LogonMessage, ADisplayManagerRefuses) {
@@ -78,6 +88,8 @@ TEST(LogonMessage, ADisplayManagerRefuses) {
                              "tty=/dev/tty1 ruser= rhost=  user=ann"),
               "failure ann|/dev/tty1|");
     EXPECT_EQ(Authentication("pam_unix(gdm-password:session): session opened for user ann"), "none");
+    EXPECT_EQ(Authentication("pam_unix(x:auth): authentication failure; tty=:0"), "none");
+    EXPECT_EQ(Authentication("pam_unix(x:auth): check passed; user=ann"), "none");
     EXPECT_EQ(Authentication("say pam_unix(x:auth): authentication failure; user=ann"), "none");
 }
 

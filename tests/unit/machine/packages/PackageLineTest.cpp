@@ -51,9 +51,11 @@ TEST(PackageLine, ItsTimeIsLocal) {
     const TimeZone zone("Europe/Berlin");
     EXPECT_EQ(TimeOfLine("2026-07-01 12:00:00 install"), 1782900000);
     EXPECT_EQ(TimeOfLine("2026-12-01 12:00:00"), 1796122800);
-    EXPECT_EQ(TimeOfLine("2026-13-01 12:00:00"), -1);
-    EXPECT_EQ(TimeOfLine("2026-12-01 25:00:00"), -1);
-    EXPECT_EQ(TimeOfLine("yesterday"), -1);
+    for (const char* const none :
+         {"2026-00-01 12:00:00", "2026-13-01 12:00:00", "2026-12-00 12:00:00", "2026-12-32 12:00:00",
+          "2026-12-01 24:00:00", "2026-12-01 12:60:00", "2026-12-01 12:00:61", "yesterday"}) {
+        EXPECT_EQ(TimeOfLine(none), -1) << none;
+    }
 }
 
 }  // namespace

@@ -24,6 +24,7 @@ TEST(Database, SpeaksToNoServerOverANetworkThatItDoesNotVerify) {
     for (const std::string& parameters :
          {std::string("host=db.example dbname=lum"), std::string("host=localhost,db.example dbname=lum"),
           std::string("hostaddr=192.0.2.1 dbname=lum sslmode=require"),
+          std::string("host=localhost hostaddr=192.0.2.1"), std::string("host=127.0.0.1.example"),
           std::string("postgresql://db.example/lum")}) {
         EXPECT_THAT(ErrorOf([&] { database.Open(parameters, ""); }).what(),
                     HasSubstr("would be spoken to without verifying it; give sslmode=verify-full"))
@@ -38,7 +39,16 @@ TEST(Database, SaysWhatIsWrongWithItsParameters) {
     const SqlError error = ErrorOf([&] { database.Open("host=/nowhere dbname=lum", ""); });
     EXPECT_THAT(error.what(), HasSubstr("/nowhere"));
     EXPECT_EQ(error.GetKind(), Kind::kServer);
+    for (const char* const local : {"host=localhost", "host=127.0.0.1", "host=::1", "hostaddr=127.0.0.1"}) {
+        EXPECT_THAT(ErrorOf([&] { database.Open(local + std::string(" port=1 dbname=lum"), ""); }).what(),
+                    HasSubstr("port 1 failed"))
+            << local;
+    }
+    EXPECT_THAT(ErrorOf([&] { database.Open("host=@nowhere dbname=lum", ""); }).what(), HasSubstr("nowhere"));
     // A server that is to be verified is tried.
+    EXPECT_THAT(
+        ErrorOf([&] { database.Open("host=127.0.0.1 port=1 sslmode=verify-ca dbname=lum", ""); }).what(),
+        HasSubstr("port 1 failed"));
     EXPECT_THAT(
         ErrorOf([&] { database.Open("host=127.0.0.1 port=1 sslmode=verify-full dbname=lum", ""); }).what(),
         HasSubstr("port 1 failed"));
