@@ -13,6 +13,10 @@ constexpr std::size_t kMaxPasswordBytes = 4096;
 /// A server that does not answer this many pings, each after this time, is taken for gone.
 constexpr int64_t kPingIntervalMs = 10'000;
 constexpr int kMaxPingsOut = 2;
+/// Without threads: how much is sent at once, and for how long a server may take nothing of it.
+constexpr int kBytesAtOnce = 65'536;
+constexpr int64_t kTakeWithinMs = 30'000;
+constexpr int64_t kLastWordsMs = 100;
 
 /// The host in scheme://[user@]host[:port]; brackets of a numeric address are dropped.
 std::string_view HostOf(std::string_view url) {
@@ -188,7 +192,7 @@ void BrokerMessage::HandBack(int64_t delayMs) const {
     handle_->AnswerStream(R"(-NAK {"delay": )" + std::to_string(delayMs * nsPerMs) + "}");
 }
 
-Broker::Broker() : handle_(std::make_unique<Handle>()) {}
+Broker::Broker(BrokerThreads threads) : threads_(threads), handle_(std::make_unique<Handle>()) {}
 
 Broker::~Broker() {
     Close();
@@ -208,6 +212,10 @@ bool Broker::Connect(const BrokerSettings& settings, std::string& error) {
         return false;
     }
     SetServers(created, servers, settings, steps);
+    if (threads_ == BrokerThreads::kNone) {
+        handle_->loop = std::make_unique<SocketLoop>();
+        steps.Then("Cannot prepare a connection", handle_->loop->AddTo(created));
+    }
     if (!SetIdentity(created, settings, steps, error) || !steps.IsGood()) {
         return false;
     }
@@ -224,7 +232,13 @@ bool Broker::Connect(const BrokerSettings& settings, std::string& error) {
 
 void Broker::Close() {
     handle_->subscription.reset();
+    if (handle_->loop != nullptr && handle_->connection != nullptr) {
+        // Closing waits for what is to be sent, which nobody else would do. What gets lost here comes again.
+        static_cast<void>(handle_->loop->Send(handle_->connection.get(), kLastWordsMs));
+    }
     handle_->connection.reset();
+    handle_->loop.reset();
+    handle_->published.clear();
 }
 
 bool Broker::IsConnected() const {
@@ -246,7 +260,7 @@ bool Broker::Publish(const std::string& subject, const std::string& reply,
     steps.Then("Cannot make a message",
                natsMsg_Create(&created, subject.c_str(), reply.empty() ? nullptr : reply.c_str(), data.data(),
                               static_cast<int>(data.size())));
-    const NatsMessage message(created);
+    NatsMessage message(created);
     for (const auto& [name, value] : headers) {
         if (steps.IsGood()) {
             steps.Then("Cannot set a header", natsMsgHeader_Set(created, name.c_str(), value.c_str()));
@@ -255,12 +269,24 @@ bool Broker::Publish(const std::string& subject, const std::string& reply,
     if (steps.IsGood()) {
         steps.Then("Cannot publish", natsConnection_PublishMsg(handle_->connection.get(), created));
     }
+    if (steps.IsGood() && handle_->loop != nullptr) {
+        handle_->published.push_back(std::move(message));
+        if (natsConnection_Buffered(handle_->connection.get()) >= kBytesAtOnce && !Flush(kTakeWithinMs)) {
+            error = "The broker takes nothing";
+            return false;
+        }
+    }
     return steps.IsGood();
 }
 
 bool Broker::Flush(int64_t timeoutMs) {
-    return handle_->connection != nullptr &&
-           natsConnection_FlushTimeout(handle_->connection.get(), timeoutMs) == NATS_OK;
+    natsConnection* const connection = handle_->connection.get();
+    if (connection == nullptr) {
+        return false;
+    }
+    handle_->published.clear();
+    return handle_->loop != nullptr ? handle_->loop->Send(connection, timeoutMs)
+                                    : natsConnection_FlushTimeout(connection, timeoutMs) == NATS_OK;
 }
 
 bool Broker::Subscribe(const std::string& subject, const std::string& queue, int32_t maxBytes,
@@ -281,9 +307,22 @@ bool Broker::Subscribe(const std::string& subject, const std::string& queue, int
     return steps.IsGood();
 }
 
+natsStatus Broker::Handle::Next(natsMsg*& message, int64_t timeoutMs) {
+    if (loop == nullptr) {
+        return natsSubscription_NextMsg(&message, subscription.get(), timeoutMs);
+    }
+    const natsStatus status = natsSubscription_NextMsg(&message, subscription.get(), 0);
+    if (status != NATS_TIMEOUT) {
+        return status;
+    }
+    published.clear();
+    loop->Turn(connection.get(), timeoutMs);
+    return natsSubscription_NextMsg(&message, subscription.get(), 0);
+}
+
 ReceiveResult Broker::Receive(int64_t timeoutMs, std::optional<BrokerMessage>& message) {
     natsMsg* received = nullptr;
-    const natsStatus status = natsSubscription_NextMsg(&received, handle_->subscription.get(), timeoutMs);
+    const natsStatus status = handle_->Next(received, timeoutMs);
     if (status == NATS_OK) {
         auto handle = std::make_unique<BrokerMessage::Handle>();
         handle->message.reset(received);

@@ -63,13 +63,22 @@ enum class ReceiveResult : uint8_t {
     kDisconnected,
 };
 
+/// Whose threads move what a connection sends and receives.
+enum class BrokerThreads : uint8_t {
+    kLibrary,
+    /// None but the owner's: Publish, Flush and Receive move what is to be moved, and nothing moves in
+    /// between. Many small messages take less of the processor's time so. Not for a StreamReader, nor for
+    /// SetUpStream.
+    kNone,
+};
+
 /// A connection to the broker, and one subscription on it. A connection that broke stays broken: whoever owns
 /// it decides when to make a new one. An object belongs to one thread at a time.
 class Broker {
 public:
     struct Handle;
 
-    Broker();
+    explicit Broker(BrokerThreads threads = BrokerThreads::kLibrary);
     Broker(const Broker&) = delete;
     Broker& operator=(const Broker&) = delete;
     ~Broker();
@@ -81,12 +90,14 @@ public:
     /// The largest content that the server takes, in bytes.
     [[nodiscard]] std::size_t MaxPayload() const;
 
-    /// Hands a message to the connection; it may still be under way when this returns. False, with the reason
-    /// in `error`, where the connection is broken. `reply` may be empty.
+    /// Hands a message to the connection; it may still be under way when this returns, and without threads it
+    /// may wait to be sent with others. False, with the reason in `error`, where the connection is broken.
+    /// `reply` may be empty.
     [[nodiscard]] bool Publish(const std::string& subject, const std::string& reply,
                                const std::vector<std::pair<std::string, std::string>>& headers,
                                std::string_view data, std::string& error);
     /// Waits until the server has seen everything that was published; false where it does not answer in time.
+    /// Without threads it waits until the system has taken everything.
     [[nodiscard]] bool Flush(int64_t timeoutMs);
 
     /// From now on Receive gives the messages of `subject`; with `queue`, each to one of all that name it. Of
@@ -100,5 +111,6 @@ public:
     [[nodiscard]] Handle& GetHandle() const { return *handle_; }
 
 private:
+    const BrokerThreads threads_;
     std::unique_ptr<Handle> handle_;
 };

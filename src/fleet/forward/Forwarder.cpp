@@ -1,5 +1,6 @@
 #include "fleet/forward/Forwarder.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include <sys/stat.h>
@@ -19,7 +20,8 @@ LumDebug ForwardDebug("lumforward", "Forwarder of the outbox");
 
 constexpr int32_t kInboxBytes = 2'000'000;
 constexpr std::size_t kWindowBytes = 8'000'000;
-constexpr std::size_t kNamesAtOnce = 2048;
+constexpr std::size_t kNamesAtOnce = 4096;
+constexpr std::size_t kMessagesAtOnce = 128;
 constexpr std::size_t kMaxStaying = 4096;
 constexpr int64_t kIdleMs = 250;
 constexpr int64_t kAcknowledgeWithinMs = 30'000;
@@ -40,6 +42,7 @@ Forwarder::Forwarder(const ForwardSettings& settings, ForwardState& state)
     : settings_(settings),
       state_(state),
       outbox_(settings.outbox),
+      broker_(BrokerThreads::kNone),
       reconnect_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()),
       refused_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()) {}
 
@@ -118,8 +121,10 @@ void Forwarder::Work() {
 }
 
 void Forwarder::TakeMessages(int64_t timeoutMs) {
+    // The client library frees messages on a thread of its own, which is woken once for all of these.
+    std::vector<BrokerMessage> acknowledgements;
     std::optional<BrokerMessage> message;
-    for (int64_t wait = timeoutMs;; wait = 0) {
+    for (int64_t wait = timeoutMs; acknowledgements.size() < kMessagesAtOnce; wait = 0) {
         const ReceiveResult result = broker_.Receive(wait, message);
         if (result == ReceiveResult::kDisconnected) {
             Disconnect("The connection to the broker is lost");
@@ -138,6 +143,7 @@ void Forwarder::TakeMessages(int64_t timeoutMs) {
         uint64_t number = 0;
         if (ParseAckSubject(message->Subject(), number)) {
             TakeAcknowledgement(number, message->Data());
+            acknowledgements.push_back(std::move(*message));
         } else {
             TakeReceipt(message->Data());
         }
@@ -258,8 +264,8 @@ bool Forwarder::NextDescription(std::string& name) {
     if (next_.empty()) {
         return false;
     }
-    name = std::move(next_.front());
-    next_.pop_front();
+    name = std::move(next_.back());
+    next_.pop_back();
     cursor_ = name;
     return true;
 }
@@ -295,8 +301,9 @@ void Forwarder::ReadNextNames() {
         return;
     }
     state_.outboxReadable = true;
-    passDone_ = names.empty();
-    next_.assign(std::make_move_iterator(names.begin()), std::make_move_iterator(names.end()));
+    passDone_ = names.size() < kNamesAtOnce;
+    std::reverse(names.begin(), names.end());
+    next_ = std::move(names);
 }
 
 bool Forwarder::PublishEntry(const std::string& description) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <set>
 #include <string>
@@ -59,11 +58,11 @@ private:
     Ledger ledger_;
     Backoff reconnect_;
     Backoff refused_;
-    OutboxEntry entry_;             ///< the one that was read last; keeps its memory for the next
-    std::deque<std::string> next_;  ///< descriptions to be published
-    std::string cursor_;            ///< the last description that was looked at in this pass
-    bool passDone_ = false;         ///< the pass has seen all names
-    int64_t passStamp_ = -1;        ///< the outbox's stamp when the pass began
+    OutboxEntry entry_;              ///< the one that was read last; keeps its memory for the next
+    std::vector<std::string> next_;  ///< descriptions to be published, the first of them last
+    std::string cursor_;             ///< the last description that was looked at in this pass
+    bool passDone_ = false;          ///< the pass has seen all names
+    int64_t passStamp_ = -1;         ///< the outbox's stamp when the pass began
     std::set<std::string, std::less<>> staying_;  ///< descriptions of entries that are not to be sent
     std::string subject_;                         ///< of batches with the label label_
     std::optional<std::string> label_;

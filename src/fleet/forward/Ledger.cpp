@@ -35,9 +35,10 @@ uint64_t Ledger::StartOf(const Digest& digest) {
 void Ledger::Add(const std::string& name, const std::string& digest, std::size_t bytes, uint64_t number,
                  int64_t nowMs) {
     Forget(name);
-    const auto place = entries_.emplace(name, Sent{Packed(digest), number, 0, nowMs}).first;
+    // Entries are sent in the order of their names.
+    const auto place = entries_.emplace_hint(entries_.end(), name, Sent{Packed(digest), number, 0, nowMs});
     byDigest_.emplace(StartOf(place->second.digest), &place->first);
-    underWay_.emplace_hint(underWay_.end(), number, UnderWay{&place->first, bytes, nowMs});
+    underWay_.emplace_hint(underWay_.end(), number, UnderWay{&*place, bytes, nowMs});
     underWayBytes_ += bytes;
 }
 
@@ -54,7 +55,7 @@ void Ledger::Acknowledge(uint64_t number, uint64_t sequence, int64_t askAtMs) {
     if (place == underWay_.end()) {
         return;
     }
-    Sent& sent = entries_.find(*place->second.name)->second;
+    Sent& sent = place->second.entry->second;
     sent.number = 0;
     sent.sequence = sequence;
     sent.askAtMs = askAtMs;
@@ -66,7 +67,7 @@ std::string Ledger::Refuse(uint64_t number) {
     if (place == underWay_.end()) {
         return {};
     }
-    std::string name = *place->second.name;
+    std::string name = place->second.entry->first;
     Forget(name);
     return name;
 }

@@ -51,7 +51,7 @@ private:
         int64_t askAtMs = 0;
     };
     struct UnderWay {
-        const std::string* name = nullptr;  ///< the key of entries_
+        std::pair<const std::string, Sent>* entry = nullptr;  ///< of entries_
         std::size_t bytes = 0;
         int64_t sentAtMs = 0;
     };

@@ -2,10 +2,12 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <nats/nats.h>
 
 #include "fleet/broker/Broker.h"
+#include "fleet/broker/internal/SocketLoop.h"
 
 /// Owners of the client library's objects.
 
@@ -31,8 +33,15 @@ struct BrokerMessage::Handle {
 };
 
 struct Broker::Handle {
+    std::unique_ptr<SocketLoop> loop;  ///< null where the library's threads do its work
+    /// With a loop: what was published since it sent last. The library frees messages on a thread of its own,
+    /// which is woken once for all of these.
+    std::vector<NatsMessage> published;
     NatsConnection connection;
     NatsSubscription subscription;
+
+    /// The next message of the subscription; NATS_TIMEOUT where none comes within `timeoutMs`.
+    [[nodiscard]] natsStatus Next(natsMsg*& message, int64_t timeoutMs);
 };
 
 /// "<what>: <the library's words for `status`>", and in brackets the library's last error, which says more,
