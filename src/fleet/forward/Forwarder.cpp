@@ -1,6 +1,5 @@
 #include "fleet/forward/Forwarder.h"
 
-#include <algorithm>
 #include <ctime>
 
 #include <sys/stat.h>
@@ -12,7 +11,6 @@
 #include "fleet/wire/Subjects.h"
 #include "host/file/LumFile.h"
 #include "host/log/LumDebug.h"
-#include "host/text/LumSha256.h"
 
 namespace {
 
@@ -42,6 +40,7 @@ Forwarder::Forwarder(const ForwardSettings& settings, ForwardState& state)
     : settings_(settings),
       state_(state),
       outbox_(settings.outbox),
+      reader_(outbox_),
       broker_(BrokerThreads::kNone),
       reconnect_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()),
       refused_(settings.retryFirstMs, settings.retryLastMs, RandomSeed()) {}
@@ -84,7 +83,7 @@ bool Forwarder::Connect() {
 void Forwarder::StartPass() {
     passDone_ = false;
     cursor_.clear();
-    next_.clear();
+    reader_.Start({}, 0);
 }
 
 void Forwarder::Disconnect(const std::string& reason) {
@@ -106,7 +105,7 @@ void Forwarder::Complain(const std::string& reason) {
 
 void Forwarder::Work() {
     PublishWhatFits();
-    const bool busy = HasRoom() && !next_.empty();
+    const bool busy = HasRoom() && !reader_.IsEmpty();
     TakeMessages(busy ? 0 : kIdleMs);
     if (!broker_.IsConnected()) {
         return;
@@ -249,25 +248,22 @@ bool Forwarder::HasRoom() const {
 }
 
 void Forwarder::PublishWhatFits() {
-    std::string description;
-    while (HasRoom() && NextDescription(description)) {
-        if (!PublishEntry(description)) {
+    while (HasRoom()) {
+        ReadEntry* const read = NextEntry();
+        if (read == nullptr || !PublishEntry(*read)) {
             return;
+        }
+        if (!reader_.IsReady()) {
+            return;  // until the next one is read, there is time for what has come
         }
     }
 }
 
-bool Forwarder::NextDescription(std::string& name) {
-    if (next_.empty()) {
+ReadEntry* Forwarder::NextEntry() {
+    if (reader_.IsEmpty()) {
         ReadNextNames();
     }
-    if (next_.empty()) {
-        return false;
-    }
-    name = std::move(next_.back());
-    next_.pop_back();
-    cursor_ = name;
-    return true;
+    return reader_.Next();
 }
 
 void Forwarder::ReadNextNames() {
@@ -302,31 +298,32 @@ void Forwarder::ReadNextNames() {
     }
     state_.outboxReadable = true;
     passDone_ = names.size() < kNamesAtOnce;
-    std::reverse(names.begin(), names.end());
-    next_ = std::move(names);
+    if (!names.empty()) {
+        cursor_ = names.back();
+    }
+    reader_.Start(std::move(names), broker_.MaxPayload());
 }
 
-bool Forwarder::PublishEntry(const std::string& description) {
-    std::string reason;
-    switch (outbox_.Load(description, broker_.MaxPayload(), entry_, reason)) {
+bool Forwarder::PublishEntry(ReadEntry& read) {
+    switch (read.result) {
         case LoadResult::kReady:
             break;
         case LoadResult::kGone:
             return true;
         case LoadResult::kStays:
             if (staying_.size() < kMaxStaying) {
-                staying_.insert(description);
+                staying_.insert(read.description);
             }
             return true;
         case LoadResult::kBad:
-            SetAside(description, reason);
+            SetAside(read.description, read.reason);
             return true;
         case LoadResult::kUnreadable:
-            Complain(reason);
+            Complain(read.reason);
             return true;
     }
-    if (!ledger_.Holds(entry_.name)) {
-        Send(entry_);
+    if (!ledger_.Holds(read.entry.name)) {
+        Send(read.entry);
     }
     return broker_.IsConnected();
 }
@@ -334,7 +331,7 @@ bool Forwarder::PublishEntry(const std::string& description) {
 void Forwarder::Send(OutboxEntry& entry) {
     const uint64_t number = nextNumber_++;
     BatchInfo batch;
-    batch.key = {settings_.device, Sha256Hex(entry.content)};
+    batch.key = {settings_.device, std::move(entry.digest)};
     ledger_.Add(entry.name, batch.key.digest, entry.content.size(), number, SteadyMs());
     if (entry.label != label_) {
         label_ = entry.label;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fleet/broker/Broker.h"
+#include "fleet/forward/EntryReader.h"
 #include "fleet/forward/ForwardSettings.h"
 #include "fleet/forward/ForwardState.h"
 #include "fleet/forward/Ledger.h"
@@ -14,8 +15,8 @@
 #include "fleet/service/Backoff.h"
 
 /// Sends the entries of an outbox in the order of their names and removes each once a receipt says that the
-/// database holds it. Nothing else ever deletes one: what cannot be sent is set aside. One thread runs it;
-/// `state` may be read by others meanwhile.
+/// database holds it. Nothing else ever deletes one: what cannot be sent is set aside. One thread runs it,
+/// with a second one that reads ahead; `state` may be read by others meanwhile.
 class Forwarder {
 public:
     Forwarder(const ForwardSettings& settings, ForwardState& state);
@@ -37,11 +38,13 @@ private:
     void SetAside(const std::string& name, const std::string& reason);
     void PublishWhatFits();
     [[nodiscard]] bool HasRoom() const;
-    [[nodiscard]] bool NextDescription(std::string& name);
+    /// The next entry that is to be looked at; null for none.
+    [[nodiscard]] ReadEntry* NextEntry();
     void ReadNextNames();
     /// Looks at the outbox from its first name on.
     void StartPass();
-    [[nodiscard]] bool PublishEntry(const std::string& description);
+    /// False where the connection is lost by it.
+    [[nodiscard]] bool PublishEntry(ReadEntry& read);
     /// Takes the entry's texts.
     void Send(OutboxEntry& entry);
     void Refused(uint64_t number, const std::string& reason, int64_t code);
@@ -54,15 +57,14 @@ private:
     const ForwardSettings settings_;
     ForwardState& state_;
     const OutboxDirectory outbox_;
+    EntryReader reader_;  ///< of entries to be published
     Broker broker_;
     Ledger ledger_;
     Backoff reconnect_;
     Backoff refused_;
-    OutboxEntry entry_;              ///< the one that was read last; keeps its memory for the next
-    std::vector<std::string> next_;  ///< descriptions to be published, the first of them last
-    std::string cursor_;             ///< the last description that was looked at in this pass
-    bool passDone_ = false;          ///< the pass has seen all names
-    int64_t passStamp_ = -1;         ///< the outbox's stamp when the pass began
+    std::string cursor_;      ///< the last description that reader_ was given in this pass
+    bool passDone_ = false;   ///< the pass has seen all names
+    int64_t passStamp_ = -1;  ///< the outbox's stamp when the pass began
     std::set<std::string, std::less<>> staying_;  ///< descriptions of entries that are not to be sent
     std::string subject_;                         ///< of batches with the label label_
     std::optional<std::string> label_;

@@ -13,6 +13,7 @@
 #include "fleet/forward/FlatJson.h"
 #include "host/file/FileDescriptor.h"
 #include "host/file/LumFile.h"
+#include "host/text/LumSha256.h"
 #include "host/text/LumSystemError.h"
 
 namespace {
@@ -216,6 +217,7 @@ LoadResult OutboxDirectory::Load(const std::string& descriptionName, std::size_t
     entry.name = name;
     entry.label = std::move(description.label);
     entry.receivedAt = std::move(description.receivedAt);
+    entry.digest = Sha256Hex(entry.content);
     return LoadResult::kReady;
 }
 

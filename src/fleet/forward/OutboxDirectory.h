@@ -16,6 +16,7 @@ struct OutboxEntry {
     std::string label;
     std::string receivedAt;
     std::string content;
+    std::string digest;  ///< SHA-256 of the content as hexadecimal digits
 };
 
 enum class LoadResult : uint8_t {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "fleet/forward/OutboxDirectory.h"
+#include "host/text/LumSha256.h"
 #include "support/TempDirectory.h"
 
 namespace {
@@ -110,10 +111,12 @@ TEST_F(OutboxDirectoryTest, ReadsAnEntry) {
     EXPECT_EQ(entry_.label, "L");
     EXPECT_EQ(entry_.receivedAt, "2026-11-21T01:10:25Z");
     EXPECT_EQ(entry_.content, "bytes");
+    EXPECT_EQ(entry_.digest, Sha256Hex("bytes"));
     // What was read before leaves nothing behind.
     Put("shorter", "b");
     ASSERT_EQ(Load("shorter.json"), LoadResult::kReady);
     EXPECT_EQ(entry_.content, "b");
+    EXPECT_EQ(entry_.digest, Sha256Hex("b"));
 }
 
 TEST_F(OutboxDirectoryTest, TellsWhatIsGoneFromWhatIsBad) {
