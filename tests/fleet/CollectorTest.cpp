@@ -1,6 +1,7 @@
 #include <csignal>
 
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
 
 #include "fleet/FleetFixture.h"
 #include "fleet/broker/Broker.h"
@@ -9,6 +10,7 @@
 #include "fleet/wire/Subjects.h"
 #include "host/text/LumSha256.h"
 #include "support/AgentProcess.h"
+#include "support/RefusedCall.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -206,7 +208,8 @@ TEST_F(CollectorTest, SaysWhyItDoesNotStart) {
     EXPECT_EQ(RunShell(program + " --listen " + taken + " 2>&1 || true"),
               "lumcollect: Cannot serve " + taken + ": Address already in use\n");
     Process process;
-    process.Start({program}, scratch_ / "said", [] { LimitDescriptors(4); });
+    process.Start({program}, scratch_ / "said",
+                  [] { static_cast<void>(RefuseCall(SYS_epoll_create1, EMFILE)); });
     EXPECT_EQ(process.Wait(), 1);
     EXPECT_THAT(ReadWholeFile(scratch_ / "said"),
                 testing::MatchesRegex("lumcollect: .*Too many open files\n"));

@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include <gmock/gmock.h>
+#include <sys/syscall.h>
 
 #include "fleet/FleetFixture.h"
 #include "fleet/broker/Stream.h"
@@ -10,6 +11,7 @@
 #include "fleet/wire/Subjects.h"
 #include "host/text/LumSha256.h"
 #include "support/AgentProcess.h"
+#include "support/RefusedCall.h"
 #include "support/WaitFor.h"
 
 namespace {
@@ -246,7 +248,8 @@ TEST_F(ForwarderTest, SaysWhyItDoesNotStart) {
     EXPECT_EQ(RunShell(program + " --device alpha --listen " + taken + " 2>&1 || true"),
               "lumforward: Cannot serve " + taken + ": Address already in use\n");
     Process process;
-    process.Start({program, "--device", "alpha"}, scratch_ / "said", [] { LimitDescriptors(4); });
+    process.Start({program, "--device", "alpha"}, scratch_ / "said",
+                  [] { static_cast<void>(RefuseCall(SYS_epoll_create1, EMFILE)); });
     EXPECT_EQ(process.Wait(), 1);
     EXPECT_THAT(ReadWholeFile(scratch_ / "said"),
                 testing::MatchesRegex("lumforward: .*Too many open files\n"));

@@ -9,7 +9,6 @@
 #include <grp.h>
 #include <netinet/in.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -115,13 +114,6 @@ std::size_t Process::ResidentBytes() const {
 
 std::size_t Process::PeakBytes() const {
     return StatusBytes("VmHWM:");
-}
-
-void LimitDescriptors(unsigned count) {
-    const rlimit limit{count, count};
-    if (::close_range(STDERR_FILENO + 1, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        ::_exit(126);
-    }
 }
 
 void DropPrivileges() {

@@ -39,9 +39,6 @@ private:
     pid_t process_ = 0;
 };
 
-/// Leaves this process the first descriptors and no room for more than `count` in all.
-void LimitDescriptors(unsigned count);
-
 /// Makes this process one of the user nobody, where it is root's.
 void DropPrivileges();
 

@@ -9,10 +9,7 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 
-namespace {
-
-/// From now on, for this thread and those that it starts; it cannot be taken back.
-bool Refuse(long call, int reason) {
+bool RefuseCall(long call, int reason) {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call), 0, 1),
@@ -24,12 +21,10 @@ bool Refuse(long call, int reason) {
            ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-}  // namespace
-
 bool RunRefused(long call, int reason, const std::function<void()>& routine) {
     bool isRefused = false;
     std::thread([&] {
-        isRefused = Refuse(call, reason);
+        isRefused = RefuseCall(call, reason);
         if (isRefused) {
             routine();
         }

@@ -2,7 +2,11 @@
 
 #include <functional>
 
-/// Runs `routine` in a thread of its own for which the system refuses one of its calls: the call of that
-/// number (SYS_...) does nothing and fails with `reason`, for the threads that the routine starts as well.
-/// False, with nothing run, where the system cannot do that.
+/// From now on the system refuses this thread, and those that it starts, one of its calls: the call of that
+/// number (SYS_...) does nothing and fails with `reason`. It cannot be taken back. False where the system
+/// cannot do that.
+[[nodiscard]] bool RefuseCall(long call, int reason);
+
+/// Runs `routine` in a thread of its own that is refused a call. False, with nothing run, where the system
+/// cannot do that.
 [[nodiscard]] bool RunRefused(long call, int reason, const std::function<void()>& routine);
