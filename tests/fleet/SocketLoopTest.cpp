@@ -104,7 +104,8 @@ TEST_F(SocketLoop, LeavesNoSocketOpen) {
     EXPECT_TRUE(WaitFor([&] { return other_.Receive(10, message) == ReceiveResult::kDisconnected; }));
     other_.Close();
     broker_.Close();
-    EXPECT_LT(CountDescriptors(), before);
+    // The library's thread closes that one's socket.
+    EXPECT_TRUE(WaitFor([&] { return CountDescriptors() < before; }));
 }
 
 }  // namespace

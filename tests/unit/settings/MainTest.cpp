@@ -6,7 +6,7 @@
 namespace {
 
 /// The program that the package's installation calls.
-class BringSettingsTest : public testing::Test {
+class MainTest : public testing::Test {
 protected:
     /// Its status; what it says is in output_.
     int Run(const std::vector<std::string>& arguments) {
@@ -23,7 +23,7 @@ protected:
     std::string output_;
 };
 
-TEST_F(BringSettingsTest, BringsTheSettingsOfOneDirectoryToAnother) {
+TEST_F(MainTest, BringsTheSettingsOfOneDirectoryToAnother) {
     directory_.Write("shipped/x.ini", "[S]\nKey = 1\n");
     directory_.MakeDirectory("own");
     EXPECT_EQ(Run({directory_ / "shipped", directory_ / "own"}), 0);
@@ -31,14 +31,14 @@ TEST_F(BringSettingsTest, BringsTheSettingsOfOneDirectoryToAnother) {
     EXPECT_EQ(directory_.Read("own/x.ini"), "[S]\nKey = 1\n");
 }
 
-TEST_F(BringSettingsTest, SaysWhatFailed) {
+TEST_F(MainTest, SaysWhatFailed) {
     directory_.MakeDirectory("own");
     EXPECT_EQ(Run({directory_ / "missing", directory_ / "own"}), 1);
     EXPECT_EQ(output_, "bring-settings: Cannot read the directory " + directory_ / "missing" +
                            ": No such file or directory\n");
 }
 
-TEST_F(BringSettingsTest, SaysHowItIsCalled) {
+TEST_F(MainTest, SaysHowItIsCalled) {
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{}, {directory_ / "own"}, {directory_ / "a", directory_ / "b", "c"}}) {
         EXPECT_EQ(Run(arguments), 2);
