@@ -138,144 +138,118 @@ std::vector<std::string> ReadChanges(DeviceSource& source, std::string& position
     return changes;
 }
 
-TEST(DeviceSource, SeesADeviceComeAndGo) {
+/// A test that is `routine`, run as above; skipped where this machine cannot.
+void WithUdev(const std::function<void(const UdevMessages&)>& routine) {
     std::string whyNot;
-    const int status = RunWithUdev(
-        [](const UdevMessages& udev) {
-            DeviceSource source;
-            LumString error;
-            SourceBatch first;
-            ASSERT_TRUE(source.Open(error)) << error.GetString();
-            ASSERT_TRUE(source.ReadSince("", 50, first, error)) << error.GetString();
-            EXPECT_THAT(first.events, IsEmpty()) << "what is plugged in at first was not plugged in now";
-            std::string position = first.position;
-            ASSERT_TRUE(udev.Send(kStickAdded));
-            EXPECT_THAT(ReadChanges(source, position), ElementsAre("add /devices/pci0000:00/usb9/9-1"));
-            EXPECT_NE(position.find("\tAcme\tStick\uFFFD3\uFFFD\t0815\n"), std::string::npos) << position;
-            // Plugged in twice without having been out, an interface, and a device that is not one.
-            ASSERT_TRUE(udev.Send(kStickAdded));
-            ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVTYPE", "usb_interface")));
-            ASSERT_TRUE(udev.Send(With(With(With(kStickAdded, "SUBSYSTEM", "block"), "DEVTYPE", "disk"),
-                                       "DEVPATH", "/devices/virtual/block/loop9")));
-            ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "remove")));
-            std::vector<std::string> changes;
-            while (changes.empty()) {
-                changes = ReadChanges(source, position);
-            }
-            EXPECT_THAT(changes, ElementsAre("remove /devices/pci0000:00/usb9/9-1"));
-        },
-        whyNot);
+    const int status = RunWithUdev(routine, whyNot);
     if (!whyNot.empty()) {
         GTEST_SKIP() << whyNot;
     }
     EXPECT_EQ(status, 0);
+}
+
+TEST(DeviceSource, SeesADeviceComeAndGo) {
+    WithUdev([](const UdevMessages& udev) {
+        DeviceSource source;
+        LumString error;
+        SourceBatch first;
+        ASSERT_TRUE(source.Open(error)) << error.GetString();
+        ASSERT_TRUE(source.ReadSince("", 50, first, error)) << error.GetString();
+        EXPECT_THAT(first.events, IsEmpty()) << "what is plugged in at first was not plugged in now";
+        std::string position = first.position;
+        ASSERT_TRUE(udev.Send(kStickAdded));
+        EXPECT_THAT(ReadChanges(source, position), ElementsAre("add /devices/pci0000:00/usb9/9-1"));
+        EXPECT_NE(position.find("\tAcme\tStick\uFFFD3\uFFFD\t0815\n"), std::string::npos) << position;
+        // Plugged in twice without having been out, an interface, and a device that is not one.
+        ASSERT_TRUE(udev.Send(kStickAdded));
+        ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVTYPE", "usb_interface")));
+        ASSERT_TRUE(udev.Send(With(With(With(kStickAdded, "SUBSYSTEM", "block"), "DEVTYPE", "disk"),
+                                   "DEVPATH", "/devices/virtual/block/loop9")));
+        ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "remove")));
+        std::vector<std::string> changes;
+        while (changes.empty()) {
+            changes = ReadChanges(source, position);
+        }
+        EXPECT_THAT(changes, ElementsAre("remove /devices/pci0000:00/usb9/9-1"));
+    });
 }
 
 TEST(DeviceSource, ABatchEndsAtItsLimit) {
-    std::string whyNot;
-    const int status = RunWithUdev(
-        [](const UdevMessages& udev) {
-            DeviceSource source;
-            LumString error;
-            SourceBatch batch;
-            ASSERT_TRUE(source.Open(error)) << error.GetString();
-            ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
-            std::string position = batch.position;
-            ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "change")));
-            for (const char* const place : {"/devices/usb9/1", "/devices/usb9/2", "/devices/usb9/3"}) {
-                ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVPATH", place)));
-            }
-            std::vector<std::size_t> sizes;
-            for (batch.more = true; batch.more; position = batch.position) {
-                batch = SourceBatch();
-                ASSERT_TRUE(source.ReadSince(position, 2, batch, error)) << error.GetString();
-                sizes.push_back(batch.events.size());
-            }
-            EXPECT_THAT(sizes, ElementsAre(2U, 1U));
-        },
-        whyNot);
-    if (!whyNot.empty()) {
-        GTEST_SKIP() << whyNot;
-    }
-    EXPECT_EQ(status, 0);
+    WithUdev([](const UdevMessages& udev) {
+        DeviceSource source;
+        LumString error;
+        SourceBatch batch;
+        ASSERT_TRUE(source.Open(error)) << error.GetString();
+        ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
+        std::string position = batch.position;
+        ASSERT_TRUE(udev.Send(With(kStickAdded, "ACTION", "change")));
+        for (const char* const place : {"/devices/usb9/1", "/devices/usb9/2", "/devices/usb9/3"}) {
+            ASSERT_TRUE(udev.Send(With(kStickAdded, "DEVPATH", place)));
+        }
+        std::vector<std::size_t> sizes;
+        for (batch.more = true; batch.more; position = batch.position) {
+            batch = SourceBatch();
+            ASSERT_TRUE(source.ReadSince(position, 2, batch, error)) << error.GetString();
+            sizes.push_back(batch.events.size());
+        }
+        EXPECT_THAT(sizes, ElementsAre(2U, 1U));
+    });
 }
 
 TEST(DeviceSource, SaysWhyItCannotListen) {
-    std::string whyNot;
-    const int status = RunWithUdev(
-        [](const UdevMessages&) {
-            DeviceSource source;
-            LumString error;
-            bool isOpen = false;
-            {
-                const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
-                isOpen = source.Open(error);
-            }
-            EXPECT_FALSE(isOpen);
-            EXPECT_EQ(error, "udev cannot be listened to");
-            const bool isRefused = RunRefused(SYS_bind, EACCES, [&] { EXPECT_FALSE(source.Open(error)); });
-            if (isRefused) {
-                EXPECT_EQ(error, "udev cannot be listened to: Permission denied");
-            }
-            EXPECT_EQ(source.GetDescriptor(), -1);
-        },
-        whyNot);
-    if (!whyNot.empty()) {
-        GTEST_SKIP() << whyNot;
-    }
-    EXPECT_EQ(status, 0);
+    WithUdev([](const UdevMessages&) {
+        DeviceSource source;
+        LumString error;
+        bool isOpen = false;
+        {
+            const ResourceLimit noFiles(RLIMIT_NOFILE, 0);
+            isOpen = source.Open(error);
+        }
+        EXPECT_FALSE(isOpen);
+        EXPECT_EQ(error, "udev cannot be listened to");
+        const bool isRefused = RunRefused(SYS_bind, EACCES, [&] { EXPECT_FALSE(source.Open(error)); });
+        if (isRefused) {
+            EXPECT_EQ(error, "udev cannot be listened to: Permission denied");
+        }
+        EXPECT_EQ(source.GetDescriptor(), -1);
+    });
 }
 
 TEST(DeviceSource, WhatCameWhileNobodyListenedShowsAsTheDifference) {
-    std::string whyNot;
-    const int status = RunWithUdev(
-        [](const UdevMessages&) {
-            DeviceSource source;
-            LumString error;
-            SourceBatch batch;
-            ASSERT_TRUE(source.Open(error)) << error.GetString();
-            const DeviceList before{3, {{"/devices/pci0000:00/usb9/9-1", kStick}}};
-            ASSERT_TRUE(source.ReadSince(before.Write(), 50, batch, error)) << error.GetString();
-            ASSERT_GE(batch.events.size(), 1U);
-            LumString action;
-            EXPECT_TRUE(batch.events[0].params.GetString("Action", action));
-            EXPECT_EQ(action, "remove");
-        },
-        whyNot);
-    if (!whyNot.empty()) {
-        GTEST_SKIP() << whyNot;
-    }
-    EXPECT_EQ(status, 0);
+    WithUdev([](const UdevMessages&) {
+        DeviceSource source;
+        LumString error;
+        SourceBatch batch;
+        ASSERT_TRUE(source.Open(error)) << error.GetString();
+        const DeviceList before{3, {{"/devices/pci0000:00/usb9/9-1", kStick}}};
+        ASSERT_TRUE(source.ReadSince(before.Write(), 50, batch, error)) << error.GetString();
+        ASSERT_GE(batch.events.size(), 1U);
+        LumString action;
+        EXPECT_TRUE(batch.events[0].params.GetString("Action", action));
+        EXPECT_EQ(action, "remove");
+    });
 }
 
 TEST(DeviceSource, AFloodOfMessagesIsMadeUpForByTheDifference) {
-    std::string whyNot;
-    const int status = RunWithUdev(
-        [](const UdevMessages& udev) {
-            DeviceSource source;
-            LumString error;
-            SourceBatch batch;
-            ASSERT_TRUE(source.Open(error)) << error.GetString();
-            ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
-            const std::size_t there = CountIn(batch.position, "\n");
-            std::string position = batch.position;
-            const int bytes = 8192;
-            ASSERT_EQ(setsockopt(source.GetDescriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)), 0);
-            for (int i = 0; i < 1000; ++i) {
-                static_cast<void>(
-                    udev.Send(With(kStickAdded, "DEVPATH", "/devices/usb9/" + std::to_string(i))));
-            }
-            for (batch.more = true; batch.more; position = batch.position) {
-                batch = SourceBatch();
-                ASSERT_TRUE(source.ReadSince(position, 50, batch, error)) << error.GetString();
-            }
-            EXPECT_EQ(CountIn(position, "\n"), there) << "what is not there is plugged in";
-        },
-        whyNot);
-    if (!whyNot.empty()) {
-        GTEST_SKIP() << whyNot;
-    }
-    EXPECT_EQ(status, 0);
+    WithUdev([](const UdevMessages& udev) {
+        DeviceSource source;
+        LumString error;
+        SourceBatch batch;
+        ASSERT_TRUE(source.Open(error)) << error.GetString();
+        ASSERT_TRUE(source.ReadSince("", 50, batch, error)) << error.GetString();
+        const std::size_t there = CountIn(batch.position, "\n");
+        std::string position = batch.position;
+        const int bytes = 8192;
+        ASSERT_EQ(setsockopt(source.GetDescriptor(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes)), 0);
+        for (int i = 0; i < 1000; ++i) {
+            static_cast<void>(udev.Send(With(kStickAdded, "DEVPATH", "/devices/usb9/" + std::to_string(i))));
+        }
+        for (batch.more = true; batch.more; position = batch.position) {
+            batch = SourceBatch();
+            ASSERT_TRUE(source.ReadSince(position, 50, batch, error)) << error.GetString();
+        }
+        EXPECT_EQ(CountIn(position, "\n"), there) << "what is not there is plugged in";
+    });
 }
 
 }  // namespace
