@@ -40,7 +40,8 @@ LumString NameAfter(const std::string& path, std::string_view prefix) {
 }  // namespace
 
 HttpAnswer MakeErrorAnswer(unsigned status, std::string_view sentence) {
-    return {status, Dump({{"error", sentence}}), {}};
+    // Not from a JSON object: to destroy one takes memory, and without any it ends the process.
+    return {status, R"({"error":)" + Dump(ordered_json(sentence)) + "}", {}};
 }
 
 /// A path that is asked with GET.
